@@ -1,0 +1,49 @@
+# One helper per kind of target, so that a library, a test or a fuzz target is
+# a few lines.
+include(GoogleTest)
+
+# halvoria_platform_library(NAME SOURCES files... LINKS targets... [PRIVATE targets...])
+#   A library of the installation in platform/NAME, included as <NAME/Header.h>.
+#   LINKS is what its headers need; it may include only what it links.
+function(halvoria_platform_library name)
+  cmake_parse_arguments(A "" "" "SOURCES;LINKS;PRIVATE" ${ARGN})
+  add_library(platform_${name} STATIC ${A_SOURCES})
+  add_library(platform::${name} ALIAS platform_${name})
+  target_include_directories(platform_${name} PUBLIC ${PROJECT_SOURCE_DIR}/platform)
+  target_link_libraries(platform_${name} PUBLIC ${A_LINKS} PRIVATE ${A_PRIVATE})
+  set_property(GLOBAL APPEND PROPERTY HALVORIA_PLATFORM platform_${name})
+  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/tests/CMakeLists.txt)
+    add_subdirectory(tests)
+  endif()
+endfunction()
+
+# halvoria_test(NAME SOURCES files... LINKS targets...)
+#   Every case runs in a process of its own, since some state is process-wide.
+function(halvoria_test name)
+  if(HALVORIA_FUZZ)
+    return()
+  endif()
+  cmake_parse_arguments(A "" "" "SOURCES;LINKS" ${ARGN})
+  add_executable(${name} ${A_SOURCES})
+  target_link_libraries(${name} PRIVATE ${A_LINKS} GTest::gmock GTest::gtest_main)
+  target_compile_definitions(${name} PRIVATE HALVORIA_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+endfunction()
+
+# halvoria_fuzz_target(NAME SOURCES files... LINKS targets... CORPUS folder)
+#   With HALVORIA_FUZZ a libFuzzer program in bin/; otherwise a program that
+#   replays the stored corpus once, run as a test.
+function(halvoria_fuzz_target name)
+  cmake_parse_arguments(A "" "CORPUS" "SOURCES;LINKS" ${ARGN})
+  if(HALVORIA_FUZZ)
+    add_executable(${name} ${A_SOURCES})
+    target_compile_options(${name} PRIVATE -fsanitize=fuzzer)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  else()
+    add_executable(${name} ${A_SOURCES} ${PROJECT_SOURCE_DIR}/tests/fuzz/replay_corpus.cpp)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    add_test(NAME ${name} COMMAND ${name} ${A_CORPUS})
+  endif()
+  target_link_libraries(${name} PRIVATE ${A_LINKS})
+endfunction()

@@ -1,0 +1,85 @@
+// The 8-bit string of the installation's interfaces.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include <strings/Export.h>
+
+// An owned run of bytes with a length; NUL bytes may stand inside, and data() is
+// NUL-terminated. The empty string is also "null": isNull() is the test for
+// "nothing found". Copies own their bytes, so a string may be used on any thread
+// as long as no other thread changes that same object.
+//
+// A null `const char*` makes the empty string. The integer literal 0 and nullptr are
+// refused by the compiler: GetValue("x", 0) must never mean a null default text.
+class HALVORIA_API RWCString {
+ public:
+  enum caseCompare { exact, ignoreCase };  // ignoreCase folds ASCII letters only
+  static constexpr size_t npos = std::string::npos;
+
+  RWCString() = default;
+  RWCString(const char* text) : m_text(text ? text : "") {}
+  RWCString(const char* bytes, size_t length) : m_text(bytes, length) {}
+  RWCString(std::string text) noexcept : m_text(std::move(text)) {}
+  RWCString(std::string_view text) : m_text(text) {}
+  RWCString(std::nullptr_t) = delete;
+  template <class T, std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>, int> = 0>
+  RWCString(T) = delete;
+
+  bool isNull() const { return m_text.empty(); }
+  size_t length() const { return m_text.size(); }
+  const char* data() const { return m_text.c_str(); }
+  std::string_view view() const { return m_text; }
+  const std::string& str() const { return m_text; }
+  operator std::string_view() const { return m_text; }
+
+  char operator[](size_t i) const { return m_text[i]; }
+  char& operator[](size_t i) { return m_text[i]; }
+  char operator()(size_t i) const { return m_text[i]; }
+
+  // Below, equal to or above zero, as memcmp over the bytes.
+  int compareTo(const RWCString& other, caseCompare how = exact) const;
+  // Position of the first match at or after `from`, npos when there is none.
+  size_t index(std::string_view pattern, size_t from = 0) const { return m_text.find(pattern, from); }
+  size_t first(char c, size_t from = 0) const { return m_text.find(c, from); }
+  size_t last(char c) const { return m_text.rfind(c); }
+  // The bytes from `from`, at most `count` of them; empty beyond the end.
+  RWCString subString(size_t from, size_t count = npos) const;
+
+  RWCString& append(std::string_view text) { return m_text.append(text), *this; }
+  RWCString& operator+=(std::string_view text) { return append(text); }
+  RWCString& operator+=(char c) { return m_text.push_back(c), *this; }
+  RWCString& replace(size_t from, size_t count, std::string_view by) {
+    return m_text.replace(from, count, by), *this;
+  }
+  RWCString& remove(size_t from, size_t count = npos) { return m_text.erase(from, count), *this; }
+  void clear() { m_text.clear(); }
+  void reserve(size_t bytes) { m_text.reserve(bytes); }
+  void toLower();  // ASCII letters only
+
+  friend bool operator==(const RWCString& a, const RWCString& b) { return a.m_text == b.m_text; }
+  friend bool operator==(const RWCString& a, const char* b) { return a.m_text == b; }
+  friend bool operator==(const char* a, const RWCString& b) { return b.m_text == a; }
+  friend bool operator!=(const RWCString& a, const RWCString& b) { return !(a == b); }
+  friend bool operator!=(const RWCString& a, const char* b) { return !(a == b); }
+  friend bool operator<(const RWCString& a, const RWCString& b) { return a.m_text < b.m_text; }
+  friend bool operator>(const RWCString& a, const RWCString& b) { return b < a; }
+  friend RWCString operator+(RWCString a, const RWCString& b) { return std::move(a += b.view()); }
+  friend RWCString operator+(RWCString a, const char* b) { return std::move(a += b); }
+  friend RWCString operator+(RWCString a, char b) { return std::move(a += b); }
+  friend RWCString operator+(const char* a, const RWCString& b) { return std::move(RWCString(a) += b.view()); }
+  friend std::ostream& operator<<(std::ostream& out, const RWCString& text) { return out << text.view(); }
+
+ private:
+  std::string m_text;
+};
+
+template <>
+struct std::hash<RWCString> {
+  size_t operator()(const RWCString& text) const { return std::hash<std::string_view>()(text.view()); }
+};
