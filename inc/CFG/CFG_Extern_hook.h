@@ -1,0 +1,13 @@
+// Answers the platform libraries' requests for configuration values.
+#pragma once
+
+#include <strings/RWCString.h>
+#include <utility/Tmr_CfgHook.h>
+
+// The factory registers one instance when a repository has connected and takes it back at
+// the disconnect. The factory's repository answers; without one the default does. A call
+// must not overlap with a disconnect.
+class HALVORIA_API CFG_Extern_hook : public Tmr_CfgHookInterface {
+ public:
+  RWCString GetValue(RWCString path, RWCString default_value) override;
+};

@@ -1,0 +1,70 @@
+// The one repository of the process.
+#pragma once
+
+#include <memory>
+
+#include <CFG/CFG_RepositoryServices.h>
+#include <thread/Mutex.h>
+
+class Tmr_INI;
+
+// Which cache the factory puts before the repositories that it builds from now on.
+enum CFG_MODE { CFG_MODE_DIRECT = 0, CFG_MODE_INPROCESS_CACHE = 1, CFG_MODE_DATAGRID_CACHE = 2 };
+
+// Reads the connection parameters, builds the repository of the configured type, connects
+// it, and hands the same object to every later caller until it is disconnected or shut
+// down. The factory owns it: callers never delete it. The types are "file" and "memory".
+//
+// Threads: initialisation and disconnection run under one mutex, so that the repository is
+// built once however many threads ask. The form for a subtree and SetCFGMode take no lock;
+// call them before other threads use the factory.
+//
+// Failure: null after a line in the log; the next call tries again from the start.
+class HALVORIA_API CFG_Factory {
+ public:
+  CFG_Factory() = delete;
+
+  // From the process-wide parameters file.
+  static CFG_RepositoryServices* GetRepositoryServices();
+  // The same with the type forced to `cfg_type` when `force` is set; the type stays in force
+  // for later initialisations.
+  static CFG_RepositoryServices* GetRepositoryServices(const char* cfg_type, bool force);
+  // From the named parameters file.
+  static CFG_RepositoryServices* GetRepositoryServices(const char* file_name);
+  static CFG_RepositoryServices* GetRepositoryServices(const wchar_t* file_name);
+  // A repository over `sub_tree`, which stays the caller's; replaces the current repository.
+  static CFG_RepositoryServices* GetRepositoryServices(CFG_SubTree* sub_tree);
+
+  // Deletes the repository; false when there is none. A later GetRepositoryServices builds
+  // a new one.
+  static bool DisconnectRepositoryServices();
+  static void SetCFGMode(CFG_MODE mode);
+
+ private:
+  friend class CFG_Extern_hook;
+  friend HALVORIA_API void ShutdownRepositoryServices();
+
+  // What a parameters file and the environment say, before any of it is used.
+  struct Parameters;
+
+  static CFG_RepositoryServices* InitInstance(const char* cfg_file_name);
+  static CFG_RepositoryServices* InitInstance(const wchar_t* cfg_file_name);
+  static CFG_RepositoryServices* InitCfgINI(Tmr_INI& ini);
+  static CFG_RepositoryServices* ConnectToCfg(const Parameters& parameters, CFG_SubTree* sub_tree);
+  static void init_common_values(RWCString& cfg_type);
+  static RWCString get_local_hostname();
+  static RWCString get_local_host_ip(RWCString host, const RWCString& af);
+  static RWCString get_local_host_listeners_af(RWCString& node);
+  static RWCString get_default_host_listeners_af();
+  static int find_parameter_and_value(RWCString line, RWCString name, RWCString& value);
+
+  static std::unique_ptr<CFG_RepositoryServices> cfg;  // the process's repository
+  static Mutex cfg_factory_mutex;  // serialises initialisation and disconnection
+  static CFG_MODE cfg_mode;
+  static int is_cfg_init;      // 1 while a connected repository is held
+  static int is_cfg_shutdown;  // 1 for good after ShutdownRepositoryServices
+  static RWCString m_override_cfg_type;
+};
+
+// Disconnects, for good: every GetRepositoryServices but the one for a subtree then gives null.
+HALVORIA_API void ShutdownRepositoryServices();

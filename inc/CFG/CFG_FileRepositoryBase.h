@@ -1,0 +1,100 @@
+// What repositories that keep a whole file's tree in memory have in common.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CFG/CFG_RepositoryServicesImp.h>
+
+// Serves every read from the tree in memory and applies writes to it; UnLock writes the
+// whole tree back to the file. Paths, copies and threads are as in CFG_MemoryRepository,
+// but the tree is owned here. A path operation assumes that Connect has succeeded.
+//
+// The two hooks run before a path is used; they do nothing here and let a subclass bring
+// the paths it is about to serve up to date.
+class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
+ public:
+  using CFG_RepositoryServicesImp::AddOrReplaceSubTree;
+  using CFG_RepositoryServicesImp::GetMaxSeqNumber;
+  using CFG_RepositoryServicesImp::GetSubTree;
+  using CFG_RepositoryServicesImp::GetSubTreeNum;
+  using CFG_RepositoryServicesImp::GetSubTreeOnlyWithValues;
+  using CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesLong;
+  using CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWildcard;
+  using CFG_RepositoryServicesImp::GetSubTreeWithPrecentAndWildcard;
+  using CFG_RepositoryServicesImp::GetValue;
+  using CFG_RepositoryServicesImp::GetValueName;
+  using CFG_RepositoryServicesImp::GetValueNum;
+
+  // Stores the name; the file is not touched.
+  explicit CFG_FileRepositoryBase(RWWString file);
+  ~CFG_FileRepositoryBase() override;
+
+  // --- CFG_Services ------------------------------------------------------------------------
+
+  CFG_SubTree* GetSubTree(RWCString& path, int index) override;
+  CFG_SubTree* GetSubTree(RWCString& path) override;
+  RWCString GetValue(RWCString path, RWCString default_value) override;
+  RWCString GetValue(RWCString& path, int index) override;
+  RWCString GetValue(const RWCString& path) override;
+  RWCString GetValueName(RWCString& path, int index) override;
+  int GetValueNum(RWCString& path) override;
+  int GetSubTreeNum(RWCString& path) override;
+  int GetSubTreeEntriesCount(const RWCString& path) override;
+  Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) override;
+  String_Arr* GetSubTreePaths(const RWCString& path) override;
+  int SetValue(const RWCString& path, const RWCString& value) override;
+  int AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path, int merge) override;
+  int AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) override;
+  int DeleteSubTree(const RWCString& path) override;
+  int DeleteValue(const RWCString& path) override;
+  int IsSubTreeExist(const RWCString& path) override;
+
+  // --- CFG_RepositoryServices --------------------------------------------------------------
+
+  RWCString GetNodeName(RWCString ae) override;
+  RWCString GetNodeNameByIp(RWCString ip) override;
+  String_Arr* FillPath(RWCString pattern) override;
+  RWCString FillPath(RWCString pattern, RWCString value_name, RWCString value) override;
+  CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path) override;
+  CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) override;
+  CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) override;
+  CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
+  int DisConnect() override;
+  int Lock() override;
+  int UnLock() override;
+  int SetSessionInfo(const std::string& session, int info) override;
+  CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
+  RWCString GetCfgPass() override;
+  RWCString GetConnectionAlias() override;
+  void* GetOracleContext() override;
+  RWCString GetDbServerDateTime() override;
+  RWCString GetServerNodeName() override;
+  CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq,
+                                          bool flag) override;
+
+ protected:
+  int WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) override;
+  String_Arr* SearchKeyOrValueName(const RWCString& name, const RWCString& path) override;
+  int SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) override;
+  Tree_NodePtr GetTreeNode(const RWCString& path) override;
+  Tree_NodePtr GetTreeNodeOnlyWithValuesLong(const RWCString& path) override;
+  Tree_NodePtr GetTreeNodeOnlyWithValues(const RWCString& path) override;
+  Tree_NodePtr GetTreeNodeWithPrecentAndWildcard(const RWCString& path) override;
+  Tree_NodePtr GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
+
+  // --- added here ----------------------------------------------------------------------------
+
+  virtual void before_path_used(const RWCString& path);
+  virtual void before_all_paths_used();
+  virtual Tree_NodePtr GetTreeNodeWithLongValues(const RWCString& path);
+  virtual void FillPathToVec(CFG_SubTree* at, RWCString& pattern, std::vector<RWCString>* out);
+  virtual RWCString FindValue(CFG_SubTree* at, RWCString& pattern, RWCString& value_name,
+                              RWCString& value);
+  // The path below the held root.
+  virtual RWCString RemoveRootName(const RWCString& path);
+
+  std::unique_ptr<CFG_SubTree> m_sub_tree;  // null until connected
+  RWWString m_file;
+};
