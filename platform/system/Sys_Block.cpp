@@ -1,0 +1,29 @@
+#include <system/Sys_Block.h>
+
+#include <sys/mman.h>
+
+#include <cstdint>
+
+static size_t rounded_up(size_t bytes) {
+  return (bytes + SYS_BLOCK_SIZE - 1) & ~(SYS_BLOCK_SIZE - 1);
+}
+
+void* Sys_AllocateBlock(size_t bytes) {
+  if (bytes == 0 || bytes > SIZE_MAX / 2) return nullptr;
+  const size_t size = rounded_up(bytes);
+  // Pages are only 4 KB aligned: take one block more and give the ends back.
+  const size_t taken = size + SYS_BLOCK_SIZE;
+  void* mapped = mmap(nullptr, taken, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (mapped == MAP_FAILED) return nullptr;
+  char* start = static_cast<char*>(mapped);
+  const size_t head =
+      rounded_up(reinterpret_cast<uintptr_t>(start)) - reinterpret_cast<uintptr_t>(start);
+  if (head > 0) munmap(start, head);
+  if (taken > head + size) munmap(start + head + size, taken - head - size);
+  madvise(start + head, size, MADV_HUGEPAGE);  // advice only: small pages serve as well
+  return start + head;
+}
+
+void Sys_ReleaseBlock(void* block, size_t bytes) {
+  if (block) munmap(block, rounded_up(bytes));
+}

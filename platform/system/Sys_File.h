@@ -1,0 +1,54 @@
+// Reading files.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <strings/Export.h>
+#include <strings/RWCString.h>
+#include <strings/RWWString.h>
+
+// A file open for reading; closed with this object. Either path separator serves
+// (Sys_NativeFileName). One thread at a time. Nothing throws except for want of
+// memory; a failed call returns false and leaves the reason in `error`: what was
+// tried, the file's name and the system's reason.
+class HALVORIA_API Sys_File {
+ public:
+  Sys_File() = default;
+  ~Sys_File();
+  Sys_File(const Sys_File&) = delete;
+  Sys_File& operator=(const Sys_File&) = delete;
+
+  static bool Exists(const RWWString& name);  // anything of that name, folders too
+
+  // Opens a file, pipe or device; a folder is refused.
+  bool open(const RWWString& name);
+
+  bool is_regular() const { return m_is_regular; }
+  uint64_t size() const { return m_size; }  // when it was opened; 0 for a pipe or device
+  int descriptor() const { return m_descriptor; }
+
+  // Up to `count` bytes from where the last read ended: how many, 0 at the end, -1 on failure.
+  int64_t read(char* buffer, size_t count);
+
+  // Everything from where the last read ended; refused when it is more than `max_bytes`.
+  // `bytes` is left alone on failure. Trusts the bytes that come, not the announced size.
+  bool read_all(std::string& bytes, size_t max_bytes);
+
+  // open and read_all in one.
+  static bool ReadWhole(const RWWString& name, std::string& bytes, size_t max_bytes,
+                        RWCString& error);
+
+  const RWCString& error() const { return m_error; }
+  const RWCString& name() const { return m_name; }  // as the system knows it
+
+ private:
+  bool fail(const char* what);  // with the reason in errno
+  bool fail(const char* what, const char* why);
+
+  int m_descriptor = -1;
+  bool m_is_regular = false;
+  uint64_t m_size = 0;
+  RWCString m_name;
+  RWCString m_error;
+};

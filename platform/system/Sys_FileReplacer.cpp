@@ -1,0 +1,209 @@
+#include <system/Sys_FileReplacer.h>
+
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+#include <system/Sys_FileName.h>
+
+namespace {
+
+constexpr size_t kBufferSize = 256 * 1024;
+constexpr int kMaxLinks = 40;  // as the kernel
+constexpr mode_t kAnyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
+
+// The administrator is stopped by no permission; where nobody may write, neither do we.
+bool may_write(const RWCString& name, mode_t mode) {
+  if ((mode & kAnyWrite) == 0) {
+    errno = EACCES;
+    return false;
+  }
+  return faccessat(AT_FDCWD, name.data(), W_OK, AT_EACCESS) == 0;
+}
+
+// A descriptor that the process was given under a file name, or -1.
+int descriptor_in(const RWCString& name) {
+  int descriptor = -1;
+  int length = 0;
+  for (const char* format : {"/proc/self/fd/%9d%n", "/dev/fd/%9d%n"}) {
+    if (sscanf(name.data(), format, &descriptor, &length) == 1 && name.data()[length] == '\0') {
+      return descriptor;
+    }
+  }
+  return -1;
+}
+
+// ".NAME.XXXXXX.tmp" in the target's folder; a long NAME is cut to what a folder can hold.
+RWCString temporary_name(const RWCString& target) {
+  constexpr char letters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+  std::string name = ".";
+  name += target.subString(target.last('/') + 1, NAME_MAX - 12).view();
+  name += '.';
+  for (int i = 0; i < 6; ++i) name += letters[arc4random_uniform(sizeof letters - 1)];
+  return Sys_FolderOf(target) + "/" + RWCString(name + ".tmp");
+}
+
+}  // namespace
+
+Sys_FileReplacer::~Sys_FileReplacer() { discard(); }
+
+bool Sys_FileReplacer::open(const RWWString& name) {
+  if (!m_error.isNull()) return false;
+  m_target = Sys_NativeFileName(name);
+  if (m_descriptor >= 0) return fail("cannot open", "another file is being written");
+  m_error = Sys_FileNameFault(m_target);
+  if (!m_error.isNull()) return false;
+  m_buffer = std::make_unique<char[]>(kBufferSize);
+  struct stat status;
+  // A pipe or device is opened by the name given: what its links say is no path.
+  if (stat(m_target.data(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+    return open_through();
+  }
+  if (!resolve_links()) return false;
+  if (descriptor_in(m_target) >= 0) return open_through();
+  return check_target() && create_temporary();
+}
+
+// Follows m_target to the file itself, which need not exist yet. Stops at a name of one
+// of our descriptors, which leads to an open file and not to a name that could be replaced.
+bool Sys_FileReplacer::resolve_links() {
+  for (int i = 0; i < kMaxLinks; ++i) {
+    if (descriptor_in(m_target) >= 0) return true;
+    char text[PATH_MAX];
+    const ssize_t length = readlink(m_target.data(), text, sizeof text);
+    if (length < 0) return errno == EINVAL || errno == ENOENT ? true : fail("cannot find");
+    const RWCString link(text, static_cast<size_t>(length));
+    m_target = link(0) == '/' ? link : Sys_FolderOf(m_target) + "/" + link;
+  }
+  errno = ELOOP;
+  return fail("cannot find");
+}
+
+bool Sys_FileReplacer::check_target() {
+  struct stat status;
+  m_target_exists = stat(m_target.data(), &status) == 0;
+  if (!m_target_exists && errno != ENOENT) return fail("cannot find");
+  if (m_target_exists) {
+    if (S_ISDIR(status.st_mode)) return fail("cannot replace", "it is a folder");
+    if (!may_write(m_target, status.st_mode)) {
+      return errno == EACCES ? fail("cannot replace", "it is read-only") : fail("cannot replace");
+    }
+    m_mode = status.st_mode & 07777;
+    m_owner = status.st_uid;
+    m_group = status.st_gid;
+  }
+  const RWCString folder = Sys_FolderOf(m_target);
+  if (stat(folder.data(), &status) != 0) return fail("no folder to write");
+  if (!may_write(folder, status.st_mode)) {
+    return errno == EACCES ? fail("cannot write", "its folder is read-only") : fail("cannot write");
+  }
+  return true;
+}
+
+bool Sys_FileReplacer::open_through() {
+  // Opening a name like /dev/stdout anew would start over at the beginning of the file
+  // behind it, on top of what was written before.
+  const bool linked = m_target == "/dev/stdout" || m_target == "/dev/stderr";
+  const int given = linked ? (m_target == "/dev/stdout" ? 1 : 2) : descriptor_in(m_target);
+  m_descriptor = given >= 0 ? fcntl(given, F_DUPFD_CLOEXEC, 0)
+                            : ::open(m_target.data(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+  return m_descriptor >= 0 || fail("cannot open");
+}
+
+bool Sys_FileReplacer::create_temporary() {
+  constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
+  // A new file gets what the umask and the folder say. One that takes the place of
+  // another is ours alone until it has the old one's permissions.
+  const mode_t mode = m_target_exists ? 0600 : 0666;
+  do {
+    m_temporary = temporary_name(m_target);
+    m_descriptor = ::open(m_temporary.data(), flags, mode);
+  } while (m_descriptor < 0 && errno == EEXIST);
+  if (m_descriptor < 0) {
+    m_temporary.clear();
+    return fail("cannot create a temporary file beside");
+  }
+  if (!m_target_exists) return true;
+  if (fchown(m_descriptor, m_owner, m_group) != 0) {
+    // Only the administrator gives files away; the new file is ours then.
+  }
+  return fchmod(m_descriptor, m_mode) == 0 || fail("cannot keep the permissions of");
+}
+
+bool Sys_FileReplacer::write(std::string_view bytes) {
+  if (m_descriptor < 0) return fail("cannot write", "it is not open");
+  if (bytes.size() > kBufferSize - m_filled && !flush()) return false;
+  if (bytes.size() >= kBufferSize) return write_out(bytes);
+  memcpy(m_buffer.get() + m_filled, bytes.data(), bytes.size());
+  m_filled += bytes.size();
+  return true;
+}
+
+bool Sys_FileReplacer::flush() {
+  const std::string_view filled(m_buffer.get(), m_filled);
+  m_filled = 0;
+  return write_out(filled);
+}
+
+bool Sys_FileReplacer::write_out(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(m_descriptor, bytes.data(), bytes.size());
+    if (written >= 0) {
+      bytes.remove_prefix(static_cast<size_t>(written));
+    } else if (errno != EINTR) {
+      return fail("cannot write");
+    }
+  }
+  return true;
+}
+
+bool Sys_FileReplacer::commit() {
+  if (m_descriptor < 0) return fail("cannot write", "it is not open");
+  if (!flush()) return false;
+  const bool replaces = !m_temporary.isNull();
+  if (replaces && fsync(m_descriptor) != 0) return fail("cannot sync");
+  const int descriptor = m_descriptor;
+  m_descriptor = -1;
+  if (::close(descriptor) != 0) return fail("cannot write");
+  if (!replaces) return true;
+  if (rename(m_temporary.data(), m_target.data()) != 0) return fail("cannot put the new file over");
+  m_temporary.clear();
+  return sync_folder();
+}
+
+// Without it the old file could be back after a loss of power.
+bool Sys_FileReplacer::sync_folder() {
+  const int folder = ::open(Sys_FolderOf(m_target).data(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  // A folder that may be written but not listed, or a file system that cannot sync folders.
+  if (folder < 0 && errno == EACCES) return true;
+  const bool synced = folder >= 0 && (fsync(folder) == 0 || errno == EINVAL || errno == ENOTSUP);
+  const int reason = errno;
+  if (folder >= 0) ::close(folder);
+  errno = reason;
+  return synced || fail("replaced, but cannot sync the folder of");
+}
+
+void Sys_FileReplacer::discard() {
+  if (m_descriptor >= 0) ::close(m_descriptor);
+  if (!m_temporary.isNull()) unlink(m_temporary.data());
+  m_descriptor = -1;
+  m_temporary.clear();
+}
+
+bool Sys_FileReplacer::fail(const char* what) {
+  return fail(what, std::generic_category().message(errno).c_str());
+}
+
+bool Sys_FileReplacer::fail(const char* what, const char* why) {
+  if (m_error.isNull()) m_error = RWCString(what) + " <" + m_target + ">: " + why;
+  discard();
+  return false;
+}

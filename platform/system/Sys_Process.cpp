@@ -1,0 +1,25 @@
+#include <system/Sys_Process.h>
+
+#include <limits.h>
+#include <unistd.h>
+
+static RWCString executable() {
+  char name[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", name, sizeof name);
+  return length > 0 ? RWCString(name, static_cast<size_t>(length)) : RWCString();
+}
+
+RWCString Sys_ComputerName() {
+  char name[HOST_NAME_MAX + 1] = "";
+  if (gethostname(name, sizeof name - 1) != 0) return RWCString();
+  return name;
+}
+
+int Sys_ProcessId() { return getpid(); }
+
+RWWString Sys_ExecutableFile() { return RWWString::fromUTF8(executable()); }
+
+RWCString Sys_ProcessName() {
+  const RWCString file = executable();
+  return file.subString(file.last('/') + 1);  // npos + 1 is 0
+}

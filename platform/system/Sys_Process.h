@@ -1,0 +1,16 @@
+// Who we are: this computer and this process.
+#pragma once
+
+#include <strings/Export.h>
+#include <strings/RWCString.h>
+#include <strings/RWWString.h>
+
+// The computer's name as its administrator set it; empty when the system does not tell.
+HALVORIA_API RWCString Sys_ComputerName();
+
+HALVORIA_API int Sys_ProcessId();
+
+// The program file of this process with its folder, and its bare name; empty when
+// the system does not tell.
+HALVORIA_API RWWString Sys_ExecutableFile();
+HALVORIA_API RWCString Sys_ProcessName();
