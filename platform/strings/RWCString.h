@@ -45,7 +45,9 @@ class HALVORIA_API RWCString {
   // Below, equal to or above zero, as memcmp over the bytes.
   int compareTo(const RWCString& other, caseCompare how = exact) const;
   // Position of the first match at or after `from`, npos when there is none.
-  size_t index(std::string_view pattern, size_t from = 0) const { return m_text.find(pattern, from); }
+  size_t index(std::string_view pattern, size_t from = 0) const {
+    return m_text.find(pattern, from);
+  }
   size_t first(char c, size_t from = 0) const { return m_text.find(c, from); }
   size_t last(char c) const { return m_text.rfind(c); }
   // The bytes from `from`, at most `count` of them; empty beyond the end.
@@ -72,8 +74,12 @@ class HALVORIA_API RWCString {
   friend RWCString operator+(RWCString a, const RWCString& b) { return std::move(a += b.view()); }
   friend RWCString operator+(RWCString a, const char* b) { return std::move(a += b); }
   friend RWCString operator+(RWCString a, char b) { return std::move(a += b); }
-  friend RWCString operator+(const char* a, const RWCString& b) { return std::move(RWCString(a) += b.view()); }
-  friend std::ostream& operator<<(std::ostream& out, const RWCString& text) { return out << text.view(); }
+  friend RWCString operator+(const char* a, const RWCString& b) {
+    return std::move(RWCString(a) += b.view());
+  }
+  friend std::ostream& operator<<(std::ostream& out, const RWCString& text) {
+    return out << text.view();
+  }
 
  private:
   std::string m_text;
@@ -81,5 +87,7 @@ class HALVORIA_API RWCString {
 
 template <>
 struct std::hash<RWCString> {
-  size_t operator()(const RWCString& text) const { return std::hash<std::string_view>()(text.view()); }
+  size_t operator()(const RWCString& text) const {
+    return std::hash<std::string_view>()(text.view());
+  }
 };

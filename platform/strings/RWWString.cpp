@@ -17,14 +17,15 @@ Sequence decode(std::string_view text) {
   const auto tail = [&](size_t i) { return i < text.size() && (byte(i) & 0xC0) == 0x80; };
   const unsigned first = byte(0);
   if (first < 0x80) return {1, first};
-  if (first >= 0xC2 && first <= 0xDF && tail(1)) return {2, (first & 0x1Fu) << 6 | (byte(1) & 0x3Fu)};
+  if (first >= 0xC2 && first <= 0xDF && tail(1))
+    return {2, (first & 0x1Fu) << 6 | (byte(1) & 0x3Fu)};
   if ((first & 0xF0) == 0xE0 && tail(1) && tail(2)) {
     const char32_t point = (first & 0x0Fu) << 12 | (byte(1) & 0x3Fu) << 6 | (byte(2) & 0x3Fu);
     if (point >= 0x800 && (point < 0xD800 || point > 0xDFFF)) return {3, point};
   }
   if ((first & 0xF8) == 0xF0 && tail(1) && tail(2) && tail(3)) {
-    const char32_t point =
-        (first & 0x07u) << 18 | (byte(1) & 0x3Fu) << 12 | (byte(2) & 0x3Fu) << 6 | (byte(3) & 0x3Fu);
+    const char32_t point = (first & 0x07u) << 18 | (byte(1) & 0x3Fu) << 12 |
+                           (byte(2) & 0x3Fu) << 6 | (byte(3) & 0x3Fu);
     if (point >= 0x10000 && point <= 0x10FFFF) return {4, point};
   }
   return {0, 0};

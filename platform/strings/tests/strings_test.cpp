@@ -31,8 +31,9 @@ TEST(RWCString, SubStringBeyondTheEndIsEmpty) {
 }
 
 TEST(RWWString, EveryByteStringSurvivesTheTripThroughWideText) {
-  for (const std::string_view text : {"plain", "M\xC3\xBCnchen", "\xF0\x9F\x99\x82", "\xE2\x82\xAC uro",
-                                      "bad \xFF\xC3 end", "\xED\xA0\x80", "\xC0\xAF", "\xF4\x90\x80\x80"}) {
+  for (const std::string_view text :
+       {"plain", "M\xC3\xBCnchen", "\xF0\x9F\x99\x82", "\xE2\x82\xAC uro", "bad \xFF\xC3 end",
+        "\xED\xA0\x80", "\xC0\xAF", "\xF4\x90\x80\x80"}) {
     EXPECT_EQ(RWWString::fromUTF8(text).toUTF8().view(), text);
   }
   EXPECT_EQ(RWWString::fromUTF8("M\xC3\xBCn").length(), 3u);

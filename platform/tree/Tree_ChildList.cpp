@@ -1,0 +1,310 @@
+#include <tree/Tree_ChildList.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include <tree/Tree_Node.h>
+
+// A list of more than 16 children. A place is not used again until the list is packed,
+// which happens when more than half of it is holes.
+//
+// The index is open addressing over places. An entry whose place became a hole, or
+// whose child got another name, stays until the next packing: the hash beside the
+// place does not match any more, and the search goes on.
+//
+// `live` and `keys` are bit maps of the places. m_sums holds, per block of 64
+// places, Fenwick sums of both, so that a position is found by descending over
+// powers of two and then by counting bits.
+struct Tree_ChildList::Large {
+  struct Sums {
+    uint32_t live = 0;
+    uint32_t keys = 0;
+  };
+  struct Bits {
+    uint64_t live = 0;
+    uint64_t keys = 0;
+  };
+  static constexpr uint32_t kFree = ~0u;
+
+  std::vector<Tree_NodePtr> places;
+  std::vector<uint32_t> hashes;
+  std::vector<uint32_t> index;  // a power of two, at most three quarters in use
+  uint32_t index_used = 0;
+  std::vector<Bits> bits;
+  std::vector<Sums> sums;  // 1-based Fenwick tree over the blocks; sums[0] unused
+
+  explicit Large(uint32_t room) {
+    places.reserve(room);
+    hashes.reserve(room);
+    bits.reserve(room / 64 + 1);
+    sums.reserve(room / 64 + 2);
+    sums.emplace_back();
+    rebuild_index(room);
+  }
+
+  uint32_t size() const { return static_cast<uint32_t>(places.size()); }
+
+  void rebuild_index(uint32_t room) {
+    index.assign(std::bit_ceil(std::max(room, 24u) * 4 / 3 + 1), kFree);
+    index_used = 0;
+    for (uint32_t place = 0; place < size(); ++place) {
+      if (places[place]) enter(place);
+    }
+  }
+  void enter(uint32_t place) {
+    const uint32_t mask = static_cast<uint32_t>(index.size()) - 1;
+    uint32_t at = hashes[place] & mask;
+    while (index[at] != kFree) at = (at + 1) & mask;
+    index[at] = place;
+    ++index_used;
+  }
+  void enter_growing(uint32_t place) {
+    if ((index_used + 1) * 4 > static_cast<uint32_t>(index.size()) * 3) {
+      rebuild_index(size() * 2);  // enters `place`, too
+    } else {
+      enter(place);
+    }
+  }
+
+  void count_block(uint32_t block, int live, int keys) {
+    for (uint32_t i = block + 1; i < sums.size(); i += i & (0 - i)) {
+      sums[i].live += static_cast<uint32_t>(live);
+      sums[i].keys += static_cast<uint32_t>(keys);
+    }
+  }
+  // A new last block starts with the sum of the blocks that its place in the tree covers.
+  void add_block() {
+    bits.emplace_back();
+    const auto i = static_cast<uint32_t>(bits.size());
+    Sums sum;
+    for (uint32_t below = i - 1, stop = i - (i & (0 - i)); below > stop;
+         below -= below & (0 - below)) {
+      sum.live += sums[below].live;
+      sum.keys += sums[below].keys;
+    }
+    sums.push_back(sum);
+  }
+
+  void append(uint32_t hash, bool is_key, Tree_NodePtr child) {
+    const uint32_t place = size();
+    if (place % 64 == 0) add_block();
+    places.push_back(std::move(child));
+    hashes.push_back(hash);
+    bits.back().live |= uint64_t{1} << place % 64;
+    if (is_key) bits.back().keys |= uint64_t{1} << place % 64;
+    count_block(place / 64, 1, is_key);
+    enter_growing(place);
+  }
+
+  Tree_NodePtr take(uint32_t place) {
+    Bits& block = bits[place / 64];
+    const uint64_t bit = uint64_t{1} << place % 64;
+    count_block(place / 64, -1, block.keys & bit ? -1 : 0);
+    block.live &= ~bit;
+    block.keys &= ~bit;
+    return std::exchange(places[place], nullptr);
+  }
+
+  uint32_t next(uint32_t place) const {
+    for (uint32_t block = place / 64; block < bits.size(); ++block, place = block * 64) {
+      const uint64_t rest = bits[block].live >> place % 64;
+      if (rest) return place + static_cast<uint32_t>(std::countr_zero(rest));
+    }
+    return npos;
+  }
+
+  static uint32_t of(const Sums& sum, Kind kind) {
+    return kind == ANY ? sum.live : kind == KEYS ? sum.keys : sum.live - sum.keys;
+  }
+  uint32_t select(Kind kind, uint32_t position) const {
+    uint32_t block = 0;
+    for (auto step = std::bit_floor(static_cast<uint32_t>(bits.size())); step > 0; step /= 2) {
+      if (block + step >= sums.size()) continue;
+      const uint32_t before = of(sums[block + step], kind);
+      if (before > position) continue;
+      position -= before;
+      block += step;
+    }
+    const Bits& b = bits[block];
+    uint64_t rest = kind == ANY ? b.live : kind == KEYS ? b.keys : b.live & ~b.keys;
+    while (position-- > 0) rest &= rest - 1;
+    return block * 64 + static_cast<uint32_t>(std::countr_zero(rest));
+  }
+
+  // Closes the holes.
+  void pack(uint32_t room) {
+    std::vector<Tree_NodePtr> old_places = std::move(places);
+    std::vector<uint32_t> old_hashes = std::move(hashes);
+    std::vector<Bits> old_bits = std::move(bits);
+    *this = Large(room);
+    for (uint32_t place = 0; place < old_places.size(); ++place) {
+      if (!old_places[place]) continue;
+      const bool is_key = old_bits[place / 64].keys >> place % 64 & 1;
+      append(old_hashes[place], is_key, std::move(old_places[place]));
+    }
+  }
+};
+
+Tree_NodePtr* Tree_ChildList::slots() const {
+  return is_large() ? m_large->places.data() : m_slots;
+}
+
+uint32_t Tree_ChildList::next(uint32_t place) const {
+  if (is_large()) return m_large->next(place);
+  return place < m_count ? place : npos;
+}
+
+uint32_t Tree_ChildList::select(Kind kind, uint32_t position) const {
+  if (position >= count(kind)) return npos;
+  if (is_large()) return m_large->select(kind, position);
+  if (kind == ANY) return position;
+  uint32_t rest = kind == KEYS ? m_key_mask : ~uint32_t{m_key_mask};
+  while (position-- > 0) rest &= rest - 1;
+  return static_cast<uint32_t>(std::countr_zero(rest));
+}
+
+uint32_t Tree_ChildList::find(uint32_t hash, std::string_view name) const {
+  if (!is_large()) {
+    const uint32_t* h = hashes();
+    uint32_t place = 0;
+#ifdef __SSE2__
+    const __m128i wanted = _mm_set1_epi32(static_cast<int>(hash));
+    for (; place < m_count; place += 4) {  // the array has room for a multiple of four
+      const __m128i four = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + place));
+      auto hits =
+          static_cast<uint32_t>(_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(four, wanted))));
+      for (; hits; hits &= hits - 1) {
+        const uint32_t hit = place + static_cast<uint32_t>(std::countr_zero(hits));
+        if (hit < m_count && m_slots[hit]->NameView() == name) return hit;
+      }
+    }
+#else
+    for (; place < m_count; ++place) {
+      if (h[place] == hash && m_slots[place]->NameView() == name) return place;
+    }
+#endif
+    return npos;
+  }
+  const Large& list = *m_large;
+  const uint32_t mask = static_cast<uint32_t>(list.index.size()) - 1;
+  for (uint32_t at = hash & mask; list.index[at] != Large::kFree; at = (at + 1) & mask) {
+    const uint32_t place = list.index[at];
+    if (list.hashes[place] != hash) continue;
+    const Tree_NodePtr& child = list.places[place];
+    if (child && child->NameView() == name) return place;
+  }
+  return npos;
+}
+
+void Tree_ChildList::append(uint32_t hash, bool is_key, Tree_NodePtr child) {
+  if (!is_large() && m_count == m_capacity) {
+    m_count < kSmall ? grow_small(m_capacity * 2) : become_large(2 * kSmall);
+  }
+  if (is_large()) {
+    m_large->append(hash, is_key, std::move(child));
+  } else {
+    new (m_slots + m_count) Tree_NodePtr(std::move(child));
+    hashes()[m_count] = hash;
+    if (is_key) m_key_mask = static_cast<uint16_t>(m_key_mask | 1u << m_count);
+  }
+  ++m_count;
+  m_keys += is_key;
+}
+
+Tree_NodePtr Tree_ChildList::take(uint32_t place) {
+  Tree_NodePtr child = take_keeping_places(place);
+  pack_when_sparse();
+  return child;
+}
+
+void Tree_ChildList::pack_when_sparse() {
+  if (is_large() && m_count * 2 < m_large->size()) {
+    if (m_count == 0) return clear();
+    m_large->pack(m_count * 2);
+  }
+}
+
+Tree_NodePtr Tree_ChildList::take_keeping_places(uint32_t place) {
+  --m_count;
+  if (is_large()) {
+    m_keys -= m_large->bits[place / 64].keys >> place % 64 & 1;
+    return m_large->take(place);
+  }
+  Tree_NodePtr child = std::move(m_slots[place]);
+  m_keys -= m_key_mask >> place & 1;
+  const size_t behind = m_count - place;
+  std::memmove(static_cast<void*>(m_slots + place), m_slots + place + 1, behind * sizeof *m_slots);
+  std::memmove(hashes() + place, hashes() + place + 1, behind * sizeof(uint32_t));
+  const uint32_t below = (1u << place) - 1;
+  m_key_mask = static_cast<uint16_t>((m_key_mask & below) | ((m_key_mask >> 1) & ~below));
+  return child;
+}
+
+void Tree_ChildList::rename(uint32_t place, uint32_t hash) {
+  if (!is_large()) {
+    hashes()[place] = hash;
+    return;
+  }
+  m_large->hashes[place] = hash;
+  m_large->enter_growing(place);
+}
+
+void Tree_ChildList::reserve(uint32_t room) {
+  if (is_large() || room <= m_capacity) return;
+  room <= kSmall ? grow_small(room) : become_large(room);
+}
+
+void Tree_ChildList::clear() {
+  if (is_large()) {
+    delete m_large;
+  } else {
+    for (uint32_t i = 0; i < m_count; ++i) m_slots[i].~Tree_NodePtr();
+    std::free(static_cast<void*>(m_slots));
+  }
+  m_slots = nullptr;
+  m_count = m_keys = 0;
+  m_capacity = m_key_mask = 0;
+}
+
+void Tree_ChildList::grow_small(uint32_t capacity) {
+  capacity = std::clamp((capacity + 3) & ~3u, 4u, kSmall);
+  void* memory = std::malloc(capacity * (sizeof(Tree_NodePtr) + sizeof(uint32_t)));
+  if (!memory) throw std::bad_alloc();
+  auto* fresh = static_cast<Tree_NodePtr*>(memory);
+  auto* fresh_hashes = reinterpret_cast<uint32_t*>(fresh + capacity);
+  if (m_count) {
+    std::memcpy(memory, static_cast<const void*>(m_slots), m_count * sizeof *m_slots);
+    std::memcpy(fresh_hashes, hashes(), m_count * sizeof(uint32_t));
+  }
+  std::memset(fresh_hashes + m_count, 0, (capacity - m_count) * sizeof(uint32_t));
+  std::free(static_cast<void*>(m_slots));
+  m_slots = fresh;
+  m_capacity = static_cast<uint16_t>(capacity);
+}
+
+void Tree_ChildList::become_large(uint32_t room) {
+  auto large = std::make_unique<Large>(room);
+  for (uint32_t i = 0; i < m_count; ++i) {
+    large->append(hashes()[i], m_key_mask >> i & 1, std::move(m_slots[i]));
+  }
+  std::free(static_cast<void*>(m_slots));
+  m_large = large.release();
+  m_capacity = kIsLarge;
+  m_key_mask = 0;
+}
+
+uint64_t Tree_ChildList::memory() const {
+  if (!is_large()) return m_capacity * (sizeof(Tree_NodePtr) + sizeof(uint32_t));
+  const Large& l = *m_large;
+  return sizeof l + l.places.capacity() * sizeof(Tree_NodePtr) +
+         (l.hashes.capacity() + l.index.capacity()) * sizeof(uint32_t) +
+         l.bits.capacity() * sizeof(Large::Bits) + l.sums.capacity() * sizeof(Large::Sums);
+}

@@ -1,0 +1,98 @@
+// The ordered children of one key.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include <strings/Export.h>
+#include <thread/ThreadAPI_AutoPtrThreadSafe.h>
+
+class Tree_Node;
+using Tree_NodePtr = ThreadAPI_AutoPtrThreadSafe<Tree_Node>;
+
+// Children in the order in which they were added, found by name or by position among
+// all children, among the keys, or among the values.
+//
+// Up to 16 children are two arrays, pointers and name hashes, searched one by one. Beyond
+// that a Large list takes over: a hash index finds names, a removed child leaves a
+// hole, and a tree of sums over blocks of 64 places finds positions, so that every
+// operation stays at O(log n) or better however the children come and go.
+//
+// Not locked; reading changes nothing, so any number of threads may read.
+class HALVORIA_API Tree_ChildList {
+ public:
+  enum Kind { ANY, KEYS, VALUES };
+  static constexpr uint32_t npos = ~0u;
+
+  Tree_ChildList() = default;
+  Tree_ChildList(const Tree_ChildList&) = delete;
+  Tree_ChildList& operator=(const Tree_ChildList&) = delete;
+  ~Tree_ChildList() { clear(); }
+
+  uint32_t count() const { return m_count; }
+  uint32_t count(Kind kind) const {
+    return kind == ANY ? m_count : kind == KEYS ? m_keys : m_count - m_keys;
+  }
+
+  // Places run from 0 and keep the order of the children; some may be holes. next()
+  // is the first occupied place at or after `place`, npos at the end.
+  uint32_t next(uint32_t place) const;
+  Tree_NodePtr& at(uint32_t place) const { return slots()[place]; }
+  // The place of the child at a 0-based position among those of a kind; npos when
+  // there are not that many.
+  uint32_t select(Kind kind, uint32_t position) const;
+  // The place of the child of that name, npos when there is none. `hash` is Tree_Name's.
+  uint32_t find(uint32_t hash, std::string_view name) const;
+
+  // The caller made sure that no child of that name is there.
+  void append(uint32_t hash, bool is_key, Tree_NodePtr child);
+  // Takes the child out; other children may move to other places.
+  Tree_NodePtr take(uint32_t place);
+  // The child at the place has a new name.
+  void rename(uint32_t place, uint32_t hash);
+  // Makes room for that many children in all.
+  void reserve(uint32_t count);
+  void clear();
+  // Drops every child for which `doomed(child)` is TRUE, in one pass.
+  template <class Test>
+  bool remove_if(Test&& doomed);
+
+  uint64_t memory() const;  // bytes held by the list, nodes not counted
+
+ private:
+  struct Large;
+  static constexpr uint32_t kSmall = 16;
+  static constexpr uint16_t kIsLarge = 0xFFFF;
+
+  Tree_NodePtr* slots() const;
+  uint32_t* hashes() const { return reinterpret_cast<uint32_t*>(m_slots + m_capacity); }
+  bool is_large() const { return m_capacity == kIsLarge; }
+  Tree_NodePtr take_keeping_places(uint32_t place);  // large: leaves a hole
+  void pack_when_sparse();
+  void grow_small(uint32_t capacity);
+  void become_large(uint32_t room);
+
+  union {
+    Tree_NodePtr* m_slots = nullptr;  // small: m_capacity pointers, then as many hashes
+    Large* m_large;
+  };
+  uint32_t m_count = 0;
+  uint32_t m_keys = 0;
+  uint16_t m_capacity = 0;
+  uint16_t m_key_mask = 0;  // small: which places hold keys
+};
+
+template <class Test>
+bool Tree_ChildList::remove_if(Test&& doomed) {
+  const uint32_t before = m_count;
+  for (uint32_t place = next(0); place != npos;) {
+    const bool moves_up = !is_large();
+    const bool goes = doomed(*at(place));
+    if (goes) take_keeping_places(place);
+    place = next(goes && moves_up ? place : place + 1);
+  }
+  pack_when_sparse();
+  return m_count != before;
+}

@@ -1,0 +1,539 @@
+#include <tree/Tree_Node.h>
+
+#include <memory>
+#include <new>
+
+#include <tree/Tree_Walk.h>
+
+Tree_NodePtr Tree_Node::NULL_TREE_NODE_PTR;
+int Tree_Node::TRUE_BOOL = 1;
+constinit Tmr_PoolAllocator Tree_Node::m_NodesPool{sizeof(Tree_Node), 0};
+
+// A million of these stand in memory at once.
+static_assert(sizeof(void*) != 8 || sizeof(Tree_Node) == 48, "the node has grown");
+
+Tree_Node::Tree_Node(std::string_view name) : m_is_leaf(false), m_name(name) { new (&m_key) Key; }
+
+Tree_Node::Tree_Node(std::string_view name, std::string_view text, int is_change)
+    : m_is_leaf(true), m_name(name) {
+  new (&m_value) Tree_Value(text, is_change);
+}
+
+Tree_Node::Tree_Node(std::string_view name, Tree_Value* value)
+    : m_is_leaf(value != nullptr), m_name(name) {
+  const std::unique_ptr<Tree_Value> owned(value);
+  if (owned) {
+    new (&m_value) Tree_Value(std::move(*owned));
+  } else {
+    new (&m_key) Key;
+  }
+}
+
+Tree_Node::Tree_Node(const Tree_Node& other, std::nullptr_t)
+    : ThreadAPI_Counted(), m_is_leaf(other.m_is_leaf), m_name(other.m_name) {
+  if (m_is_leaf) {
+    new (&m_value) Tree_Value(other.m_value);
+  } else {
+    new (&m_key) Key;
+  }
+}
+
+Tree_Node::~Tree_Node() {
+  SetParent(nullptr);
+  if (m_is_leaf) {
+    m_value.~Tree_Value();
+  } else {
+    m_key.~Key();
+  }
+}
+
+// Nodes whose last pointer goes are chained through their parent links, so that
+// dropping a tree takes neither stack nor memory. A child that somebody else holds
+// becomes the top of a tree of its own, unless it hangs under another key already.
+void Tree_Node::Destroy(Tree_Node* node) {
+  node->SetParent(nullptr);
+  for (Tree_Node* chain = node; chain;) {
+    Tree_Node* gone = chain;
+    chain = reinterpret_cast<Tree_Node*>(gone->m_up);
+    gone->m_up = 0;
+    if (!gone->m_is_leaf) {
+      Tree_ChildList& children = gone->m_key;
+      for (uint32_t place = children.next(0); place != Tree_ChildList::npos;
+           place = children.next(place + 1)) {
+        Tree_Node* child = children.at(place).detach();
+        const bool was_ours = child->GetParent() == gone;
+        if (child->count_down()) {
+          child->SetParent(nullptr);
+          child->m_up = reinterpret_cast<uintptr_t>(chain);
+          chain = child;
+        } else if (was_ours) {
+          child->SetParent(nullptr);
+        }
+      }
+    }
+    delete gone;
+  }
+}
+
+int Tree_Node::SetKeyName(const RWCString& name) {
+  if (NameView() == name.view()) return 1;
+  Tree_Node* parent = GetParent();
+  if (parent && (name.isNull() || parent->Child(name))) return 0;
+  const uint32_t place = parent ? parent->place_of(this) : Tree_ChildList::npos;
+  m_name = Tree_Name(name.view());
+  if (place != Tree_ChildList::npos) parent->m_key.rename(place, m_name.hash());
+  return 1;
+}
+
+RWCString Tree_Node::GetPath() const {
+  const Tree_Node* top = this;
+  size_t length = NameView().size();
+  for (; top->GetParent(); top = top->GetParent())
+    length += 1 + top->GetParent()->NameView().size();
+  std::string path = top->GetVirtualParentPath().str();
+  if (!path.empty()) path += '\\';
+  path.resize(path.size() + length);
+  size_t end = path.size();
+  for (const Tree_Node* node = this;; node = node->GetParent()) {
+    const std::string_view name = node->NameView();
+    end -= name.size();
+    name.copy(path.data() + end, name.size());
+    if (node == top) return path;
+    path[--end] = '\\';
+  }
+}
+
+void Tree_Node::SetParent(Tree_Node* parent) {
+  if (m_up & kVirtual) delete reinterpret_cast<RWCString*>(m_up & ~kVirtual);
+  m_up = reinterpret_cast<uintptr_t>(parent);
+}
+
+RWCString Tree_Node::GetVirtualParentPath() const {
+  return m_up & kVirtual ? *reinterpret_cast<const RWCString*>(m_up & ~kVirtual) : RWCString();
+}
+
+void Tree_Node::SetVirtualParentPath(const RWCString& path) {
+  if (GetParent()) return;
+  auto* copy = path.isNull() ? nullptr : new RWCString(path);
+  SetParent(nullptr);
+  if (copy) m_up = reinterpret_cast<uintptr_t>(copy) | kVirtual;
+}
+
+Tree_NodePtr& Tree_Node::GetChildAt(int index) {
+  const uint32_t place = m_is_leaf || index < 0
+                             ? Tree_ChildList::npos
+                             : m_key.select(Tree_ChildList::ANY, static_cast<uint32_t>(index));
+  return place == Tree_ChildList::npos ? NULL_TREE_NODE_PTR : m_key.at(place);
+}
+
+int Tree_Node::Add(const Tree_NodePtr& child) {
+  if (!child || m_is_leaf || child->NameView().empty() || Child(child->NameView())) return 0;
+  if (child->GetChildCount() > 0) {
+    for (const Tree_Node* above = this; above; above = above->GetParent()) {
+      if (above == child.get()) return 0;
+    }
+  }
+  const Tree_NodePtr keep = child;  // may be a reference into the list it leaves
+  if (Tree_Node* before = keep->GetParent()) before->Remove(keep);
+  adopt(keep);
+  return 1;
+}
+
+void Tree_Node::adopt(Tree_NodePtr child) {
+  child->SetParent(this);
+  Tree_Node* raw = child.get();
+  m_key.append(raw->m_name.hash(), !raw->m_is_leaf, std::move(child));
+}
+
+uint32_t Tree_Node::place_of(const Tree_Node* child) const {
+  if (m_is_leaf || !child) return Tree_ChildList::npos;
+  const uint32_t place = m_key.find(child->m_name.hash(), child->NameView());
+  const bool is_it = place != Tree_ChildList::npos && m_key.at(place).get() == child;
+  return is_it ? place : Tree_ChildList::npos;
+}
+
+void Tree_Node::orphan(uint32_t place) {
+  const Tree_NodePtr child = m_key.take(place);
+  if (child->GetParent() == this) child->SetParent(nullptr);
+}
+
+int Tree_Node::Remove(const Tree_NodePtr& child) {
+  const uint32_t place = place_of(child.get());
+  if (place == Tree_ChildList::npos) return 0;
+  orphan(place);
+  return 1;
+}
+
+int Tree_Node::Remove(const RWCString& name) {
+  const uint32_t place = place_of(Child(name));
+  if (place == Tree_ChildList::npos) return 0;
+  orphan(place);
+  return 1;
+}
+
+Tree_NodePtr Tree_Node::Get(const RWCString& name, const Tree_NodePtr&) const {
+  return Child(name);
+}
+
+int Tree_Node::GetNodeNum() const {
+  int count = 0;
+  for (Tree_Walk walk(const_cast<Tree_Node*>(this)); walk; walk.Next()) ++count;
+  return count;
+}
+
+uint64_t Tree_Node::GetTotalSize() const {
+  uint64_t size = 0;
+  for (Tree_Walk walk(const_cast<Tree_Node*>(this)); walk; walk.Next()) {
+    size += sizeof(Tree_Node);
+    size += walk->m_is_leaf ? walk->m_value.OutsideSize() : walk->m_key.memory();
+  }
+  return size;
+}
+
+Tree_Node* Tree_Node::Child(std::string_view name) const {
+  if (m_is_leaf || m_key.count() == 0) return nullptr;
+  const uint32_t place = m_key.find(Tree_Name::HashOf(name), name);
+  return place == Tree_ChildList::npos ? nullptr : m_key.at(place).get();
+}
+
+Tree_Node* Tree_Node::Find(std::string_view path) const {
+  auto* node = const_cast<Tree_Node*>(this);
+  std::string_view name;
+  for (Tree_PathWalk walk(path); node && walk.Next(name);) node = node->Child(name);
+  return node;
+}
+
+Tree_NodePtr Tree_Node::GetRelativeNode(const Tree_Path& path, const Tree_NodePtr&) const {
+  return Find(path.GetText());
+}
+
+Tree_NodePtr Tree_Node::GetRelativeSubTree(const Tree_Path& path, const Tree_NodePtr&) const {
+  return Find(path.GetText());
+}
+
+Tree_NodePtr& Tree_Node::slot_of(Tree_Node* child) const {
+  const Tree_Node* parent = child ? child->GetParent() : nullptr;
+  const uint32_t place = parent ? parent->place_of(child) : Tree_ChildList::npos;
+  return place == Tree_ChildList::npos ? NULL_TREE_NODE_PTR : parent->m_key.at(place);
+}
+
+Tree_NodePtr& Tree_Node::GetRelativeSubTreeByRef(const Tree_Path& path, Tree_NodePtr& self) const {
+  Tree_Node* found = Find(path.GetText());
+  return found == this ? self : slot_of(found);
+}
+
+Tree_NodePtr& Tree_Node::GetRelativeSubTreeByRef(const RWCString& path, int index,
+                                                 const Tree_NodePtr&) const {
+  const Tree_Node* key = Find(path);
+  if (!key || key->m_is_leaf || index < 0) return NULL_TREE_NODE_PTR;
+  const uint32_t place = key->m_key.select(Tree_ChildList::KEYS, static_cast<uint32_t>(index));
+  return place == Tree_ChildList::npos ? NULL_TREE_NODE_PTR : key->m_key.at(place);
+}
+
+Tree_NodePtr Tree_Node::GetOrCreateRelativeNode(const Tree_Path& path, const Tree_NodePtr&) {
+  Tree_Node* node = this;
+  std::string_view name;
+  for (Tree_PathWalk walk(path.GetText()); !node->m_is_leaf && walk.Next(name);) {
+    Tree_Node* child = node->Child(name);
+    if (!child) {
+      child = new Tree_Node(name);
+      node->adopt(child);
+    }
+    node = child;
+  }
+  return node;
+}
+
+RWCString Tree_Node::GetValue(const RWCString& path, const Tree_NodePtr&) const {
+  const Tree_Node* found = Find(path);
+  return found ? found->GetText() : std::string_view();
+}
+
+// The value at a position under the key at a path, null when there is none.
+static const Tree_Node* value_at(const Tree_Node& node, std::string_view path, int index) {
+  const Tree_Node* key = node.Find(path);
+  const Tree_ChildList* children = key ? key->Children() : nullptr;
+  if (!children || index < 0) return nullptr;
+  const uint32_t place = children->select(Tree_ChildList::VALUES, static_cast<uint32_t>(index));
+  return place == Tree_ChildList::npos ? nullptr : children->at(place).get();
+}
+
+RWCString Tree_Node::GetValue(const RWCString& path, int index, const Tree_NodePtr&) const {
+  const Tree_Node* value = value_at(*this, path, index);
+  return value ? value->GetText() : std::string_view();
+}
+
+RWCString Tree_Node::GetValueName(const RWCString& path, int index, const Tree_NodePtr&) const {
+  const Tree_Node* value = value_at(*this, path, index);
+  return value ? value->NameView() : std::string_view();
+}
+
+static int child_count(const Tree_Node* key, Tree_ChildList::Kind kind) {
+  const Tree_ChildList* children = key ? key->Children() : nullptr;
+  return children ? static_cast<int>(children->count(kind)) : 0;
+}
+
+int Tree_Node::GetValueNum(const RWCString& path, const Tree_NodePtr&) const {
+  return child_count(Find(path), Tree_ChildList::VALUES);
+}
+
+int Tree_Node::GetSubTreeNum(const RWCString& path, const Tree_NodePtr&) const {
+  return child_count(Find(path), Tree_ChildList::KEYS);
+}
+
+int Tree_Node::GetSubTreeEntriesCount(const RWCString& path, const Tree_NodePtr&) const {
+  const Tree_Node* key = Find(path);
+  return key ? key->GetNodeNum() - 1 : 0;
+}
+
+String_Arr* Tree_Node::GetSubTreePaths(const RWCString& path, const Tree_NodePtr&) const {
+  const Tree_Node* key = Find(path);
+  const Tree_ChildList* children = key ? key->Children() : nullptr;
+  if (!children) return nullptr;
+  auto names =
+      std::make_unique<String_Arr>(static_cast<int>(children->count(Tree_ChildList::KEYS)));
+  for (uint32_t place = children->next(0); place != Tree_ChildList::npos;
+       place = children->next(place + 1)) {
+    if (!children->at(place)->IsLeaf()) names->AddStr(children->at(place)->NameView());
+  }
+  return names.release();
+}
+
+Tree_PathAndValueArray* Tree_Node::GetSubTreeValues(const RWCString& path,
+                                                    const Tree_NodePtr&) const {
+  const Tree_Node* key = Find(path);
+  const Tree_ChildList* children = key ? key->Children() : nullptr;
+  if (!children) return nullptr;
+  auto records = std::make_unique<Tree_PathAndValueArray>(
+      static_cast<int>(children->count(Tree_ChildList::VALUES)));
+  int index = 0;
+  for (uint32_t place = children->next(0); place != Tree_ChildList::npos;
+       place = children->next(place + 1)) {
+    const Tree_Node& child = *children->at(place);
+    if (child.IsLeaf()) records->SetPV(index++, child.GetKeyName(), RWCString(child.GetText()));
+  }
+  return records.release();
+}
+
+String_Arr* Tree_Node::Search(const RWCString& name, const Tree_NodePtr&, int relative) const {
+  auto paths = std::make_unique<String_Arr>();
+  const RWCString own_path = GetPath();
+  const std::string_view prefix = own_path.view().substr(0, own_path.length() - NameView().size());
+  Tree_PathsWalk walk(const_cast<Tree_Node*>(this),
+                      prefix.empty() ? prefix : prefix.substr(0, prefix.size() - 1));
+  const size_t strip = relative ? walk.Path().size() + 1 : 0;
+  for (walk.Next(); walk; walk.Next()) {
+    if (walk->NameView() == name.view()) paths->AddStr(std::string_view(walk.Path()).substr(strip));
+  }
+  return paths.release();
+}
+
+// Copies go key by key: a copied key waits on the list until its children are copied.
+void Tree_Node::copy_children(const Tree_Node& from, Tree_Node& to) {
+  std::vector<std::pair<const Tree_Node*, Tree_Node*>> keys{{&from, &to}};
+  while (!keys.empty()) {
+    const auto [source, copy] = keys.back();
+    keys.pop_back();
+    const Tree_ChildList& children = source->m_key;
+    copy->m_key.reserve(children.count());
+    for (uint32_t place = children.next(0); place != Tree_ChildList::npos;
+         place = children.next(place + 1)) {
+      const Tree_Node& child = *children.at(place);
+      auto* fresh = new Tree_Node(child, nullptr);
+      copy->adopt(fresh);
+      if (!child.IsEmpty()) keys.emplace_back(&child, fresh);
+    }
+  }
+}
+
+// The node and everything below it, without a virtual parent path.
+Tree_NodePtr Tree_Node::copy_of(const Tree_Node& node) {
+  Tree_NodePtr copy = new Tree_Node(node, nullptr);
+  if (!node.IsEmpty()) copy_children(node, *copy);
+  return copy;
+}
+
+Tree_NodePtr Tree_Node::DuplicateFromHereDown(bool) const {
+  Tree_NodePtr copy = copy_of(*this);
+  copy->SetVirtualParentPath(GetParent() ? GetParent()->GetPath() : GetVirtualParentPath());
+  return copy;
+}
+
+void Tree_Node::ChangeTreeNodePtrProtection(Tree_NodePtr& node, int& flag) {
+  if (!node) return;
+  node.SetOwning(flag);
+  for (Tree_Walk walk(node.get()); walk; walk.Next()) {
+    const Tree_ChildList* children = walk->Children();
+    if (!children) continue;
+    for (uint32_t place = children->next(0); place != Tree_ChildList::npos;
+         place = children->next(place + 1)) {
+      children->at(place).SetOwning(flag);
+    }
+  }
+}
+
+void Tree_Node::overlay_children(Tree_Node& base, const Tree_Node& overlay, bool deep) {
+  std::vector<std::pair<Tree_Node*, const Tree_Node*>> keys{{&base, &overlay}};
+  while (!keys.empty()) {
+    const auto [to, from] = keys.back();
+    keys.pop_back();
+    const Tree_ChildList& children = from->m_key;
+    for (uint32_t place = children.next(0); place != Tree_ChildList::npos;
+         place = children.next(place + 1)) {
+      const Tree_Node& child = *children.at(place);
+      const uint32_t there = to->m_key.find(child.m_name.hash(), child.NameView());
+      if (there == Tree_ChildList::npos) {
+        to->adopt(copy_of(child));
+        continue;
+      }
+      Tree_Node& present = *to->m_key.at(there);
+      if (present.m_is_leaf && child.m_is_leaf) {
+        present.m_value = child.m_value;
+      } else if (deep && !present.m_is_leaf && !child.m_is_leaf) {
+        keys.emplace_back(&present, &child);
+      } else {
+        to->orphan(there);
+        to->adopt(copy_of(child));
+      }
+    }
+  }
+}
+
+static Tree_NodePtr duplicate(const Tree_NodePtr& node) {
+  return node ? node->DuplicateFromHereDown(true) : Tree_NodePtr();
+}
+
+Tree_NodePtr Tree_Node::Merge(const Tree_NodePtr& base, const Tree_NodePtr& overlay) {
+  if (!base || !overlay) return duplicate(base ? base : overlay);
+  if (base->m_is_leaf || overlay->m_is_leaf) {  // nothing to merge into: the overlay holds
+    Tree_NodePtr copy = duplicate(overlay);
+    copy->SetKeyName(base->GetKeyName());
+    return copy;
+  }
+  Tree_NodePtr merged = duplicate(base);
+  overlay_children(*merged, *overlay, true);
+  return merged;
+}
+
+Tree_NodePtr Tree_Node::MergeOneLevel(const Tree_NodePtr& base, const Tree_NodePtr& overlay) {
+  if (!base || !overlay || base->m_is_leaf || overlay->m_is_leaf) return Merge(base, overlay);
+  Tree_NodePtr merged = duplicate(base);
+  overlay_children(*merged, *overlay, false);
+  return merged;
+}
+
+// The copies of the keys on the way are made when the first changed value is met.
+Tree_NodePtr Tree_Node::GetChangesTreeNode(const Tree_NodePtr& node) {
+  if (!node) return nullptr;
+  if (node->m_is_leaf)
+    return node->m_value.IsChange() ? node->DuplicateFromHereDown(true) : Tree_NodePtr();
+  Tree_NodePtr changes;
+  std::vector<Tree_Node*> originals, copies;  // the way down to the current node
+  for (Tree_Walk walk(node.get()); walk; walk.Next()) {
+    originals.resize(walk.Depth());
+    if (copies.size() > walk.Depth()) copies.resize(walk.Depth());
+    if (!walk->m_is_leaf) {
+      originals.push_back(*walk);
+      continue;
+    }
+    if (!walk->m_value.IsChange()) continue;
+    while (copies.size() < originals.size()) {
+      Tree_NodePtr copy = new Tree_Node(*originals[copies.size()], nullptr);
+      Tree_Node* raw = copy.get();
+      copies.empty() ? void(changes = std::move(copy)) : copies.back()->adopt(std::move(copy));
+      copies.push_back(raw);
+    }
+    copies.back()->adopt(new Tree_Node(**walk, nullptr));
+  }
+  if (changes) {
+    changes->SetVirtualParentPath(node->GetParent() ? node->GetParent()->GetPath()
+                                                    : node->GetVirtualParentPath());
+  }
+  return changes;
+}
+
+// Keys in tree order, then from the last back to the first: children before parents.
+bool Tree_Node::RemoveEmptyBranches() {
+  std::vector<Tree_Node*> keys;
+  for (Tree_Walk walk(this); walk; walk.Next()) {
+    if (!walk->m_is_leaf) keys.push_back(*walk);
+  }
+  bool removed = false;
+  for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
+    removed |= (*key)->m_key.remove_if([](Tree_Node& child) {
+      if (child.m_is_leaf || !child.IsEmpty()) return false;
+      child.SetParent(nullptr);
+      return true;
+    });
+  }
+  return removed;
+}
+
+void Tree_Node::ConvertTreeNodeToVec(const Tree_NodePtr& node, const RWCString& path,
+                                     Tmr_PtrSortedVector<Tree_NodeInfo>* records) {
+  std::vector<Tree_NodeInfo*> plain;
+  ConvertTreeToSimpleVec(node, path, &plain);
+  for (Tree_NodeInfo* record : plain) records->append(record);
+  records->sort();
+}
+
+void Tree_Node::ConvertTreeToSimpleVec(const Tree_NodePtr& node, const RWCString& path,
+                                       std::vector<Tree_NodeInfo*>* records) {
+  for (Tree_PathsWalk walk(node.get(), path); walk; walk.Next()) {
+    const Tree_Value* value = walk->GetTreeValue();
+    records->push_back(new Tree_NodeInfo(RWCString(walk.Path()), RWCString(walk->GetText()),
+                                         value ? value->IsChange() : 0));
+  }
+}
+
+// Records come with parents before children and siblings together, so the parent of
+// a record is nearly always on the way to the record before it.
+Tree_NodePtr Tree_Node::BuildSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>* records,
+                                     const RWCString& root_path) const {
+  if (!records) return nullptr;
+  const size_t cut = root_path.last('\\');
+  Tree_NodePtr top = new Tree_Node(root_path.view().substr(cut == RWCString::npos ? 0 : cut + 1));
+  top->SetVirtualParentPath(root_path);
+  struct Open {
+    Tree_Node* key;
+    size_t length;  // of the key's path
+  };
+  std::vector<Open> way{{top.get(), 0}};
+  std::string_view last;
+  for (size_t i = 0; i < records->entries(); ++i) {
+    const Tree_NodeInfo& record = *(*records)[i];
+    const std::string_view path = record.PathView();
+    while (way.size() > 1) {  // close the keys that this record is not below
+      const size_t length = way.back().length;
+      if (path.size() > length && path[length] == '\\' &&
+          path.substr(0, length) == last.substr(0, length))
+        break;
+      way.pop_back();
+    }
+    last = path;
+    Tree_PathWalk rest(path.substr(way.back().length));
+    std::string_view name;
+    while (rest.Next(name)) {
+      Tree_Node* parent = way.back().key;
+      if (parent->m_is_leaf) return nullptr;
+      Tree_Node* child = parent->Child(name);
+      const bool is_value = rest.Rest().empty() && !record.ValueView().empty();
+      if (child && is_value && child->m_is_leaf) {
+        child->m_value.SetText(record.ValueView());
+      } else if (child && (is_value || child->m_is_leaf)) {
+        return nullptr;
+      } else if (!child) {
+        child = is_value ? new Tree_Node(name, record.ValueView(), record.IsChange())
+                         : new Tree_Node(name);
+        parent->adopt(child);
+      }
+      if (!is_value)
+        way.push_back({child, static_cast<size_t>(name.data() + name.size() - path.data())});
+    }
+  }
+  return top;
+}
+
+void Tree_Node::InitNodesPool(int count) {
+  if (count > 0) m_NodesPool.Reserve(static_cast<size_t>(count));
+}

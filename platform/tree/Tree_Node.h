@@ -1,0 +1,200 @@
+// The node of the configuration tree.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include <strings/Export.h>
+#include <strings/RWCString.h>
+#include <thread/ThreadAPI_AutoPtrThreadSafe.h>
+#include <tree/String_Arr.h>
+#include <tree/Tree_ChildList.h>
+#include <tree/Tree_Name.h>
+#include <tree/Tree_NodeInfo.h>
+#include <tree/Tree_Path.h>
+#include <tree/Tree_PathAndValueArray.h>
+#include <tree/Tree_Value.h>
+#include <utility/Tmr_PoolAllocator.h>
+#include <utility/Tmr_PtrSortedVector.h>
+
+// A key (with children) or a value (a leaf with a text). Whether a node is a key or
+// a value is settled when it is made.
+//
+// Ownership: a node lives while a Tree_NodePtr refers to it; a key's child list holds its
+// children, a child does not hold its parent. A node hangs under at most one key.
+// Operations that return a tree "of its own" return copies that share nothing.
+//
+// Threads: any number of threads may read a tree and copy and drop pointers into it; a
+// thread that changes a tree, or drops the last pointer to its top, must be the only one
+// that uses it at that time.
+//
+// Paths are relative to the node called on; the empty path names the node itself and
+// empty components are passed over. Names are compared byte for byte. Nothing is logged;
+// what is not there comes back as a null pointer, an empty string or 0. No operation
+// recurses, whatever the depth of the tree.
+//
+// Arguments named `self` are the pointer that holds the node the call is made on.
+class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
+ public:
+  static Tree_NodePtr NULL_TREE_NODE_PTR;  // what operations returning a reference give for nothing
+  static int TRUE_BOOL;                    // 1
+  static Tmr_PoolAllocator m_NodesPool;
+
+  explicit Tree_Node(std::string_view name);
+  // A value node; takes ownership of the value (null makes a key). The value moves into
+  // the node: use GetTreeValue() afterwards.
+  Tree_Node(std::string_view name, Tree_Value* value);
+  Tree_Node(std::string_view name, std::string_view text, int is_change);
+  Tree_Node(const Tree_Node&) = delete;
+  Tree_Node& operator=(const Tree_Node&) = delete;
+
+  // Identity
+  RWCString GetKeyName() const { return NameView(); }
+  std::string_view NameView() const { return m_name.view(); }
+  // Renames the node in place. Refused (FALSE) when a sibling has the name already, or
+  // when a child would get the empty name.
+  int SetKeyName(const RWCString& name);
+  // The virtual parent path of the top of its tree, when there is one, then the names from
+  // the top down to this node, joined by backslashes.
+  RWCString GetPath() const;
+  Tree_Node* GetParent() const {
+    return m_up & kVirtual ? nullptr : reinterpret_cast<Tree_Node*>(m_up);
+  }
+  // The link only, the parent's child list stays as it is. Drops a virtual parent path.
+  void SetParent(Tree_Node* parent);
+  // Of the top node of a detached tree: the path of the key it hangs under in the
+  // full tree. Empty on a node that has a parent, where setting it does nothing.
+  RWCString GetVirtualParentPath() const;
+  void SetVirtualParentPath(const RWCString& path);
+  int GetNodeId() const { return m_is_leaf ? -1 : m_key.id; }
+  void SetNodeId(int id) {
+    if (!m_is_leaf) m_key.id = id;
+  }
+
+  // Children, in order
+  int GetChildCount() const { return m_is_leaf ? 0 : static_cast<int>(m_key.count()); }
+  // The child at a 0-based position; NULL_TREE_NODE_PTR out of range.
+  Tree_NodePtr& GetChildAt(int index);
+  // Appends the child, taking it from the key it hung under before. Refused (FALSE): a null
+  // child, a value as parent, a name that is empty or already there, a child that holds this node.
+  int Add(const Tree_NodePtr& child);
+  // TRUE when a child was removed. It no longer has a parent.
+  int Remove(const Tree_NodePtr& child);
+  int Remove(const RWCString& name);
+  Tree_NodePtr Get(const RWCString& name, const Tree_NodePtr& self) const;
+  static Tree_Node* Get(const RWCString& name, Tree_Node* node) {
+    return node ? node->Child(name) : nullptr;
+  }
+  bool IsLeaf() const { return m_is_leaf; }
+  int IsEmpty() const { return GetChildCount() == 0; }
+  // NULL for a key. Owned by the node.
+  Tree_Value* GetTreeValue() { return m_is_leaf ? &m_value : nullptr; }
+  const Tree_Value* GetTreeValue() const { return m_is_leaf ? &m_value : nullptr; }
+  // The text of a value, empty for a key; valid until the node is changed or goes.
+  std::string_view GetText() const { return m_is_leaf ? m_value.GetText() : std::string_view(); }
+  // Of the subtree rooted here, this node included: nodes, bytes of memory.
+  int GetNodeNum() const;
+  uint64_t GetTotalSize() const;
+
+  // The raw walk under all lookups: counts no references and allocates nothing.
+  Tree_Node* Child(std::string_view name) const;
+  Tree_Node* Find(std::string_view path) const;
+  const Tree_ChildList* Children() const { return m_is_leaf ? nullptr : &m_key; }
+
+  // Lookups by path
+  Tree_NodePtr GetRelativeNode(const Tree_Path& path, const Tree_NodePtr& self) const;
+  Tree_NodePtr GetRelativeSubTree(const Tree_Path& path, const Tree_NodePtr& self) const;
+  Tree_NodePtr& GetRelativeSubTreeByRef(const Tree_Path& path, Tree_NodePtr& self) const;
+  // The key at a 0-based position among the keys directly under the key at the path.
+  Tree_NodePtr& GetRelativeSubTreeByRef(const RWCString& path, int index,
+                                        const Tree_NodePtr& self) const;
+  // Makes each missing component a key. The result can be an existing value: the walk
+  // ends at the first one it meets.
+  Tree_NodePtr GetOrCreateRelativeNode(const Tree_Path& path, const Tree_NodePtr& self);
+  RWCString GetValue(const RWCString& path, const Tree_NodePtr& self) const;
+  // Text and name of the value at a 0-based position among the values directly under
+  // the key at the path.
+  RWCString GetValue(const RWCString& path, int index, const Tree_NodePtr& self) const;
+  RWCString GetValueName(const RWCString& path, int index, const Tree_NodePtr& self) const;
+  // Values, keys directly under the key at the path.
+  int GetValueNum(const RWCString& path, const Tree_NodePtr& self) const;
+  int GetSubTreeNum(const RWCString& path, const Tree_NodePtr& self) const;
+  // All keys and values below the key at the path, the key itself not counted.
+  int GetSubTreeEntriesCount(const RWCString& path, const Tree_NodePtr& self) const;
+  // Names of the keys, records of the values (path: the name), directly under the key at
+  // the path; NULL when there is no such key. The caller deletes the result.
+  String_Arr* GetSubTreePaths(const RWCString& path, const Tree_NodePtr& self) const;
+  Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path, const Tree_NodePtr& self) const;
+  // Paths of all keys and values below this node that have the name, in tree order:
+  // relative to this node when `relative` is not 0, else full paths. Never NULL; the caller
+  // deletes the result.
+  String_Arr* Search(const RWCString& name, const Tree_NodePtr& self, int relative) const;
+
+  // Whole trees
+  // A deep copy, a tree of its own. Its virtual parent path is the path of this node's
+  // parent, so that GetPath of the copy is the path of the original.
+  Tree_NodePtr DuplicateFromHereDown(bool) const;
+  // Sets the owning flag of the pointer and of all nodes below it.
+  static void ChangeTreeNodePtrProtection(Tree_NodePtr& node, int& flag);
+  // The union of both trees, a tree of its own named like the base: keys present in both
+  // are merged, everything else present in both is taken from the overlay. A null argument
+  // yields a copy of the other.
+  static Tree_NodePtr Merge(const Tree_NodePtr& base, const Tree_NodePtr& overlay);
+  // The same for the direct children of the two roots only: a child present in both is the
+  // overlay's.
+  static Tree_NodePtr MergeOneLevel(const Tree_NodePtr& base, const Tree_NodePtr& overlay);
+  // A tree of its own with the values whose is-change flag is 1 and the keys on the way to
+  // them; null when there are none.
+  static Tree_NodePtr GetChangesTreeNode(const Tree_NodePtr& node);
+  // Removes every key below this node that has no value anywhere beneath it. TRUE when
+  // something was removed.
+  bool RemoveEmptyBranches();
+
+  // Flat records
+  // One record a node, the top node first, with full paths under `path`.
+  static void ConvertTreeNodeToVec(const Tree_NodePtr& node, const RWCString& path,
+                                   Tmr_PtrSortedVector<Tree_NodeInfo>* records);
+  static void ConvertTreeToSimpleVec(const Tree_NodePtr& node, const RWCString& path,
+                                     std::vector<Tree_NodeInfo*>* records);
+  // A tree of its own from sorted records with paths relative to the root path. The top
+  // node is named by the root path's last component and keeps the whole root path as its
+  // virtual parent path. Keys that have no record are made; of two records of one value the
+  // later holds. Null when a record lies below a value, or names both a key and a value.
+  Tree_NodePtr BuildSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>* records,
+                            const RWCString& root_path) const;
+
+  // Has room for that many nodes at hand.
+  static void InitNodesPool(int count);
+
+  static void* operator new(size_t) { return m_NodesPool.Allocate(); }
+  static void operator delete(void* node) { m_NodesPool.Release(node); }
+
+ private:
+  friend class ThreadAPI_AutoPtrThreadSafe<Tree_Node>;
+  static constexpr uintptr_t kVirtual = 1;  // tag of m_up: a virtual parent path, not a parent
+
+  struct Key : Tree_ChildList {  // inherits, so that the id takes the list's padding
+    int id = -1;
+  };
+
+  Tree_Node(const Tree_Node& other, std::nullptr_t);  // same name, and same value, no children
+  ~Tree_Node();
+  static void Destroy(Tree_Node* node);
+
+  Tree_NodePtr& slot_of(Tree_Node* child) const;
+  uint32_t place_of(const Tree_Node* child) const;
+  void adopt(Tree_NodePtr child);  // a fresh node whose name is not there yet
+  void orphan(uint32_t place);
+  static void copy_children(const Tree_Node& from, Tree_Node& to);
+  static Tree_NodePtr copy_of(const Tree_Node& node);
+  static void overlay_children(Tree_Node& base, const Tree_Node& overlay, bool deep);
+
+  bool m_is_leaf;      // shares the word of the count
+  uintptr_t m_up = 0;  // the parent, or a tagged pointer to an owned RWCString
+  Tree_Name m_name;
+  union {
+    Key m_key;
+    Tree_Value m_value;
+  };
+};

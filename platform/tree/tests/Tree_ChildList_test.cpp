@@ -1,0 +1,96 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include <tree/Tree_Node.h>
+
+namespace {
+
+// The same list as a plain vector, against which every answer is compared.
+struct Model {
+  struct Child {
+    std::string name;
+    bool is_key;
+  };
+  std::vector<Child> children;
+
+  std::vector<std::string> names(Tree_ChildList::Kind kind) const {
+    std::vector<std::string> out;
+    for (const Child& c : children) {
+      if (kind == Tree_ChildList::ANY || (kind == Tree_ChildList::KEYS) == c.is_key)
+        out.push_back(c.name);
+    }
+    return out;
+  }
+};
+
+Tree_NodePtr make(const std::string& name, bool is_key) {
+  return is_key ? new Tree_Node(name) : new Tree_Node(name, "text", 0);
+}
+
+void compare(const Tree_ChildList& list, const Model& model) {
+  for (const auto kind : {Tree_ChildList::ANY, Tree_ChildList::KEYS, Tree_ChildList::VALUES}) {
+    const std::vector<std::string> names = model.names(kind);
+    ASSERT_EQ(list.count(kind), names.size());
+    for (uint32_t i = 0; i < names.size(); ++i) {
+      const uint32_t place = list.select(kind, i);
+      ASSERT_EQ(list.at(place)->NameView(), names[i]);
+      ASSERT_EQ(list.find(Tree_Name::HashOf(names[i]), names[i]), place);
+    }
+    ASSERT_EQ(list.select(kind, static_cast<uint32_t>(names.size())), Tree_ChildList::npos);
+  }
+  size_t seen = 0;
+  for (uint32_t p = list.next(0); p != Tree_ChildList::npos; p = list.next(p + 1)) {
+    ASSERT_EQ(list.at(p)->NameView(), model.children[seen++].name);
+  }
+  ASSERT_EQ(seen, model.children.size());
+}
+
+class Agreement : public testing::TestWithParam<int> {};
+
+TEST_P(Agreement, WithAPlainVectorThroughRandomChanges) {
+  std::mt19937 random(static_cast<unsigned>(GetParam()));
+  const auto below = [&](size_t n) { return static_cast<size_t>(random() % n); };
+  Tree_ChildList list;
+  Model model;
+  int serial = 0;
+  // Grows and shrinks in turns, through the border between the two layouts and back.
+  for (int step = 0; step < 3000; ++step) {
+    const size_t limit = step / 500 % 2 ? 5 : static_cast<size_t>(GetParam());
+    const size_t n = model.children.size();
+    if (n < limit || (n > 0 && below(10) < 2)) {
+      const std::string name = "n" + std::to_string(serial++);
+      const bool is_key = below(3) == 0;
+      list.append(Tree_Name::HashOf(name), is_key, make(name, is_key));
+      model.children.push_back({name, is_key});
+    } else if (n > 0 && below(4) == 0) {
+      const size_t i = below(n);
+      const std::string name = "r" + std::to_string(serial++);
+      const uint32_t place = list.select(Tree_ChildList::ANY, static_cast<uint32_t>(i));
+      list.at(place)->SetKeyName(name);
+      list.rename(place, Tree_Name::HashOf(name));
+      model.children[i].name = name;
+    } else if (n > 0) {
+      const size_t i = below(n);
+      const Tree_NodePtr taken =
+          list.take(list.select(Tree_ChildList::ANY, static_cast<uint32_t>(i)));
+      ASSERT_EQ(taken->NameView(), model.children[i].name);
+      model.children.erase(model.children.begin() + static_cast<long>(i));
+    }
+    if (step % 97 == 0) compare(list, model);
+  }
+  const bool removed =
+      list.remove_if([](const Tree_Node& child) { return child.NameView().back() % 2 == 0; });
+  const size_t before = model.children.size();
+  std::erase_if(model.children, [](const Model::Child& c) { return c.name.back() % 2 == 0; });
+  EXPECT_EQ(removed, before != model.children.size());
+  compare(list, model);
+  list.remove_if([](const Tree_Node&) { return true; });
+  compare(list, {});
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, Agreement, testing::Values(3, 15, 17, 40, 200, 1000));
+
+}  // namespace
