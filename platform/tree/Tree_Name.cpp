@@ -1,7 +1,6 @@
 #include <tree/Tree_Name.h>
 
 #include <array>
-#include <cstddef>
 #include <mutex>
 #include <new>
 #include <unordered_set>
@@ -15,10 +14,9 @@ struct Hash {
 };
 struct Equal {
   using is_transparent = void;
-  static std::string_view view(const Tree_Name::Text* text) { return {text->bytes, text->length}; }
   bool operator()(const Tree_Name::Text* a, const Tree_Name::Text* b) const { return a == b; }
-  bool operator()(const Tree_Name::Text* a, std::string_view b) const { return view(a) == b; }
-  bool operator()(std::string_view a, const Tree_Name::Text* b) const { return view(b) == a; }
+  bool operator()(const Tree_Name::Text* a, std::string_view b) const { return a->view() == b; }
+  bool operator()(std::string_view a, const Tree_Name::Text* b) const { return b->view() == a; }
 };
 
 // Names are spread over parts by their hash, so that threads which build trees at
@@ -47,9 +45,9 @@ Tree_Name::Tree_Name(std::string_view text) {
     m_text->count.fetch_add(1, std::memory_order_relaxed);
     return;
   }
-  void* memory = ::operator new(offsetof(Text, bytes) + text.size() + 1);
-  m_text = new (memory) Text{{1}, hash, text.size(), {}};
-  text.copy(m_text->bytes, text.size());
+  void* memory = ::operator new(sizeof(Text) + text.size());
+  m_text = new (memory) Text{{1}, hash, text.size()};
+  text.copy(reinterpret_cast<char*>(m_text + 1), text.size());
   part.names.insert(m_text);
 }
 

@@ -61,7 +61,7 @@ class HALVORIA_API Tree_Name {
     if (m_text) drop();
   }
 
-  std::string_view view() const { return {m_text->bytes, m_text->length}; }
+  std::string_view view() const { return m_text->view(); }
   // The lower half of Tree_HashText, what child lists are searched by.
   uint32_t hash() const { return m_text->hash; }
   static uint32_t HashOf(std::string_view text) {
@@ -70,11 +70,11 @@ class HALVORIA_API Tree_Name {
 
   friend bool operator==(const Tree_Name& a, const Tree_Name& b) { return a.m_text == b.m_text; }
 
-  struct Text {
+  struct Text {  // the bytes stand right behind
     std::atomic<uint32_t> count;
     uint32_t hash;
     uint64_t length;
-    char bytes[1];  // `length` of them
+    std::string_view view() const { return {reinterpret_cast<const char*>(this + 1), length}; }
   };
 
  private:
