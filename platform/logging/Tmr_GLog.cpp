@@ -65,7 +65,7 @@ bool Tmr_GLog::replace_settings(const Log_Settings& settings) {
   std::unique_ptr<Log_Sink> sink = Log_Sink::open(settings, why);
   const bool is_open = sink != nullptr;
   if (!is_open) {
-    complain("messages go to standard error, " + why);
+    complain("the output can't be opened and messages go to standard error: " + why);
     sink = Log_Sink::open(Log_Settings(), why);
   }
   State& s = state();
