@@ -1,0 +1,29 @@
+# The library with its headers, the CMake package HalvoriaCFG and cfg.pc for pkg-config.
+include(CMakePackageConfigHelpers)
+
+set(HALVORIA_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/halvoria)
+set(HALVORIA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/HalvoriaCFG)
+
+install(TARGETS CFG EXPORT HalvoriaCFG
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  INCLUDES DESTINATION ${HALVORIA_INCLUDE_DIR})
+install(DIRECTORY inc/ DESTINATION ${HALVORIA_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
+# Of the platform, the libraries that the public headers include.
+foreach(library strings thread utility tree)
+  install(DIRECTORY platform/${library} DESTINATION ${HALVORIA_INCLUDE_DIR}
+    FILES_MATCHING PATTERN "*.h" PATTERN tests EXCLUDE)
+endforeach()
+
+install(EXPORT HalvoriaCFG NAMESPACE HalvoriaCFG:: DESTINATION ${HALVORIA_PACKAGE_DIR}
+  FILE HalvoriaCFGTargets.cmake)
+file(WRITE ${CMAKE_BINARY_DIR}/HalvoriaCFGConfig.cmake
+  "include(\${CMAKE_CURRENT_LIST_DIR}/HalvoriaCFGTargets.cmake)\n")
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/HalvoriaCFGConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/HalvoriaCFGConfig.cmake ${CMAKE_BINARY_DIR}/HalvoriaCFGConfigVersion.cmake
+  DESTINATION ${HALVORIA_PACKAGE_DIR})
+
+# Found from where the file lies, so that an installed tree can be moved.
+file(RELATIVE_PATH HALVORIA_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(cmake/cfg.pc.in ${CMAKE_BINARY_DIR}/cfg.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/cfg.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

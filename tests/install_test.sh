@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# A small program outside the repository builds and runs against the installed package,
+# found by CMake and by pkg-config.
+# usage: install_test.sh SOURCE-FOLDER BUILD-FOLDER
+set -euo pipefail
+source=$1 build=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+cp -r "$source/examples/first_program" "$work/program"
+cp "$source/examples/installation.xml" "$work/"
+printf 'cfg_type = file\nxml_file = %s/installation.xml\nlocal_host_ip = 127.0.0.1\n' "$work" >"$work/params.txt"
+expected=$("$work/prefix/bin/cfg" --file "$work/installation.xml" get 'halvoria\system\nodes\archive\properties\inet_address')
+[ -n "$expected" ]
+
+check() {
+  local got
+  got=$(LD_LIBRARY_PATH=$(dirname "$(find "$work/prefix" -name libCFG.so | head -n 1)") "$1" "$work/params.txt")
+  [ "$got" = "$expected" ] || { echo "$2: got '$got', expected '$expected'" >&2; exit 1; }
+  echo "$2: $got"
+}
+
+cmake -S "$work/program" -B "$work/by-cmake" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+cmake --build "$work/by-cmake" >/dev/null
+check "$work/by-cmake/first_program" CMake
+
+PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name cfg.pc)")
+export PKG_CONFIG_PATH
+# shellcheck disable=SC2046
+g++ -std=c++17 "$work/program/first_program.cpp" $(pkg-config --cflags --libs cfg) -o "$work/by-pkg-config"
+check "$work/by-pkg-config" pkg-config
