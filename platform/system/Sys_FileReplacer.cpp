@@ -18,16 +18,6 @@ namespace {
 
 constexpr size_t kBufferSize = 256 * 1024;
 constexpr int kMaxLinks = 40;  // as the kernel
-constexpr mode_t kAnyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
-
-// The administrator is stopped by no permission; where nobody may write, neither do we.
-bool may_write(const RWCString& name, mode_t mode) {
-  if ((mode & kAnyWrite) == 0) {
-    errno = EACCES;
-    return false;
-  }
-  return faccessat(AT_FDCWD, name.data(), W_OK, AT_EACCESS) == 0;
-}
 
 // A descriptor that the process was given under a file name, or -1.
 int descriptor_in(const RWCString& name) {
@@ -93,19 +83,20 @@ bool Sys_FileReplacer::check_target() {
   if (!m_target_exists && errno != ENOENT) return fail("cannot find");
   if (m_target_exists) {
     if (S_ISDIR(status.st_mode)) return fail("cannot replace", "it is a folder");
-    if (!may_write(m_target, status.st_mode)) {
-      return errno == EACCES ? fail("cannot replace", "it is read-only") : fail("cannot replace");
-    }
+    if (!may_write(m_target, status.st_mode, "it is read-only")) return false;
     m_mode = status.st_mode & 07777;
     m_owner = status.st_uid;
     m_group = status.st_gid;
   }
   const RWCString folder = Sys_FolderOf(m_target);
   if (stat(folder.data(), &status) != 0) return fail("no folder to write");
-  if (!may_write(folder, status.st_mode)) {
-    return errno == EACCES ? fail("cannot write", "its folder is read-only") : fail("cannot write");
-  }
-  return true;
+  return may_write(folder, status.st_mode, "its folder is read-only");
+}
+
+// The administrator is stopped by no permission; where nobody may write, neither do we.
+bool Sys_FileReplacer::may_write(const RWCString& name, unsigned mode, const char* read_only) {
+  if ((mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0) return fail("cannot replace", read_only);
+  return faccessat(AT_FDCWD, name.data(), W_OK, AT_EACCESS) == 0 || fail("cannot replace");
 }
 
 bool Sys_FileReplacer::open_through() {

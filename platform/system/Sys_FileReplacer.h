@@ -47,6 +47,7 @@ class HALVORIA_API Sys_FileReplacer {
  private:
   bool resolve_links();
   bool check_target();
+  bool may_write(const RWCString& name, unsigned mode, const char* read_only);
   bool open_through();
   bool create_temporary();
   bool flush();
