@@ -23,8 +23,9 @@ struct Tmr_PoolAllocator::Block {
 namespace {
 constexpr size_t kBlockSize = 2u << 20;
 constexpr size_t kHeader = 64;
-constexpr size_t kBatch = 128;        // slots moved between a thread and the pool at once
-constexpr size_t kKept = 4 * kBatch;  // a thread that holds more gives some back
+constexpr size_t kBatch = 128;  // slots moved between a thread and the pool at once
+// A thread that holds more gives some back; unused where the general heap serves.
+[[maybe_unused]] constexpr size_t kKept = 4 * kBatch;
 }  // namespace
 
 // What a thread keeps of every pool. The chains are plain data and stay usable while
