@@ -171,7 +171,8 @@ uint32_t Tree_ChildList::select(Kind kind, uint32_t position) const {
   return static_cast<uint32_t>(std::countr_zero(rest));
 }
 
-uint32_t Tree_ChildList::find(uint32_t hash, std::string_view name) const {
+uint32_t Tree_ChildList::find(uint64_t name_hash, std::string_view name) const {
+  const auto hash = static_cast<uint32_t>(name_hash);
   if (!is_large()) {
     const uint32_t* h = hashes();
     uint32_t place = 0;
@@ -204,7 +205,8 @@ uint32_t Tree_ChildList::find(uint32_t hash, std::string_view name) const {
   return npos;
 }
 
-void Tree_ChildList::append(uint32_t hash, bool is_key, Tree_NodePtr child) {
+void Tree_ChildList::append(uint64_t name_hash, bool is_key, Tree_NodePtr child) {
+  const auto hash = static_cast<uint32_t>(name_hash);
   if (!is_large() && m_count == m_capacity) {
     m_count < kSmall ? grow_small(m_capacity * 2) : become_large(2 * kSmall);
   }
@@ -248,7 +250,8 @@ Tree_NodePtr Tree_ChildList::take_keeping_places(uint32_t place) {
   return child;
 }
 
-void Tree_ChildList::rename(uint32_t place, uint32_t hash) {
+void Tree_ChildList::rename(uint32_t place, uint64_t name_hash) {
+  const auto hash = static_cast<uint32_t>(name_hash);
   if (!is_large()) {
     hashes()[place] = hash;
     return;

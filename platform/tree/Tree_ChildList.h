@@ -43,15 +43,15 @@ class HALVORIA_API Tree_ChildList {
   // The place of the child at a 0-based position among those of a kind; npos when
   // there are not that many.
   uint32_t select(Kind kind, uint32_t position) const;
-  // The place of the child of that name, npos when there is none. `hash` is Tree_Name's.
-  uint32_t find(uint32_t hash, std::string_view name) const;
+  // The place of the child of that name, npos when there is none. Hashes are Tree_Hash::Text's.
+  uint32_t find(uint64_t hash, std::string_view name) const;
 
   // The caller made sure that no child of that name is there.
-  void append(uint32_t hash, bool is_key, Tree_NodePtr child);
+  void append(uint64_t hash, bool is_key, Tree_NodePtr child);
   // Takes the child out; other children may move to other places.
   Tree_NodePtr take(uint32_t place);
   // The child at the place has a new name.
-  void rename(uint32_t place, uint32_t hash);
+  void rename(uint32_t place, uint64_t hash);
   // Makes room for that many children in all.
   void reserve(uint32_t count);
   void clear();

@@ -3,6 +3,7 @@
 #include <array>
 #include <mutex>
 #include <new>
+#include <stdexcept>
 #include <unordered_set>
 
 namespace {
@@ -10,7 +11,7 @@ namespace {
 struct Hash {
   using is_transparent = void;
   size_t operator()(const Tree_Name::Text* text) const { return text->hash; }
-  size_t operator()(std::string_view text) const { return Tree_Name::HashOf(text); }
+  size_t operator()(std::string_view text) const { return Tree_Hash::Text(text); }
 };
 struct Equal {
   using is_transparent = void;
@@ -28,16 +29,17 @@ struct Part {
 constexpr size_t kParts = 32;
 
 // Never destroyed: trees held by static objects drop their names late.
-Part& part_of(uint32_t hash) {
+Part& part_of(uint64_t hash) {
   static auto* const parts = new std::array<Part, kParts>;
-  return (*parts)[hash >> 27];
+  return (*parts)[hash >> 59];
 }
-static_assert(kParts == 1u << (32 - 27));
+static_assert(kParts == 1u << (64 - 59));
 
 }  // namespace
 
 Tree_Name::Tree_Name(std::string_view text) {
-  const uint32_t hash = HashOf(text);
+  if (text.size() > UINT32_MAX) throw std::length_error("Tree_Name");
+  const uint64_t hash = Tree_Hash::Text(text);
   Part& part = part_of(hash);
   const std::lock_guard lock(part.mutex);
   if (const auto found = part.names.find(text); found != part.names.end()) {
@@ -46,7 +48,7 @@ Tree_Name::Tree_Name(std::string_view text) {
     return;
   }
   void* memory = ::operator new(sizeof(Text) + text.size());
-  m_text = new (memory) Text{{1}, hash, text.size()};
+  m_text = new (memory) Text{{1}, static_cast<uint32_t>(text.size()), hash};
   text.copy(reinterpret_cast<char*>(m_text + 1), text.size());
   part.names.insert(m_text);
 }

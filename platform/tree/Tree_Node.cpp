@@ -192,7 +192,7 @@ uint64_t Tree_Node::GetTotalSize() const {
 
 Tree_Node* Tree_Node::Child(std::string_view name) const {
   if (m_is_leaf || m_key.count() == 0) return nullptr;
-  const uint32_t place = m_key.find(Tree_Name::HashOf(name), name);
+  const uint32_t place = m_key.find(Tree_Hash::Text(name), name);
   return place == Tree_ChildList::npos ? nullptr : m_key.at(place).get();
 }
 

@@ -37,7 +37,7 @@ void compare(const Tree_ChildList& list, const Model& model) {
     for (uint32_t i = 0; i < names.size(); ++i) {
       const uint32_t place = list.select(kind, i);
       ASSERT_EQ(list.at(place)->NameView(), names[i]);
-      ASSERT_EQ(list.find(Tree_Name::HashOf(names[i]), names[i]), place);
+      ASSERT_EQ(list.find(Tree_Hash::Text(names[i]), names[i]), place);
     }
     ASSERT_EQ(list.select(kind, static_cast<uint32_t>(names.size())), Tree_ChildList::npos);
   }
@@ -63,14 +63,14 @@ TEST_P(Agreement, WithAPlainVectorThroughRandomChanges) {
     if (n < limit || (n > 0 && below(10) < 2)) {
       const std::string name = "n" + std::to_string(serial++);
       const bool is_key = below(3) == 0;
-      list.append(Tree_Name::HashOf(name), is_key, make(name, is_key));
+      list.append(Tree_Hash::Text(name), is_key, make(name, is_key));
       model.children.push_back({name, is_key});
     } else if (n > 0 && below(4) == 0) {
       const size_t i = below(n);
       const std::string name = "r" + std::to_string(serial++);
       const uint32_t place = list.select(Tree_ChildList::ANY, static_cast<uint32_t>(i));
       list.at(place)->SetKeyName(name);
-      list.rename(place, Tree_Name::HashOf(name));
+      list.rename(place, Tree_Hash::Text(name));
       model.children[i].name = name;
     } else if (n > 0) {
       const size_t i = below(n);
