@@ -1,0 +1,531 @@
+#include <CFG/CFG_ServicesImp.h>
+
+#include <atomic>
+#include <charconv>
+#include <cstring>
+#include <memory>
+
+#include <CFG/CFG_SubTree.h>
+#include <CFG/detail/actual_path.h>
+#include <CFG/detail/blob_format.h>
+#include <CFG/detail/path_validation.h>
+#include <CFG/detail/paths.h>
+#include <CFG/detail/properties.h>
+#include <CFG/detail/search_rule.h>
+#include <i18n/I18n_ConvertUtils.h>
+#include <i18n/I18n_DecimalConvertUtils.h>
+#include <logging/Logger.h>
+#include <system/Sys_File.h>
+#include <utility/Tmr_Base64Utils.h>
+#include <utility/Tmr_SocketWrapper.h>
+
+using SubTreePtr = std::unique_ptr<CFG_SubTree>;
+
+namespace {
+
+constexpr Log_Logger logger("src/CFG/CFG_ServicesImp", 502);
+
+constexpr size_t longest_blob = 0x7FFFFFFF;  // what an int says
+
+std::atomic<int> monitor_mode{0};
+std::atomic<bool> monitor_active{false};
+
+bool is_equal_ignoring_case(const RWCString& a, const RWCString& b) {
+  return a.compareTo(b, RWCString::ignoreCase) == 0;
+}
+
+// The number at the start of a text: white space, a sign, digits, and whatever follows them.
+// False when there are no digits or an int has no room for them.
+bool read_leading_integer(std::string_view text, int& number) {
+  const size_t start = text.find_first_not_of(" \t\n\v\f\r");
+  if (start == text.npos) return false;
+  text.remove_prefix(start);
+  if (text.front() == '+') text.remove_prefix(text.substr(1, 1) == "-" ? 0 : 1);
+  return std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc();
+}
+
+}  // namespace
+
+// --- search rules ----------------------------------------------------------------------------
+
+int CFG_ServicesImp::CheckSearchRule(const char* caller, const RWCString& path,
+                                     const char** search_rule, int search_num) {
+  if (search_num <= 0) {
+    return logger.reject(FALSE, "%s for path <%s>: search_num must be more then 0 , return NULL\n",
+                         caller, path);
+  }
+  if (!search_rule) {
+    return logger.reject(FALSE, "%s for path <%s>: search_rule is NULL , return NULL\n", caller,
+                         path);
+  }
+  return TRUE;
+}
+
+Tree_ValueAndPath* CFG_ServicesImp::GetValue(RWCString name, const char** search_rule,
+                                             int search_num) {
+  constexpr char op[] = "GetValue(const RWCString name,const char ** search_rule,int search_num)";
+  if (name.isNull()) {
+    return logger.reject(nullptr, "%s : value_name is an empty string , return NULL\n", op);
+  }
+  if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
+  const cfg::search_rule rule(search_rule, search_num);
+  for (int i = 0; i < rule.count(); ++i) {
+    const RWCString text = GetValue(rule.candidate(i, name));
+    if (!text.isNull()) return new Tree_ValueAndPath(rule.prefix(i), text);
+  }
+  return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : value not found , return NULL\n", op);
+}
+
+CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rule, int search_num) {
+  constexpr char op[] = "GetSubTree(const RWCString name,const char ** search_rule,int search_num)";
+  if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
+  const cfg::search_rule rule(search_rule, search_num);
+  for (int i = 0; i < rule.count(); ++i) {
+    RWCString candidate = rule.candidate(i, name);
+    if (CFG_SubTree* found = GetSubTree(candidate)) return found;
+  }
+  return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : sub tree not found , return NULL\n", op);
+}
+
+CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rule, int merge,
+                                         int search_num) {
+  if (!merge) return GetSubTree(name, search_rule, search_num);
+  constexpr char op[] =
+      "GetSubTree(const RWCString name,const char ** search_rule,T_Bool merge,int search_num)";
+  if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
+  const cfg::search_rule rule(search_rule, search_num);
+  Tree_NodePtr merged;
+  for (int i = 0; i < rule.count(); ++i) {
+    const Tree_NodePtr found = GetTreeNode(rule.candidate(i, name));
+    if (!found || found->IsLeaf()) continue;
+    merged = merged ? Tree_Node::Merge(found, merged) : found;
+  }
+  if (!merged) {
+    return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : sub tree not found , return NULL\n",
+                            op);
+  }
+  Tree_Node::ChangeTreeNodePtrProtection(merged, Tree_Node::TRUE_BOOL);
+  return new CFG_SubTree(merged);
+}
+
+// --- values ------------------------------------------------------------------------------------
+
+RWCString CFG_ServicesImp::GetValue(RWCString path, RWCString default_value) {
+  RWCString text = GetValue(path);
+  return text.isNull() ? default_value : text;
+}
+
+int* CFG_ServicesImp::GetIntegerValue(RWCString path) {
+  const RWCString text = GetValue(path);
+  if (text.isNull()) {
+    return logger.reject_at(
+        LOG_LEVEL_TRACE, nullptr,
+        "GetIntegerValue(const RWCString path) : path %s does not exist, return NULL\n", path);
+  }
+  int number = 0;
+  const bool is_number = read_leading_integer(text, number) && (number != 0 || text == "0");
+  if (!is_number) {
+    return logger.reject(
+        nullptr,
+        "GetIntegerValue(const RWCString path) : path %s does not represent an int, return NULL\n",
+        path);
+  }
+  return new int(number);
+}
+
+int* CFG_ServicesImp::GetIntegerValue(RWCString path, int default_value) {
+  int* number = GetIntegerValue(std::move(path));
+  return number ? number : new int(default_value);
+}
+
+int CFG_ServicesImp::GetIntegerValueWrapper(const RWCString& path, int default_value) {
+  const std::unique_ptr<int> number(GetIntegerValue(path));
+  return number ? *number : default_value;
+}
+
+int* CFG_ServicesImp::GetBooleanValue(RWCString path) {
+  const RWCString text = GetValue(path);
+  if (text.isNull()) {
+    return logger.reject_at(
+        LOG_LEVEL_TRACE, nullptr,
+        "GetBooleanValue(const RWCString path) : path %s does not exist, return NULL\n", path);
+  }
+  return new int(is_equal_ignoring_case(text, "true"));
+}
+
+bool CFG_ServicesImp::GetBooleanValueWrapper(const RWCString& path, bool default_value) {
+  const std::unique_ptr<int> answer(GetBooleanValue(path));
+  return answer ? *answer == 1 : default_value;
+}
+
+double* CFG_ServicesImp::GetDoubleValue(RWCString path) {
+  return new double(I18n_DecimalConvertUtils::AnyLocaleStrToDouble(GetValue(path)));
+}
+
+double* CFG_ServicesImp::GetDoubleValue(RWCString path, double default_value) {
+  const RWCString text = GetValue(path);
+  return new double(text.isNull() ? default_value
+                                  : I18n_DecimalConvertUtils::AnyLocaleStrToDouble(text));
+}
+
+double CFG_ServicesImp::GetDoubleValueWrapper(const RWCString& path, double default_value) {
+  return *std::unique_ptr<double>(GetDoubleValue(path, default_value));
+}
+
+int CFG_ServicesImp::SetIntegerValue(RWCString path, int value) {
+  return SetValue(path, RWCString(std::to_string(value)));
+}
+
+int CFG_ServicesImp::SetDoubleValue(RWCString path, double value) {
+  return SetValue(path, I18n_ConvertUtils::Double2DicomLocaleStrNum(value, 3));
+}
+
+String_Arr* CFG_ServicesImp::Search(RWCString name, RWCString path) {
+  const RWCString actual_name = change_string_with_properties(name);
+  const RWCString actual_path = change_string_with_properties(path);
+  if (actual_name.isNull()) {
+    return logger.reject(nullptr,
+                         "Search(const RWCString _name,const RWCString _path)\n : name is ampty "
+                         "string, return NULL");
+  }
+  return SearchKeyOrValueName(actual_name, actual_path);
+}
+
+int CFG_ServicesImp::SetKeyName(RWCString path, RWCString key_name) {
+  const RWCString actual_name = change_string_with_properties(key_name);
+  if (actual_name.isNull()) {
+    return logger.reject(
+        FALSE,
+        "SetKeyName(const RWCString _path,const RWCString _key_name) : key_name is an empty "
+        "string,return FALSE\n");
+  }
+  return SetOrRanameKeyName(change_string_with_properties(path), actual_name);
+}
+
+int CFG_ServicesImp::SynchronizeSubTree(String_Arr*, const RWCString&) { return TRUE; }
+
+// --- properties ----------------------------------------------------------------------------------
+
+int CFG_ServicesImp::SetProperty(RWCString property_name, RWCString property_value) {
+  constexpr char op[] = "SetProperty(const RWCString property_name,const RWCString property_value)";
+  if (property_name.isNull()) {
+    return logger.reject(FALSE, "%s : property_name is empty string,return FALSE\n", op);
+  }
+  if (property_value.isNull()) {
+    return logger.reject(FALSE, "%s : property_value is empty string,return FALSE\n", op);
+  }
+  const std::string_view before =
+      cfg::PropertiesWrapper::of_process().set(property_name, property_value);
+  if (!before.empty()) logger.trace("property exist with the another value %s\n", before);
+  return TRUE;
+}
+
+RWCString CFG_ServicesImp::GetProperty(RWCString property_name) {
+  if (property_name.isNull()) {
+    return logger.reject(
+        RWCString(),
+        "GetProperty(const RWCString property_name)\n : property_name is an empty string, "
+        "return empty string\n");
+  }
+  return cfg::PropertiesWrapper::of_process().find(property_name);
+}
+
+RWCString CFG_ServicesImp::change_string_with_properties(const RWCString& text) {
+  return cfg::actual_path(text).copy();
+}
+
+void CFG_ServicesImp::tolower(RWCString& text) {
+  std::string lowered = text.str();
+  cfg::to_lower(lowered);
+  text = std::move(lowered);
+}
+
+int CFG_ServicesImp::IsMappingExist() {
+  const RWCString mapping = GetProperty("mapping");
+  return mapping.isNull() || is_equal_ignoring_case(mapping, "exist");
+}
+
+int CFG_ServicesImp::IsItServer() {
+  return is_equal_ignoring_case(GetProperty("client_or_server"), "server");
+}
+
+RWCString CFG_ServicesImp::GetLocalHostIP() { return GetProperty("local_host_ip"); }
+RWCString CFG_ServicesImp::GetLocalHostName() { return GetProperty("current_node"); }
+RWCString CFG_ServicesImp::GetIPv6HostIP() { return RWCString(); }
+
+Tmr_ValHashMap<RWCString, RWCString, Tmr_DefaultHash<RWCString>>& CFG_ServicesImp::prop() {
+  static Tmr_ValHashMap<RWCString, RWCString, Tmr_DefaultHash<RWCString>> map(1024);
+  return map;
+}
+
+void CFG_ServicesImp::SetMonitorConnSupport(const RWCString& mode) {
+  monitor_mode = mode == "log" ? 1 : mode == "stack" ? 2 : mode == "exit" ? 3 : 0;
+}
+void CFG_ServicesImp::SetMonitorConnActive(bool active) { monitor_active = active; }
+int CFG_ServicesImp::GetMonitorConnStatus() { return monitor_active ? monitor_mode.load() : 0; }
+
+// --- path validation -----------------------------------------------------------------------------
+
+int CFG_ServicesImp::IsValidPath(const RWCString& path, const char* caller) {
+  return !cfg::is_path_validation_on() || cfg::is_well_formed(path, caller);
+}
+
+void CFG_ServicesImp::InitValidatePathProperties() {
+  const RWCString text =
+      GetValue("halvoria\\system\\applications\\central_configuration\\validate_path");
+  const bool is_off = text.view().substr(0, 1) == "0" || is_equal_ignoring_case(text, "false");
+  cfg::set_path_validation(!is_off);
+}
+
+// --- subtree writes ------------------------------------------------------------------------------
+
+int CFG_ServicesImp::IsSubTreeValidWithLog(const char* caller, CFG_SubTree* sub_tree,
+                                           const RWCString& path, Tree_NodePtr& data,
+                                           RWCString& key_name) {
+  if (!sub_tree) {
+    return logger.reject(FALSE, "%s  for path <%s>: sub_tree is NULL, return FALSE\n", caller,
+                         path);
+  }
+  const Tree_NodePtr root = sub_tree->GetData();
+  if (!root) {
+    return logger.reject(FALSE, "%s  for path <%s>, sub_tree data is null, return FALSE\n", caller,
+                         path);
+  }
+  if (root->NameView().empty()) {
+    return logger.reject(FALSE, "%s : sub_tree key name is null, return FALSE\n", caller);
+  }
+  data = root;
+  key_name = root->GetKeyName();
+  return TRUE;
+}
+
+int CFG_ServicesImp::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path, int merge) {
+  constexpr char op[] = "AddOrReplaceSubTree with merge";
+  logger.info("Start %s for path <%s> merge (%d)\n", op, path, merge);
+  const RWCString actual = change_string_with_properties(path);
+  if (!merge) return AddOrReplaceSubTree(sub_tree, actual);
+  if (!IsValidPath(actual, op)) return FALSE;
+  Tree_NodePtr data;
+  RWCString key_name;
+  if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
+  const SubTreePtr existing(GetSubTree(cfg::join(actual, key_name)));
+  Tree_NodePtr written =
+      existing ? Tree_Node::Merge(existing->GetData(), data) : data->DuplicateFromHereDown(TRUE);
+  return WriteSubTree(written, actual);
+}
+
+int CFG_ServicesImp::AddMoreInfoToSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+  constexpr char op[] =
+      "CFG_ServicesImp::AddMoreInfoToSubTree(CFG_SubTree * sub_tree,const RWCString & path)";
+  logger.info("Start %s for path <%s>\n", op, path);
+  const RWCString actual = change_string_with_properties(path);
+  Tree_NodePtr data;
+  RWCString key_name;
+  if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
+  const SubTreePtr existing(GetSubTree(cfg::join(actual, key_name)));
+  Tree_NodePtr written =
+      existing ? Tree_Node::Merge(data, existing->GetData()) : data->DuplicateFromHereDown(TRUE);
+  return WriteSubTree(written, actual);
+}
+
+int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+  constexpr char op[] = "SetSubTree(CFG_SubTree * sub_tree,const RWCString & path)";
+  Tree_NodePtr data;
+  RWCString key_name;
+  if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
+  const RWCString actual = change_string_with_properties(path);
+  Tree_NodePtr changes = Tree_Node::GetChangesTreeNode(data);
+  if (changes) return WriteSubTree(changes, actual);
+  logger.trace("%s, no changes in sub_tree, delete it\n", op);
+  DeleteSubTree(cfg::join(actual, key_name));
+  return FALSE;
+}
+
+int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path, int merge) {
+  if (!merge) return SetSubTree(sub_tree, path);
+  constexpr char op[] = "SetSubTree(CFG_SubTree * sub_tree,const RWCString & path,T_Bool merge)";
+  Tree_NodePtr data;
+  RWCString key_name;
+  if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
+  const Tree_NodePtr changes = Tree_Node::GetChangesTreeNode(data);
+  if (!changes) {
+    return logger.reject_at(LOG_LEVEL_TRACE, TRUE, "%s : no change is given sub tree, return\n",
+                            op);
+  }
+  const RWCString actual = change_string_with_properties(path);
+  const SubTreePtr existing(GetSubTree(cfg::join(actual, key_name)));
+  Tree_NodePtr written = existing ? Tree_Node::Merge(existing->GetData(), changes) : changes;
+  return WriteSubTree(written, actual);
+}
+
+// --- blobs
+// -----------------------------------------------------------------------------------------
+
+bool CFG_ServicesImp::WriteBlobFromBuffer(const char* path, char* buffer, int length, bool base64,
+                                          RWCString encoding) {
+  constexpr char op[] = "WriteBlobFromBuffer";
+  if (length < 0 || (length > 0 && !buffer)) {
+    return logger.reject(false, "%s : path <%s>, buffer of %d bytes is not valid, return FALSE\n",
+                         op, path, length);
+  }
+  const RWCString whole(path);
+  const cfg::split_path where(whole);
+  const RWCString text = base64 ? Tmr_Base64Utils::Encode(buffer, length, false)
+                                : RWCString(buffer, static_cast<size_t>(length));
+
+  CFG_SubTree blob{where.has_parent ? RWCString(where.name) : RWCString()};
+  const Tree_NodePtr key = blob.GetData();
+  std::string_view rest = text;
+  int chunks = 0;
+  while (!rest.empty()) {
+    const std::string_view chunk = cfg::first_chunk(rest, !base64);
+    key->Add(new Tree_Node(cfg::chunk_name(chunks++), chunk, 1));
+    rest.remove_prefix(chunk.size());
+  }
+  key->Add(new Tree_Node(cfg::blob_description_name,
+                         cfg::blob_description::text(base64, encoding, chunks), 1));
+  return AddOrReplaceSubTree(&blob, RWCString(where.parent), FALSE);
+}
+
+bool CFG_ServicesImp::WriteBlobFromUTF8String(const char* path, RWCString text, bool base64,
+                                              RWCString encoding) {
+  return WriteBlobFromBuffer(path, text.data(), static_cast<int>(text.length()), base64, encoding);
+}
+
+bool CFG_ServicesImp::read_chunks(const char* path, RWCString& text, bool& base64,
+                                  RWCString* encoding) {
+  text.clear();
+  base64 = false;
+  const SubTreePtr blob(GetSubTree(RWCString(path)));
+  if (!blob)
+    return logger.reject_at(LOG_LEVEL_WARNING, false, "Subtree not found at path [%s]\n", path);
+  const RWCString described = blob->GetValue(cfg::blob_description_name);
+  if (encoding) *encoding = described;
+  const cfg::blob_description description(described, blob->GetValueNum(""));
+  base64 = description.base64;
+  for (int i = 0; i < description.chunks; ++i) {
+    const RWCString name = cfg::chunk_name(i);
+    const RWCString chunk = blob->GetValue(name);
+    if (chunk.isNull()) {
+      return logger.reject(
+          false, "read_chunks: %s is empty, path is %s. Using only existing chunks read so far.\n",
+          name, path);
+    }
+    text += chunk;
+  }
+  return true;
+}
+
+bool CFG_ServicesImp::ReadBlobToUTF8String(const char* path, RWCString& out, RWCString* encoding) {
+  bool base64;
+  if (!read_chunks(path, out, base64, encoding)) return false;
+  if (!base64 || out.isNull()) return true;
+  int length = 0;
+  const std::unique_ptr<char[]> bytes(Tmr_Base64Utils::Decode(out, &length, true));
+  out = RWCString(bytes ? bytes.get() : "", static_cast<size_t>(bytes ? length : 0));
+  return bytes != nullptr;
+}
+
+bool CFG_ServicesImp::ReadBlobToBuffer(const char* path, char** buffer, int& length,
+                                       RWCString* encoding) {
+  *buffer = nullptr;
+  length = 0;
+  RWCString text;
+  bool base64;
+  if (!read_chunks(path, text, base64, encoding)) return false;
+  if (base64) {
+    std::unique_ptr<char[]> bytes(Tmr_Base64Utils::Decode(text, &length, true));
+    if (!bytes || length == 0) return false;
+    *buffer = bytes.release();
+    return true;
+  }
+  if (text.length() > longest_blob) {
+    return logger.reject(false,
+                         "ReadBlobToBuffer : blob at path <%s> has %Iu bytes, return FALSE\n", path,
+                         text.length());
+  }
+  length = static_cast<int>(text.length());
+  *buffer = new char[text.length() + 1];
+  std::memcpy(*buffer, text.data(), text.length() + 1);
+  return true;
+}
+
+bool CFG_ServicesImp::ReadBlobFromSearchPathsToBuffer(const char* name, const char** search_rule,
+                                                      int search_num, char** buffer, int& length,
+                                                      RWCString* encoding) {
+  *buffer = nullptr;
+  length = 0;
+  const SubTreePtr found(GetSubTree(RWCString(name), search_rule, FALSE, search_num));
+  return found && found->ReadBlobToBuffer("", buffer, length, encoding);
+}
+
+bool CFG_ServicesImp::WriteBlobFromFile(const char* path, char* file_name, bool base64) {
+  std::string bytes;
+  RWCString error("no file name");
+  if (!file_name ||
+      !Sys_File::ReadWhole(RWWString::fromUTF8(file_name), bytes, longest_blob, error)) {
+    return logger.reject(false, "WriteBlobFromFile : path <%s>, %s, return FALSE\n", path, error);
+  }
+  return WriteBlobFromBuffer(path, bytes.data(), static_cast<int>(bytes.size()), base64,
+                             RWCString());
+}
+
+// --- network addresses -------------------------------------------------------------------------
+
+bool CFG_ServicesImp::RemoveIpv6Braces(RWCString& address) {
+  constexpr size_t longest = 99;  // no address has more; such a text is left as it is
+  std::string_view inner = address;
+  if (inner.substr(0, 1) != "[") return false;
+  inner.remove_prefix(1);
+  if (!inner.empty() && inner.back() == ']') inner.remove_suffix(1);
+  if (inner.size() > longest) return false;
+  address = RWCString(inner);
+  return true;
+}
+
+bool CFG_ServicesImp::handle_if_ipv6_mapped(RWCString& address) {
+  constexpr char prefix[] = "::ffff:";
+  constexpr size_t length = sizeof prefix - 1;
+  if (!is_equal_ignoring_case(address.subString(0, length), prefix)) return false;
+  address.remove(0, length);
+  return true;
+}
+
+RWCString CFG_ServicesImp::GetINetAddress(RWCString node_name) {
+  const SubTreePtr properties(GetSubTree("halvoria\\system\\nodes\\" + node_name + "\\properties"));
+  return properties ? properties->GetINetAddressFromPath("") : RWCString();
+}
+
+RWCString CFG_ServicesImp::GetINetAddressFromPath(RWCString path) {
+  const auto value = [&](const char* name) { return GetValue(cfg::join(path, name)); };
+  RWCString address = value("inet_address");
+  RWCString optional = value("inet_address_optional");
+  if (!optional.isNull() && is_equal_ignoring_case(value("preferred_address"), "optional")) {
+    std::swap(address, optional);
+  }
+  const RWCString local = GetProperty("LocalHostListenersAF");
+  const RWCString family = Tmr_SocketWrapper::GetAFTypeIfSupported(address);
+  logger.info("local host address family is [%s]\n", local);
+  logger.info("remote server's preferred ip and address family are [%s][%s]\n", address, family);
+
+  const bool is_dual = local == Tmr_SocketWrapper::IP_TYPE_DUAL;
+  if (!family.isNull() && (is_dual || is_equal_ignoring_case(family, local))) return address;
+  if (optional.isNull()) {
+    return logger.reject(
+        address,
+        "Inet Address [%s] is not supported by server's configuration and no other IP "
+        "given; connect will probably fail\n",
+        address);
+  }
+  const RWCString other = Tmr_SocketWrapper::GetAFTypeIfSupported(optional);
+  if (!other.isNull() && (other == local || is_dual)) {
+    return logger.reject_at(
+        LOG_LEVEL_INFORMATION, optional,
+        "IP Address [%s] is not supported by server's configuration; [%s] selected instead\n",
+        address, optional);
+  }
+  return logger.reject(address,
+                       "IP Address [%s] is not supported by server's configuration; nor does [%s] "
+                       "keeping the first\n",
+                       address, optional);
+}

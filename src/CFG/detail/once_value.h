@@ -1,0 +1,42 @@
+// Values that the process computes once.
+#pragma once
+
+#include <atomic>
+
+#include <ace/Guard_T.h>
+#include <ace/Recursive_Thread_Mutex.h>
+
+namespace cfg {
+
+// The lock under which all of them are computed. It is recursive because reading one from
+// the tree may ask for another.
+inline ACE_Recursive_Thread_Mutex& once_lock() {
+  static ACE_Recursive_Thread_Mutex& lock = *new ACE_Recursive_Thread_Mutex;
+  return lock;
+}
+
+// A value that the first caller computes and that all later ones get. A computation that
+// asks for the value it is about to give gets T().
+template <class T>
+class once_value {
+ public:
+  template <class Compute>
+  T get(Compute compute) {
+    if (m_is_ready.load(std::memory_order_acquire)) return m_value;
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(once_lock());
+    if (m_is_ready.load(std::memory_order_relaxed)) return m_value;
+    if (m_is_computing) return T();
+    m_is_computing = true;
+    m_value = compute();
+    m_is_computing = false;
+    m_is_ready.store(true, std::memory_order_release);
+    return m_value;
+  }
+
+ private:
+  std::atomic<bool> m_is_ready{false};
+  bool m_is_computing = false;  // guarded by once_lock()
+  T m_value{};                  // written under once_lock() before it is ready
+};
+
+}  // namespace cfg
