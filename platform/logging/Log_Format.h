@@ -83,15 +83,18 @@ constexpr Log_Directive Log_NextDirective(const char* from) {
   if (!*from) return found;
   const auto skip_number = [&] {
     if (*from == '*') return void((++found.stars, ++from));
-    while (*from >= '0' && *from <= '9') ++from;
+    // What is beyond four digits, or five flags above, is no conversion and thus an error.
+    for (int digits = 0; digits < 4 && *from >= '0' && *from <= '9'; ++digits) ++from;
   };
   found.begin = from++;
-  while (*from && Log_IsOneOf(*from, "-+ #0")) ++from;
+  for (int flags = 0; flags < 5 && *from && Log_IsOneOf(*from, "-+ #0"); ++flags) ++from;
   skip_number();
   if (*from == '.') ++from, skip_number();
   found.length = from;
   while (*from && Log_IsOneOf(*from, "hljztLI")) ++from;
-  if (from != found.length && from[-1] == 'I' && from[0] && Log_IsOneOf(from[0], "36")) from += 2;
+  if (from != found.length && from[-1] == 'I') {
+    while (*from && Log_IsOneOf(*from, "3264")) ++from;
+  }
   const std::string_view length(found.length, static_cast<size_t>(from - found.length));
   found.end = *from ? from + 1 : from;
   const bool is_escape = *from == '%' && from == found.begin + 1;

@@ -50,7 +50,7 @@ static_assert(!Compiles<"%d", double> && !Compiles<"%f", int> && !Compiles<"%d",
 static_assert(!Compiles<"%d", Scoped> && !Compiles<"%p", int> && !Compiles<"%s", int (*)()>);
 static_assert(!Compiles<"%d %d", int> && !Compiles<"%d", int, int> && !Compiles<"%*d", int>);
 static_assert(!Compiles<"%n", int*> && !Compiles<"50%"> && !Compiles<"%y", int> &&
-              !Compiles<"%I16d", int>);
+              !Compiles<"%I16d", int> && !Compiles<"%10000d", int> && !Compiles<"%I3">);
 
 template <class... A>
 std::string render(Log_Format<A...> format, const A&... args) {
