@@ -1,7 +1,6 @@
 // The bytes of a file without a copy.
 #pragma once
 
-#include <memory>
 #include <string>
 #include <string_view>
 
