@@ -1,6 +1,8 @@
 // The one repository of the process.
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <memory>
 
 #include <CFG/CFG_RepositoryServices.h>
@@ -46,24 +48,29 @@ class HALVORIA_API CFG_Factory {
 
   // What a parameters file and the environment say, before any of it is used.
   struct Parameters;
+  using RepositoryPtr = std::unique_ptr<CFG_RepositoryServices>;
 
-  static CFG_RepositoryServices* InitInstance(const char* cfg_file_name);
-  static CFG_RepositoryServices* InitInstance(const wchar_t* cfg_file_name);
+  // The current repository, else what `init` makes, under the mutex.
+  static CFG_RepositoryServices* get_or_init(const std::function<CFG_RepositoryServices*()>& init);
+  static CFG_RepositoryServices* init_from_process_parameters();
+  static CFG_RepositoryServices* InitInstance(const RWWString& cfg_file_name);
   static CFG_RepositoryServices* InitCfgINI(Tmr_INI& ini);
+  static RepositoryPtr build_repository(const Parameters& parameters, CFG_SubTree* sub_tree);
   static CFG_RepositoryServices* ConnectToCfg(const Parameters& parameters, CFG_SubTree* sub_tree);
-  static void init_common_values(RWCString& cfg_type);
-  static RWCString get_local_hostname();
-  static RWCString get_local_host_ip(RWCString host, const RWCString& af);
-  static RWCString get_local_host_listeners_af(RWCString& node);
+  static bool set_up_and_connect(const Parameters& parameters);
+  static void drop_repository();
+  static bool disconnect();  // with the mutex held
+  static void init_common_values();
+  static RWCString get_local_host_listeners_af(const RWCString& node);
+  static RWCString choose_listeners_af(const RWCString& node);
   static RWCString get_default_host_listeners_af();
-  static int find_parameter_and_value(RWCString line, RWCString name, RWCString& value);
 
-  static std::unique_ptr<CFG_RepositoryServices> cfg;  // the process's repository
+  static RepositoryPtr cfg;        // the process's repository
   static Mutex cfg_factory_mutex;  // serialises initialisation and disconnection
   static CFG_MODE cfg_mode;
-  static int is_cfg_init;      // 1 while a connected repository is held
-  static int is_cfg_shutdown;  // 1 for good after ShutdownRepositoryServices
-  static RWCString m_override_cfg_type;
+  static std::atomic<int> is_cfg_init;   // 1 while a connected repository is held
+  static int is_cfg_shutdown;            // 1 for good after ShutdownRepositoryServices
+  static RWCString m_override_cfg_type;  // guarded by cfg_factory_mutex
 };
 
 // Disconnects, for good: every GetRepositoryServices but the one for a subtree then gives null.

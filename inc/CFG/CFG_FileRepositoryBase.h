@@ -2,7 +2,6 @@
 #pragma once
 
 #include <memory>
-#include <string>
 #include <vector>
 
 #include <CFG/CFG_RepositoryServicesImp.h>
@@ -53,7 +52,6 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
 
   // --- CFG_RepositoryServices --------------------------------------------------------------
 
-  RWCString GetNodeName(RWCString ae) override;
   RWCString GetNodeNameByIp(RWCString ip) override;
   String_Arr* FillPath(RWCString pattern) override;
   RWCString FillPath(RWCString pattern, RWCString value_name, RWCString value) override;
@@ -61,18 +59,8 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
   CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) override;
   CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) override;
   CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
-  int DisConnect() override;
-  int Lock() override;
   int UnLock() override;
-  int SetSessionInfo(const std::string& session, int info) override;
   CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
-  RWCString GetCfgPass() override;
-  RWCString GetConnectionAlias() override;
-  void* GetOracleContext() override;
-  RWCString GetDbServerDateTime() override;
-  RWCString GetServerNodeName() override;
-  CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq,
-                                          bool flag) override;
 
  protected:
   int WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) override;
@@ -89,12 +77,23 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
   virtual void before_path_used(const RWCString& path);
   virtual void before_all_paths_used();
   virtual Tree_NodePtr GetTreeNodeWithLongValues(const RWCString& path);
+  // Appends the paths that a pattern selects below `at`: keys, and values with a text. The
+  // pattern is relative and has been substituted.
   virtual void FillPathToVec(CFG_SubTree* at, RWCString& pattern, std::vector<RWCString>* out);
+  // The path of the first key that such a pattern selects and whose value `value_name` is
+  // `value`; empty when there is none. A name that ends in `%` stands for all values of the
+  // key whose names begin with what is before it. Addresses are compared in any case.
   virtual RWCString FindValue(CFG_SubTree* at, RWCString& pattern, RWCString& value_name,
                               RWCString& value);
-  // The path below the held root.
+  // The path below the held root. GetValue(path), on which speed depends, follows the same
+  // rule without asking here.
   virtual RWCString RemoveRootName(const RWCString& path);
 
   std::unique_ptr<CFG_SubTree> m_sub_tree;  // null until connected
   RWWString m_file;
+
+ private:
+  // The held subtree, after the hook; one without data before a tree is held.
+  CFG_SubTree& tree_for(const RWCString& path);
+  RWCString find_address(RWCString& pattern, RWCString value_name, const RWCString& address);
 };

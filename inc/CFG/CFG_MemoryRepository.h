@@ -1,9 +1,6 @@
 // A repository over a subtree that its caller holds.
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include <CFG/CFG_RepositoryServicesImp.h>
 
 // Every read and write goes to the held subtree; nothing is read from or written to disk
@@ -53,7 +50,6 @@ class HALVORIA_API CFG_MemoryRepository : public CFG_RepositoryServicesImp {
 
   // --- CFG_RepositoryServices --------------------------------------------------------------
 
-  RWCString GetNodeName(RWCString ae) override;
   RWCString GetNodeNameByIp(RWCString ip) override;
   String_Arr* FillPath(RWCString pattern) override;
   RWCString FillPath(RWCString pattern, RWCString value_name, RWCString value) override;
@@ -62,18 +58,8 @@ class HALVORIA_API CFG_MemoryRepository : public CFG_RepositoryServicesImp {
   CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) override;
   CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
   int Connect() override;
-  int DisConnect() override;
-  int Lock() override;
   int UnLock() override;
-  int SetSessionInfo(const std::string& session, int info) override;
   CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
-  RWCString GetCfgPass() override;
-  RWCString GetConnectionAlias() override;
-  void* GetOracleContext() override;
-  RWCString GetDbServerDateTime() override;
-  RWCString GetServerNodeName() override;
-  CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq,
-                                          bool flag) override;
   RWCString GetServerSyncID() override;
 
  protected:
@@ -87,10 +73,9 @@ class HALVORIA_API CFG_MemoryRepository : public CFG_RepositoryServicesImp {
   Tree_NodePtr GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
 
  private:
+  CFG_SubTree& tree();
   // The path below the held root.
   RWCString RemoveRootName(const RWCString& path);
-  void FillPathToVec(CFG_SubTree* at, RWCString& pattern, std::vector<RWCString>* out);
-  RWCString FindValue(CFG_SubTree* at, RWCString& pattern, RWCString& value_name, RWCString& value);
 
   CFG_SubTree* m_sub_tree;  // not owned
 };

@@ -12,10 +12,13 @@
 #include <thread/Mutex.h>
 #include <thread/RecursiveThreadMutexWrapper.h>
 
+class Sys_File;
+
 // A default for each operation of the interface, and those operations that can be built
 // from others: reads by search rule, writes with long values, the split into base and
 // secondary store, application information, server and core properties, the comparison of
-// subtrees, import and export. A repository overrides what its store needs.
+// subtrees, import and export. A repository overrides what its store needs: without a
+// server behind it, a store has a good answer to every question about one here.
 //
 // Threads: grid name, domain name and the performance flag are computed once in the
 // process; everything else is as safe as the store.
@@ -36,6 +39,7 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
 
   // --- CFG_RepositoryServices --------------------------------------------------------------
 
+  RWCString GetNodeName(RWCString ae) override;
   String_Arr* FillPathWithRuleList(RWCString path, Tree_PathAndValueArray* rules, int first,
                                    int second) override;
   void CollapseTreePools() override;
@@ -79,6 +83,9 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
                                            unsigned int length) override;
   int ImportXmlFile(const RWWString& file, int override_values) override;
 
+  int DisConnect() override;
+  int Lock() override;
+  int SetSessionInfo(const std::string& session, int info) override;
   int StartTransaction() override;
   int IsInTransaction() override;
   int EndTransaction() override;
@@ -93,6 +100,11 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
                                         int merge) override;
   int AddMoreInfoToSubTreeWithLongValues(CFG_SubTree* sub_tree, const RWCString& path) override;
 
+  RWCString GetCfgPass() override;
+  RWCString GetConnectionAlias() override;
+  void* GetOracleContext() override;
+  RWCString GetDbServerDateTime() override;
+  RWCString GetServerNodeName() override;
   RWCString GetCurrentGridName() override;
   RWCString GetCurrentDorranceDomainName() override;
   RWCString GetServerProperty(RWCString name) override;
@@ -102,6 +114,8 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
   RWCString GetMaxSeqNumber() override;
   CFG_SubTree* GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq) override;
   void SetWorkCompressed(bool compressed) override;
+  CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq,
+                                          bool flag) override;
   int StartTreeQuery(RWCString& path, bool flag, const RWCString* seq, bool deleted) override;
   Tree_NodeInfo* GetNextFromQuery() override;
   int CloseTreeQuery() override;
@@ -158,14 +172,24 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
   RWCString m_query_root_path;
 
  private:
+  // Lays `sub_tree` over what is stored below `path`, long values included, or what is stored
+  // over it, and writes the result.
+  int write_with_stored(const char* op, CFG_SubTree* sub_tree, const RWCString& path,
+                        bool given_wins);
   int InitAppInfoTable();
+  // One entry of the table; empty when there is none.
+  RWCString app_info(const RWCString& entry);
+  // Of a property of the configuration server's node.
+  RWCString server_property_path(const RWCString& name);
   void init_core_properties(RWCString& name, RWCString& address);
-  // False, and a line in the log, when the file cannot be opened for reading.
-  static bool is_xml_file_exists(const RWWString& file, const char* caller);
+  // Opens the file. False when it cannot be opened for reading; the log says why.
+  static bool is_xml_file_exists(const RWWString& file, const char* caller, Sys_File& opened);
 
-  // `vendor_name`, `<application>_name` and `<application>_display_name`.
+  Mutex m_app_info_lock;  // not held while the tree is read
+  // `vendor_name`, `<application>_name` and `<application>_display_name`; guarded by
+  // m_app_info_lock.
   std::unordered_map<RWCString, RWCString> m_app_info;
-  int m_app_info_ready = 0;  // set once the table was filled completely
-  RWCString m_server_guid;
+  int m_app_info_ready = 0;      // set once the table was filled completely; guarded alike
+  RWCString m_server_guid;       // guarded by the process's lock of once-only values
   Mutex m_core_properties_lock;  // held while core properties are looked up
 };

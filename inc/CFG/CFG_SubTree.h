@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include <CFG/CFG_MemoryServices.h>
 
@@ -59,6 +60,9 @@ class HALVORIA_API CFG_SubTree : public CFG_MemoryServices {
   RWCString GetPath() override;
 
   // --- the handle itself -------------------------------------------------------------------
+
+  // GetValue(path) for a path that stands inside a longer text; valid during the call.
+  RWCString ValueAt(std::string_view path);
 
   Tree_NodePtr GetData();   // the root node, shared
   uint64_t GetTotalSize();  // bytes held by the tree

@@ -13,7 +13,7 @@ constexpr Log_Logger logger("src/CFG/CFG_SubTree", 502);
 
 // What every read begins with. False without data: then the line in the log says that the
 // operation returns `nothing`.
-bool begin_read(const Tree_NodePtr& data, const char* op, const RWCString& path,
+bool begin_read(const Tree_NodePtr& data, const char* op, std::string_view path,
                 const cfg::actual_path& actual, const char* nothing) {
   logger.trace("Start %s : input path <%s> , actual search path <%s>\n", op, path, actual.view());
   if (data) return true;
@@ -56,7 +56,9 @@ uint64_t CFG_SubTree::GetTotalSize() { return m_data ? m_data->GetTotalSize() : 
 
 // --- reads -----------------------------------------------------------------------------------
 
-RWCString CFG_SubTree::GetValue(const RWCString& path) {
+RWCString CFG_SubTree::GetValue(const RWCString& path) { return ValueAt(path); }
+
+RWCString CFG_SubTree::ValueAt(std::string_view path) {
   constexpr char op[] = "GetValue(RWCString & path)";
   const cfg::actual_path actual(path);
   if (actual.empty()) {

@@ -1,0 +1,21 @@
+#include <CFG/CFG_Extern_hook.h>
+
+#include <CFG/CFG_Factory.h>
+#include <logging/Logger.h>
+
+namespace {
+constexpr Log_Logger logger("src/CFG/CFG_Extern_hook", 502);
+}
+
+RWCString CFG_Extern_hook::GetValue(RWCString path, RWCString default_value) {
+  if (!CFG_Factory::is_cfg_init) {
+    return logger.reject(
+        default_value,
+        "CFG_Extern_hook::GetValue: fot path <%s> ,CFG is not ready can employ Tmr_CfgHookInterface.  Returning the default <%s>\n",
+        path, default_value);
+  }
+  const RWCString text = CFG_Factory::cfg->GetValue(path, default_value);
+  logger.info("CFG_Extern_hook::GetValue: path <%s> returned value <%s>  default value <%s>\n",
+              path, text, default_value);
+  return text;
+}

@@ -1,0 +1,296 @@
+#include <CFG/CFG_FileRepositoryBase.h>
+
+#include <CFG/CFG_SubTree.h>
+#include <CFG/detail/actual_path.h>
+#include <CFG/detail/held_tree.h>
+#include <CFG/detail/paths.h>
+#include <CFG/detail/patterns.h>
+#include <logging/Logger.h>
+
+using cfg::held_tree;
+
+namespace {
+
+constexpr Log_Logger logger("src/CFG/CFG_FileRepositoryBase", 502);
+
+constexpr char kAddress[] = "inet_address";
+
+bool is_address_name(const RWCString& name) { return name.index(kAddress) != RWCString::npos; }
+bool is_prefix(std::string_view name) { return !name.empty() && name.back() == '%'; }
+
+CFG_SubTree* without_empty_branches(CFG_SubTree* sub_tree) {
+  if (sub_tree && !sub_tree->IsEmpty()) sub_tree->GetData()->RemoveEmptyBranches();
+  return sub_tree;
+}
+
+Tree_NodePtr without_empty_branches(const Tree_NodePtr& node) {
+  if (node) node->RemoveEmptyBranches();
+  return node;
+}
+
+// Says whether a key has a value of a certain name and text; see FindValue.
+class ValueTest {
+ public:
+  ValueTest(const RWCString& name, const RWCString& text)
+      : m_name(name),
+        m_text(text),
+        m_case(is_address_name(name) ? RWCString::ignoreCase : RWCString::exact) {}
+
+  bool holds_for(const Tree_Node& key) const {
+    if (!is_prefix(m_name)) return is_equal(key.Find(m_name));
+    const cfg::split_path where(m_name);
+    const Tree_Node* holder =
+        where.parent.find('%') == std::string_view::npos ? key.Find(where.parent) : nullptr;
+    const Tree_ChildList* children = holder ? holder->Children() : nullptr;
+    if (!children) return false;
+    const std::string_view prefix = where.name.substr(0, where.name.find('%'));
+    for (uint32_t i = children->next(0); i != Tree_ChildList::npos; i = children->next(i + 1)) {
+      const Tree_Node* child = children->at(i).get();
+      if (child->NameView().substr(0, prefix.size()) == prefix && is_equal(child)) return true;
+    }
+    return false;
+  }
+
+ private:
+  bool is_equal(const Tree_Node* value) const {
+    return value && value->IsLeaf() && value->GetText().size() == m_text.length() &&
+           RWCString(value->GetText()).compareTo(m_text, m_case) == 0;
+  }
+
+  const cfg::actual_path m_name;
+  const RWCString& m_text;
+  RWCString::caseCompare m_case;
+};
+
+}  // namespace
+
+CFG_FileRepositoryBase::CFG_FileRepositoryBase(RWWString file) : m_file(std::move(file)) {}
+CFG_FileRepositoryBase::~CFG_FileRepositoryBase() = default;
+
+void CFG_FileRepositoryBase::before_path_used(const RWCString&) {}
+void CFG_FileRepositoryBase::before_all_paths_used() {}
+
+CFG_SubTree& CFG_FileRepositoryBase::tree_for(const RWCString& path) {
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).handle();
+}
+
+RWCString CFG_FileRepositoryBase::RemoveRootName(const RWCString& path) {
+  return held_tree(m_sub_tree.get()).below_root(path);
+}
+
+int CFG_FileRepositoryBase::UnLock() {
+  logger.trace("Start UnLock()\n");
+  if (!m_sub_tree) {
+    return logger.reject(FALSE, "UnLock() : no tree to write to file <%S>, return FALSE\n", m_file);
+  }
+  return WriteCFG_SubTreeToFile(m_sub_tree.get(), "", m_file);
+}
+
+// --- what the held subtree answers ---------------------------------------------------------------
+
+RWCString CFG_FileRepositoryBase::GetValue(const RWCString& path) {
+  CFG_SubTree& tree = tree_for(path);
+  return tree.ValueAt(held_tree(m_sub_tree.get()).below_root(path));
+}
+
+RWCString CFG_FileRepositoryBase::GetValue(RWCString path, RWCString default_value) {
+  before_path_used(path);
+  return CFG_RepositoryServicesImp::GetValue(path, default_value);
+}
+CFG_SubTree* CFG_FileRepositoryBase::GetSubTree(RWCString& path, int index) {
+  return tree_for(path).GetSubTree(RemoveRootName(path), index);
+}
+RWCString CFG_FileRepositoryBase::GetValue(RWCString& path, int index) {
+  return tree_for(path).GetValue(RemoveRootName(path), index);
+}
+RWCString CFG_FileRepositoryBase::GetValueName(RWCString& path, int index) {
+  return tree_for(path).GetValueName(RemoveRootName(path), index);
+}
+int CFG_FileRepositoryBase::GetValueNum(RWCString& path) {
+  return tree_for(path).GetValueNum(RemoveRootName(path));
+}
+int CFG_FileRepositoryBase::GetSubTreeNum(RWCString& path) {
+  return tree_for(path).GetSubTreeNum(RemoveRootName(path));
+}
+int CFG_FileRepositoryBase::GetSubTreeEntriesCount(const RWCString& path) {
+  return tree_for(path).GetSubTreeEntriesCount(RemoveRootName(path));
+}
+Tree_PathAndValueArray* CFG_FileRepositoryBase::GetSubTreeValues(const RWCString& path) {
+  return tree_for(path).GetSubTreeValues(RemoveRootName(path));
+}
+String_Arr* CFG_FileRepositoryBase::GetSubTreePaths(const RWCString& path) {
+  return tree_for(path).GetSubTreePaths(RemoveRootName(path));
+}
+int CFG_FileRepositoryBase::SetValue(const RWCString& path, const RWCString& value) {
+  return tree_for(path).SetValue(RemoveRootName(path), value);
+}
+int CFG_FileRepositoryBase::DeleteSubTree(const RWCString& path) {
+  return tree_for(path).DeleteSubTree(RemoveRootName(path));
+}
+int CFG_FileRepositoryBase::DeleteValue(const RWCString& path) {
+  return tree_for(path).DeleteValue(RemoveRootName(path));
+}
+int CFG_FileRepositoryBase::IsSubTreeExist(const RWCString& path) {
+  return tree_for(path).IsSubTreeExist(RemoveRootName(path));
+}
+
+// --- detached copies
+// -------------------------------------------------------------------------------
+
+CFG_SubTree* CFG_FileRepositoryBase::GetSubTree(RWCString& path) {
+  logger.trace("path is %s\n", path);
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).sub_tree_at(path);
+}
+CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
+  return GetSubTree(path);
+}
+CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+    const RWCString& path) {
+  return GetSubTree(path);
+}
+CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeWithLongValues(const RWCString& path) {
+  return GetSubTree(path);
+}
+CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeOnlyWithValuesLong(const RWCString& path) {
+  return without_empty_branches(GetSubTree(path));
+}
+CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeOnlyWithValues(const RWCString& path) {
+  return without_empty_branches(GetSubTree(path));
+}
+
+Tree_NodePtr CFG_FileRepositoryBase::GetTreeNode(const RWCString& path) {
+  logger.trace("path is %s\n", path);
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).copy_at(path);
+}
+Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeWithPrecentAndWildcard(const RWCString& path) {
+  return GetTreeNode(path);
+}
+Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(
+    const RWCString& path) {
+  return GetTreeNode(path);
+}
+Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeWithLongValues(const RWCString& path) {
+  return GetTreeNode(path);
+}
+Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeOnlyWithValuesLong(const RWCString& path) {
+  return without_empty_branches(GetTreeNode(change_string_with_properties(path)));
+}
+Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeOnlyWithValues(const RWCString& path) {
+  return without_empty_branches(GetTreeNode(change_string_with_properties(path)));
+}
+
+// --- subtree writes, rename and search
+// -------------------------------------------------------------
+
+int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+  constexpr char op[] = "AddOrReplaceSubTree(CFG_SubTree* sub_tree,const RWCString & path)";
+  before_path_used(path);
+  logger.trace("Start %s\n", op);
+  if (!sub_tree) return logger.reject(FALSE, "%s, sub_tree is NULL, return FALSE\n", op);
+  Tree_NodePtr node = sub_tree->GetData();
+  return WriteSubTree(node, change_string_with_properties(path));
+}
+
+int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path,
+                                                int merge) {
+  constexpr char op[] =
+      "AddOrReplaceSubTree(CFG_SubTree* sub_tree,const RWCString & path,T_Bool merge)";
+  before_path_used(path);
+  logger.info("Start %s path %s\n", op, path);
+  if (!merge) return AddOrReplaceSubTree(sub_tree, path);
+  Tree_NodePtr data;
+  RWCString key_name;
+  if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
+  logger.info(" sub tree key name\n");
+  const RWCString actual = change_string_with_properties(path);
+  const Tree_NodePtr stored = held_tree(m_sub_tree.get()).node_at(cfg::join(actual, key_name));
+  if (stored && !stored->IsLeaf()) data = Tree_Node::Merge(stored, data);
+  return WriteSubTree(data, actual);
+}
+
+int CFG_FileRepositoryBase::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) {
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).write(sub_tree, path);
+}
+
+int CFG_FileRepositoryBase::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) {
+  constexpr char op[] = "SetOrRanameKeyName(const RWCString & path,const RWCString & key_name)";
+  logger.info("Start %s for path <%s> key name <%s>\n", op, path, key_name);
+  if (key_name.isNull()) {
+    return logger.reject(FALSE, "%s  for path <%s>: key_name is empty string, return FALSE\n", op,
+                         path);
+  }
+  if (path.isNull()) {
+    return logger.reject(FALSE, "%s key <%s>: path is empty string, return FALSE\n", op, key_name);
+  }
+  return tree_for(path).SetKeyName(RemoveRootName(path), key_name);
+}
+
+String_Arr* CFG_FileRepositoryBase::SearchKeyOrValueName(const RWCString& name,
+                                                         const RWCString& path) {
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).search(logger, name, path);
+}
+
+// --- patterns
+// ----------------------------------------------------------------------------------------
+
+String_Arr* CFG_FileRepositoryBase::FillPath(RWCString pattern) {
+  RWCString actual = change_string_with_properties(RemoveRootName(pattern));
+  std::vector<RWCString> paths;
+  FillPathToVec(m_sub_tree.get(), actual, &paths);
+  return cfg::filled_paths(logger, paths);
+}
+
+void CFG_FileRepositoryBase::FillPathToVec(CFG_SubTree* at, RWCString& pattern,
+                                           std::vector<RWCString>* out) {
+  before_path_used(pattern);
+  const Tree_NodePtr top = held_tree(at).root();
+  for (cfg::pattern_walk walk(top.get(), pattern); *walk; walk.next()) {
+    const Tree_Node& found = **walk;
+    if (!found.IsLeaf() || !found.GetText().empty()) out->push_back(found.GetPath());
+  }
+}
+
+// Addresses are looked up without the brackets of an IPv6 literal, and an IPv4 address that
+// is written as an IPv6 one in both ways.
+RWCString CFG_FileRepositoryBase::FillPath(RWCString pattern, RWCString value_name,
+                                           RWCString value) {
+  RWCString actual = change_string_with_properties(RemoveRootName(pattern));
+  if (!is_address_name(value_name)) return FindValue(m_sub_tree.get(), actual, value_name, value);
+  if (!is_prefix(value_name)) value_name += '%';
+  RWCString path = find_address(actual, value_name, value);
+  return path.isNull() ? find_address(actual, "additional_inet_address_%", value) : path;
+}
+
+RWCString CFG_FileRepositoryBase::find_address(RWCString& pattern, RWCString value_name,
+                                               const RWCString& address) {
+  RWCString unbraced = address;
+  RemoveIpv6Braces(unbraced);
+  RWCString unmapped = unbraced;
+  const bool was_mapped = handle_if_ipv6_mapped(unmapped);
+  RWCString path = FindValue(m_sub_tree.get(), pattern, value_name, unmapped);
+  if (!path.isNull() || !was_mapped) return path;
+  return FindValue(m_sub_tree.get(), pattern, value_name, unbraced);
+}
+
+RWCString CFG_FileRepositoryBase::FindValue(CFG_SubTree* at, RWCString& pattern,
+                                            RWCString& value_name, RWCString& value) {
+  const Tree_NodePtr top = held_tree(at).root();
+  if (!top || value.isNull()) return RWCString();
+  const ValueTest test(value_name, value);
+  if (pattern.isNull()) {
+    return is_prefix(value_name) && test.holds_for(*top) ? top->GetPath() : RWCString();
+  }
+  for (cfg::pattern_walk walk(top.get(), pattern); *walk; walk.next()) {
+    if (!(*walk)->IsLeaf() && test.holds_for(**walk)) return (*walk)->GetPath();
+  }
+  return RWCString();
+}
+
+RWCString CFG_FileRepositoryBase::GetNodeNameByIp(RWCString ip) {
+  return cfg::component(FillPath("halvoria\\system\\nodes\\%\\properties", "inet_address%", ip), 3);
+}

@@ -1,0 +1,178 @@
+#include <CFG/CFG_MemoryRepository.h>
+
+#include <CFG/CFG_SubTree.h>
+#include <CFG/detail/actual_path.h>
+#include <CFG/detail/held_tree.h>
+#include <CFG/detail/patterns.h>
+#include <logging/Logger.h>
+
+using cfg::held_tree;
+
+namespace {
+constexpr Log_Logger logger("src/CFG/CFG_MemoryRepository", 502);
+}
+
+CFG_MemoryRepository::CFG_MemoryRepository(CFG_SubTree* sub_tree) : m_sub_tree(sub_tree) {}
+
+CFG_SubTree& CFG_MemoryRepository::tree() { return held_tree(m_sub_tree).handle(); }
+
+RWCString CFG_MemoryRepository::RemoveRootName(const RWCString& path) {
+  return held_tree(m_sub_tree).below_root(path);
+}
+
+// --- what the held subtree answers ---------------------------------------------------------------
+
+RWCString CFG_MemoryRepository::GetValue(const RWCString& path) {
+  const held_tree held(m_sub_tree);
+  return held.handle().ValueAt(held.below_root(path));
+}
+
+CFG_SubTree* CFG_MemoryRepository::GetSubTree(RWCString& path, int index) {
+  return tree().GetSubTree(RemoveRootName(path), index);
+}
+RWCString CFG_MemoryRepository::GetValue(RWCString& path, int index) {
+  return tree().GetValue(RemoveRootName(path), index);
+}
+RWCString CFG_MemoryRepository::GetValueName(RWCString& path, int index) {
+  return tree().GetValueName(RemoveRootName(path), index);
+}
+int CFG_MemoryRepository::GetValueNum(RWCString& path) {
+  return tree().GetValueNum(RemoveRootName(path));
+}
+int CFG_MemoryRepository::GetSubTreeNum(RWCString& path) {
+  return tree().GetSubTreeNum(RemoveRootName(path));
+}
+int CFG_MemoryRepository::GetSubTreeEntriesCount(const RWCString& path) {
+  return tree().GetSubTreeEntriesCount(RemoveRootName(path));
+}
+Tree_PathAndValueArray* CFG_MemoryRepository::GetSubTreeValues(const RWCString& path) {
+  return tree().GetSubTreeValues(RemoveRootName(path));
+}
+String_Arr* CFG_MemoryRepository::GetSubTreePaths(const RWCString& path) {
+  return tree().GetSubTreePaths(RemoveRootName(path));
+}
+int CFG_MemoryRepository::SetValue(const RWCString& path, const RWCString& value) {
+  return tree().SetValue(RemoveRootName(path), value);
+}
+int CFG_MemoryRepository::DeleteSubTree(const RWCString& path) {
+  return tree().DeleteSubTree(RemoveRootName(path));
+}
+int CFG_MemoryRepository::DeleteValue(const RWCString& path) {
+  return tree().DeleteValue(RemoveRootName(path));
+}
+int CFG_MemoryRepository::IsSubTreeExist(const RWCString& path) {
+  return tree().IsSubTreeExist(RemoveRootName(path));
+}
+
+// --- detached copies: one read serves all forms
+// ----------------------------------------------------
+
+CFG_SubTree* CFG_MemoryRepository::GetSubTree(RWCString& path) {
+  return held_tree(m_sub_tree).sub_tree_at(path);
+}
+CFG_SubTree* CFG_MemoryRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
+  return GetSubTree(path);
+}
+CFG_SubTree* CFG_MemoryRepository::GetSubTreeOnlyWithValuesLong(const RWCString& path) {
+  return GetSubTree(path);
+}
+CFG_SubTree* CFG_MemoryRepository::GetSubTreeOnlyWithValues(const RWCString& path) {
+  return GetSubTree(path);
+}
+CFG_SubTree* CFG_MemoryRepository::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+    const RWCString& path) {
+  return GetSubTree(path);
+}
+CFG_SubTree* CFG_MemoryRepository::GetSubTreeWithLongValues(const RWCString& path) {
+  return GetSubTree(path);
+}
+
+Tree_NodePtr CFG_MemoryRepository::GetTreeNode(const RWCString& path) {
+  return held_tree(m_sub_tree).copy_at(path);
+}
+Tree_NodePtr CFG_MemoryRepository::GetTreeNodeOnlyWithValuesLong(const RWCString& path) {
+  return GetTreeNode(path);
+}
+Tree_NodePtr CFG_MemoryRepository::GetTreeNodeOnlyWithValues(const RWCString& path) {
+  return GetTreeNode(path);
+}
+Tree_NodePtr CFG_MemoryRepository::GetTreeNodeWithPrecentAndWildcard(const RWCString& path) {
+  return GetTreeNode(path);
+}
+Tree_NodePtr CFG_MemoryRepository::GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(
+    const RWCString& path) {
+  return GetTreeNode(path);
+}
+
+// --- subtree writes, rename and search
+// -------------------------------------------------------------
+
+int CFG_MemoryRepository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+  constexpr char op[] = "AddOrReplaceSubTree(CFG_SubTree * sub_tree,const RWCString & path)";
+  logger.trace("Start %s\n", op);
+  if (!sub_tree) return logger.reject(FALSE, "%s, sub_tree is NULL, return FALSE\n", op);
+  Tree_NodePtr node = sub_tree->GetData();
+  return WriteSubTree(node, change_string_with_properties(path));
+}
+
+int CFG_MemoryRepository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) {
+  return held_tree(m_sub_tree).write(sub_tree, path);
+}
+
+int CFG_MemoryRepository::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) {
+  constexpr char op[] = "SetOrRanameKeyName(const RWCString & path,const RWCString & key_name)";
+  logger.trace("Start %s\n", op);
+  if (key_name.isNull()) {
+    return logger.reject(FALSE, "%s : key_name is empty string, return FALSE\n", op);
+  }
+  if (path.isNull()) return logger.reject(FALSE, "%s : path is empty string, return FALSE\n", op);
+  return tree().SetKeyName(RemoveRootName(path), key_name);
+}
+
+String_Arr* CFG_MemoryRepository::SearchKeyOrValueName(const RWCString& name,
+                                                       const RWCString& path) {
+  return held_tree(m_sub_tree).search(logger, name, path);
+}
+
+// --- patterns
+// ----------------------------------------------------------------------------------------
+
+String_Arr* CFG_MemoryRepository::FillPath(RWCString pattern) {
+  const held_tree held(m_sub_tree);
+  const cfg::actual_path actual(held.below_root(pattern));
+  const Tree_NodePtr root = held.root();
+  std::vector<RWCString> paths;
+  for (cfg::pattern_walk walk(root.get(), actual); *walk; walk.next()) {
+    if (!(*walk)->IsLeaf()) paths.push_back((*walk)->GetPath());
+  }
+  return cfg::filled_paths(logger, paths);
+}
+
+RWCString CFG_MemoryRepository::FillPath(RWCString pattern, RWCString value_name, RWCString value) {
+  const held_tree held(m_sub_tree);
+  const cfg::actual_path actual(held.below_root(pattern));
+  const Tree_NodePtr root = held.root();
+  const auto path_of_match = [&](const RWCString& name) {
+    const cfg::actual_path actual_name(name);
+    for (cfg::pattern_walk walk(root.get(), actual); *walk; walk.next()) {
+      const Tree_Node* found = (*walk)->IsLeaf() ? nullptr : (*walk)->Find(actual_name);
+      if (found && found->IsLeaf() && found->GetText() == value.view()) return (*walk)->GetPath();
+    }
+    return RWCString();
+  };
+  RWCString path = path_of_match(value_name);
+  if (value_name != "inet_address") return path;
+  for (char digit = '1'; path.isNull() && digit <= '5'; ++digit) {
+    path = path_of_match(RWCString("additional_inet_address_") + digit);
+  }
+  return path;
+}
+
+RWCString CFG_MemoryRepository::GetNodeNameByIp(RWCString ip) {
+  return cfg::component(FillPath("halvoria\\system\\nodes\\%\\properties", "inet_address", ip), 3);
+}
+
+RWCString CFG_MemoryRepository::GetServerSyncID() { return "tree"; }
+
+int CFG_MemoryRepository::Connect() { return TRUE; }
+int CFG_MemoryRepository::UnLock() { return TRUE; }

@@ -1,0 +1,26 @@
+#include <CFG/CFG_Transaction.h>
+
+#include <CFG/CFG_RepositoryServices.h>
+#include <logging/Logger.h>
+
+namespace {
+constexpr Log_Logger logger("src/CFG/CFG_Transaction", 502);
+}
+
+CFG_Transaction::CFG_Transaction(CFG_RepositoryServices* repository) : m_repository(repository) {
+  StartTransaction();
+}
+
+CFG_Transaction::~CFG_Transaction() { EndTransaction(); }
+
+void CFG_Transaction::StartTransaction() {
+  if (!m_repository) return;
+  logger.trace("Start CFG Transaction\n");
+  m_repository->StartTransaction();
+}
+
+void CFG_Transaction::EndTransaction() {
+  if (!m_repository) return;
+  logger.trace("End CFG Transaction\n");
+  m_repository->EndTransaction();
+}

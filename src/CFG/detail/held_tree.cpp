@@ -1,0 +1,79 @@
+#include <CFG/detail/held_tree.h>
+
+#include <CFG/detail/actual_path.h>
+#include <CFG/detail/patterns.h>
+
+namespace {
+constexpr Log_Logger logger("src/CFG/detail/held_tree", 502);
+}
+
+namespace cfg {
+
+CFG_SubTree& held_tree::handle() const {
+  static CFG_SubTree& without_data = *new CFG_SubTree(Tree_NodePtr());
+  return m_sub_tree ? *m_sub_tree : without_data;
+}
+
+std::string_view held_tree::below_root(std::string_view path) const {
+  const size_t cut = path.find('\\');
+  if (cut != path.npos) return path.substr(cut + 1);
+  const bool is_root = m_sub_tree && m_sub_tree->GetKeyName().view() == path;
+  return is_root ? std::string_view() : path;
+}
+
+Tree_NodePtr held_tree::root() const {
+  if (m_sub_tree) return m_sub_tree->GetData();
+  return logger.reject(Tree_NodePtr(), "the repository holds no tree, return NULL\n");
+}
+
+Tree_NodePtr held_tree::node_at(std::string_view path) const {
+  const Tree_NodePtr top = root();
+  return top ? top->Find(actual_path(below_root(before_wildcard(path)))) : nullptr;
+}
+
+Tree_NodePtr held_tree::copy_at(std::string_view path) const {
+  const Tree_NodePtr node = node_at(path);
+  return node ? node->DuplicateFromHereDown(true) : node;
+}
+
+CFG_SubTree* held_tree::sub_tree_at(std::string_view path) const {
+  const Tree_NodePtr node = node_at(path);
+  return node && !node->IsLeaf() ? new CFG_SubTree(node->DuplicateFromHereDown(true)) : nullptr;
+}
+
+int held_tree::write(const Tree_NodePtr& node, const RWCString& path) const {
+  CFG_SubTree given(node);
+  return handle().AddOrReplaceSubTree(&given, RWCString(below_root(path)));
+}
+
+String_Arr* held_tree::search(const Log_Logger& log, const RWCString& name,
+                              const RWCString& path) const {
+  constexpr char op[] = "SearchKeyOrValueName(const RWCString & name,const RWCString & path)";
+  log.trace("Start %s\n", op);
+  if (name.isNull()) {
+    return log.reject(nullptr, "%s : name parameter is an empty string, return NULL\n", op);
+  }
+  if (path.isNull()) {
+    return log.reject(nullptr, "%s : path parameter is an empty string, return NULL\n", op);
+  }
+  const Tree_NodePtr key = node_at(path);
+  if (!key) {
+    return log.reject(nullptr, "%s : fail to get sub tree for path : %s, return NULL\n", op, path);
+  }
+  if (key->IsLeaf()) {
+    return log.reject(nullptr, "%s : path %s represent a value, return NULL\n", op, path);
+  }
+  return key->Search(name, key, FALSE);
+}
+
+String_Arr* filled_paths(const Log_Logger& log, const std::vector<RWCString>& paths) {
+  if (paths.empty()) {
+    return log.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : no paths found , return NULL\n",
+                         "FillPath(const RWCString path)");
+  }
+  auto result = std::make_unique<String_Arr>(static_cast<int>(paths.size()));
+  for (const RWCString& path : paths) result->AddStr(path);
+  return result.release();
+}
+
+}  // namespace cfg

@@ -1,0 +1,44 @@
+// The tree that a repository holds in memory.
+#pragma once
+
+#include <string_view>
+
+#include <CFG/CFG_SubTree.h>
+#include <logging/Logger.h>
+
+namespace cfg {
+
+// What the repositories over a tree in memory have in common: absolute paths that are found
+// below the root key of a subtree. Refers to the subtree. Where there is none, as before a
+// file is read, everything comes back empty after a line in the log.
+class held_tree {
+ public:
+  explicit held_tree(CFG_SubTree* sub_tree) : m_sub_tree(sub_tree) {}
+
+  // The handle on the tree, one without data when there is no tree.
+  CFG_SubTree& handle() const;
+  // The path below the root key. The first component goes, whatever it says; a path of one
+  // component is the root key itself when it is its name, else a child of it.
+  std::string_view below_root(std::string_view path) const;
+
+  // The root key, and the node at an absolute path up to its first wildcard. Null when nothing
+  // is there.
+  Tree_NodePtr root() const;
+  Tree_NodePtr node_at(std::string_view path) const;
+  // A tree of its own from that node; a subtree, owned by the caller, where it is a key.
+  Tree_NodePtr copy_at(std::string_view path) const;
+  CFG_SubTree* sub_tree_at(std::string_view path) const;
+
+  // Writes a copy of the tree at `node` under the key at an absolute path.
+  int write(const Tree_NodePtr& node, const RWCString& path) const;
+  // What SearchKeyOrValueName answers; messages go to the repository's log.
+  String_Arr* search(const Log_Logger& log, const RWCString& name, const RWCString& path) const;
+
+ private:
+  CFG_SubTree* m_sub_tree;
+};
+
+// The array of these paths, null after a line in the log when there are none.
+String_Arr* filled_paths(const Log_Logger& log, const std::vector<RWCString>& paths);
+
+}  // namespace cfg
