@@ -1,8 +1,10 @@
 #include <tree/Tree_Node.h>
 
 #include <memory>
+#include <mutex>
 #include <new>
 
+#include <tree/Tree_PathIndex.h>
 #include <tree/Tree_Walk.h>
 
 Tree_NodePtr Tree_Node::NULL_TREE_NODE_PTR;
@@ -10,7 +12,23 @@ int Tree_Node::TRUE_BOOL = 1;
 constinit Tmr_PoolAllocator Tree_Node::m_NodesPool{sizeof(Tree_Node), 0};
 
 // A million of these stand in memory at once.
+static constexpr int kDeep = 3;             // levels from which an index is worth having
+static constexpr uint32_t kFewWalks = 256;  // lookups before an index is thought of
+
 static_assert(sizeof(void*) != 8 || sizeof(Tree_Node) == 48, "the node has grown");
+
+// What only the top node of a tree has. Made when it is first needed: by the one thread that
+// changes the tree, or by one of several readers.
+struct Tree_Node::Top {
+  RWCString virtual_parent_path;
+  // Deep lookups that walked from key to key since there is no index.
+  std::atomic<uint32_t> walks{0};
+  std::mutex index_mutex;  // held by the reader that builds the index
+  std::atomic<Tree_PathIndex*> index{nullptr};
+
+  Top() = default;
+  ~Top() { delete index.load(std::memory_order_relaxed); }
+};
 
 Tree_Node::Tree_Node(std::string_view name) : m_is_leaf(false), m_name(name) { new (&m_key) Key; }
 
@@ -54,8 +72,8 @@ void Tree_Node::Destroy(Tree_Node* node) {
   node->SetParent(nullptr);
   for (Tree_Node* chain = node; chain;) {
     Tree_Node* gone = chain;
-    chain = reinterpret_cast<Tree_Node*>(gone->m_up);
-    gone->m_up = 0;
+    chain = reinterpret_cast<Tree_Node*>(gone->m_up.load(std::memory_order_relaxed));
+    gone->m_up.store(0, std::memory_order_relaxed);
     if (!gone->m_is_leaf) {
       Tree_ChildList& children = gone->m_key;
       for (uint32_t place = children.next(0); place != Tree_ChildList::npos;
@@ -64,7 +82,7 @@ void Tree_Node::Destroy(Tree_Node* node) {
         const bool was_ours = child->GetParent() == gone;
         if (child->count_down()) {
           child->SetParent(nullptr);
-          child->m_up = reinterpret_cast<uintptr_t>(chain);
+          child->m_up.store(reinterpret_cast<uintptr_t>(chain), std::memory_order_relaxed);
           chain = child;
         } else if (was_ours) {
           child->SetParent(nullptr);
@@ -80,8 +98,14 @@ int Tree_Node::SetKeyName(const RWCString& name) {
   Tree_Node* parent = GetParent();
   if (parent && (name.isNull() || parent->Child(name))) return 0;
   const uint32_t place = parent ? parent->place_of(this) : Tree_ChildList::npos;
+  if (place == Tree_ChildList::npos) {
+    m_name = Tree_Name(name.view());
+    return 1;
+  }
+  parent->leave_index(*this);
   m_name = Tree_Name(name.view());
-  if (place != Tree_ChildList::npos) parent->m_key.rename(place, m_name.hash());
+  parent->m_key.rename(place, m_name.hash());
+  parent->enter_index(*this);
   return 1;
 }
 
@@ -104,19 +128,36 @@ RWCString Tree_Node::GetPath() const {
 }
 
 void Tree_Node::SetParent(Tree_Node* parent) {
-  if (m_up & kVirtual) delete reinterpret_cast<RWCString*>(m_up & ~kVirtual);
-  m_up = reinterpret_cast<uintptr_t>(parent);
+  const uintptr_t up = m_up.load(std::memory_order_relaxed);
+  if (up & kIsTop) delete reinterpret_cast<Top*>(up & ~kIsTop);
+  m_up.store(reinterpret_cast<uintptr_t>(parent), std::memory_order_release);
+}
+
+Tree_Node::Top* Tree_Node::top_record() const {
+  const uintptr_t up = m_up.load(std::memory_order_acquire);
+  return up & kIsTop ? reinterpret_cast<Top*>(up & ~kIsTop) : nullptr;
+}
+
+// Of a node without a parent. Readers may race to make it; one of them wins.
+Tree_Node::Top& Tree_Node::need_top_record() const {
+  if (Top* top = top_record()) return *top;
+  auto fresh = std::make_unique<Top>();
+  uintptr_t none = 0;
+  auto& up = const_cast<std::atomic<uintptr_t>&>(m_up);
+  if (up.compare_exchange_strong(none, reinterpret_cast<uintptr_t>(fresh.get()) | kIsTop)) {
+    return *fresh.release();
+  }
+  return *top_record();
 }
 
 RWCString Tree_Node::GetVirtualParentPath() const {
-  return m_up & kVirtual ? *reinterpret_cast<const RWCString*>(m_up & ~kVirtual) : RWCString();
+  const Top* top = top_record();
+  return top ? top->virtual_parent_path : RWCString();
 }
 
 void Tree_Node::SetVirtualParentPath(const RWCString& path) {
-  if (GetParent()) return;
-  auto* copy = path.isNull() ? nullptr : new RWCString(path);
-  SetParent(nullptr);
-  if (copy) m_up = reinterpret_cast<uintptr_t>(copy) | kVirtual;
+  if (GetParent() || (path.isNull() && !top_record())) return;
+  need_top_record().virtual_parent_path = path;
 }
 
 Tree_NodePtr& Tree_Node::GetChildAt(int index) {
@@ -126,16 +167,19 @@ Tree_NodePtr& Tree_Node::GetChildAt(int index) {
   return place == Tree_ChildList::npos ? NULL_TREE_NODE_PTR : m_key.at(place);
 }
 
+static bool is_at_or_above(const Tree_Node* wanted, const Tree_Node* node) {
+  while (node && node != wanted) node = node->GetParent();
+  return node != nullptr;
+}
+
 int Tree_Node::Add(const Tree_NodePtr& child) {
   if (!child || m_is_leaf || child->NameView().empty() || Child(child->NameView())) return 0;
-  if (child->GetChildCount() > 0) {
-    for (const Tree_Node* above = this; above; above = above->GetParent()) {
-      if (above == child.get()) return 0;
-    }
-  }
-  const Tree_NodePtr keep = child;  // may be a reference into the list it leaves
-  if (Tree_Node* before = keep->GetParent()) before->Remove(keep);
+  if (!child->IsEmpty() && is_at_or_above(child.get(), this)) return 0;
+  Tree_Node& node = *child;
+  const Tree_NodePtr keep(&node);  // `child` may be a reference into the list it leaves
+  if (Tree_Node* before = node.GetParent()) before->Remove(keep);
   adopt(keep);
+  enter_index(node);
   return 1;
 }
 
@@ -160,16 +204,12 @@ void Tree_Node::orphan(uint32_t place) {
 int Tree_Node::Remove(const Tree_NodePtr& child) {
   const uint32_t place = place_of(child.get());
   if (place == Tree_ChildList::npos) return 0;
+  leave_index(*child);
   orphan(place);
   return 1;
 }
 
-int Tree_Node::Remove(const RWCString& name) {
-  const uint32_t place = place_of(Child(name));
-  if (place == Tree_ChildList::npos) return 0;
-  orphan(place);
-  return 1;
-}
+int Tree_Node::Remove(const RWCString& name) { return Remove(Tree_NodePtr(Child(name))); }
 
 Tree_NodePtr Tree_Node::Get(const RWCString& name, const Tree_NodePtr&) const {
   return Child(name);
@@ -197,10 +237,83 @@ Tree_Node* Tree_Node::Child(std::string_view name) const {
 }
 
 Tree_Node* Tree_Node::Find(std::string_view path) const {
+  const Top* top = top_record();
+  const Tree_PathIndex* index = top ? top->index.load(std::memory_order_acquire) : nullptr;
+  if (!index || path.find('\\') == std::string_view::npos) return walk(path);
+  return index->Find(path);
+}
+
+Tree_Node* Tree_Node::walk(std::string_view path) const {
+  const uint64_t seed = Tree_Hash::Seed();
   auto* node = const_cast<Tree_Node*>(this);
   std::string_view name;
-  for (Tree_PathWalk walk(path); node && walk.Next(name);) node = node->Child(name);
+  int levels = 0;
+  for (Tree_PathWalk rest(path); rest.Next(name); ++levels) {
+    if (node->m_is_leaf) return nullptr;
+    const uint32_t place = node->m_key.find(Tree_Hash::Text(name, seed), name);
+    if (place == Tree_ChildList::npos) return nullptr;
+    node = node->m_key.at(place).get();
+  }
+  if (levels >= kDeep && !GetParent()) count_walk();
   return node;
+}
+
+// Indexing a node costs about as much as an eighth of a walk saves, so an index is built
+// once the tree was asked for an eighth as many paths as it has nodes. The nodes are
+// counted at powers of two only, and no further than needed.
+void Tree_Node::count_walk() const {
+  Top& top = need_top_record();
+  const uint32_t walks = top.walks.fetch_add(1, std::memory_order_relaxed) + 1;
+  if (walks < kFewWalks || (walks & (walks - 1)) != 0) return;
+  const std::unique_lock lock(top.index_mutex, std::try_to_lock);
+  if (!lock || top.index.load(std::memory_order_relaxed)) return;
+  uint64_t nodes = 0;
+  for (Tree_Walk walk(const_cast<Tree_Node*>(this)); walk; walk.Next()) {
+    if (++nodes > uint64_t{walks} * 8) return;
+  }
+  top.index.store(new Tree_PathIndex(*this), std::memory_order_release);
+}
+
+// The record of the top of this node's tree when it has an index, else null; and the hash
+// of this node's path from there.
+Tree_Node::Top* Tree_Node::indexed_top(uint64_t& own_hash) const {
+  const Tree_Node* top = this;
+  while (const Tree_Node* parent = top->GetParent()) top = parent;
+  Top* record = top->top_record();
+  if (!record || !record->index.load(std::memory_order_relaxed)) return nullptr;
+  std::vector<uint64_t> names;
+  for (const Tree_Node* node = this; node != top; node = node->GetParent())
+    names.push_back(node->NameHash());
+  own_hash = 0;
+  for (auto name = names.rbegin(); name != names.rend(); ++name)
+    own_hash = Tree_Hash::Path(own_hash, *name);
+  return record;
+}
+
+void Tree_Node::drop_index() const {
+  uint64_t hash;
+  Top* top = indexed_top(hash);
+  if (!top) return;
+  delete top->index.exchange(nullptr);
+  top->walks = 0;
+}
+
+// A child that comes or goes with nodes below it would take an entry for each of them:
+// then the index goes instead, and the next readers make a new one.
+void Tree_Node::enter_index(Tree_Node& child) const {
+  uint64_t hash;
+  Top* top = indexed_top(hash);
+  if (!top) return;
+  if (!child.IsEmpty()) return drop_index();
+  top->index.load()->Insert(Tree_Hash::Path(hash, child.NameHash()), &child);
+}
+
+void Tree_Node::leave_index(const Tree_Node& child) const {
+  uint64_t hash;
+  Top* top = indexed_top(hash);
+  if (!top) return;
+  if (!child.IsEmpty()) return drop_index();
+  top->index.load()->Erase(Tree_Hash::Path(hash, child.NameHash()), &child);
 }
 
 Tree_NodePtr Tree_Node::GetRelativeNode(const Tree_Path& path, const Tree_NodePtr&) const {
@@ -233,11 +346,18 @@ Tree_NodePtr& Tree_Node::GetRelativeSubTreeByRef(const RWCString& path, int inde
 Tree_NodePtr Tree_Node::GetOrCreateRelativeNode(const Tree_Path& path, const Tree_NodePtr&) {
   Tree_Node* node = this;
   std::string_view name;
+  bool is_new = false;
+  Top* top = nullptr;  // found once, at the first new node: the way up may be long
+  uint64_t hash = 0;
   for (Tree_PathWalk walk(path.GetText()); !node->m_is_leaf && walk.Next(name);) {
-    Tree_Node* child = node->Child(name);
+    Tree_Node* child = is_new ? nullptr : node->Child(name);
     if (!child) {
+      if (!is_new) top = node->indexed_top(hash);
+      is_new = true;
       child = new Tree_Node(name);
       node->adopt(child);
+      hash = Tree_Hash::Path(hash, child->NameHash());
+      if (top) top->index.load()->Insert(hash, child);
     }
     node = child;
   }
@@ -454,6 +574,7 @@ Tree_NodePtr Tree_Node::GetChangesTreeNode(const Tree_NodePtr& node) {
 
 // Keys in tree order, then from the last back to the first: children before parents.
 bool Tree_Node::RemoveEmptyBranches() {
+  drop_index();
   std::vector<Tree_Node*> keys;
   for (Tree_Walk walk(this); walk; walk.Next()) {
     if (!walk->m_is_leaf) keys.push_back(*walk);

@@ -1,6 +1,7 @@
 // The node of the configuration tree.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string_view>
 #include <vector>
@@ -52,6 +53,7 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // Identity
   RWCString GetKeyName() const { return NameView(); }
   std::string_view NameView() const { return m_name.view(); }
+  uint64_t NameHash() const { return m_name.hash(); }
   // Renames the node in place. Refused (FALSE) when a sibling has the name already, or
   // when a child would get the empty name.
   int SetKeyName(const RWCString& name);
@@ -59,7 +61,8 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // the top down to this node, joined by backslashes.
   RWCString GetPath() const;
   Tree_Node* GetParent() const {
-    return m_up & kVirtual ? nullptr : reinterpret_cast<Tree_Node*>(m_up);
+    const uintptr_t up = m_up.load(std::memory_order_acquire);
+    return up & kIsTop ? nullptr : reinterpret_cast<Tree_Node*>(up);
   }
   // The link only, the parent's child list stays as it is. Drops a virtual parent path.
   void SetParent(Tree_Node* parent);
@@ -97,7 +100,8 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   int GetNodeNum() const;
   uint64_t GetTotalSize() const;
 
-  // The raw walk under all lookups: counts no references and allocates nothing.
+  // The raw lookup under all others, without counting references. A top node that is asked
+  // for many deep paths makes itself a Tree_PathIndex.
   Tree_Node* Child(std::string_view name) const;
   Tree_Node* Find(std::string_view path) const;
   const Tree_ChildList* Children() const { return m_is_leaf ? nullptr : &m_key; }
@@ -172,7 +176,8 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
 
  private:
   friend class ThreadAPI_AutoPtrThreadSafe<Tree_Node>;
-  static constexpr uintptr_t kVirtual = 1;  // tag of m_up: a virtual parent path, not a parent
+  static constexpr uintptr_t kIsTop = 1;  // tag of m_up: a Top, not a parent
+  struct Top;
 
   struct Key : Tree_ChildList {  // inherits, so that the id takes the list's padding
     int id = -1;
@@ -182,16 +187,25 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   ~Tree_Node();
   static void Destroy(Tree_Node* node);
 
+  Top* top_record() const;
+  Top& need_top_record() const;
+  Tree_Node* walk(std::string_view path) const;
+  void count_walk() const;
+  Top* indexed_top(uint64_t& own_hash) const;
+  void drop_index() const;
+  void enter_index(Tree_Node& child) const;
+  void leave_index(const Tree_Node& child) const;
+
   Tree_NodePtr& slot_of(Tree_Node* child) const;
   uint32_t place_of(const Tree_Node* child) const;
-  void adopt(Tree_NodePtr child);  // a fresh node whose name is not there yet
-  void orphan(uint32_t place);
+  void adopt(Tree_NodePtr child);  // a node whose name is not there yet; the index is the caller's
+  void orphan(uint32_t place);     // likewise
   static void copy_children(const Tree_Node& from, Tree_Node& to);
   static Tree_NodePtr copy_of(const Tree_Node& node);
   static void overlay_children(Tree_Node& base, const Tree_Node& overlay, bool deep);
 
-  bool m_is_leaf;      // shares the word of the count
-  uintptr_t m_up = 0;  // the parent, or a tagged pointer to an owned RWCString
+  bool m_is_leaf;                  // shares the word of the count
+  std::atomic<uintptr_t> m_up{0};  // the parent, or a tagged pointer to an owned Top
   Tree_Name m_name;
   union {
     Key m_key;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 
@@ -230,10 +231,49 @@ TEST(Tree, RecordsAreCutBetweenCharacters) {
             value + "w");
 }
 
+// Two equal trees, of which one was read so much that it has an index, go through the same
+// changes; every lookup must have the same answer in both.
+TEST(Tree, ManyLookupsChangeNoAnswerWhateverChangesBetweenThem) {
+  std::mt19937 random(7);
+  const auto below = [&](size_t n) { return static_cast<size_t>(random() % n); };
+  const auto path_of = [&] {
+    std::string path = "k" + std::to_string(below(4));
+    for (size_t levels = below(4); levels > 0; --levels) path += "\\k" + std::to_string(below(4));
+    return path;
+  };
+  Tree_NodePtr read = tree("t", {}), plain = tree("t", {});
+  for (int step = 0; step < 3000; ++step) {
+    const std::string path = path_of(), name = "k" + std::to_string(below(4)), other = path_of();
+    const size_t action = below(8);
+    for (const Tree_NodePtr& top : {read, plain}) {
+      const Tree_NodePtr node = top->Find(path);
+      if (action < 4) top->GetOrCreateRelativeNode(Tree_Path(path), top);
+      if (action == 4 && node) node->Add(new Tree_Node(name, "text", 0));
+      if (action == 5 && node) node->SetKeyName(name);
+      if (action == 6 && node && node->GetParent()) node->GetParent()->Remove(node);
+      if (action == 7 && node && top->Find(other)) top->Find(other)->Add(node);
+    }
+    if (read->GetNodeNum() > 500) {
+      for (const Tree_NodePtr& top : {read, plain}) top->Remove(top->GetChildAt(0));
+    }
+    if (step % 50 == 0) {  // enough lookups for an index
+      for (int i = 0; i < 600; ++i) read->Find("k0\\k1\\k2\\k3");
+    }
+    for (int i = 0; i < 5; ++i) {
+      const std::string asked = path_of();
+      ASSERT_EQ(read->Find(asked) ? read->Find(asked)->GetPath() : "none",
+                plain->Find(asked) ? RWCString("t\\" + asked) : "none");
+    }
+  }
+  ASSERT_EQ(text_of(read), text_of(plain));
+}
+
 TEST(Tree, ThreadsReadWhileOthersCopyAndDrop) {
   Tree_NodePtr top = tree("root", {});
   for (int i = 0; i < 100; ++i) {
     const std::string name = "host" + std::to_string(i);
+    top->GetOrCreateRelativeNode(Tree_Path(name + "\\a\\b"), top)
+        ->Add(new Tree_Node("c", "deep", 0));
     top->GetOrCreateRelativeNode(Tree_Path(name), top)
         ->Add(new Tree_Node("ip", "10.0.0." + std::to_string(i), 0));
   }
@@ -244,8 +284,9 @@ TEST(Tree, ThreadsReadWhileOthersCopyAndDrop) {
         const std::string host = "host" + std::to_string((i * 7 + t) % 100);
         const Tree_NodePtr held = top->Find(host);
         EXPECT_FALSE(held->GetValue("ip", held).isNull());
+        EXPECT_EQ(top->Find(host + "\\a\\b\\c")->GetText(), "deep");  // an index comes up under way
         if (i % 10 == t) {
-          EXPECT_EQ(top->DuplicateFromHereDown(true)->GetNodeNum(), 201);
+          EXPECT_EQ(top->DuplicateFromHereDown(true)->GetNodeNum(), 501);
         }
         const Tree_Name name(host + std::to_string(i % 3));  // comes and goes on all threads
       }

@@ -1,0 +1,85 @@
+#include <tree/Tree_PathIndex.h>
+
+#include <algorithm>
+
+#include <tree/Tree_Node.h>
+#include <tree/Tree_Walk.h>
+
+static constexpr size_t kSmallest = 64;
+static size_t room_for(size_t nodes) { return std::max(kSmallest, nodes + nodes / 4 + 1); }
+
+Tree_PathIndex::Tree_PathIndex(const Tree_Node& top) {
+  m_entries.resize(room_for(static_cast<size_t>(top.GetNodeNum())), Entry{0, nullptr});
+  std::vector<uint64_t> way{0};  // hashes of the paths of the open keys
+  for (Tree_Walk walk(const_cast<Tree_Node*>(&top)); walk; walk.Next()) {
+    if (walk.Depth() == 0) continue;
+    way.resize(walk.Depth());
+    way.push_back(Tree_Hash::Path(way.back(), walk->NameHash()));
+    place({way.back(), *walk});
+    ++m_used;
+  }
+}
+
+Tree_Node* Tree_PathIndex::Find(std::string_view path) const {
+  const uint64_t seed = Tree_Hash::Seed();
+  uint64_t hash = 0;
+  std::string_view name;
+  for (Tree_PathWalk walk(path); walk.Next(name);)
+    hash = Tree_Hash::Path(hash, Tree_Hash::Text(name, seed));
+  for (size_t at = home(hash); m_entries[at].node; at = at + 1 == m_entries.size() ? 0 : at + 1) {
+    if (m_entries[at].hash == hash && m_entries[at].node->NameView() == name)
+      return m_entries[at].node;
+  }
+  return nullptr;
+}
+
+void Tree_PathIndex::Insert(uint64_t hash, Tree_Node* node) {
+  if (room_for(m_used + 1) > m_entries.size()) grow();
+  place({hash, node});
+  ++m_used;
+}
+
+// Entries behind the freed one move up as far as their homes allow, so that no search
+// ends too early.
+void Tree_PathIndex::Erase(uint64_t hash, const Tree_Node* node) {
+  const size_t size = m_entries.size();
+  size_t hole = home(hash);
+  while (m_entries[hole].node != node) {
+    if (!m_entries[hole].node) return;
+    hole = hole + 1 == size ? 0 : hole + 1;
+  }
+  for (size_t at = hole;;) {
+    at = at + 1 == size ? 0 : at + 1;
+    if (!m_entries[at].node) break;
+    const size_t from_home = (at + size - home(m_entries[at].hash)) % size;
+    if (from_home < (at + size - hole) % size) continue;
+    m_entries[hole] = m_entries[at];
+    hole = at;
+  }
+  m_entries[hole].node = nullptr;
+  --m_used;
+}
+
+// The upper bits of the hash, scaled to the size: sizes need not be powers of two.
+size_t Tree_PathIndex::home(uint64_t hash) const {
+#ifdef __SIZEOF_INT128__
+  __extension__ using wide = unsigned __int128;
+  return static_cast<size_t>(static_cast<wide>(hash) * m_entries.size() >> 64);
+#else
+  return static_cast<size_t>((hash >> 32) * m_entries.size() >> 32);
+#endif
+}
+
+void Tree_PathIndex::place(Entry entry) {
+  size_t at = home(entry.hash);
+  while (m_entries[at].node) at = at + 1 == m_entries.size() ? 0 : at + 1;
+  m_entries[at] = entry;
+}
+
+void Tree_PathIndex::grow() {
+  std::vector<Entry> old(m_entries.size() + m_entries.size() / 2, Entry{0, nullptr});
+  old.swap(m_entries);
+  for (const Entry& entry : old) {
+    if (entry.node) place(entry);
+  }
+}
