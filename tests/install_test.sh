@@ -11,7 +11,7 @@ cmake --install "$build" --prefix "$work/prefix" >/dev/null
 cp -r "$source/examples/first_program" "$work/program"
 cp "$source/examples/installation.xml" "$work/"
 printf 'cfg_type = file\nxml_file = %s/installation.xml\nlocal_host_ip = 127.0.0.1\n' "$work" >"$work/params.txt"
-expected=$("$work/prefix/bin/cfg" --file "$work/installation.xml" get 'halvoria\system\nodes\archive\properties\inet_address')
+expected=$("$work/prefix/bin/cfg" --file "$work/installation.xml" get 'halvoria\system\nodes\pacs01\properties\inet_address')
 [ -n "$expected" ]
 
 check() {

@@ -3,9 +3,10 @@
 #include <iostream>
 
 int main(int argc, char** argv) {
-  CFG_RepositoryServices* cfg = argc > 1 ? CFG_Factory::GetRepositoryServices(argv[1])
-                                         : CFG_Factory::GetRepositoryServices();
+  CFG_RepositoryServices* cfg =
+      argc > 1 ? CFG_Factory::GetRepositoryServices(argv[1]) : CFG_Factory::GetRepositoryServices();
   if (!cfg) return 1;
-  std::cout << cfg->GetValue("halvoria\\system\\nodes\\archive\\properties\\inet_address", "none") << "\n";
+  std::cout << cfg->GetValue("halvoria\\system\\nodes\\pacs01\\properties\\inet_address", "none")
+            << "\n";
   ShutdownRepositoryServices();
 }
