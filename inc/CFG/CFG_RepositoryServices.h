@@ -23,7 +23,7 @@
 class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
  public:
   // How ImportXmlFileWithType treats what is stored already.
-  enum CFG_XML_IMPORT_TYPE {
+  enum CFG_XML_IMPORT_TYPE : int {
     CFG_XML_IMPORT_REPLACE = 1,       // each subtree replaces the key at its own place
     CFG_XML_IMPORT_OVERWRITE = 2,     // merged, the file wins
     CFG_XML_IMPORT_NO_OVERWRITE = 3,  // merged, what is stored wins

@@ -1,0 +1,191 @@
+#include <CFG/CFG_SAXImport.h>
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+
+#include <xercesc/sax/SAXException.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLException.hpp>
+
+#include <CFG/CFG_SAXImportHandlers.h>
+#include <CFG/detail/guarded_parser.h>
+#include <CFG/detail/record_list.h>
+#include <CFG/detail/timed_step.h>
+#include <CFG/detail/xml_file_source.h>
+#include <CFG/detail/xml_text.h>
+#include <logging/Logger.h>
+#include <system/Sys_File.h>
+
+namespace xc = XERCES_CPP_NAMESPACE;
+
+namespace {
+
+constexpr Log_Logger logger("src/CFG/CFG_SAXImport", 502);
+
+enum { DONE = 0, NO_PLATFORM = 1, HAS_ERRORS = 4, GAVE_UP = -1 };
+
+RWWString wide(const XMLCh* text) { return RWWString::fromUTF8(cfg::xml_text(text)); }
+
+bool initialize_platform() {
+  try {
+    xc::XMLPlatformUtils::Initialize();
+    return true;
+  } catch (const xc::XMLException& e) {
+    return logger.reject(false, "Error during initialization! %S :\n", wide(e.getMessage()));
+  }
+}
+
+int give_up(CFG_SAXImportHandlers& handlers, const RWCString& reason) {
+  logger.error("An error occurred: %S \n", RWWString::fromUTF8(reason));
+  if (handlers.GetErrorCount() == 0) handlers.count_error(reason);
+  return GAVE_UP;
+}
+
+// DONE, also when errors were counted, or GAVE_UP.
+int parse(const xc::InputSource& source, CFG_SAXImportHandlers& handlers) {
+  const cfg::timed_step timed("cfg_sax_parse_xml");
+  try {
+    cfg::guarded_parser(handlers).read(source);
+  } catch (const cfg::parsing_stopped& stopped) {
+    if (!stopped.reason.isNull()) return give_up(handlers, stopped.reason);
+  } catch (const xc::XMLException& e) {
+    return give_up(handlers, cfg::xml_text(e.getMessage()));
+  } catch (const xc::SAXException& e) {
+    return give_up(handlers, cfg::xml_text(e.getMessage()));
+  } catch (const xc::OutOfMemoryException&) {
+    return give_up(handlers, "out of memory");
+  } catch (const std::exception& e) {
+    return give_up(handlers, e.what());
+  }
+  return DONE;
+}
+
+void log_last_path(CFG_SAXImportHandlers& handlers) {
+  const auto& branches = handlers.branches();
+  if (branches.empty() || branches.back().records.size() == 0) {
+    logger.error(
+        "error in import XML failed at first lines (may be <branch>  <node> or <tree> are missing "
+        "?)\n");
+  } else {
+    logger.error("error in import XML last line path is %s\n",
+                 branches.back().records.path_of_last());
+  }
+}
+
+}  // namespace
+
+struct CFG_SAXImport::Branch {
+  std::unique_ptr<cfg::record_list> read;  // null when there was no node
+  NodesVec* records = nullptr;             // made from it
+  RWCString root_path;
+};
+
+CFG_SAXImport::CFG_SAXImport() = default;
+
+CFG_SAXImport::~CFG_SAXImport() {
+  if (m_clear_at_dtor) free_lists();
+}
+
+bool CFG_SAXImport::InitXercescPlatformUtils() {
+  static const bool is_ready = initialize_platform();  // stays to the end of the process
+  return is_ready;
+}
+
+int CFG_SAXImport::Init(const RWWString& file, uint64_t flags) {
+  if (!InitXercescPlatformUtils()) return NO_PLATFORM;
+  Sys_File opened;
+  if (opened.open(file)) return Init(cfg::xml_file_source(opened), flags);
+  CFG_SAXImportHandlers handlers(flags);
+  handlers.count_error(opened.error());
+  take_errors(handlers);
+  return logger.reject(HAS_ERRORS, "%s\n", opened.error());
+}
+
+int CFG_SAXImport::Init(const xc::InputSource& source, uint64_t flags) {
+  const cfg::timed_step timed("cfg_sax_imp_xml");
+  if (!InitXercescPlatformUtils()) return NO_PLATFORM;
+  CFG_SAXImportHandlers handlers(flags);
+  const int result = parse(source, handlers);
+  take_errors(handlers);
+  if (result != DONE) return result;
+  if (m_error_count > 0) {
+    log_last_path(handlers);
+    return HAS_ERRORS;
+  }
+  take_branches(handlers);
+  return DONE;
+}
+
+void CFG_SAXImport::take_branches(CFG_SAXImportHandlers& handlers) {
+  const cfg::timed_step timed("cfg_sax_swap");
+  m_branches.resize(static_cast<size_t>(std::max<uint64_t>(handlers.branch_count(), 1)));
+  auto to = m_branches.begin();
+  for (auto& from : handlers.branches()) {
+    to->root_path = from.root_path;
+    if (from.has_root || from.records.size() > 0) {
+      to->read = std::make_unique<cfg::record_list>(std::move(from.records));
+    }
+    ++to;
+  }
+}
+
+void CFG_SAXImport::take_errors(const CFG_SAXImportHandlers& handlers) {
+  m_error_count = handlers.GetErrorCount();
+  m_error_line = handlers.GetErrorLine();
+  m_error_column = handlers.GetErrorColumn();
+  m_error_text = handlers.error_text();
+}
+
+void CFG_SAXImport::free_lists() {
+  for (Branch& branch : m_branches) delete branch.records;
+  m_branches.clear();
+}
+
+CFG_SAXImport::Branch* CFG_SAXImport::branch(int i) {
+  return i >= 0 && i < GetNumOfVectors() ? &m_branches[static_cast<size_t>(i)] : nullptr;
+}
+
+// The list is made when it is asked for: who only wants the tree does without.
+CFG_SAXImport::NodesVec* CFG_SAXImport::GetNodesVecIndex(int i) {
+  Branch* found = branch(i);
+  if (!found || !found->read) return nullptr;
+  if (!found->records) {
+    const cfg::timed_step timed("cfg_sax_sort");
+    found->records = found->read->records().release();
+  }
+  return found->records;
+}
+
+int CFG_SAXImport::GetNodesNumIndex(int i) {
+  const Branch* found = branch(i);
+  return found && found->read ? static_cast<int>(found->read->size()) : -1;
+}
+
+RWCString CFG_SAXImport::GetRootPathIndex(int i) {
+  const Branch* found = branch(i);
+  return found ? found->root_path : RWCString();
+}
+
+RWCString CFG_SAXImport::GetRootPath() { return GetRootPathIndex(0); }
+
+int CFG_SAXImport::GetNumOfVectors() { return static_cast<int>(m_branches.size()); }
+
+CFG_SAXImport::NodesVec* CFG_SAXImport::TakeOwnershipOfVecIndex(int i) {
+  NodesVec* list = GetNodesVecIndex(i);
+  if (!list) return nullptr;
+  branch(i)->records = nullptr;
+  branch(i)->read.reset();
+  return list;
+}
+
+void CFG_SAXImport::SetClearVectorAtDtor(bool clear) { m_clear_at_dtor = clear; }
+
+Tree_NodePtr CFG_SAXImport::BuildSubTreeIndex(int i) {
+  const Branch* found = branch(i);
+  if (!found || !found->read) return nullptr;
+  Tree_NodePtr tree = found->read->build_tree(found->root_path);
+  Tree_Node::ChangeTreeNodePtrProtection(tree, Tree_Node::TRUE_BOOL);
+  return tree;
+}

@@ -1,0 +1,224 @@
+#include <CFG/CFG_SAXImportHandlers.h>
+
+#include <algorithm>
+#include <limits>
+#include <string_view>
+
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/sax/Locator.hpp>
+#include <xercesc/sax/SAXParseException.hpp>
+
+#include <CFG/detail/normal_path.h>
+#include <CFG/detail/xml_text.h>
+#include <logging/Logger.h>
+
+namespace xc = XERCES_CPP_NAMESPACE;
+
+namespace {
+
+constexpr Log_Logger logger("src/CFG/CFG_SAXImportHandlers", 502);
+
+constexpr size_t tree_room = 10000;
+constexpr size_t value_list_room = 100;
+constexpr int max_depth = 64;  // of elements; the shape has four levels
+
+template <class... A>
+RWCString render(Log_Format<A...> format, const A&... args) {
+  return Log_Render(format.text, {Log_Argument(args)...});
+}
+
+void log_problem(uint64_t line, uint64_t column, const RWCString& text) {
+  logger.error("Error in parsing. Line: %lu culumn: %lu  info %S\n", line, column,
+               RWWString::fromUTF8(text));
+}
+
+}  // namespace
+
+void CFG_SAXImportHandlers::setDocumentLocator(const xc::Locator* locator) { m_locator = locator; }
+
+// Told apart by the first letters, then compared as a whole.
+CFG_SAXImportHandlers::Element CFG_SAXImportHandlers::element_named(const XMLCh* name) {
+  const auto is = [&](const char16_t* known, Element element) {
+    const XMLCh* c = name;
+    while (*c && *c == *known) ++c, ++known;
+    return *c == *known ? element : OUTSIDE;
+  };
+  switch (name[0]) {
+    case u'v':
+      return is(u"value", VALUE);
+    case u'n':
+      return is(u"node", NODE);
+    case u'b':
+      return is(u"branch", BRANCH);
+    case u't':
+      return is(u"tree", TREE);
+    case u'p':
+      return name[1] == u'a' && name[2] == u't' ? is(u"path_segment", PATH)
+                                                : is(u"parent_path_segment", PARENT_PATH);
+    default:
+      return OUTSIDE;
+  }
+}
+
+bool CFG_SAXImportHandlers::is_in_place(Element element) const {
+  static constexpr Element parents[] = {OUTSIDE, OUTSIDE, TREE, BRANCH, NODE, NODE, NODE};
+  if (element == OUTSIDE || m_open != parents[element]) return false;
+  if (element < PATH) return true;
+  return m_last_child == NODE ? element == PATH : element > m_last_child;
+}
+
+void CFG_SAXImportHandlers::startElement(const XMLCh* name, xc::AttributeList&) {
+  if (++m_depth > max_depth) stop("Elements are nested more than %d deep", max_depth);
+  const Element element = element_named(name);
+  if (m_error_count > 0 && (element != OUTSIDE || m_is_validated)) return;
+  if (!is_in_place(element)) {
+    return wrong(render("The element <%s> is not expected here", cfg::xml_text(name)));
+  }
+  m_open = element;
+  switch (element) {
+    case BRANCH:
+      return start_branch();
+    case NODE:
+      m_last_child = NODE;
+      return;
+    case PATH:
+      m_text = &m_path;
+      break;
+    case VALUE:
+      m_text = &m_value;
+      break;
+    default:
+      break;
+  }
+  m_last_child = element;
+}
+
+void CFG_SAXImportHandlers::characters(const XMLCh* chars, XMLSize_t length) {
+  if (m_text && m_error_count == 0) m_text->append(chars, length);
+}
+
+// Without an error the element that ends is the open one: it was in its place.
+void CFG_SAXImportHandlers::endElement(const XMLCh*) {
+  --m_depth;
+  if (m_error_count > 0) return;
+  m_text = nullptr;
+  switch (m_open) {
+    case OUTSIDE:
+      return;
+    case TREE:
+      m_open = OUTSIDE;
+      return;
+    case BRANCH:
+      ++m_branch_count;
+      m_open = TREE;
+      return;
+    case NODE:
+      end_node();
+      m_open = BRANCH;
+      return;
+    case PATH:
+    case PARENT_PATH:
+    case VALUE:
+      m_open = NODE;
+      return;
+  }
+}
+
+void CFG_SAXImportHandlers::start_branch() {
+  if (m_branch_count > 0 && !(m_flags & (CFG_SAX_VALUE_LIST | CFG_SAX_MULTI_BRANCH))) {
+    logger.error("Error multiple subtree not supported\n");
+    return count_here("Error multiple subtree not supported");
+  }
+  if (m_branch_count >= CFG_SAXImport::MAX_BRANCHES) {
+    logger.error("error in import, Reached branch list limit of %d", CFG_SAXImport::MAX_BRANCHES);
+    return count_here("Reached branch list limit");
+  }
+  if (!is_value_list()) m_branches.emplace_back();
+}
+
+void CFG_SAXImportHandlers::end_node() {
+  if (m_last_child == NODE) return wrong("The node has no path_segment");
+  const std::string_view path = cfg::normal_path(m_path.view(), m_scratch);
+  if (cfg::is_too_deep(path)) {
+    wrong(render("The path has more than %Iu levels", cfg::max_path_depth));
+  } else if (is_value_list()) {
+    add_to_value_list(path);
+  } else {
+    add_to_tree(path);
+  }
+  m_path.clear();
+  m_value.clear();
+}
+
+void CFG_SAXImportHandlers::add_to_tree(std::string_view path) {
+  Branch& branch = m_branches.back();
+  if (!branch.has_root) {
+    branch.has_root = true;
+    branch.root_path = path;
+    branch.records.reserve(tree_room);
+    return;
+  }
+  const std::string_view root = branch.root_path;
+  const bool is_root = path == root;
+  const bool is_below_root = !root.empty() && path.size() > root.size() &&
+                             path[root.size()] == '\\' && path.substr(0, root.size()) == root;
+  if (!is_root && !is_below_root) {
+    logger.error("path %s is not in root  change to error state\n", path);
+    return count_here(render("path %s is not in root", path));
+  }
+  if (is_root) return;  // said once more
+  branch.records.append(path.substr(root.size() + 1), m_value.view());
+}
+
+void CFG_SAXImportHandlers::add_to_value_list(std::string_view path) {
+  if (m_value.view().empty()) {
+    logger.error("Error in import value-list: value is NULL for path %s\n", path);
+    return count_here(render("value is NULL for path %s", path));
+  }
+  if (path.empty()) return wrong("The path of a value is empty");
+  if (m_branches.empty()) {
+    m_branches.emplace_back();
+    m_branches.front().records.reserve(value_list_room);
+  }
+  m_branches.front().records.append(path, m_value.view());
+}
+
+xc::InputSource* CFG_SAXImportHandlers::resolveEntity(const XMLCh*, const XMLCh* system_id) {
+  wrong(render("The external entity <%s> is not opened", cfg::xml_text(system_id)));
+  static constexpr XMLByte nothing[1] = {};
+  return new xc::MemBufInputSource(nothing, 0, "");
+}
+
+void CFG_SAXImportHandlers::error(const xc::SAXParseException& problem) { report(problem); }
+void CFG_SAXImportHandlers::fatalError(const xc::SAXParseException& problem) { report(problem); }
+
+void CFG_SAXImportHandlers::report(const xc::SAXParseException& problem) {
+  const RWCString text = cfg::xml_text(problem.getMessage());
+  log_problem(problem.getLineNumber(), problem.getColumnNumber(), text);
+  count(problem.getLineNumber(), problem.getColumnNumber(), text);
+}
+
+void CFG_SAXImportHandlers::wrong(const RWCString& text) {
+  log_problem(m_locator ? m_locator->getLineNumber() : 0,
+              m_locator ? m_locator->getColumnNumber() : 0, text);
+  count_here(text);
+}
+
+void CFG_SAXImportHandlers::count_here(const RWCString& text) {
+  count(m_locator ? m_locator->getLineNumber() : 0, m_locator ? m_locator->getColumnNumber() : 0,
+        text);
+}
+
+void CFG_SAXImportHandlers::count(uint64_t line, uint64_t column, const RWCString& text) {
+  const auto as_int = [](uint64_t number) {
+    return static_cast<int>(std::min<uint64_t>(number, std::numeric_limits<int>::max()));
+  };
+  if (++m_error_count == 1) {
+    m_error_line = as_int(line);
+    m_error_column = as_int(column);
+    m_error_text = text;
+  }
+  if (m_error_count < MAX_ERRORS) return;
+  logger.error("%d errors, the rest of the document is not read\n", m_error_count);
+  throw cfg::parsing_stopped{};
+}

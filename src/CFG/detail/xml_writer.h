@@ -1,0 +1,65 @@
+// Writes trees as XML documents.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <logging/Log_Format.h>
+#include <tree/Tree_Node.h>
+
+namespace cfg {
+
+// Writes one document, a branch for each tree. Knows trees and where the bytes go, nothing
+// else. The layout is drawn in xml_writer.cpp.
+//
+// What a reader would not give back as it is, is refused: bytes that no XML document holds,
+// names that are changed by reading, paths deeper than a reader takes.
+class xml_writer {
+ public:
+  // Takes the next bytes of the document; false when it cannot. It is not called again then.
+  using Output = std::function<bool(std::string_view)>;
+
+  explicit xml_writer(Output output);
+  xml_writer(const xml_writer&) = delete;
+  xml_writer& operator=(const xml_writer&) = delete;
+
+  // The tree at `top`, below the key at the path `prefix`; empty for none. False when it
+  // cannot be written; the document is of no use then.
+  bool write_branch(Tree_Node& top, std::string_view prefix);
+  // Behind the last branch.
+  bool finish();
+  // Why a call returned false; empty when the output is the reason.
+  const std::string& fault() const { return m_fault; }
+
+ private:
+  struct Open {
+    std::string_view name;
+    size_t length;  // of the escaped path down to this key
+  };
+
+  bool enter(std::string_view name);
+  bool check_name(std::string_view name);
+  bool write_node(const Tree_Node& node);
+  template <class... A>
+  bool refuse(Log_Format<A...> format, const A&... args);
+  std::string open_path() const;
+
+  void put(std::string_view text);
+  void drain();
+
+  const Output m_output;
+  const std::unique_ptr<char[]> m_buffer;
+  size_t m_filled = 0;
+  size_t m_drained = 0;
+  bool m_output_holds = true;
+  bool m_has_branch = false;
+  std::vector<Open> m_open;  // the keys from the top of the path down to the current node
+  std::string m_path;        // theirs, escaped
+  std::string m_fault;
+};
+
+}  // namespace cfg
