@@ -48,6 +48,7 @@ class HALVORIA_API CFG_Factory {
 
   // What a parameters file and the environment say, before any of it is used.
   struct Parameters;
+  struct AtUnload;
   using RepositoryPtr = std::unique_ptr<CFG_RepositoryServices>;
 
   // The current repository, else what `init` makes, under the mutex.
@@ -57,7 +58,8 @@ class HALVORIA_API CFG_Factory {
   static CFG_RepositoryServices* InitCfgINI(Tmr_INI& ini);
   static RepositoryPtr build_repository(const Parameters& parameters, CFG_SubTree* sub_tree);
   static CFG_RepositoryServices* ConnectToCfg(const Parameters& parameters, CFG_SubTree* sub_tree);
-  static bool set_up_and_connect(const Parameters& parameters);
+  static bool set_properties(const Parameters& parameters);  // of the repository just built
+  static bool connect(const Parameters& parameters);
   static void drop_repository();
   static bool disconnect();  // with the mutex held
   static void init_common_values();

@@ -96,6 +96,14 @@ std::atomic<int> CFG_Factory::is_cfg_init{0};
 int CFG_Factory::is_cfg_shutdown = 0;
 RWCString CFG_Factory::m_override_cfg_type;
 
+// Defined last in this source, so that it goes first: whoever asks the hook while the process
+// ends gets the default.
+struct CFG_Factory::AtUnload {
+  ~AtUnload() { drop_repository(); }
+  static AtUnload instance;
+};
+CFG_Factory::AtUnload CFG_Factory::AtUnload::instance;
+
 // --- entry points --------------------------------------------------------------------------------
 
 CFG_RepositoryServices* CFG_Factory::get_or_init(
@@ -144,6 +152,9 @@ CFG_RepositoryServices* CFG_Factory::GetRepositoryServices(const wchar_t* file_n
 }
 
 CFG_RepositoryServices* CFG_Factory::GetRepositoryServices(CFG_SubTree* sub_tree) {
+  if (!sub_tree) {
+    return logger.reject(nullptr, "GetRepositoryServices() : sub_tree is NULL, return NULL\n");
+  }
   Parameters parameters;
   parameters.cfg_type = "memory";
   return ConnectToCfg(parameters, sub_tree);
@@ -262,7 +273,7 @@ CFG_RepositoryServices* CFG_Factory::ConnectToCfg(const Parameters& parameters,
   RepositoryPtr built = build_repository(parameters, sub_tree);
   if (!built) return nullptr;
   cfg = std::move(built);
-  if (!set_up_and_connect(parameters)) {
+  if (!set_properties(parameters) || !connect(parameters)) {
     drop_repository();
     return nullptr;
   }
@@ -273,7 +284,7 @@ CFG_RepositoryServices* CFG_Factory::ConnectToCfg(const Parameters& parameters,
   return cfg.get();
 }
 
-bool CFG_Factory::set_up_and_connect(const Parameters& parameters) {
+bool CFG_Factory::set_properties(const Parameters& parameters) {
   const auto set_if_given = [](const char* property, const RWCString& text) {
     if (!text.isNull()) cfg->SetProperty(property, text);
     return !text.isNull();
@@ -316,6 +327,10 @@ bool CFG_Factory::set_up_and_connect(const Parameters& parameters) {
   logger.detail("GetRepositoryServices() : after get current_node, current_node is <%s>\n", node);
   cfg->SetProperty("current_node", node);
   cfg->SetProperty("local_host_ip", ip);
+  return true;
+}
+
+bool CFG_Factory::connect(const Parameters& parameters) {
   logger.info("GetRepositoryServices() : before connect to cfg repository type %s\n",
               parameters.cfg_type);
 
