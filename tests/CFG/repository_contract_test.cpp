@@ -1,0 +1,550 @@
+// What every services object over a tree promises: the same rows over a handle, a memory
+// repository and an XML-file repository. What differs is a column.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+
+#include <logging/Log_Capture.h>
+#include "repository_worlds.h"
+
+namespace {
+
+constexpr WorldKind all_kinds[] = {HANDLE, MEMORY, XML_FILE};
+constexpr WorldKind repositories[] = {MEMORY, XML_FILE};
+
+CFG_SubTree sample() {
+  return tree_of("halvoria", {{"version", "7"},
+                              {"s\\name", "Clinic"},
+                              {"s\\n\\n1\\p\\ip", "10.0.0.1"},
+                              {"s\\n\\n2\\empty", ""},
+                              {"s\\n\\n2\\p\\ip", "10.0.0.2"},
+                              {"s\\zone", "A"}});
+}
+
+std::string list(String_Arr* names) {
+  const std::unique_ptr<String_Arr> owned(names);
+  if (!owned) return "NULL";
+  std::string text;
+  for (int i = 0; i < owned->GetArrLen(); ++i) text.append(i ? "," : "").append(owned->GetStr(i));
+  return text;
+}
+
+std::string list(Tree_PathAndValueArray* records) {
+  const std::unique_ptr<Tree_PathAndValueArray> owned(records);
+  if (!owned) return "NULL";
+  std::string text;
+  for (int i = 0; i < owned->m_count; ++i) {
+    text.append(i ? "," : "")
+        .append(owned->GetPV(i)->GetPath())
+        .append("=")
+        .append(owned->GetPV(i)->GetValue());
+  }
+  return text;
+}
+
+// --- reads ---------------------------------------------------------------------------------------
+
+using Ask = std::string (*)(CFG_Services&, RWCString path);
+constexpr Ask value = [](CFG_Services& s, RWCString path) { return s.GetValue(path).str(); };
+constexpr Ask value_0 = [](CFG_Services& s, RWCString path) { return s.GetValue(path, 0).str(); };
+constexpr Ask value_1 = [](CFG_Services& s, RWCString path) { return s.GetValue(path, 1).str(); };
+constexpr Ask name_1 = [](CFG_Services& s, RWCString path) {
+  return s.GetValueName(path, 1).str();
+};
+constexpr Ask or_default = [](CFG_Services& s, RWCString path) {
+  return s.GetValue(path, "none").str();
+};
+constexpr Ask values = [](CFG_Services& s, RWCString path) {
+  return std::to_string(s.GetValueNum(path));
+};
+constexpr Ask keys = [](CFG_Services& s, RWCString path) {
+  return std::to_string(s.GetSubTreeNum(path));
+};
+constexpr Ask entries = [](CFG_Services& s, RWCString path) {
+  return std::to_string(s.GetSubTreeEntriesCount(path));
+};
+constexpr Ask records = [](CFG_Services& s, RWCString path) {
+  return list(s.GetSubTreeValues(path));
+};
+constexpr Ask names = [](CFG_Services& s, RWCString path) { return list(s.GetSubTreePaths(path)); };
+constexpr Ask exists = [](CFG_Services& s, RWCString path) {
+  return std::to_string(s.IsSubTreeExist(path));
+};
+constexpr Ask key = [](CFG_Services& s, RWCString path) {
+  return shown(SubTreePtr(s.GetSubTree(path)));
+};
+constexpr Ask key_1 = [](CFG_Services& s, RWCString path) {
+  return shown(SubTreePtr(s.GetSubTree(path, 1)));
+};
+constexpr Ask key_path = [](CFG_Services& s, RWCString path) {
+  const SubTreePtr found(s.GetSubTree(path));
+  return found ? found->GetPath().str() : "NULL";
+};
+constexpr Ask by_rule = [](CFG_Services& s, RWCString path) {
+  const RWCString none = path + "\\none", nodes = path + "\\n";
+  const char* rule[] = {none.data(), nodes.data(), path.data()};
+  return shown(SubTreePtr(s.GetSubTree("n1", rule, FALSE, 3)));
+};
+constexpr Ask merged_by_rule = [](CFG_Services& s, RWCString path) {
+  const RWCString n2 = path + "\\n2", n1 = path + "\\n1";
+  const char* rule[] = {n2.data(), n1.data()};
+  return shown(SubTreePtr(s.GetSubTree("p", rule, TRUE, 2)));
+};
+
+struct ReadCase {
+  Ask ask;
+  const char* path;
+  const char* expected;
+};
+const ReadCase read_cases[] = {
+    {value, "s\\name", "Clinic"},
+    {value, "S\\N\\<test_node>\\P\\ip", "10.0.0.2"},
+    {value, "version", "7"},
+    {value, "s\\n", ""},
+    {value, "s\\name\\below", ""},
+    {value, "none\\at\\all", ""},
+    {value_0, "s", "Clinic"},
+    {value_1, "s", "A"},
+    {value_0, "", "7"},
+    {value_1, "", ""},
+    {name_1, "s", "zone"},
+    {name_1, "none", ""},
+    {or_default, "s\\zone", "A"},
+    {or_default, "s\\none", "none"},
+    {values, "s", "2"},
+    {values, "s\\zone", "0"},
+    {keys, "s\\n", "2"},
+    {keys, "", "1"},
+    {entries, "", "12"},
+    {entries, "s\\n\\n2", "3"},
+    {entries, "none", "0"},
+    {records, "s", "name=Clinic,zone=A"},
+    {records, "none", "NULL"},
+    {names, "s\\n", "n1,n2"},
+    {names, "s\\n\\n1\\p", ""},
+    {exists, "s\\n", "1"},
+    {exists, "s\\zone", "0"},
+    {exists, "", "1"},
+    {key, "s\\n\\n1", "n1{p{ip=10.0.0.1}}"},
+    {key, "s\\zone", "NULL"},
+    {key, "none", "NULL"},
+    {key_1, "s\\n", "n2{empty{} p{ip=10.0.0.2}}"},
+    {key_1, "s", "NULL"},
+    {key_path, "s\\n\\n1", "halvoria\\s\\n\\n1"},
+    {key_path, "", "halvoria"},
+    {by_rule, "s", "n1{p{ip=10.0.0.1}}"},
+    {merged_by_rule, "s\\n", "p{ip=10.0.0.2}"},
+};
+
+TEST(Contract, EveryReadGivesTheSameAnswer) {
+  for (const WorldKind kind : all_kinds) {
+    World world(kind, sample());
+    world.services().SetProperty("test_node", "N2");
+    for (const ReadCase& c : read_cases) {
+      EXPECT_EQ(c.ask(world.services(), world.at(c.path)), c.expected)
+          << "row " << &c - read_cases << ", path " << c.path << ", kind " << kind;
+    }
+  }
+}
+
+// --- writes --------------------------------------------------------------------------------------
+
+using Write = int (*)(CFG_Services&, RWCString path);
+constexpr Write set = [](CFG_Services& s, RWCString path) { return s.SetValue(path, "New"); };
+constexpr Write set_empty = [](CFG_Services& s, RWCString path) { return s.SetValue(path, ""); };
+constexpr Write remove_key = [](CFG_Services& s, RWCString path) { return s.DeleteSubTree(path); };
+constexpr Write remove_value = [](CFG_Services& s, RWCString path) { return s.DeleteValue(path); };
+constexpr Write rename = [](CFG_Services& s, RWCString path) {
+  return s.SetKeyName(path, "Renamed");
+};
+constexpr Write rename_to_none = [](CFG_Services& s, RWCString path) {
+  return s.SetKeyName(path, "");
+};
+
+template <int (CFG_Services::*Operation)(CFG_SubTree*, const RWCString&)>
+int write_k(CFG_Services& s, RWCString path) {
+  CFG_SubTree k = tree_of("k", {{"b", "new"}, {"sub\\c", "new"}});
+  const int result = (s.*Operation)(&k, path);
+  EXPECT_EQ(shown(k), "k{b=new sub{c=new}}") << "the caller's subtree was changed";
+  return result;
+}
+constexpr Write add = write_k<&CFG_Services::AddOrReplaceSubTree>;
+constexpr Write add_more = write_k<&CFG_Services::AddMoreInfoToSubTree>;
+constexpr Write add_merged = [](CFG_Services& s, RWCString path) {
+  CFG_SubTree k = tree_of("k", {{"b", "new"}, {"sub\\c", "new"}});
+  return s.AddOrReplaceSubTree(&k, path, TRUE);
+};
+constexpr Write add_null = [](CFG_Services& s, RWCString path) {
+  return s.AddOrReplaceSubTree(nullptr, path);
+};
+constexpr Write add_root = [](CFG_Services& s, RWCString) {
+  CFG_SubTree root = tree_of("halvoria", {{"only", "this"}});
+  return s.AddOrReplaceSubTree(&root, "");
+};
+constexpr Write add_text = [](CFG_Services& s, RWCString path) {
+  return int{s.WriteBlobFromUTF8String(path.data(), "text", false, "")};
+};
+
+struct WriteCase {
+  Write write;
+  const char* path;
+  int expected;
+  const char* content;  // of "t{k{a=1 b=2}}" afterwards
+};
+const WriteCase write_cases[] = {
+    {set, "t\\k\\a", TRUE, "t{k{a=New b=2}}"},
+    {set, "T\\New\\x", TRUE, "t{k{a=1 b=2} new{x=New}}"},
+    {set, "t\\<test_key>\\a", TRUE, "t{k{a=New b=2}}"},
+    {set, "t\\k", FALSE, "t{k{a=1 b=2}}"},
+    {set, "t\\k\\a\\x", FALSE, "t{k{a=1 b=2}}"},
+    {set_empty, "t\\k\\a", FALSE, "t{k{a=1 b=2}}"},
+    {remove_key, "t\\k", TRUE, "t{}"},
+    {remove_key, "t\\k\\a", FALSE, "t{k{a=1 b=2}}"},
+    {remove_key, "t\\none", FALSE, "t{k{a=1 b=2}}"},
+    {remove_value, "t\\k\\a", TRUE, "t{k{b=2}}"},
+    {remove_value, "t\\none", TRUE, "t{k{a=1 b=2}}"},
+    {remove_value, "t\\k", FALSE, "t{k{a=1 b=2}}"},
+    {rename, "t\\k", TRUE, "t{renamed{a=1 b=2}}"},
+    {rename, "t\\none", FALSE, "t{k{a=1 b=2}}"},
+    {rename_to_none, "t\\k", FALSE, "t{k{a=1 b=2}}"},
+    {add, "t", TRUE, "t{k{b=new sub{c=new}}}"},
+    {add, "t\\<test_key>\\deep", TRUE, "t{k{a=1 b=2 deep{k{b=new sub{c=new}}}}}"},
+    {add, "t\\k\\a", FALSE, "t{k{a=1 b=2}}"},
+    {add_merged, "t", TRUE, "t{k{a=1 b=new sub{c=new}}}"},
+    {add_merged, "t\\n", TRUE, "t{k{a=1 b=2} n{k{b=new sub{c=new}}}}"},
+    {add_more, "t", TRUE, "t{k{b=2 sub{c=new} a=1}}"},
+    {add_null, "t", FALSE, "t{k{a=1 b=2}}"},
+    {add_text, "t\\blob", TRUE, "t{k{a=1 b=2} blob{chunk0000=text blobencoding=chunks_num=1}}"},
+};
+
+TEST(Contract, EveryWriteLeavesTheSameTree) {
+  for (const WorldKind kind : all_kinds) {
+    for (const WriteCase& c : write_cases) {
+      World world(kind, tree_of("halvoria", {{"t\\k\\a", "1"}, {"t\\k\\b", "2"}}));
+      world.services().SetProperty("test_key", "K");
+      const auto where = testing::Message()
+                         << "row " << &c - write_cases << ", path " << c.path << ", kind " << kind;
+      EXPECT_EQ(c.write(world.services(), world.at(c.path)), c.expected) << where;
+      EXPECT_EQ(world.content(), "halvoria{" + std::string(c.content) + "}") << where;
+    }
+    World world(kind, sample());
+    EXPECT_TRUE(add_root(world.services(), ""));
+    EXPECT_EQ(world.content(), "halvoria{only=this}") << kind;
+  }
+}
+
+TEST(Contract, ReadKeysAreCopiesOrShareAsTheKindSays) {
+  const struct {
+    WorldKind kind;
+    bool by_path_shares;
+  } cases[] = {{HANDLE, true}, {MEMORY, false}, {XML_FILE, false}};
+  for (const auto& c : cases) {
+    World world(c.kind, sample());
+    const SubTreePtr by_path(world.services().GetSubTree(world.at("s\\n")));
+    by_path->SetValue("by_path", "x");
+    EXPECT_EQ(world.services().GetValue(world.at("s\\n\\by_path")), c.by_path_shares ? "x" : "")
+        << c.kind;
+    const SubTreePtr by_index(world.services().GetSubTree(world.at("s\\n"), 0));
+    by_index->SetValue("by_index", "y");
+    EXPECT_EQ(world.services().GetValue(world.at("s\\n\\n1\\by_index")), "y") << c.kind;
+  }
+}
+
+TEST(Contract, SearchGivesFullPathsFromARepositoryAndRelativeOnesFromAHandle) {
+  const struct {
+    WorldKind kind;
+    const char* all;
+    const char* in_value;  // the last message for a search in a value
+  } cases[] = {
+      {HANDLE, "n1\\p\\ip,n2\\p\\ip", "path s\\zone represent a value, return NULL\n"},
+      {MEMORY, "halvoria\\s\\n\\n1\\p\\ip,halvoria\\s\\n\\n2\\p\\ip",
+       "path halvoria\\s\\zone represent a value, return NULL\n"},
+      {XML_FILE, "halvoria\\s\\n\\n1\\p\\ip,halvoria\\s\\n\\n2\\p\\ip",
+       "path halvoria\\s\\zone represent a value, return NULL\n"},
+  };
+  for (const auto& c : cases) {
+    World world(c.kind, sample());
+    CFG_Services& services = world.services();
+    Log_Capture capture;
+    EXPECT_EQ(list(services.Search("IP", world.at("s\\n"))), c.all);
+    EXPECT_EQ(list(services.Search("nowhere", world.at("s"))), "");
+    EXPECT_EQ(list(services.Search("ip", world.at("s\\zone"))), "NULL");
+    EXPECT_TRUE(capture.has(c.in_value)) << capture.last();
+    EXPECT_EQ(list(services.Search("ip", world.at("none"))), "NULL");
+    EXPECT_TRUE(capture.has("fail to get sub tree for path : "));
+    EXPECT_EQ(list(services.Search("", world.at("s"))), "NULL");
+  }
+}
+
+// --- what only repositories have -----------------------------------------------------------------
+
+TEST(Repository, DropsTheFirstComponentWhateverItSays) {
+  for (const WorldKind kind : repositories) {
+    World world(kind, sample());
+    CFG_Services& services = world.services();
+    EXPECT_EQ(services.GetValue("other\\s\\zone"), "A");
+    EXPECT_EQ(services.GetValue("<unset>\\s\\zone"), "A");
+    EXPECT_EQ(services.GetValue("\\s\\zone"), "A");
+    EXPECT_EQ(services.GetValue("version"), "7") << "one component is a child of the root";
+    EXPECT_FALSE(services.IsSubTreeExist("HALVORIA")) << "the root's name is compared exactly";
+    EXPECT_TRUE(services.IsSubTreeExist("halvoria\\"));
+  }
+}
+
+// A first component that stands for two is stripped as one by reads, and loses only its own
+// first part in subtree writes.
+TEST(Repository, ReadsStripTheRootBeforeSubstitutionAndSubtreeWritesAfterIt) {
+  for (const WorldKind kind : repositories) {
+    World world(kind, sample());
+    CFG_Services& services = world.services();
+    services.SetProperty("test_top", "halvoria\\s");
+    EXPECT_EQ(services.GetValue("<test_top>\\zone"), "");
+    EXPECT_EQ(services.GetValue("<test_top>\\s\\zone"), "A");
+    CFG_SubTree added = tree_of("added", {{"v", "1"}});
+    EXPECT_TRUE(services.AddOrReplaceSubTree(&added, "<test_top>\\n"));
+    EXPECT_EQ(services.GetValue("halvoria\\s\\n\\added\\v"), "1");
+  }
+}
+
+TEST(Repository, CutsPathsOfKeysAtTheFirstWildcard) {
+  for (const WorldKind kind : repositories) {
+    World world(kind, sample());
+    CFG_RepositoryServicesImp& repository = world.repository();
+    const char* n1_path = "halvoria\\s\\n\\%\\p";
+    EXPECT_EQ(SubTreePtr(repository.GetSubTree(n1_path))->GetPath(), "halvoria\\s\\n");
+    EXPECT_EQ(SubTreePtr(repository.GetSubTreeWithPrecentAndWildcard(n1_path))->GetKeyName(), "n");
+    EXPECT_EQ(SubTreePtr(repository.GetSubTree("halvoria\\n%\\n1"))->GetKeyName(), "halvoria");
+    EXPECT_EQ(repository.GetPathBeforeFirstPrecent("%\\a"), "");
+    EXPECT_EQ(repository.GetPathBeforeFirstPrecent("a\\b"), "a\\b");
+  }
+}
+
+TEST(Repository, ReadsOfValuesOnlyDropEmptyKeysWhereTheKindFilters) {
+  const struct {
+    WorldKind kind;
+    const char* filtered;
+  } cases[] = {{MEMORY, "n2{empty{} p{ip=10.0.0.2}}"}, {XML_FILE, "n2{p{ip=10.0.0.2}}"}};
+  for (const auto& c : cases) {
+    World world(c.kind, sample());
+    CFG_RepositoryServicesImp& repository = world.repository();
+    const RWCString path = "halvoria\\s\\n\\n2";
+    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValues(path))), c.filtered);
+    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValuesLong(path))), c.filtered);
+    const char* rule[] = {"halvoria\\s\\n"};
+    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValues("n2", rule, TRUE, 1))),
+              c.filtered);
+    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeWithLongValues(path))),
+              "n2{empty{} p{ip=10.0.0.2}}");
+    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValuesWithPrecentAndWildcard(path))),
+              "n2{empty{} p{ip=10.0.0.2}}");
+    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValues("halvoria\\none"))), "NULL");
+  }
+}
+
+TEST(Repository, FillPathFindsWhatAPatternSelectsInTreeOrder) {
+  const struct {
+    const char* pattern;
+    const char* memory;
+    const char* file;  // null: the same
+  } cases[] = {
+      {"halvoria\\s\\n\\%\\p", "halvoria\\s\\n\\n1\\p,halvoria\\s\\n\\n2\\p", nullptr},
+      {"halvoria\\s\\n\\%\\empty", "halvoria\\s\\n\\n2\\empty", nullptr},
+      {"halvoria\\S\\%\\<test_node>", "halvoria\\s\\n\\n2", nullptr},
+      {"halvoria\\s\\n\\%", "halvoria\\s\\n\\n1,halvoria\\s\\n\\n2", nullptr},
+      {"halvoria\\%\\%\\n1\\%", "halvoria\\s\\n\\n1\\p", nullptr},
+      {"halvoria\\s\\n", "halvoria\\s\\n", nullptr},
+      {"halvoria\\%\\zone", "NULL", "halvoria\\s\\zone"},
+      {"halvoria\\s\\n\\%\\p\\ip", "NULL", "halvoria\\s\\n\\n1\\p\\ip,halvoria\\s\\n\\n2\\p\\ip"},
+      {"halvoria\\s\\n\\%\\none", "NULL", nullptr},
+      {"halvoria\\s\\zone\\%", "NULL", nullptr},
+      {"halvoria\\s\\n%\\n1", "NULL", nullptr},
+      {"halvoria\\s\\n\\%1\\p", "NULL", nullptr},
+      {"halvoria", "NULL", nullptr},
+      {"", "NULL", nullptr},
+  };
+  for (const WorldKind kind : repositories) {
+    World world(kind, sample());
+    world.services().SetProperty("test_node", "n2");
+    Log_Capture capture;
+    for (const auto& c : cases) {
+      const char* expected = kind == XML_FILE && c.file ? c.file : c.memory;
+      EXPECT_EQ(list(world.repository().FillPath(c.pattern)), expected)
+          << c.pattern << ", kind " << kind;
+    }
+    EXPECT_EQ(capture.last(), "FillPath(const RWCString path) : no paths found , return NULL\n");
+  }
+}
+
+TEST(Repository, FillPathFindsTheFirstKeyWithAValue) {
+  const CFG_SubTree tree = tree_of("halvoria", {{"h\\a\\p\\v", "One"},
+                                                {"h\\b\\p\\v", "two"},
+                                                {"h\\c\\p\\v", "two"},
+                                                {"h\\c\\p\\inet_extra", "two"},
+                                                {"v", "top"}});
+  const struct {
+    const char* pattern;
+    const char* name;
+    const char* value;
+    const char* memory;
+    const char* file;  // null: the same
+  } cases[] = {
+      {"halvoria\\h\\%\\p", "v", "two", "halvoria\\h\\b\\p", nullptr},
+      {"halvoria\\h\\%", "p\\V", "two", "halvoria\\h\\b", nullptr},
+      {"halvoria\\%\\%\\p", "v", "One", "halvoria\\h\\a\\p", nullptr},
+      {"halvoria\\h\\%\\p", "v", "one", "", nullptr},
+      {"halvoria\\h\\%\\p", "v", "", "", nullptr},
+      {"halvoria\\h\\%\\p", "none", "", "", nullptr},
+      {"halvoria\\h\\c\\p", "v", "two", "halvoria\\h\\c\\p", nullptr},
+      {"halvoria\\none\\%", "v", "two", "", nullptr},
+      {"halvoria\\h\\a\\p\\v", "", "One", "", nullptr},
+      {"halvoria\\h\\%\\p", "inet%", "two", "", "halvoria\\h\\c\\p"},
+      {"halvoria\\h\\%", "p\\inet_e%", "two", "", "halvoria\\h\\c"},
+      {"halvoria\\h\\%", "%\\v", "two", "", nullptr},
+      {"halvoria\\h\\%", "p%\\v%", "two", "", nullptr},
+      {"halvoria", "v", "top", "", nullptr},
+      {"halvoria", "v%", "top", "", "halvoria"},
+  };
+  for (const WorldKind kind : repositories) {
+    World world(kind, tree);
+    for (const auto& c : cases) {
+      const char* expected = kind == XML_FILE && c.file ? c.file : c.memory;
+      EXPECT_EQ(world.repository().FillPath(c.pattern, c.name, c.value), expected)
+          << c.pattern << " " << c.name << ", kind " << kind;
+    }
+  }
+}
+
+TEST(Repository, NodesAreFoundByEveryAddressTheKindLooksAt) {
+  const CFG_SubTree tree =
+      tree_of("halvoria", {{"system\\nodes\\first\\properties\\inet_address", "10.0.0.1"},
+                           {"system\\nodes\\n\\properties\\inet_address", "10.0.0.9"},
+                           {"system\\nodes\\n\\properties\\inet_address_optional", "10.0.1.9"},
+                           {"system\\nodes\\n\\properties\\additional_inet_address_3", "10.0.3.9"},
+                           {"system\\nodes\\n\\properties\\additional_inet_address_6", "10.0.6.9"},
+                           {"system\\nodes\\v6\\properties\\inet_address", "fe80::ab"},
+                           {"system\\nodes\\mapped\\properties\\inet_address", "::ffff:10.0.0.7"},
+                           {"system\\nodes\\n\\servers\\s\\dicom\\ae", "STORE"}});
+  const struct {
+    const char* address;
+    const char* memory;
+    const char* file;
+  } cases[] = {
+      {"10.0.0.1", "first", "first"},
+      {"10.0.0.9", "n", "n"},
+      {"10.0.1.9", "", "n"},
+      {"10.0.3.9", "n", "n"},
+      {"10.0.6.9", "", "n"},
+      {"fe80::ab", "v6", "v6"},
+      {"[FE80::AB]", "", "v6"},
+      {"::FFFF:10.0.0.9", "", "n"},
+      {"[::ffff:10.0.0.7]", "", "mapped"},
+      {"10.0.0.2", "", ""},
+      {"", "", ""},
+  };
+  for (const WorldKind kind : repositories) {
+    World world(kind, tree);
+    for (const auto& c : cases) {
+      EXPECT_EQ(world.repository().GetNodeNameByIp(c.address), kind == XML_FILE ? c.file : c.memory)
+          << c.address;
+    }
+    EXPECT_EQ(world.repository().GetNodeName("STORE"), "n");
+    EXPECT_EQ(world.repository().GetNodeName("store"), "");
+  }
+}
+
+// Two objects without a tree: a file that was never read, and a memory repository over nothing.
+TEST(Repository, WithoutATreeEveryPathOperationAnswersNothing) {
+  CFG_FileRepository file(L"/none.xml");
+  CFG_MemoryRepository memory(nullptr);
+  for (CFG_RepositoryServicesImp* repository : {static_cast<CFG_RepositoryServicesImp*>(&file),
+                                                static_cast<CFG_RepositoryServicesImp*>(&memory)}) {
+    World world(HANDLE, sample());
+    const Ask nothing[] = {value,   value_0, name_1, values, keys,  entries,
+                           records, names,   exists, key,    key_1, by_rule};
+    for (const Ask ask : nothing) {
+      Log_Capture capture;
+      const std::string answer = ask(*repository, "halvoria\\s");
+      EXPECT_TRUE(answer.empty() || answer == "0" || answer == "NULL") << answer;
+      EXPECT_TRUE(capture.has("no tree") || capture.has("data is null")) << capture.text();
+    }
+    for (const Write write :
+         {set, remove_key, remove_value, rename, add, add_merged, add_more, add_root}) {
+      EXPECT_FALSE(write(*repository, "halvoria\\s"));
+    }
+    EXPECT_EQ(list(repository->FillPath("halvoria\\%")), "NULL");
+    EXPECT_EQ(repository->GetNodeNameByIp("10.0.0.1"), "");
+    EXPECT_EQ(list(repository->Search("a", "halvoria")), "NULL");
+    EXPECT_EQ(shown(SubTreePtr(repository->GetSubTreeOnlyWithValues("halvoria"))), "NULL");
+  }
+  EXPECT_FALSE(file.UnLock());
+}
+
+TEST(MemoryRepository, LeavesTheHeldSubtreeToItsCaller) {
+  CFG_SubTree held = sample();
+  auto repository = std::make_unique<CFG_MemoryRepository>(&held);
+  EXPECT_TRUE(repository->SetValue("halvoria\\s\\zone", "B"));
+  repository.reset();
+  EXPECT_EQ(held.GetValue("s\\zone"), "B");
+}
+
+// --- the file ------------------------------------------------------------------------------------
+
+TEST(FileRepository, SavesWithUnLockAndAtNoOtherTime) {
+  World world(XML_FILE, sample());
+  const auto stored = [&] {
+    CFG_FileRepository reader(world.file());
+    EXPECT_TRUE(reader.Connect());
+    return reader.GetValue("halvoria\\s\\zone");
+  };
+  CFG_RepositoryServicesImp& repository = world.repository();
+  EXPECT_TRUE(repository.Lock());
+  EXPECT_TRUE(repository.SetValue("halvoria\\s\\zone", "B & \"<b>\""));
+  EXPECT_EQ(stored(), "A");
+  EXPECT_TRUE(repository.UnLock());
+  EXPECT_EQ(stored(), "B & \"<b>\"");
+
+  CFG_SubTree root = tree_of("halvoria", {{"s\\zone", "C"}});
+  EXPECT_TRUE(repository.StartTransactionUpdate());
+  EXPECT_TRUE(repository.AddOrReplaceSubTree(&root, ""));
+  EXPECT_TRUE(repository.EndTransactionUpdate(false));
+  EXPECT_EQ(stored(), "C");
+}
+
+TEST(FileRepository, AFailedSaveIsReportedAndLosesNothing) {
+  TemporaryFolder folder;
+  std::filesystem::create_directory(folder / "gone");
+  CFG_SubTree tree = sample();
+  write_tree(tree, folder.file("gone/tree.xml"));
+  CFG_FileRepository repository(folder.file("gone/tree.xml"));
+  ASSERT_TRUE(repository.Connect());
+  std::filesystem::remove_all(folder / "gone");
+  repository.SetValue("halvoria\\s\\zone", "B");
+  EXPECT_FALSE(repository.UnLock());
+  EXPECT_TRUE(repository.StartTransactionUpdate());
+  EXPECT_FALSE(repository.EndTransactionUpdate(false)) << "an update that was not saved has failed";
+  EXPECT_EQ(repository.GetValue("halvoria\\s\\zone"), "B");
+  std::filesystem::create_directory(folder / "gone");
+  EXPECT_TRUE(repository.UnLock());
+}
+
+TEST(FileRepository, ConnectCanBeTriedAgain) {
+  TemporaryFolder folder;
+  CFG_FileRepository repository(folder.file("tree.xml"));
+  Log_Capture capture;
+  EXPECT_FALSE(repository.Connect());
+  EXPECT_EQ(capture.last(), "Connect() : Fail to get CFG_SubTree from xml_file\n");
+  std::ofstream(folder / "tree.xml") << "<tree><branch><node>";
+  EXPECT_FALSE(repository.Connect());
+  CFG_SubTree tree = sample();
+  write_tree(tree, folder.file("tree.xml"));
+  EXPECT_TRUE(repository.Connect());
+  EXPECT_EQ(repository.GetValue("halvoria\\version"), "7");
+  repository.SetValue("halvoria\\version", "8");
+  EXPECT_TRUE(repository.Connect());
+  EXPECT_EQ(capture.last(), "Connect() : already connected\n");
+  EXPECT_EQ(repository.GetValue("halvoria\\version"), "8") << "the file is not read twice";
+  EXPECT_EQ(repository.GetServerSyncID(), "file");
+}
+
+}  // namespace
