@@ -184,9 +184,9 @@ String_Arr* CFG_ServicesImp::Search(RWCString name, RWCString path) {
   const RWCString actual_name = change_string_with_properties(name);
   const RWCString actual_path = change_string_with_properties(path);
   if (actual_name.isNull()) {
-    return logger.reject(nullptr,
-                         "Search(const RWCString _name,const RWCString _path)\n : name is ampty "
-                         "string, return NULL");
+    return logger.reject(
+        nullptr,
+        "Search(const RWCString _name,const RWCString _path)\n : name is ampty string, return NULL");
   }
   return SearchKeyOrValueName(actual_name, actual_path);
 }
@@ -196,8 +196,7 @@ int CFG_ServicesImp::SetKeyName(RWCString path, RWCString key_name) {
   if (actual_name.isNull()) {
     return logger.reject(
         FALSE,
-        "SetKeyName(const RWCString _path,const RWCString _key_name) : key_name is an empty "
-        "string,return FALSE\n");
+        "SetKeyName(const RWCString _path,const RWCString _key_name) : key_name is an empty string,return FALSE\n");
   }
   return SetOrRanameKeyName(change_string_with_properties(path), actual_name);
 }
@@ -224,8 +223,7 @@ RWCString CFG_ServicesImp::GetProperty(RWCString property_name) {
   if (property_name.isNull()) {
     return logger.reject(
         RWCString(),
-        "GetProperty(const RWCString property_name)\n : property_name is an empty string, "
-        "return empty string\n");
+        "GetProperty(const RWCString property_name)\n : property_name is an empty string, return empty string\n");
   }
   return cfg::PropertiesWrapper::of_process().find(property_name);
 }
@@ -513,8 +511,7 @@ RWCString CFG_ServicesImp::GetINetAddressFromPath(RWCString path) {
   if (optional.isNull()) {
     return logger.reject(
         address,
-        "Inet Address [%s] is not supported by server's configuration and no other IP "
-        "given; connect will probably fail\n",
+        "Inet Address [%s] is not supported by server's configuration and no other IP given; connect will probably fail\n",
         address);
   }
   const RWCString other = Tmr_SocketWrapper::GetAFTypeIfSupported(optional);
@@ -524,8 +521,8 @@ RWCString CFG_ServicesImp::GetINetAddressFromPath(RWCString path) {
         "IP Address [%s] is not supported by server's configuration; [%s] selected instead\n",
         address, optional);
   }
-  return logger.reject(address,
-                       "IP Address [%s] is not supported by server's configuration; nor does [%s] "
-                       "keeping the first\n",
-                       address, optional);
+  return logger.reject(
+      address,
+      "IP Address [%s] is not supported by server's configuration; nor does [%s] keeping the first\n",
+      address, optional);
 }

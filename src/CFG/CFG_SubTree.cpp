@@ -128,9 +128,9 @@ CFG_SubTree* CFG_SubTree::GetSubTree(RWCString& path) {
   if (!begin_read(m_data, "GetSubTree(RWCString & path)", path, actual, "NULL")) return nullptr;
   Tree_Node* found = m_data->Find(actual);
   if (!found) {
-    return logger.reject_at(LOG_LEVEL_TRACE, nullptr,
-                            "GetSubTree(RWCString & path) : GetRelativeSubTreeByRef return "
-                            "NULL_TREE_NODE_PTR,return NULL\n");
+    return logger.reject_at(
+        LOG_LEVEL_TRACE, nullptr,
+        "GetSubTree(RWCString & path) : GetRelativeSubTreeByRef return NULL_TREE_NODE_PTR,return NULL\n");
   }
   if (found->IsLeaf()) {
     return logger.reject_at(LOG_LEVEL_TRACE, nullptr,
@@ -146,9 +146,9 @@ CFG_SubTree* CFG_SubTree::GetSubTree(RWCString& path, int index) {
     return nullptr;
   const Tree_NodePtr& found = m_data->GetRelativeSubTreeByRef(actual.copy(), index, m_data);
   if (!found) {
-    return logger.reject_at(LOG_LEVEL_TRACE, nullptr,
-                            "GetSubTree(RWCString & path,int index) : sub tree at index under path "
-                            "not exist, return NULL\n");
+    return logger.reject_at(
+        LOG_LEVEL_TRACE, nullptr,
+        "GetSubTree(RWCString & path,int index) : sub tree at index under path not exist, return NULL\n");
   }
   return new CFG_SubTree(found);
 }
@@ -285,10 +285,10 @@ int CFG_SubTree::DeleteValue(const RWCString& path) {
                             "%s : path %s does not exist, return TRUE\n", op, path);
   }
   if (!found->IsLeaf()) {
-    return logger.reject(FALSE,
-                         "%s : path %s is a sub tree (try use DeleteSubTree(const RWCString & "
-                         "path)), return FALSE\n",
-                         op, path);
+    return logger.reject(
+        FALSE,
+        "%s : path %s is a sub tree (try use DeleteSubTree(const RWCString & path)), return FALSE\n",
+        op, path);
   }
   Tree_Node* parent = found->GetParent();
   if (!parent) {
@@ -310,8 +310,7 @@ int CFG_SubTree::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& pat
   if (!copy) {
     return logger.reject(
         FALSE,
-        "AddOrReplaceSubTree(CFG_SubTree* sub_tree,const RWCString & path), fail to "
-        "duplicate sub tree data, return FALSE\n");
+        "AddOrReplaceSubTree(CFG_SubTree* sub_tree,const RWCString & path), fail to duplicate sub tree data, return FALSE\n");
   }
   return WriteSubTree(copy, change_string_with_properties(path));
 }

@@ -30,8 +30,7 @@ std::string replace_placeholders(std::string_view text) {
     const std::string_view name = text.substr(open + 1, close - open - 1);
     if (name.empty()) {
       logger.error(
-          "GetProperty(const RWCString property_name)\n : property_name is an empty string, "
-          "return empty string\n");
+          "GetProperty(const RWCString property_name)\n : property_name is an empty string, return empty string\n");
       break;
     }
     const std::string_view value = PropertiesWrapper::of_process().find(name);

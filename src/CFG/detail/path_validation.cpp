@@ -32,8 +32,7 @@ bool check_ends(const RWCString& path, const char* caller) {
   }
   if (is_white_space(first)) {
     logger.error(
-        "%s using IsValidPath: first char is white space char <0x%X>, bad path <%s>, at offset "
-        "%d\n",
+        "%s using IsValidPath: first char is white space char <0x%X>, bad path <%s>, at offset %d\n",
         caller, first, path, 0);
     good = false;
   }
