@@ -20,7 +20,7 @@ echo "A small imaging installation, in a file of its own: $work/tree.xml"
 show cfg stat
 show cfg tree --depth 2 halvoria/system
 show cfg get halvoria/system/nodes/pacs01/properties/inet_address
-show cfg find --name ae halvoria/system/nodes
+show cfg find --long ae --under halvoria/system/nodes
 show cfg set halvoria/system/nodes/pacs01/properties/description "Picture archive, moved to rack 2"
 show cfg cp halvoria/system/nodes/read02 halvoria/system/nodes/read03
 printf '\nWhat changed, compared with the file we began with:\n'
