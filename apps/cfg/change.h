@@ -1,0 +1,24 @@
+// Changes of the tree.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <CFG/CFG_RepositoryServices.h>
+
+#include "session.h"
+
+namespace cli {
+
+// Runs `edit` on a copy of the tree. When it returns, the copy takes the place of the tree
+// and is saved, once and only if it differs; when it throws, nothing is. With --dry-run the
+// differences are printed and nothing is saved. `done` begins the line of talk that sums
+// up a change; without it there is none.
+int change_tree(Session& session, const std::string& done,
+                const std::function<void(CFG_RepositoryServices& draft)>& edit);
+
+// Runs one write of the library; a refused one is a Failure, which begins with `what` and
+// ends with the library's reason.
+void require(const std::string& what, const std::function<int()>& write);
+
+}  // namespace cli

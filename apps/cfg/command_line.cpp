@@ -1,0 +1,146 @@
+#include "command_line.h"
+
+#include <map>
+
+#include <CLI/CLI.hpp>
+
+#include "library_log.h"
+#include "verbs.h"
+
+namespace cli {
+
+namespace {
+
+constexpr char FOOTER[] =
+    "Paths begin with the root key: halvoria\\system\\nodes. A / serves as separator where a\n"
+    "path holds no \\. Exit codes: 0 done, 1 differences or a refused write, 2 usage,\n"
+    "3 not found, 4 bad input, 5 store unreachable. See cfg(1).";
+constexpr char READER_FOOTER[] =
+    "Besides these: --file, --params, --property, --json and -v; see cfg --help.";
+constexpr char WRITER_FOOTER[] =
+    "Besides these: --file, --params, --property, --json, -v, --dry-run, --create and --wait;\n"
+    "see cfg --help.";
+constexpr char VERBS[] = "Verbs";  // the heading of their list
+
+void add_parameter(CLI::App& app, Arguments& arguments, const Parameter& parameter) {
+  const auto add_to = [&](auto field) -> CLI::Option* {
+    auto& target = arguments.*field;
+    using Target = std::remove_reference_t<decltype(target)>;
+    if constexpr (std::is_same_v<Target, bool>) {
+      return app.add_flag(parameter.name, target, parameter.help);
+    } else if constexpr (std::is_same_v<Target, std::optional<std::string>>) {
+      const auto take = [&target](const std::string& text) { target = text; };
+      return app.add_option_function<std::string>(parameter.name, take, parameter.help);
+    } else {
+      if constexpr (std::is_same_v<Target, int>) {
+        if (*parameter.kind == '\0') {  // counts how often it is given
+          return app.add_flag(parameter.name, target, parameter.help);
+        }
+      }
+      return app.add_option(parameter.name, target, parameter.help);
+    }
+  };
+  CLI::Option* option = std::visit(add_to, parameter.field);
+  option->required(parameter.is_required);
+  // One value each time it is given: what follows is a verb or a path.
+  if (parameter.name[0] == '-') option->allow_extra_args(false);
+  if (*parameter.kind == '\0') return;
+  option->type_name(parameter.kind);
+  if (is_choice(parameter.kind)) {
+    option->check(CLI::IsMember(choices_of(parameter.kind)).description(""));
+  }
+}
+
+void add_parameters(CLI::App& app, Arguments& arguments, const std::vector<Parameter>& parameters) {
+  for (const Parameter& parameter : parameters) add_parameter(app, arguments, parameter);
+}
+
+// "blob get" goes below a `blob` of its own.
+CLI::App& add_verb(CLI::App& app, const Verb& verb) {
+  const std::string name = verb.name;
+  const size_t cut = name.find(' ');
+  if (cut == name.npos) return *app.add_subcommand(name, verb.help);
+  const std::string group = name.substr(0, cut);
+  const auto groups = app.get_subcommands([&](CLI::App* sub) { return sub->get_name() == group; });
+  CLI::App* parent =
+      groups.empty() ? app.add_subcommand(group, "read and store blobs") : groups.front();
+  parent->require_subcommand(1)->fallthrough()->group(VERBS);
+  return *parent->add_subcommand(name.substr(cut + 1), verb.help);
+}
+
+// What is wrong with the command line, and where the help is.
+std::string usage_text(const CLI::ParseError& error, const CLI::App& app, const CLI::App& chosen,
+                       const CLI::App* group) {
+  const std::vector<std::string> extra = app.remaining(true);
+  std::string text = error.what();
+  if (&chosen == &app || &chosen == group) {
+    text = extra.empty() ? "a verb is missing" : "'" + extra.front() + "' is not a verb";
+  } else if (!extra.empty()) {
+    text = "not expected: " + CLI::detail::join(extra, " ");
+    if (extra.front()[0] == '-') text += " (behind -- it is a path or text)";
+  }
+  std::string name = chosen.get_name();
+  if (group && group != &chosen) name = group->get_name() + " " + name;
+  if (&chosen != &app) name = "cfg " + name;
+  return text + "; see '" + name + " --help'";
+}
+
+}  // namespace
+
+int run_command(int argc, char** argv, Output& out) {
+  Arguments arguments;
+  CLI::App app("Reads and changes the configuration tree.", "cfg");
+  app.require_subcommand(1)->fallthrough();
+  app.set_help_flag("-h,--help", "show this help");
+  app.set_version_flag("--version", "cfg " HALVORIA_VERSION, "show the version");
+  app.footer(FOOTER);
+  app.get_formatter()->label("REQUIRED", "");
+  app.get_formatter()->label("SUBCOMMAND", "VERB");
+  app.get_formatter()->column_width(26);
+  add_parameters(app, arguments, common_parameters());
+  add_parameters(app, arguments, writing_parameters());
+
+  std::map<const CLI::App*, const Verb*> by_app;
+  for (const Verb& verb : verbs()) {
+    CLI::App& sub = add_verb(app, verb);
+    sub.fallthrough();
+    sub.footer(verb.effect == Effect::READS ? READER_FOOTER : WRITER_FOOTER);
+    sub.group(*verb.help ? VERBS : "");
+    add_parameters(sub, arguments, verb.parameters);
+    by_app[&sub] = &verb;
+  }
+
+  const CLI::App* chosen = &app;
+  const CLI::App* group = nullptr;  // above the verb, as `blob`
+  const auto choose = [&] {
+    while (!chosen->get_subcommands().empty()) {
+      chosen = chosen->get_subcommands().front();
+      if (by_app.count(chosen) == 0) group = chosen;
+    }
+  };
+  try {
+    app.parse(argc, argv);
+    choose();
+  } catch (const CLI::CallForVersion& version) {
+    out.line(version.what());
+    return DONE;
+  } catch (const CLI::CallForHelp&) {
+    out.write(app.help());
+    return DONE;
+  } catch (const CLI::ParseError& error) {
+    choose();
+    throw Failure(USAGE, usage_text(error, app, *chosen, group));
+  }
+  const Verb& verb = *by_app.at(chosen);
+
+  if (arguments.dry_run && verb.effect == Effect::READS) {
+    throw Failure(USAGE, std::string(verb.name) + " writes nothing; leave out --dry-run");
+  }
+
+  set_log_level(arguments.verbose);
+  const bool changes_tree = verb.effect == Effect::WRITES_TREE;
+  Session session{arguments, out, changes_tree ? Store::WRITE : Store::READ};
+  return verb.run(session);
+}
+
+}  // namespace cli

@@ -1,0 +1,147 @@
+// export, import, validate.
+#include <system/Sys_File.h>
+
+#include "change.h"
+#include "differences.h"
+#include "document.h"
+#include "library_log.h"
+#include "paths.h"
+#include "verbs.h"
+
+namespace cli {
+
+namespace {
+
+bool is_standard(const std::string& file) { return file == "-"; }
+
+}  // namespace
+
+int run_export(Session& session) {
+  const Arguments& arguments = session.arguments;
+  const bool to_output = is_standard(arguments.file);
+  if (to_output && (arguments.json || arguments.dry_run)) {
+    throw Failure(USAGE, "--json and --dry-run need a file to export to");
+  }
+  Store& store = session.store();
+  const std::string path = store.path(arguments.path);
+  Tree_Node& key = store.key(path);
+  const bool is_new = !Sys_File::Exists(RWWString::fromUTF8(arguments.file));
+
+  if (!arguments.dry_run) {
+    const Activity activity("writing " + arguments.file);
+    const Reasons reasons;
+    CFG_SubTree tree{Tree_NodePtr(&key)};
+    const RWWString name = RWWString::fromUTF8(to_output ? "/dev/stdout" : arguments.file);
+    const bool is_written = store.repository().ExportSubTreeToFile(&tree, name, RWCString(path)) ||
+                            (to_output && session.out.has_lost_reader());
+    if (!is_written) {
+      const std::string reason = reasons.first();
+      throw Failure(REFUSED, reason.empty() ? "cannot write " + arguments.file : reason);
+    }
+  }
+  if (to_output) return DONE;
+
+  Counts counts = count_below(&key);
+  ++counts.keys;
+  if (arguments.json) {
+    session.out.json({{"dry_run", arguments.dry_run},
+                      {"path", path},
+                      {"file", arguments.file},
+                      {"is_new", is_new},
+                      {"keys", counts.keys},
+                      {"values", counts.values}});
+  } else if (arguments.dry_run) {
+    session.out.line(std::string(is_new ? "would write " : "would replace ") + arguments.file +
+                     ": " + counts_text(counts));
+  }
+  return DONE;
+}
+
+namespace {
+
+// The library takes the first name of a path for the root whatever it says; a file with
+// another root would land somewhere else than it says.
+void require_root(const Store& store, const InputFile& file, const std::string& path) {
+  if (first_of(path) == store.root()) return;
+  throw Failure(BAD_INPUT, file.shown() + " holds " + path + ", but the root of " + store.name() +
+                               " is '" + store.root() + "'");
+}
+
+struct ImportMode {
+  const char* name;
+  CFG_RepositoryServices::CFG_XML_IMPORT_TYPE type;
+};
+constexpr ImportMode import_modes[] = {
+    {"replace", CFG_RepositoryServices::CFG_XML_IMPORT_REPLACE},
+    {"overwrite", CFG_RepositoryServices::CFG_XML_IMPORT_OVERWRITE},
+    {"no-overwrite", CFG_RepositoryServices::CFG_XML_IMPORT_NO_OVERWRITE},
+};
+
+int import_value_list(Session& session, const InputFile& file) {
+  Store& store = session.store();
+  const ValueList list = read_value_list(file, store.root());
+  if (!list.outside.empty()) require_root(store, file, list.outside);
+  const bool overrides = !session.arguments.keep;
+  return change_tree(session, "import " + file.shown(), [&](CFG_RepositoryServices& draft) {
+    require("cannot import " + file.shown(),
+            [&] { return draft.ImportXMLValueList(file.name(), overrides); });
+  });
+}
+
+}  // namespace
+
+int run_import(Session& session) {
+  const Arguments& arguments = session.arguments;
+  if (arguments.keep && arguments.mode != "value-list") {
+    throw Failure(USAGE, "--keep goes with --mode value-list; see --mode no-overwrite");
+  }
+  const InputFile file(arguments.file);
+  Store& store = session.store();
+  const Activity activity("importing " + file.shown());
+  if (arguments.mode == "value-list") return import_value_list(session, file);
+
+  for (const std::string& path : read_branch_paths(file)) require_root(store, file, path);
+  const ImportMode* mode = std::begin(import_modes);
+  while (mode->name != arguments.mode) ++mode;
+  return change_tree(session, "import " + file.shown(), [&](CFG_RepositoryServices& draft) {
+    require("cannot import " + file.shown(),
+            [&] { return draft.ImportXmlFileWithType(file.name(), mode->type); });
+  });
+}
+
+int run_validate(Session& session) {
+  const InputFile file(session.arguments.file);
+  const bool is_json = session.arguments.json;
+  Json facts = {{"file", file.shown()}, {"is_valid", true}};
+  std::string text;
+  try {
+    if (session.arguments.value_list) {
+      const ValueList list = read_value_list(file, "");
+      facts["values"] = list.count;
+      text = counts_text({0, list.count});
+    } else {
+      const Document document = read_document(file);
+      Counts counts;
+      counts = count_below(document.top());
+      ++counts.keys;
+      facts["branches"] = document.branches;
+      facts["keys"] = counts.keys;
+      facts["values"] = counts.values;
+      text = document.branches.front() +
+             (document.branches.size() > 1 ? " and other branches" : "") + ", " +
+             counts_text(counts);
+    }
+  } catch (const Failure& failure) {
+    if (!is_json) throw;
+    session.out.json({{"file", file.shown()}, {"is_valid", false}, {"fault", failure.text}});
+    throw;
+  }
+  if (is_json) {
+    session.out.json(facts);
+  } else {
+    session.out.line(file.shown() + ": valid, " + text);
+  }
+  return DONE;
+}
+
+}  // namespace cli

@@ -1,0 +1,48 @@
+#include "library_log.h"
+
+#include <cstdlib>
+#include <string_view>
+
+#include <logging/Tmr_GLog.h>
+
+namespace cli {
+
+void set_log_level(int verbosity) {
+  if (verbosity > 0) {
+    TmrGLog.SetLevel(verbosity == 1 ? LOG_LEVEL_INFORMATION : LOG_LEVEL_TRACE);
+  } else if (!std::getenv("HALVORIA_LOG") && !std::getenv("HALVORIA_LOG_FILE")) {
+    TmrGLog.SetLevel(LOG_LEVEL_SEVERE);
+  }
+}
+
+namespace {
+
+void drop_ending(std::string& text, std::string_view ending) {
+  if (text.size() < ending.size()) return;
+  const size_t rest = text.size() - ending.size();
+  if (text.compare(rest, ending.size(), ending) == 0) text.resize(rest);
+}
+
+void drop_blanks(std::string& text) { text.resize(text.find_last_not_of(" ,.\n") + 1); }
+
+}  // namespace
+
+std::string Reasons::first() const {
+  for (Log_Capture::Line& line : m_capture.lines()) {
+    // A node that is longer than usual is told about, and written all the same.
+    const bool is_note = line.text.rfind("Bigoffset", 0) == 0;
+    if (line.level > LOG_LEVEL_ERROR || is_note) continue;
+    drop_blanks(line.text);
+    for (const char* ending : {"return NULL", "return FALSE"}) drop_ending(line.text, ending);
+    drop_blanks(line.text);
+    return line.text;
+  }
+  return "";
+}
+
+std::string with_reason(std::string text, const Reasons& reasons) {
+  const std::string reason = reasons.first();
+  return reason.empty() ? text : text + ": " + reason;
+}
+
+}  // namespace cli

@@ -1,0 +1,28 @@
+// What the library has to say about a failure.
+#pragma once
+
+#include <string>
+
+#include <logging/Log_Capture.h>
+
+namespace cli {
+
+// Severe messages only, unless the environment says what is logged; more with `verbosity`
+// above 0.
+void set_log_level(int verbosity);
+
+// Hears what the library logs while this object lives.
+class Reasons {
+ public:
+  // The first error: later ones are its consequences. Without its line end and without what
+  // the operation returned; empty when there was none.
+  std::string first() const;
+
+ private:
+  Log_Capture m_capture;
+};
+
+// `text`, a colon and the reason when there is one.
+std::string with_reason(std::string text, const Reasons& reasons);
+
+}  // namespace cli

@@ -1,0 +1,37 @@
+// cfg, the command line of the configuration tree.
+#include <clocale>
+#include <csignal>
+#include <exception>
+
+#include "command_line.h"
+#include "failure.h"
+
+namespace {
+
+int run(int argc, char** argv) {
+  cli::Output out;
+  try {
+    const int code = cli::run_command(argc, argv, out);
+    out.flush();
+    return code;
+  } catch (const cli::Failure&) {
+    out.flush();  // what came before the failure
+    throw;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::setlocale(LC_CTYPE, "");
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    return run(argc, argv);
+  } catch (const cli::Failure& failure) {
+    cli::say(failure.text);
+    return failure.code;
+  } catch (const std::exception& error) {
+    cli::say(error.what());
+    return cli::UNREACHABLE;
+  }
+}

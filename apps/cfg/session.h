@@ -1,0 +1,30 @@
+// One run of the command.
+#pragma once
+
+#include <optional>
+
+#include "activity.h"
+#include "arguments.h"
+#include "output.h"
+#include "store.h"
+
+namespace cli {
+
+struct Session {
+  const Arguments& arguments;
+  Output& out;
+  Store::Access access;
+
+  // The chosen tree, opened when it is first asked for.
+  Store& store() {
+    if (!m_store) {
+      const Activity activity("reading the tree");
+      m_store.emplace(arguments, access);
+    }
+    return *m_store;
+  }
+
+  std::optional<Store> m_store = {};
+};
+
+}  // namespace cli
