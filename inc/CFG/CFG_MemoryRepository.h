@@ -6,7 +6,9 @@
 // Every read and write goes to the held subtree; nothing is read from or written to disk
 // or network. The subtree stays the caller's and must outlive the repository. The first
 // component of a path is dropped, whatever it says; a path that is the root key's name is
-// the root itself, and any other path of one component is a child of the root.
+// the root itself, and any other path of one component is a child of the root. Subtree
+// writes, renames and searches do so after placeholders in the path were replaced, all
+// other operations before: they differ where the first component is a placeholder.
 //
 // GetSubTree(path) gives a detached copy, GetSubTree(path, index) a handle that shares
 // nodes with the held tree.

@@ -176,6 +176,7 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
   virtual int DeleteValueOnlySecondaryRep(const RWCString& path) = 0;
   virtual int DeleteValueOnlyBaseRep(const RWCString& path) = 0;
   virtual int StartTransactionUpdate() = 0;
+  // FALSE when the update could not be rolled back, or not be saved.
   virtual int EndTransactionUpdate(bool rollback) = 0;
   virtual int StartTransactionUpdateBaseRep() = 0;
   virtual int EndTransactionUpdateBaseRep(bool rollback) = 0;
