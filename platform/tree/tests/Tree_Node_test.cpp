@@ -57,6 +57,21 @@ Tree_NodePtr chain(int depth) {
   return top;
 }
 
+TEST(Tree, PathsOfAnyLengthAreSplitAtTheirBackslashes) {
+  std::mt19937 random(3);
+  for (int length = 0; length < 300; ++length) {
+    std::string path;
+    while (static_cast<int>(path.size()) < length) path += "\\ab"[random() % 3];
+    std::vector<std::string> expected(1), seen;
+    for (const char c : path)
+      c == '\\' ? void(expected.emplace_back()) : void(expected.back() += c);
+    std::erase(expected, "");
+    std::string_view component;
+    for (Tree_PathWalk walk(path); walk.Next(component);) seen.emplace_back(component);
+    ASSERT_EQ(seen, expected) << path;
+  }
+}
+
 TEST(Tree, LookupsFollowPathsAndTellKeysFromValues) {
   Tree_NodePtr top =
       tree("root", {"sys\\nodes\\alpha\\ip=10.0.0.1", "sys\\nodes\\beta", "sys\\name=x"});
