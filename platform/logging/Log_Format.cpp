@@ -85,7 +85,7 @@ std::string render_text(std::string spec, const Log_Argument& arg) {
 
 std::string render(const Log_Directive& d, ArgumentReader& args) {
   if (d.conversion == '%') return "%";
-  const std::string as_it_stands(d.begin, d.end);
+  std::string as_it_stands(d.begin, d.end);
   if (!d.conversion) return as_it_stands;
   std::string spec = flags_width_precision(d, args);
   const Log_Argument* arg = args.take(d.kind);
