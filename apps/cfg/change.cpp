@@ -2,6 +2,7 @@
 
 #include <CFG/CFG_MemoryRepository.h>
 
+#include "activity.h"
 #include "differences.h"
 #include "library_log.h"
 

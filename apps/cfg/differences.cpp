@@ -29,7 +29,7 @@ void print_side(Output& out, char sign, Tree_Node* top) {
     if (out.is_closed()) return;
     std::string line = std::string(1, sign) + ' ' + path;
     line += node->IsLeaf() ? " = " + std::string(node->GetText()) : "\\";
-    out.shown(line);
+    out.line(printable(line));  // whole: the end may be all that differs
   });
 }
 

@@ -1,6 +1,7 @@
 // export, import, validate.
 #include <system/Sys_File.h>
 
+#include "activity.h"
 #include "change.h"
 #include "differences.h"
 #include "document.h"

@@ -104,12 +104,10 @@ int run_find(Session& session) {
       Json row = {{"path", walk.Path()}};
       if (walk->IsLeaf()) row["value"] = walk->GetText();
       rows->row(row);
-    } else if (!walk->IsLeaf()) {
-      out.line(printable(walk.Path() + "\\"));
-    } else if (session.arguments.long_lines) {
-      out.shown(walk.Path() + " = " + std::string(walk->GetText()));
     } else {
-      out.line(printable(walk.Path()));
+      const bool has_text = walk->IsLeaf() && session.arguments.long_lines;
+      const std::string ending = has_text ? " = " + std::string(walk->GetText()) : "";
+      out.line(printable(walk.Path() + (walk->IsLeaf() ? ending : "\\")));
     }
   }
   if (rows) rows->end();

@@ -3,7 +3,6 @@
 
 #include <optional>
 
-#include "activity.h"
 #include "arguments.h"
 #include "output.h"
 #include "store.h"
@@ -17,10 +16,7 @@ struct Session {
 
   // The chosen tree, opened when it is first asked for.
   Store& store() {
-    if (!m_store) {
-      const Activity activity("reading the tree");
-      m_store.emplace(arguments, access);
-    }
+    if (!m_store) m_store.emplace(arguments, access);
     return *m_store;
   }
 

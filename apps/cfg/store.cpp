@@ -7,6 +7,7 @@
 #include <system/Sys_File.h>
 #include <utility/Tmr_CfgINI.h>
 
+#include "activity.h"
 #include "library_log.h"
 #include "paths.h"
 #include "tree_file.h"
@@ -71,6 +72,7 @@ void Store::open_tree_file(const Arguments& arguments, Access access) {
   if (arguments.create && !Sys_File::Exists(RWWString::fromUTF8(m_name))) {
     file->start_empty();
   } else {
+    const Activity activity("reading " + m_name);
     try {
       file->Connect();
     } catch (const Failure& failure) {
@@ -110,6 +112,7 @@ void Store::open_with_parameters(const Arguments& arguments, Access access) {
   if (access == WRITE && !arguments.dry_run && !tree_file.empty()) {
     m_lock.emplace(tree_file, arguments.wait);
   }
+  const Activity activity("reading the tree of " + m_name);
   m_repository = arguments.params_file.empty()
                      ? CFG_Factory::GetRepositoryServices()
                      : CFG_Factory::GetRepositoryServices(RWWString::fromUTF8(m_name).data());
