@@ -137,8 +137,7 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
                                                 int merge) = 0;
   virtual int AddMoreInfoToSubTreeWithLongValues(CFG_SubTree* sub_tree, const RWCString& path) = 0;
 
-  // --- the store and its server
-  // --------------------------------------------------------------------
+  // --- the store and its server -------------------------------------------------------------
 
   virtual RWCString GetCfgPass() = 0;
   virtual RWCString GetConnectionAlias() = 0;
@@ -150,8 +149,7 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
   virtual RWCString GetCurrentDorranceDomainName() = 0;
   virtual RWCString GetServerProperty(RWCString name) = 0;
 
-  // --- sequence numbers and record-by-record reads, for stores that have them
-  // -----------------------
+  // --- sequence numbers and record-by-record reads, for stores that have them ---------------
 
   virtual RWCString GetMinSeqNumberOfDeletedEntry() = 0;
   virtual RWCString GetMaxSeqNumber(const RWCString& path) = 0;
@@ -165,8 +163,7 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
   virtual int CloseTreeQuery() = 0;
   virtual const RWCString& GetQueryRootPath() = 0;
 
-  // --- updates, and the two halves of a repository that has a base and a secondary store
-  // --------------
+  // --- updates, and the two halves of a repository that has a base and a secondary store ----
 
   virtual int Rollback() = 0;
   virtual int AddOrReplaceSubTreeOnlySecondaryRep(CFG_SubTree* sub_tree, const RWCString& path) = 0;

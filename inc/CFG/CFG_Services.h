@@ -164,8 +164,7 @@ class HALVORIA_API CFG_Services {
   virtual bool WriteBlobFromFile(const char* path, char* file_name, bool base64) = 0;
 
  protected:
-  // --- what the public operations are built on; paths have been substituted
-  // ------------------------
+  // --- what the public operations are built on; paths have been substituted ------------------
 
   virtual String_Arr* SearchKeyOrValueName(const RWCString& name, const RWCString& path) = 0;
   virtual int SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) = 0;
@@ -175,8 +174,7 @@ class HALVORIA_API CFG_Services {
   virtual Tmr_ValHashMap<RWCString, RWCString, Tmr_DefaultHash<RWCString>>& prop() = 0;
 
  public:
-  // --- the same for literals and const paths
-  // ---------------------------------------------------------
+  // --- the same for literals and const paths -------------------------------------------------
 
   CFG_SubTree* GetSubTree(const RWCString& path) {
     RWCString copy(path);

@@ -346,8 +346,7 @@ bool CFG_Factory::connect(const Parameters& parameters) {
   return logger.reject(false, "GetRepositoryServices() - fail to connect to cfg, return NULL\n");
 }
 
-// --- who we are
-// --------------------------------------------------------------------------------------
+// --- who we are -----------------------------------------------------------------------------
 
 void CFG_Factory::init_common_values() {
   logger.trace("Start");

@@ -135,8 +135,7 @@ int CFG_FileRepositoryBase::IsSubTreeExist(const RWCString& path) {
   return tree_for(path).IsSubTreeExist(RemoveRootName(path));
 }
 
-// --- detached copies
-// -------------------------------------------------------------------------------
+// --- detached copies ------------------------------------------------------------------------
 
 CFG_SubTree* CFG_FileRepositoryBase::GetSubTree(RWCString& path) {
   logger.trace("path is %s\n", path);
@@ -182,8 +181,7 @@ Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeOnlyWithValues(const RWCString& 
   return without_empty_branches(GetTreeNode(change_string_with_properties(path)));
 }
 
-// --- subtree writes, rename and search
-// -------------------------------------------------------------
+// --- subtree writes, rename and search ------------------------------------------------------
 
 int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
   constexpr char op[] = "AddOrReplaceSubTree(CFG_SubTree* sub_tree,const RWCString & path)";
@@ -235,8 +233,7 @@ String_Arr* CFG_FileRepositoryBase::SearchKeyOrValueName(const RWCString& name,
   return held_tree(m_sub_tree.get()).search(logger, name, path);
 }
 
-// --- patterns
-// ----------------------------------------------------------------------------------------
+// --- patterns -------------------------------------------------------------------------------
 
 String_Arr* CFG_FileRepositoryBase::FillPath(RWCString pattern) {
   RWCString actual = change_string_with_properties(RemoveRootName(pattern));

@@ -64,8 +64,7 @@ int CFG_MemoryRepository::IsSubTreeExist(const RWCString& path) {
   return tree().IsSubTreeExist(RemoveRootName(path));
 }
 
-// --- detached copies: one read serves all forms
-// ----------------------------------------------------
+// --- detached copies: one read serves all forms ---------------------------------------------
 
 CFG_SubTree* CFG_MemoryRepository::GetSubTree(RWCString& path) {
   return held_tree(m_sub_tree).sub_tree_at(path);
@@ -104,8 +103,7 @@ Tree_NodePtr CFG_MemoryRepository::GetTreeNodeOnlyWithValuesWithPrecentAndWildca
   return GetTreeNode(path);
 }
 
-// --- subtree writes, rename and search
-// -------------------------------------------------------------
+// --- subtree writes, rename and search ------------------------------------------------------
 
 int CFG_MemoryRepository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
   constexpr char op[] = "AddOrReplaceSubTree(CFG_SubTree * sub_tree,const RWCString & path)";
@@ -134,8 +132,7 @@ String_Arr* CFG_MemoryRepository::SearchKeyOrValueName(const RWCString& name,
   return held_tree(m_sub_tree).search(logger, name, path);
 }
 
-// --- patterns
-// ----------------------------------------------------------------------------------------
+// --- patterns -------------------------------------------------------------------------------
 
 String_Arr* CFG_MemoryRepository::FillPath(RWCString pattern) {
   const held_tree held(m_sub_tree);

@@ -388,8 +388,7 @@ int CFG_RepositoryServicesImp::write_with_stored(const char* op, CFG_SubTree* su
   return WriteSubTree(written, path);
 }
 
-// --- comparison
-// ------------------------------------------------------------------------------------
+// --- comparison -----------------------------------------------------------------------------
 
 void CFG_RepositoryServicesImp::CompareSubsAndChangeRepository(CFG_SubTree* current,
                                                                CFG_SubTree* stored,
@@ -439,8 +438,7 @@ void CFG_RepositoryServicesImp::CompareSubsAndChangeRepository(CFG_SubTree* curr
   }
 }
 
-// --- subtrees from lists
-// ---------------------------------------------------------------------------
+// --- subtrees from lists --------------------------------------------------------------------
 
 CFG_SubTree* CFG_RepositoryServicesImp::CreateSubTree(
     const RWCString& path, const std::list<std::pair<RWCString, RWCString>>& values) {
@@ -505,8 +503,7 @@ bool CFG_RepositoryServicesImp::AddNodeToTree(Tree_NodePtr& root, Tree_NodeInfo*
   return true;
 }
 
-// --- application information
-// -----------------------------------------------------------------------
+// --- application information ----------------------------------------------------------------
 
 int CFG_RepositoryServicesImp::InitAppInfoTable() {
   {
@@ -536,8 +533,7 @@ RWCString CFG_RepositoryServicesImp::GetApplicationName(RWCString application) {
 }
 RWCString CFG_RepositoryServicesImp::GetVendorName() { return app_info("vendor_name"); }
 
-// --- the server and this process
-// -------------------------------------------------------------------
+// --- the server and this process ------------------------------------------------------------
 
 RWCString CFG_RepositoryServicesImp::server_property_path(const RWCString& name) {
   return "halvoria\\system\\nodes\\" + GetServerNodeName() + "\\properties\\" + name;

@@ -356,8 +356,7 @@ int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path, in
   return WriteSubTree(written, actual);
 }
 
-// --- blobs
-// -----------------------------------------------------------------------------------------
+// --- blobs ----------------------------------------------------------------------------------
 
 bool CFG_ServicesImp::WriteBlobFromBuffer(const char* path, char* buffer, int length, bool base64,
                                           RWCString encoding) {

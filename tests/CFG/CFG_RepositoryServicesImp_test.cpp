@@ -78,8 +78,7 @@ TEST(SearchRules, MergeOneLevelTakesEachChildWholeFromTheFirstPlaceThatHasIt) {
             "NULL");
 }
 
-// --- writes with long values
-// -----------------------------------------------------------------------
+// --- writes with long values ----------------------------------------------------------------
 
 TEST(LongValues, WritesMergeInTheDirectionTheyName) {
   const struct {
@@ -123,8 +122,7 @@ TEST(LongValues, WritesMergeInTheDirectionTheyName) {
   }
 }
 
-// --- comparison
-// --------------------------------------------------------------------------------------
+// --- comparison -----------------------------------------------------------------------------
 
 TEST(Comparison, WritesWhatIsNewOrDifferentAndDeletesNothing) {
   const std::string long_text(4000, 'x');
@@ -194,8 +192,7 @@ TEST(Comparison, TakesNoStackForDepth) {
   EXPECT_EQ(tree.GetSubTreeEntriesCount(""), 100002);
 }
 
-// --- subtrees from lists
-// -----------------------------------------------------------------------------
+// --- subtrees from lists --------------------------------------------------------------------
 
 TEST(CreateSubTree, PlacesEachPairBelowItsPath) {
   Log_Capture capture;
@@ -227,8 +224,7 @@ TEST(CreateSubTree, PlacesEachPairBelowItsPath) {
   }
 }
 
-// --- application information
-// ---------------------------------------------------------------------------
+// --- application information ----------------------------------------------------------------
 
 TEST(ApplicationInformation, IsReadOnceItIsComplete) {
   CFG_SubTree tree("halvoria");
@@ -267,8 +263,7 @@ TEST(ApplicationInformation, IsReadOnceItIsComplete) {
   EXPECT_EQ(repository.GetApplicationName("none"), "");
 }
 
-// --- the server and this process
-// -----------------------------------------------------------------------
+// --- the server and this process ------------------------------------------------------------
 
 TEST(ServerProperties, GridAndDomainStayForTheLifeOfTheProcess) {
   CFG_SubTree tree =
