@@ -46,6 +46,7 @@ Tree_NodePtr build_branch(const InputFile& file, Parse& parse, int branch) {
 
 std::vector<std::string> paths_of_branches(Parse& parse) {
   std::vector<std::string> paths;
+  paths.reserve(static_cast<size_t>(parse->GetNumOfVectors()));
   for (int i = 0; i < parse->GetNumOfVectors(); ++i) {
     paths.push_back(parse->GetRootPathIndex(i).str());
   }

@@ -124,7 +124,7 @@ std::string printable(std::string_view text) {
   const RWWString wide = RWWString::fromUTF8(text);
   std::wstring shown;
   for (const wchar_t c : wide.view()) {
-    const auto code = static_cast<unsigned long>(c);
+    const auto code = static_cast<char32_t>(c);
     const bool is_bad_byte = code >= 0xDC80 && code <= 0xDCFF;
     if (c == L'\n') {
       shown += L"\\n";

@@ -1,6 +1,7 @@
 #include "paths.h"
 
 #include <algorithm>
+
 #include <cstdio>
 
 #include <strings/RWWString.h>
@@ -14,19 +15,20 @@ bool is_blank(char c) { return is_control(c) || c == ' '; }
 
 // The characters that XML 1.0 knows.
 bool is_kept_by_xml(wchar_t c) {
-  const auto code = static_cast<unsigned long>(c);
+  const auto code = static_cast<char32_t>(c);
   if (code < 0x20) return c == L'\t' || c == L'\n' || c == L'\r';
   return code < 0xD800 || (code > 0xDFFF && code != 0xFFFE && code != 0xFFFF);
 }
 
 std::string fault_of_character(wchar_t c, size_t at) {
-  const auto code = static_cast<unsigned long>(c);
+  const auto code = static_cast<char32_t>(c);
   char text[128];
   if (code >= 0xDC80 && code <= 0xDCFF) {
-    std::snprintf(text, sizeof text, "character %zu, byte 0x%02lX, is not UTF-8", at, code & 0xFF);
+    std::snprintf(text, sizeof text, "character %zu, byte 0x%02X, is not UTF-8", at,
+                  unsigned{code} & 0xFF);
   } else {
-    std::snprintf(text, sizeof text, "character %zu, U+%04lX, cannot stand in an XML file", at,
-                  code);
+    std::snprintf(text, sizeof text, "character %zu, U+%04X, cannot stand in an XML file", at,
+                  unsigned{code});
   }
   return text;
 }

@@ -125,7 +125,7 @@ void Store::open_with_parameters(const Arguments& arguments, Access access) {
 std::string Store::path(const std::string& typed) const {
   const std::string joined = with_backslashes(typed);
   if (joined.empty()) throw Failure(USAGE, "the path '" + typed + "' names nothing");
-  const std::string path = m_repository->change_string_with_properties(RWCString(joined)).str();
+  std::string path = m_repository->change_string_with_properties(RWCString(joined)).str();
   if (first_of(path) != m_root_name) {
     throw Failure(NOT_FOUND, path + ": not found: paths in " + m_name + " begin with '" +
                                  m_root_name + "' (" + m_root_name + "\\" + path + "?)");
@@ -134,7 +134,7 @@ std::string Store::path(const std::string& typed) const {
 }
 
 std::string Store::writable_path(const std::string& typed) const {
-  const std::string written = path(typed);
+  std::string written = path(typed);
   if (!placeholder_in(written).empty()) throw not_found(written);
   const std::string fault = path_fault(written);
   if (!fault.empty()) throw Failure(BAD_INPUT, written + " cannot be written: " + fault);

@@ -12,7 +12,7 @@ import tempfile
 import unittest
 
 CFG = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 2 else "cfg"
-SOURCE = pathlib.Path(sys.argv.pop(1)) if len(sys.argv) > 1 else pathlib.Path(".")
+SOURCE = pathlib.Path(sys.argv.pop(1) if len(sys.argv) > 1 else ".").resolve()
 
 # Nothing of the caller's tree or log reaches the command.
 ENVIRONMENT = {name: text for name, text in os.environ.items()
