@@ -1,0 +1,30 @@
+#include <common/our_tree.h>
+
+#include <algorithm>
+#include <bit>
+#include <stdexcept>
+
+namespace bench {
+
+Tree_NodePtr build_tree(const records& all) {
+  std::vector<Tree_Node*> at(all.size());
+  Tree_NodePtr top;
+  for (size_t i = 0; i < all.size(); ++i) {
+    const record& r = all[i];
+    const Tree_NodePtr node =
+        r.value.empty() ? new Tree_Node(r.name) : new Tree_Node(r.name, r.value, 0);
+    at[i] = node.get();
+    if (r.parent < 0) {
+      top = node;
+    } else if (!at[static_cast<size_t>(r.parent)]->Add(node)) {
+      throw std::runtime_error("the tree refuses " + r.path);
+    }
+  }
+  return top;
+}
+
+size_t lookups_to_index(size_t nodes) {
+  return std::bit_ceil(std::max<size_t>(256, nodes / 8 + 1));
+}
+
+}  // namespace bench
