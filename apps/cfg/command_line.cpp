@@ -68,79 +68,100 @@ CLI::App& add_verb(CLI::App& app, const Verb& verb) {
   return *parent->add_subcommand(name.substr(cut + 1), verb.help);
 }
 
-// What is wrong with the command line, and where the help is.
-std::string usage_text(const CLI::ParseError& error, const CLI::App& app, const CLI::App& chosen,
-                       const CLI::App* group) {
-  const std::vector<std::string> extra = app.remaining(true);
+// All verbs and options, ready to read a command line.
+class CommandLine {
+ public:
+  CommandLine();
+
+  // The verb that is to run. Null when help or version was asked for, and is printed. What
+  // is wrong with the line is a Failure.
+  const Verb* read(int argc, char** argv, Output& out);
+  const Arguments& arguments() const { return m_arguments; }
+
+ private:
+  void find_chosen();
+  std::string usage_text(const CLI::ParseError& error) const;
+
+  CLI::App m_app{"Reads and changes the configuration tree.", "cfg"};
+  std::map<const CLI::App*, const Verb*> m_verbs;
+  Arguments m_arguments;
+  const CLI::App* m_chosen = &m_app;  // as far as the line is right
+  const CLI::App* m_group = nullptr;  // above the chosen one, as `blob`
+};
+
+CommandLine::CommandLine() {
+  m_app.require_subcommand(1)->fallthrough();
+  m_app.set_help_flag("-h,--help", "show this help");
+  m_app.set_version_flag("--version", "cfg " HALVORIA_VERSION, "show the version");
+  m_app.footer(FOOTER);
+  m_app.get_formatter()->label("REQUIRED", "");
+  m_app.get_formatter()->label("SUBCOMMAND", "VERB");
+  m_app.get_formatter()->column_width(26);
+  add_parameters(m_app, m_arguments, common_parameters());
+  add_parameters(m_app, m_arguments, writing_parameters());
+  for (const Verb& verb : verbs()) {
+    CLI::App& sub = add_verb(m_app, verb);
+    sub.fallthrough();
+    sub.footer(verb.effect == Effect::READS ? READER_FOOTER : WRITER_FOOTER);
+    sub.group(*verb.help ? VERBS : "");
+    add_parameters(sub, m_arguments, verb.parameters);
+    m_verbs[&sub] = &verb;
+  }
+}
+
+const Verb* CommandLine::read(int argc, char** argv, Output& out) {
+  try {
+    m_app.parse(argc, argv);
+  } catch (const CLI::CallForVersion& version) {
+    out.line(version.what());
+    return nullptr;
+  } catch (const CLI::CallForHelp&) {
+    out.write(m_app.help());
+    return nullptr;
+  } catch (const CLI::ParseError& error) {
+    find_chosen();
+    throw Failure(USAGE, usage_text(error));
+  }
+  find_chosen();
+  const Verb* verb = m_verbs.at(m_chosen);
+  if (m_arguments.dry_run && verb->effect == Effect::READS) {
+    throw Failure(USAGE, std::string(verb->name) + " writes nothing; leave out --dry-run");
+  }
+  return verb;
+}
+
+void CommandLine::find_chosen() {
+  while (!m_chosen->get_subcommands().empty()) {
+    m_chosen = m_chosen->get_subcommands().front();
+    if (m_verbs.count(m_chosen) == 0) m_group = m_chosen;
+  }
+}
+
+std::string CommandLine::usage_text(const CLI::ParseError& error) const {
+  const std::vector<std::string> extra = m_app.remaining(true);
   std::string text = error.what();
-  if (&chosen == &app || &chosen == group) {
+  if (m_verbs.count(m_chosen) == 0) {
     text = extra.empty() ? "a verb is missing" : "'" + extra.front() + "' is not a verb";
   } else if (!extra.empty()) {
     text = "not expected: " + CLI::detail::join(extra, " ");
     if (extra.front()[0] == '-') text += " (behind -- it is a path or text)";
   }
-  std::string name = chosen.get_name();
-  if (group && group != &chosen) name = group->get_name() + " " + name;
-  if (&chosen != &app) name = "cfg " + name;
-  return text + "; see '" + name + " --help'";
+  text += "; see 'cfg ";
+  if (m_group && m_group != m_chosen) text += m_group->get_name() + " ";
+  if (m_chosen != &m_app) text += m_chosen->get_name() + " ";
+  return text + "--help'";
 }
 
 }  // namespace
 
 int run_command(int argc, char** argv, Output& out) {
-  Arguments arguments;
-  CLI::App app("Reads and changes the configuration tree.", "cfg");
-  app.require_subcommand(1)->fallthrough();
-  app.set_help_flag("-h,--help", "show this help");
-  app.set_version_flag("--version", "cfg " HALVORIA_VERSION, "show the version");
-  app.footer(FOOTER);
-  app.get_formatter()->label("REQUIRED", "");
-  app.get_formatter()->label("SUBCOMMAND", "VERB");
-  app.get_formatter()->column_width(26);
-  add_parameters(app, arguments, common_parameters());
-  add_parameters(app, arguments, writing_parameters());
-
-  std::map<const CLI::App*, const Verb*> by_app;
-  for (const Verb& verb : verbs()) {
-    CLI::App& sub = add_verb(app, verb);
-    sub.fallthrough();
-    sub.footer(verb.effect == Effect::READS ? READER_FOOTER : WRITER_FOOTER);
-    sub.group(*verb.help ? VERBS : "");
-    add_parameters(sub, arguments, verb.parameters);
-    by_app[&sub] = &verb;
-  }
-
-  const CLI::App* chosen = &app;
-  const CLI::App* group = nullptr;  // above the verb, as `blob`
-  const auto choose = [&] {
-    while (!chosen->get_subcommands().empty()) {
-      chosen = chosen->get_subcommands().front();
-      if (by_app.count(chosen) == 0) group = chosen;
-    }
-  };
-  try {
-    app.parse(argc, argv);
-    choose();
-  } catch (const CLI::CallForVersion& version) {
-    out.line(version.what());
-    return DONE;
-  } catch (const CLI::CallForHelp&) {
-    out.write(app.help());
-    return DONE;
-  } catch (const CLI::ParseError& error) {
-    choose();
-    throw Failure(USAGE, usage_text(error, app, *chosen, group));
-  }
-  const Verb& verb = *by_app.at(chosen);
-
-  if (arguments.dry_run && verb.effect == Effect::READS) {
-    throw Failure(USAGE, std::string(verb.name) + " writes nothing; leave out --dry-run");
-  }
-
-  set_log_level(arguments.verbose);
-  const bool changes_tree = verb.effect == Effect::WRITES_TREE;
-  Session session{arguments, out, changes_tree ? Store::WRITE : Store::READ};
-  return verb.run(session);
+  CommandLine line;
+  const Verb* verb = line.read(argc, argv, out);
+  if (!verb) return DONE;
+  set_log_level(line.arguments().verbose);
+  const bool changes_tree = verb->effect == Effect::WRITES_TREE;
+  Session session{line.arguments(), out, changes_tree ? Store::WRITE : Store::READ};
+  return verb->run(session);
 }
 
 }  // namespace cli

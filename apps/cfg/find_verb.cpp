@@ -81,38 +81,57 @@ Query query_of(const Arguments& arguments, Store& store) {
   return query;
 }
 
+// Prints what was found, one line each.
+class Findings {
+ public:
+  Findings(Output& out, const Arguments& arguments) : m_out(out), m_is_long(arguments.long_lines) {
+    if (arguments.json) m_rows.emplace(out, "", "");
+  }
+
+  void add(const std::string& path, const Tree_Node& node) {
+    ++m_count;
+    if (m_rows) {
+      Json row = {{"path", path}};
+      if (node.IsLeaf()) row["value"] = node.GetText();
+      m_rows->row(row);
+    } else if (!node.IsLeaf()) {
+      m_out.line(printable(path + "\\"));
+    } else {
+      m_out.line(printable(m_is_long ? path + " = " + std::string(node.GetText()) : path));
+    }
+  }
+
+  size_t end() {
+    if (m_rows) m_rows->end();
+    return m_count;
+  }
+
+ private:
+  Output& m_out;
+  std::optional<JsonRows> m_rows;
+  const bool m_is_long;
+  size_t m_count = 0;
+};
+
 }  // namespace
 
 int run_find(Session& session) {
   Store& store = session.store();
   const Query query = query_of(session.arguments, store);
-  // A pattern with nothing before its first `%` finds nothing, and says no more than that.
+  // Where a pattern has no such key before its first `%`, nothing is found and that is all.
   Tree_Node* top = query.pattern ? store.node(query.top) : &store.key(query.top);
   PathPattern pattern(query.pattern.value_or(""));
 
-  Output& out = session.out;
-  std::optional<JsonRows> rows;
-  if (session.arguments.json) rows.emplace(out, "", "");
-  bool is_found = false;
-  for (Tree_PathsWalk walk(top, parent_of(query.top)); walk && !out.is_closed(); walk.Next()) {
-    if (query.pattern ? !pattern.matches(walk->NameView(), walk.Depth()) : walk.Depth() == 0) {
-      continue;
-    }
-    if (!query.fits(**walk)) continue;
-    is_found = true;
-    if (rows) {
-      Json row = {{"path", walk.Path()}};
-      if (walk->IsLeaf()) row["value"] = walk->GetText();
-      rows->row(row);
-    } else {
-      const bool has_text = walk->IsLeaf() && session.arguments.long_lines;
-      const std::string ending = has_text ? " = " + std::string(walk->GetText()) : "";
-      out.line(printable(walk.Path() + (walk->IsLeaf() ? ending : "\\")));
-    }
+  Findings findings(session.out, session.arguments);
+  Tree_PathsWalk walk(top, parent_of(query.top));
+  for (; walk && !session.out.is_closed(); walk.Next()) {
+    const bool is_place =
+        query.pattern ? pattern.matches(walk->NameView(), walk.Depth()) : walk.Depth() > 0;
+    if (is_place && query.fits(**walk)) findings.add(walk.Path(), **walk);
   }
-  if (rows) rows->end();
-  if (!is_found) say("nothing found");
-  return is_found ? DONE : NOT_FOUND;
+  if (findings.end() > 0) return DONE;
+  say("nothing found");
+  return NOT_FOUND;
 }
 
 }  // namespace cli
