@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
-#include <cstring>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -242,9 +242,8 @@ Tree_NodePtr Tree_ChildList::take_keeping_places(uint32_t place) {
   }
   Tree_NodePtr child = std::move(m_slots[place]);
   m_keys -= m_key_mask >> place & 1;
-  const size_t behind = m_count - place;
-  std::memmove(static_cast<void*>(m_slots + place), m_slots + place + 1, behind * sizeof *m_slots);
-  std::memmove(hashes() + place, hashes() + place + 1, behind * sizeof(uint32_t));
+  std::move(m_slots + place + 1, m_slots + m_count + 1, m_slots + place);
+  std::move(hashes() + place + 1, hashes() + m_count + 1, hashes() + place);
   const uint32_t below = (1u << place) - 1;
   m_key_mask = static_cast<uint16_t>((m_key_mask & below) | ((m_key_mask >> 1) & ~below));
   return child;
@@ -283,11 +282,9 @@ void Tree_ChildList::grow_small(uint32_t capacity) {
   if (!memory) throw std::bad_alloc();
   auto* fresh = static_cast<Tree_NodePtr*>(memory);
   auto* fresh_hashes = reinterpret_cast<uint32_t*>(fresh + capacity);
-  if (m_count) {
-    std::memcpy(memory, static_cast<const void*>(m_slots), m_count * sizeof *m_slots);
-    std::memcpy(fresh_hashes, hashes(), m_count * sizeof(uint32_t));
-  }
-  std::memset(fresh_hashes + m_count, 0, (capacity - m_count) * sizeof(uint32_t));
+  std::uninitialized_move_n(m_slots, m_count, fresh);  // what stays behind is null
+  std::copy_n(hashes(), m_count, fresh_hashes);
+  std::fill_n(fresh_hashes + m_count, capacity - m_count, 0u);
   std::free(static_cast<void*>(m_slots));
   m_slots = fresh;
   m_capacity = static_cast<uint16_t>(capacity);
