@@ -558,10 +558,9 @@ Tree_NodePtr Tree_Node::GetChangesTreeNode(const Tree_NodePtr& node) {
     }
     if (!walk->m_value.IsChange()) continue;
     while (copies.size() < originals.size()) {
-      Tree_NodePtr copy = new Tree_Node(*originals[copies.size()], nullptr);
-      Tree_Node* raw = copy.get();
-      copies.empty() ? void(changes = std::move(copy)) : copies.back()->adopt(std::move(copy));
-      copies.push_back(raw);
+      auto* copy = new Tree_Node(*originals[copies.size()], nullptr);
+      copies.empty() ? void(changes = copy) : copies.back()->adopt(copy);
+      copies.push_back(copy);
     }
     copies.back()->adopt(new Tree_Node(**walk, nullptr));
   }
