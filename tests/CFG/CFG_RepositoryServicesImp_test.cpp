@@ -178,16 +178,17 @@ TEST(Comparison, MayWriteOverTheTreeItReads) {
 }
 
 TEST(Comparison, TakesNoStackForDepth) {
-  CFG_SubTree current("k"), stored("k"), tree("h");
-  CFG_MemoryRepository repository(&tree);
-  Tree_NodePtr a = current.GetData(), b = stored.GetData();
-  for (int i = 0; i < 100000; ++i) {
-    a->Add(new Tree_Node("k"));
-    b->Add(new Tree_Node("k"));
-    a = a->GetChildAt(0);
-    b = b->GetChildAt(0);
-  }
+  Tree_NodePtr a(new Tree_Node("k")), b(new Tree_Node("k"));
   a->Add(new Tree_Node("v", "1", 1));
+  for (int i = 0; i < 100000; ++i) {  // from the bottom up
+    for (Tree_NodePtr* chain : {&a, &b}) {
+      Tree_NodePtr above(new Tree_Node("k"));
+      above->Add(*chain);
+      *chain = above;
+    }
+  }
+  CFG_SubTree current(a), stored(b), tree("h");
+  CFG_MemoryRepository repository(&tree);
   repository.CompareSubsAndChangeRepository(&current, &stored, "h");
   EXPECT_EQ(tree.GetSubTreeEntriesCount(""), 100002);
 }
