@@ -226,7 +226,8 @@ CFG_SubTree* CFG_RepositoryServicesImp::ImportXmlBufferAsCfgSubTree(
   logger.trace("Start");
   if (!buffer) return logger.reject(nullptr, "buffer parameter is NULL, return NULL\n");
   if (!CFG_SAXImport::InitXercescPlatformUtils()) return nullptr;
-  const xercesc::MemBufInputSource source(buffer, length, "Fake_ID");
+  xercesc::MemBufInputSource source(buffer, length, "Fake_ID");
+  source.setCopyBufToStream(false);
   return import_xml_source_as_cfg_sub_tree(source).release();
 }
 

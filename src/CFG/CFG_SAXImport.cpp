@@ -185,7 +185,5 @@ void CFG_SAXImport::SetClearVectorAtDtor(bool clear) { m_clear_at_dtor = clear; 
 Tree_NodePtr CFG_SAXImport::BuildSubTreeIndex(int i) {
   const Branch* found = branch(i);
   if (!found || !found->read) return nullptr;
-  Tree_NodePtr tree = found->read->build_tree(found->root_path);
-  Tree_Node::ChangeTreeNodePtrProtection(tree, Tree_Node::TRUE_BOOL);
-  return tree;
+  return found->read->build_tree(found->root_path);  // of new nodes, which are protected
 }

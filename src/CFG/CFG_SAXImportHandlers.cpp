@@ -38,30 +38,22 @@ void CFG_SAXImportHandlers::setDocumentLocator(const xc::Locator* locator) { m_l
 
 // Told apart by the first letters, then compared as a whole.
 CFG_SAXImportHandlers::Element CFG_SAXImportHandlers::element_named(const XMLCh* name) {
-  const auto is = [&](const char16_t* known, Element element) {
+  const auto is = [&](const char16_t* known) {
     const XMLCh* c = name;
     while (*c && *c == *known) ++c, ++known;
-    return *c == *known ? element : OUTSIDE;
+    return *c == *known;
   };
-  switch (name[0]) {
-    case u'v':
-      return is(u"value", VALUE);
-    case u'n':
-      return is(u"node", NODE);
-    case u'b':
-      return is(u"branch", BRANCH);
-    case u't':
-      return is(u"tree", TREE);
-    case u'p':
-      return name[1] == u'a' && name[2] == u't' ? is(u"path_segment", PATH)
-                                                : is(u"parent_path_segment", PARENT_PATH);
-    default:
-      return OUTSIDE;
+  if (name[0] == u'v') return is(u"value") ? VALUE : OUTSIDE;
+  if (name[0] == u'n') return is(u"node") ? NODE : OUTSIDE;
+  if (name[0] == u'p' && name[1] == u'a') {
+    if (name[2] == u't') return is(u"path_segment") ? PATH : OUTSIDE;
+    return is(u"parent_path_segment") ? PARENT_PATH : OUTSIDE;
   }
+  if (is(u"branch")) return BRANCH;
+  return is(u"tree") ? TREE : OUTSIDE;
 }
 
 bool CFG_SAXImportHandlers::is_in_place(Element element) const {
-  static constexpr Element parents[] = {OUTSIDE, OUTSIDE, TREE, BRANCH, NODE, NODE, NODE};
   if (element == OUTSIDE || m_open != parents[element]) return false;
   if (element < PATH) return true;
   return m_last_child == NODE ? element == PATH : element > m_last_child;
@@ -75,53 +67,23 @@ void CFG_SAXImportHandlers::startElement(const XMLCh* name, xc::AttributeList&) 
     return wrong(render("The element <%s> is not expected here", cfg::xml_text(name)));
   }
   m_open = element;
-  switch (element) {
-    case BRANCH:
-      return start_branch();
-    case NODE:
-      m_last_child = NODE;
-      return;
-    case PATH:
-      m_text = &m_path;
-      break;
-    case VALUE:
-      m_text = &m_value;
-      break;
-    default:
-      break;
-  }
-  m_last_child = element;
+  m_text = element == PATH ? &m_path : element == VALUE ? &m_value : nullptr;
+  if (element >= NODE) m_last_child = element;
+  if (element == BRANCH) start_branch();
 }
 
 void CFG_SAXImportHandlers::characters(const XMLCh* chars, XMLSize_t length) {
   if (m_text && m_error_count == 0) m_text->append(chars, length);
 }
 
-// Without an error the element that ends is the open one: it was in its place.
 void CFG_SAXImportHandlers::endElement(const XMLCh*) {
   --m_depth;
   if (m_error_count > 0) return;
+  const Element ended = m_open;  // as nothing was out of its place
+  m_open = parents[ended];
   m_text = nullptr;
-  switch (m_open) {
-    case OUTSIDE:
-      return;
-    case TREE:
-      m_open = OUTSIDE;
-      return;
-    case BRANCH:
-      ++m_branch_count;
-      m_open = TREE;
-      return;
-    case NODE:
-      end_node();
-      m_open = BRANCH;
-      return;
-    case PATH:
-    case PARENT_PATH:
-    case VALUE:
-      m_open = NODE;
-      return;
-  }
+  if (ended == NODE) end_node();
+  if (ended == BRANCH) ++m_branch_count;
 }
 
 void CFG_SAXImportHandlers::start_branch() {

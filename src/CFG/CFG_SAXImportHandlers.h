@@ -72,6 +72,7 @@ class CFG_SAXImportHandlers : public XERCES_CPP_NAMESPACE::HandlerBase {
  private:
   // In the order in which they may follow each other in a node.
   enum Element { OUTSIDE, TREE, BRANCH, NODE, PATH, PARENT_PATH, VALUE };
+  static constexpr Element parents[] = {OUTSIDE, OUTSIDE, TREE, BRANCH, NODE, NODE, NODE};
 
   static Element element_named(const XMLCh* name);
   bool is_in_place(Element element) const;

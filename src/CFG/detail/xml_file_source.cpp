@@ -1,8 +1,12 @@
 #include <CFG/detail/xml_file_source.h>
 
+#include <string>
+
+#include <xercesc/util/BinInputStream.hpp>
+
+#include <CFG/detail/guarded_parser.h>
 #include <CFG/detail/parsing_stopped.h>
 #include <i18n/I18n_Utf8.h>
-#include <xercesc/util/BinInputStream.hpp>
 
 namespace cfg {
 
@@ -28,6 +32,12 @@ xml_file_source::xml_file_source(Sys_File& file) : m_file(file) {
   setSystemId(I18n_Utf8::ToUtf16(file.name()).c_str());
 }
 
-xercesc::BinInputStream* xml_file_source::makeStream() const { return new stream(m_file); }
+xercesc::BinInputStream* xml_file_source::makeStream() const {
+  if (m_file.size() > document_bounds::bytes) {
+    throw parsing_stopped{"file <" + m_file.name() +
+                          "> is too long: " + RWCString(std::to_string(m_file.size())) + " bytes"};
+  }
+  return new stream(m_file);
+}
 
 }  // namespace cfg

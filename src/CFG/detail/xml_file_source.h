@@ -1,8 +1,9 @@
 // An XML document in a file.
 #pragma once
 
-#include <system/Sys_File.h>
 #include <xercesc/sax/InputSource.hpp>
+
+#include <system/Sys_File.h>
 
 namespace cfg {
 
