@@ -277,6 +277,7 @@ void Tree_Node::count_walk() const {
 // The record of the top of this node's tree when it has an index, else null; and the hash
 // of this node's path from there.
 Tree_Node::Top* Tree_Node::indexed_top(uint64_t& own_hash) const {
+  if (!Tree_PathIndex::IsAnyAlive()) return nullptr;
   const Tree_Node* top = this;
   while (const Tree_Node* parent = top->GetParent()) top = parent;
   Top* record = top->top_record();

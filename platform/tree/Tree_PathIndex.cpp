@@ -8,7 +8,10 @@
 static constexpr size_t kSmallest = 64;
 static size_t room_for(size_t nodes) { return std::max(kSmallest, nodes + nodes / 4 + 1); }
 
+std::atomic<uint32_t> Tree_PathIndex::s_alive{0};
+
 Tree_PathIndex::Tree_PathIndex(const Tree_Node& top) {
+  s_alive.fetch_add(1, std::memory_order_relaxed);
   m_entries.resize(room_for(static_cast<size_t>(top.GetNodeNum())), Entry{0, nullptr});
   std::vector<uint64_t> way{0};  // hashes of the paths of the open keys
   for (Tree_Walk walk(const_cast<Tree_Node*>(&top)); walk; walk.Next()) {

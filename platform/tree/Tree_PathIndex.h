@@ -1,6 +1,7 @@
 // From the hash of a whole path to the node at its end.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,13 @@ class HALVORIA_API Tree_PathIndex {
  public:
   // Of all nodes below `top`.
   explicit Tree_PathIndex(const Tree_Node& top);
+  ~Tree_PathIndex() { s_alive.fetch_sub(1, std::memory_order_relaxed); }
+  Tree_PathIndex(const Tree_PathIndex&) = delete;
+  Tree_PathIndex& operator=(const Tree_PathIndex&) = delete;
+
+  // Whether the process has any: while it has none, a change need not look for the one of its
+  // tree, far up.
+  static bool IsAnyAlive() { return s_alive.load(std::memory_order_relaxed) != 0; }
 
   Tree_Node* Find(std::string_view path) const;
 
@@ -43,6 +51,7 @@ class HALVORIA_API Tree_PathIndex {
   void place(Entry entry);
   void grow();
 
+  static std::atomic<uint32_t> s_alive;
   std::vector<Entry> m_entries;  // open addressing, the next free entry behind home
   size_t m_used = 0;
 };
