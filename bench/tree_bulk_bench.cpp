@@ -13,6 +13,7 @@
 #include <common/clock.h>
 #include <common/our_tree.h>
 #include <common/suite.h>
+#include <common/touch_memory.h>
 #include <peers/flat_map.h>
 #include <peers/nested_map.h>
 #include <peers/property_tree.h>
@@ -68,10 +69,15 @@ std::vector<double> measured_footprint(
 
 // --- build, copy, destroy ------------------------------------------------------------------------
 
+void begin_with_empty_heap(size_t nodes) {
+  ::malloc_trim(0);
+  touch_memory(nodes * 700);
+}
+
 template <class Tree, class Build, class Copy>
 std::vector<double> measured_life(size_t nodes, Build build, Copy copy) {
   return figures_in_child([&]() -> std::vector<double> {
-    ::malloc_trim(0);
+    begin_with_empty_heap(nodes);
     Tree tree, second;
     const double figures[] = {time_ns(CPU, [&] { tree = build(); }),
                               time_ns(CPU, [&] { second = copy(tree); }),
@@ -92,7 +98,7 @@ std::vector<double> measured_life_of(const records& all) {
 template <class Build>
 std::vector<double> measured_build(size_t nodes, Build build) {
   return figures_in_child([&]() -> std::vector<double> {
-    ::malloc_trim(0);
+    begin_with_empty_heap(nodes);
     std::optional<decltype(build())> tree;
     return {time_ns(CPU, [&] { tree.emplace(build()); }) / static_cast<double>(nodes)};
   });

@@ -56,7 +56,7 @@ rounds::measure per_read(size_t count, Read read) {
 // are. Short bursts, and the best of them, since any other process disturbs two threads on a
 // small machine.
 double best_burst(int threads, const std::function<void()>& work) {
-  constexpr int bursts = 10;
+  constexpr int bursts = 300;
   struct burst {
     std::atomic<int> ready{0};
     std::atomic<bool> started{false};
@@ -162,7 +162,7 @@ void add_first_reads(report& result, const Tree_NodePtr& top, const calls& cold,
 
 void add_threads(report& result, CFG_Services& store, const calls& hot, const flat_map& peer,
                  int count) {
-  const size_t n = hot.ours.size() / 5;
+  const size_t n = std::min<size_t>(hot.ours.size(), 2000);
   const auto ours = [&, n] { read_ours(store, hot.ours, n); };
   const auto theirs = [&, n] { read_theirs<lower_scalar>(peer, hot.theirs, n); };
   rounds reads;
