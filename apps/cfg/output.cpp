@@ -144,8 +144,16 @@ std::string printable(std::string_view text) {
   return RWWString(std::move(shown)).toUTF8().str();
 }
 
+// A message that names a monstrous path keeps its beginning, which says what, and its end,
+// which says why.
+static std::string shortened(std::string_view text) {
+  constexpr size_t longest = 2000, kept = 600;
+  if (text.size() <= longest) return std::string(text);
+  return std::string(text.substr(0, kept)) + " ... " + std::string(text.substr(text.size() - kept));
+}
+
 void say(std::string_view text) {
-  const std::string whole = "cfg: " + printable(text) + "\n";
+  const std::string whole = "cfg: " + printable(shortened(text)) + "\n";
   // Where standard error fails there is nobody left to tell.
   static_cast<void>(!::write(STDERR_FILENO, whole.data(), whole.size()));
 }
