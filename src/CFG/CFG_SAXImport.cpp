@@ -11,6 +11,7 @@
 
 #include <CFG/CFG_SAXImportHandlers.h>
 #include <CFG/detail/guarded_parser.h>
+#include <CFG/detail/parsing_stopped.h>
 #include <CFG/detail/record_list.h>
 #include <CFG/detail/timed_step.h>
 #include <CFG/detail/xml_file_source.h>
@@ -48,8 +49,7 @@ int parse(const xc::InputSource& source, CFG_SAXImportHandlers& handlers) {
   const cfg::timed_step timed("cfg_sax_parse_xml");
   try {
     cfg::guarded_parser(handlers).read(source);
-  } catch (const cfg::parsing_stopped& stopped) {
-    if (!stopped.reason.isNull()) return give_up(handlers, stopped.reason);
+  } catch (const cfg::parsing_stopped&) {  // counted
   } catch (const xc::XMLException& e) {
     return give_up(handlers, cfg::xml_text(e.getMessage()));
   } catch (const xc::SAXException& e) {

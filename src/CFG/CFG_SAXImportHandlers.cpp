@@ -60,7 +60,7 @@ bool CFG_SAXImportHandlers::is_in_place(Element element) const {
 }
 
 void CFG_SAXImportHandlers::startElement(const XMLCh* name, xc::AttributeList&) {
-  if (++m_depth > max_depth) stop("Elements are nested more than %d deep", max_depth);
+  if (++m_depth > max_depth) return stop("Elements are nested more than %d deep", max_depth);
   const Element element = element_named(name);
   if (m_error_count > 0 && (element != OUTSIDE || m_is_validated)) return;
   if (!is_in_place(element)) {
@@ -155,12 +155,14 @@ void CFG_SAXImportHandlers::error(const xc::SAXParseException& problem) { report
 void CFG_SAXImportHandlers::fatalError(const xc::SAXParseException& problem) { report(problem); }
 
 void CFG_SAXImportHandlers::report(const xc::SAXParseException& problem) {
+  if (m_is_stopped) return;
   const RWCString text = cfg::xml_text(problem.getMessage());
   log_problem(problem.getLineNumber(), problem.getColumnNumber(), text);
   count(problem.getLineNumber(), problem.getColumnNumber(), text);
 }
 
 void CFG_SAXImportHandlers::wrong(const RWCString& text) {
+  if (m_is_stopped) return;
   log_problem(m_locator ? m_locator->getLineNumber() : 0,
               m_locator ? m_locator->getColumnNumber() : 0, text);
   count_here(text);
@@ -182,5 +184,5 @@ void CFG_SAXImportHandlers::count(uint64_t line, uint64_t column, const RWCStrin
   }
   if (m_error_count < MAX_ERRORS) return;
   logger.error("%d errors, the rest of the document is not read\n", m_error_count);
-  throw cfg::parsing_stopped{};
+  m_is_stopped = true;
 }

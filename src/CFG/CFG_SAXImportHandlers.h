@@ -8,7 +8,6 @@
 #include <xercesc/sax/HandlerBase.hpp>
 
 #include <CFG/CFG_SAXImport.h>
-#include <CFG/detail/parsing_stopped.h>
 #include <CFG/detail/record_list.h>
 #include <CFG/detail/utf8_text.h>
 #include <logging/Log_Format.h>
@@ -48,12 +47,13 @@ class CFG_SAXImportHandlers : public XERCES_CPP_NAMESPACE::HandlerBase {
   bool HasContent() const { return m_depth > 0; }  // the root element has begun
   // The document carries a DTD, so that the parser itself tells unknown elements.
   void SetValidated() { m_is_validated = true; }
-  // Counts an error where the parser stands, and ends the parse.
+  // Counts an error where the parser stands, the last one: the source has to end here.
   template <class... A>
-  [[noreturn]] void stop(Log_Format<A...> format, const A&... args) {
+  void stop(Log_Format<A...> format, const A&... args) {
     wrong(Log_Render(format.text, {Log_Argument(args)...}));
-    throw cfg::parsing_stopped{};
+    m_is_stopped = true;
   }
+  bool IsStopped() const { return m_is_stopped; }
   // Counts an error that is logged already and has no place in the document.
   void count_error(const RWCString& text) { count(0, 0, text); }
 
@@ -96,6 +96,7 @@ class CFG_SAXImportHandlers : public XERCES_CPP_NAMESPACE::HandlerBase {
   Element m_last_child = NODE;  // of the open node; NODE when it has none yet
   int m_depth = 0;
   bool m_is_validated = false;
+  bool m_is_stopped = false;
   cfg::utf8_text* m_text = nullptr;  // where text goes now, null when it does not count
   cfg::utf8_text m_path, m_value;
   std::string m_scratch;

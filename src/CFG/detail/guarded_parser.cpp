@@ -2,16 +2,20 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <vector>
 
 #include <xercesc/util/BinInputStream.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLUni.hpp>
 #include <xercesc/validators/DTD/DTDAttDef.hpp>
 #include <xercesc/validators/DTD/DTDElementDecl.hpp>
 #include <xercesc/validators/DTD/DTDEntityDecl.hpp>
 #include <xercesc/validators/common/ContentSpecNode.hpp>
 
+#include <CFG/detail/parsing_stopped.h>
 #include <CFG/detail/xml_text.h>
 
 namespace cfg {
@@ -48,16 +52,22 @@ class guarded_source::stream : public xercesc::BinInputStream {
 
   XMLSize_t readBytes(XMLByte* to, XMLSize_t room) override {
     CFG_SAXImportHandlers& handlers = m_source.m_handlers;
+    if (handlers.IsStopped()) return 0;
     if (!handlers.HasContent()) room = std::min<XMLSize_t>(room, small_piece);
-    const XMLSize_t count = m_from->readBytes(to, room);
-    m_source.m_read += count;
-    if (m_source.m_read > document_bounds::bytes) {
+    try {
+      const XMLSize_t count = m_from->readBytes(to, room);
+      m_source.m_read += count;
+      if (m_source.m_read <= m_source.m_end) return count;
+    } catch (const parsing_stopped& stopped) {
+      handlers.stop("%s", stopped.reason);
+      return 0;
+    }
+    if (m_source.m_is_in_dtd) {
+      handlers.stop("The DTD has more than %Iu bytes", document_bounds::dtd_bytes);
+    } else {
       handlers.stop("The document has more than %Iu bytes", document_bounds::bytes);
     }
-    if (m_source.m_read > m_source.m_dtd_end) {
-      handlers.stop("The DTD has more than %Iu bytes", document_bounds::dtd_bytes);
-    }
-    return count;
+    return 0;
   }
 
  private:
@@ -78,12 +88,42 @@ xercesc::BinInputStream* guarded_source::makeStream() const {
   return from ? new stream(*this, from) : nullptr;
 }
 
-// What the parser has got already may belong to the DTD.
-void guarded_source::SetInDtd(bool in_dtd) {
-  m_dtd_end = in_dtd ? m_read + document_bounds::dtd_bytes : document_bounds::bytes;
+// Some of the DTD is among the bytes that the parser has got already.
+void guarded_source::SetInDtd(bool is_in_dtd) {
+  m_is_in_dtd = is_in_dtd;
+  m_end = is_in_dtd ? m_read + document_bounds::dtd_bytes : document_bounds::bytes;
 }
 
-guarded_parser::guarded_parser(CFG_SAXImportHandlers& handlers) : m_handlers(handlers) {
+parse_memory::~parse_memory() {
+  while (m_all.behind != &m_all) free(m_all.behind);
+}
+
+void* parse_memory::allocate(XMLSize_t size) {
+  void* const memory = ::operator new(sizeof(Block) + size, std::nothrow);
+  if (!memory) throw xercesc::OutOfMemoryException();
+  auto* const block = new (memory) Block{&m_all, m_all.behind};
+  block->behind->before = block;
+  m_all.behind = block;
+  return block + 1;
+}
+
+void parse_memory::deallocate(void* memory) {
+  if (memory) free(static_cast<Block*>(memory) - 1);
+}
+
+void parse_memory::free(Block* block) {
+  block->before->behind = block->behind;
+  block->behind->before = block->before;
+  ::operator delete(block);
+}
+
+// Exceptions are looked at when this object is gone.
+xercesc::MemoryManager* parse_memory::getExceptionMemoryManager() {
+  return xercesc::XMLPlatformUtils::fgMemoryManager;
+}
+
+guarded_parser::guarded_parser(CFG_SAXImportHandlers& handlers)
+    : SAXParser(nullptr, this), m_handlers(handlers) {
   useScanner(xercesc::XMLUni::fgDGXMLScanner);  // knows DTDs only, and is the faster for it
   setValidationScheme(Val_Auto);
   setDoNamespaces(false);
@@ -105,12 +145,19 @@ void guarded_parser::read(const xercesc::InputSource& source) {
   parse(guarded);
 }
 
+// At once: what has been declared must not come to use.
+template <class... A>
+void guarded_parser::refuse(Log_Format<A...> format, const A&... args) {
+  m_handlers.stop(format, args...);
+  throw parsing_stopped{};
+}
+
 // Version 1.1 lets control characters into texts, which could not be written again.
 void guarded_parser::XMLDecl(const XMLCh* version, const XMLCh* encoding, const XMLCh* standalone,
                              const XMLCh* actual_encoding) {
   const RWCString number = xml_text(version);
   if (number != "1.0" && !number.isNull()) {
-    m_handlers.stop("XML version %s is not supported, only 1.0", number);
+    refuse("XML version %s is not supported, only 1.0", number);
   }
   SAXParser::XMLDecl(version, encoding, standalone, actual_encoding);
 }
@@ -126,8 +173,8 @@ void guarded_parser::endIntSubset() { m_source->SetInDtd(false); }
 
 void guarded_parser::elementDecl(const xercesc::DTDElementDecl& element, bool) {
   if (is_larger(element.getContentSpec(), document_bounds::names_in_content)) {
-    m_handlers.stop("The content of element <%s> is declared with more than %Iu names",
-                    xml_text(element.getFullName()), document_bounds::names_in_content);
+    refuse("The content of element <%s> is declared with more than %Iu names",
+           xml_text(element.getFullName()), document_bounds::names_in_content);
   }
 }
 
@@ -135,8 +182,8 @@ void guarded_parser::elementDecl(const xercesc::DTDElementDecl& element, bool) {
 void guarded_parser::attDef(const xercesc::DTDElementDecl& element,
                             const xercesc::DTDAttDef& attribute, bool) {
   if (attribute.getValue() && *attribute.getValue()) {
-    m_handlers.stop("The declaration of an attribute of element <%s> has a default value",
-                    xml_text(element.getFullName()));
+    refuse("The declaration of an attribute of element <%s> has a default value",
+           xml_text(element.getFullName()));
   }
 }
 
@@ -144,10 +191,9 @@ void guarded_parser::attDef(const xercesc::DTDElementDecl& element,
 void guarded_parser::entityDecl(const xercesc::DTDEntityDecl& entity, bool is_parameter,
                                 bool is_ignored) {
   const RWCString name = xml_text(entity.getName());
-  if (is_parameter) m_handlers.stop("The parameter entity <%s> is not supported", name);
+  if (is_parameter) refuse("The parameter entity <%s> is not supported", name);
   if (entity.getValueLen() > document_bounds::entity_chars) {
-    m_handlers.stop("The entity <%s> has more than %Iu characters", name,
-                    document_bounds::entity_chars);
+    refuse("The entity <%s> has more than %Iu characters", name, document_bounds::entity_chars);
   }
   SAXParser::entityDecl(entity, is_parameter, is_ignored);
 }

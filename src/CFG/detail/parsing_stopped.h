@@ -5,10 +5,9 @@
 
 namespace cfg {
 
-// Thrown through the parser to end the parse. An empty reason: it was logged and counted
-// where it was found.
+// Thrown by a source of bytes that cannot be read on, and by a parser that must not go on.
 struct parsing_stopped {
-  RWCString reason;
+  RWCString reason;  // empty when it was logged and counted where it was found
 };
 
 }  // namespace cfg

@@ -17,6 +17,10 @@ class xml_file_source::stream : public xercesc::BinInputStream {
   const XMLCh* getContentType() const override { return nullptr; }
 
   XMLSize_t readBytes(XMLByte* to, XMLSize_t room) override {
+    if (m_file.size() > document_bounds::bytes) {
+      throw parsing_stopped{"file <" + m_file.name() + "> is too long: " +
+                            RWCString(std::to_string(m_file.size())) + " bytes"};
+    }
     const int64_t count = m_file.read(reinterpret_cast<char*>(to), room);
     if (count < 0) throw parsing_stopped{m_file.error()};
     m_position += static_cast<XMLFilePos>(count);
@@ -32,12 +36,6 @@ xml_file_source::xml_file_source(Sys_File& file) : m_file(file) {
   setSystemId(I18n_Utf8::ToUtf16(file.name()).c_str());
 }
 
-xercesc::BinInputStream* xml_file_source::makeStream() const {
-  if (m_file.size() > document_bounds::bytes) {
-    throw parsing_stopped{"file <" + m_file.name() +
-                          "> is too long: " + RWCString(std::to_string(m_file.size())) + " bytes"};
-  }
-  return new stream(m_file);
-}
+xercesc::BinInputStream* xml_file_source::makeStream() const { return new stream(m_file); }
 
 }  // namespace cfg
