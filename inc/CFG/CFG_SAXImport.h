@@ -79,7 +79,7 @@ class HALVORIA_API CFG_SAXImport {
   Branch* branch(int i);
   void take_branches(CFG_SAXImportHandlers& handlers);
   void take_errors(const CFG_SAXImportHandlers& handlers);
-  void free_lists();
+  void drop_lists();
 
   std::vector<Branch> m_branches;
   bool m_clear_at_dtor = false;

@@ -84,9 +84,7 @@ struct CFG_SAXImport::Branch {
 
 CFG_SAXImport::CFG_SAXImport() = default;
 
-CFG_SAXImport::~CFG_SAXImport() {
-  if (m_clear_at_dtor) free_lists();
-}
+CFG_SAXImport::~CFG_SAXImport() { drop_lists(); }
 
 bool CFG_SAXImport::InitXercescPlatformUtils() {
   static const bool is_ready = initialize_platform();  // stays to the end of the process
@@ -106,6 +104,7 @@ int CFG_SAXImport::Init(const RWWString& file, uint64_t flags) {
 int CFG_SAXImport::Init(const xc::InputSource& source, uint64_t flags) {
   const cfg::timed_step timed("cfg_sax_imp_xml");
   if (!InitXercescPlatformUtils()) return NO_PLATFORM;
+  drop_lists();
   CFG_SAXImportHandlers handlers(flags);
   const int result = parse(source, handlers);
   take_errors(handlers);
@@ -138,8 +137,10 @@ void CFG_SAXImport::take_errors(const CFG_SAXImportHandlers& handlers) {
   m_error_text = handlers.error_text();
 }
 
-void CFG_SAXImport::free_lists() {
-  for (Branch& branch : m_branches) delete branch.records;
+void CFG_SAXImport::drop_lists() {
+  for (Branch& branch : m_branches) {
+    if (m_clear_at_dtor) delete branch.records;
+  }
   m_branches.clear();
 }
 

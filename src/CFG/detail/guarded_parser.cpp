@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <xercesc/util/BinInputStream.hpp>
@@ -95,7 +96,9 @@ void guarded_source::SetInDtd(bool is_in_dtd) {
 }
 
 parse_memory::~parse_memory() {
-  while (m_all.behind != &m_all) free(m_all.behind);
+  for (Block* block = m_all.behind; block != &m_all;) {
+    ::operator delete(std::exchange(block, block->behind));
+  }
 }
 
 void* parse_memory::allocate(XMLSize_t size) {
