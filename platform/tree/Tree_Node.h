@@ -31,9 +31,9 @@
 // that uses it at that time.
 //
 // Paths are relative to the node called on; the empty path names the node itself and
-// empty components are passed over. Names are compared byte for byte. Nothing is logged;
-// what is not there comes back as a null pointer, an empty string or 0. No operation
-// recurses, whatever the depth of the tree.
+// empty components are passed over. Names are compared byte for byte. Nothing is logged but
+// what no byte array can hold; what is not there comes back as a null pointer, an empty string
+// or 0. No operation recurses, whatever the depth of the tree.
 //
 // Arguments named `self` are the pointer that holds the node the call is made on.
 class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
@@ -167,6 +167,17 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // later holds. Null when a record lies below a value, or names both a key and a value.
   Tree_NodePtr BuildSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>* records,
                             const RWCString& root_path) const;
+
+  // Byte arrays
+  // The tree from this key down as a byte array of `length` bytes, which the caller frees with
+  // delete[]. With a virtual path it begins with the path of the key that the node hangs
+  // under. NULL, with the reason in the log, for a value, and for a tree that no array can hold:
+  // an empty name or one of more than 3000 bytes, a value without text, NUL bytes at an end of
+  // a name or a text, more than INT_MAX bytes in all.
+  static char* GetSerializedTreeNode(const Tree_NodePtr& node, int& length, bool with_virtual_path);
+  // The same without the node at a path, and what is below it. An empty path leaves out nothing.
+  static char* GetSerializedTreeNodeSkipPath(const Tree_NodePtr& node, int& length,
+                                             bool with_virtual_path, const RWCString& skip_path);
 
   // Has room for that many nodes at hand.
   static void InitNodesPool(int count);

@@ -1,0 +1,151 @@
+// A tree as one flat array of bytes, as it travels and is stored:
+//
+//   header, only where writer and reader agree on one
+//     4   length L of the virtual path, 0 or more
+//     L   virtual path: the full path of the key that the top node hangs under
+//   records, one a node, to the end of the array
+//     4   id: 0 for the top node, counting up from record to record
+//     4   id of the parent, -1 for the top node
+//     4   length N of the name, 1 to 3000
+//     N   name
+//     4   length V of the text, 0 for a key
+//     V   text                         } only of a value
+//     4   is-change, 1 or 0            }
+//
+// Integers are signed and big-endian; none may be -100. Texts have no terminator. A node stands
+// before its children and directly behind what stands before it in tree order. The reader drops
+// NUL bytes at the ends of names and texts, and takes a record without text for a key: what
+// would come back changed has no such form and is refused.
+#include <tree/Tree_Node.h>
+
+#include <climits>
+#include <cstring>
+#include <vector>
+
+#include <logging/Logger.h>
+#include <tree/Tree_IdNodeInfo.h>
+
+namespace {
+
+constexpr Log_Logger logger("platform/tree/Tree_Node_Bytes", 502);
+
+constexpr uint64_t kIntegers = 4 * sizeof(int32_t);  // of a key's record
+
+// Calls visit(node, id, parent id) for each node but those at and below `left_out`, until it
+// returns false.
+template <class Visit>
+bool for_each_record(const Tree_Node& top, const Tree_Node* left_out, Visit&& visit) {
+  struct Open {
+    const Tree_ChildList* children;
+    uint32_t place;
+    uint32_t id;
+  };
+  std::vector<Open> way;
+  uint32_t next_id = 0;
+  const auto enter = [&](const Tree_Node& node, uint32_t parent_id) {
+    if (&node == left_out) return true;
+    const uint32_t id = next_id++;
+    if (!node.IsEmpty()) way.push_back({node.Children(), 0, id});
+    return visit(node, id, parent_id);
+  };
+  if (!enter(top, static_cast<uint32_t>(Tree_IdNodeInfo::TOP_PARENT_ID))) return false;
+  while (!way.empty()) {
+    Open& open = way.back();
+    const uint32_t place = open.children->next(open.place);
+    if (place == Tree_ChildList::npos) {
+      way.pop_back();
+      continue;
+    }
+    open.place = place + 1;
+    if (!enter(*open.children->at(place), open.id)) return false;
+  }
+  return true;
+}
+
+bool has_nul_at_an_end(std::string_view text) {
+  return text.front() == '\0' || text.back() == '\0';
+}
+
+// Why a reader would not give back this node; NULL when it would.
+const char* obstacle(const Tree_Node& node) {
+  const std::string_view name = node.NameView();
+  if (name.empty()) return "its name is empty";
+  if (name.size() > Tree_IdNodeInfo::MAX_PATH_LENGTH) return "its name is too long";
+  if (has_nul_at_an_end(name)) return "its name begins or ends with a NUL byte";
+  if (!node.IsLeaf()) return nullptr;
+  const std::string_view text = node.GetText();
+  if (text.empty()) return "it is a value without text";
+  return has_nul_at_an_end(text) ? "its text begins or ends with a NUL byte" : nullptr;
+}
+
+char* put(char* to, uint32_t value) {
+  const unsigned char bytes[] = {
+      static_cast<unsigned char>(value >> 24), static_cast<unsigned char>(value >> 16),
+      static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
+  std::memcpy(to, bytes, sizeof bytes);
+  return to + sizeof bytes;
+}
+
+char* put(char* to, std::string_view text) {
+  to = put(to, static_cast<uint32_t>(text.size()));
+  std::memcpy(to, text.data(), text.size());
+  return to + text.size();
+}
+
+char* serialized(const char* op, const Tree_NodePtr& top, int& length, const RWCString* header,
+                 const Tree_Node* left_out) {
+  length = 0;
+  if (top->IsLeaf()) {
+    return logger.reject(nullptr, "%s : <%s> is a value and not a key, return NULL\n", op,
+                         [&] { return top->GetPath(); });
+  }
+  uint64_t size = header ? sizeof(int32_t) + header->length() : 0;
+  const bool can_be_read = for_each_record(*top, left_out, [&](const Tree_Node& node, auto, auto) {
+    if (const char* why = obstacle(node)) {
+      return logger.reject(
+          false, "%s : <%s> cannot be written: %s, return NULL\n", op,
+          [&] { return node.GetPath(); }, why);
+    }
+    size += kIntegers + node.NameView().size();
+    if (node.IsLeaf()) size += node.GetText().size() + sizeof(int32_t);
+    return true;
+  });
+  if (!can_be_read) return nullptr;
+  if (size > INT_MAX) {
+    return logger.reject(
+        nullptr, "%s : <%s> takes %llu bytes, more than an array can have, return NULL\n", op,
+        [&] { return top->GetPath(); }, size);
+  }
+  auto* const bytes = new char[size];
+  char* at = header ? put(bytes, *header) : bytes;
+  for_each_record(*top, left_out, [&](const Tree_Node& node, uint32_t id, uint32_t parent_id) {
+    at = put(put(at, id), parent_id);
+    at = put(put(at, node.NameView()), node.GetText());
+    if (node.IsLeaf()) at = put(at, static_cast<uint32_t>(node.GetTreeValue()->IsChange()));
+    return true;
+  });
+  length = static_cast<int>(size);
+  return bytes;
+}
+
+RWCString path_above(const Tree_Node& node) {
+  return node.GetParent() ? node.GetParent()->GetPath() : node.GetVirtualParentPath();
+}
+
+}  // namespace
+
+char* Tree_Node::GetSerializedTreeNode(const Tree_NodePtr& node, int& length,
+                                       bool with_virtual_path) {
+  return GetSerializedTreeNodeSkipPath(node, length, with_virtual_path, RWCString());
+}
+
+char* Tree_Node::GetSerializedTreeNodeSkipPath(const Tree_NodePtr& node, int& length,
+                                               bool with_virtual_path, const RWCString& skip_path) {
+  constexpr char op[] = "GetSerializedTreeNode(Tree_NodePtr & node,int & length,bool)";
+  length = 0;
+  if (!node) return logger.reject(nullptr, "%s : node is null, return NULL\n", op);
+  const RWCString header = with_virtual_path ? path_above(*node) : RWCString();
+  const Tree_Node* named = node->Find(skip_path);
+  return serialized(op, node, length, with_virtual_path ? &header : nullptr,
+                    named == node.get() ? nullptr : named);
+}
