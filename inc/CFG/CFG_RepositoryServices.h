@@ -202,6 +202,20 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
   virtual int ExportSubTreeVectorToFile(std::vector<CFG_SubTree*>* sub_trees,
                                         const RWWString& file) = 0;
 
+  // --- subtrees as byte arrays ---------------------------------------------------------------
+
+  // The subtree of an array that CFG_SubTree::SerializeSubTree or Tree_Node wrote; the caller owns
+  // it. NULL, with the reason in the log, when any part of the array is wrong, and when nothing of
+  // it is to be kept. An array that is cut between two records, or up to three bytes behind
+  // one, is the array of the records before the cut.
+  static CFG_SubTree* CreateSubTreeFromByteArray(const char* byteArray, int length);
+  // With a virtual path the array begins with the path of the key that the subtree hangs under.
+  // A `sub_path`, which starts with the name of the top key, selects one subtree: only that and
+  // the keys leading to it are kept or, with `skip_sub_path`, everything else.
+  static CFG_SubTree* CreateSubTreeFromByteArray(const char* byteArray, int length,
+                                                 bool with_virtual_path, RWCString sub_path,
+                                                 bool skip_sub_path);
+
   // --- the same for literals and const paths ---------------------------------------------------
 
   bool IsSubTreeInCache(const RWCString& path) {

@@ -11,6 +11,7 @@
 #include <CFG/CFG_RepositoryServices.h>
 #include <thread/Mutex.h>
 #include <thread/RecursiveThreadMutexWrapper.h>
+#include <tree/Tree_IdNodeInfo.h>
 
 class Sys_File;
 
@@ -164,6 +165,17 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
                                     const std::list<std::pair<RWCString, RWCString>>& values);
   // Puts one record into the tree at `root`: a value when it has a text, else a key.
   static bool AddNodeToTree(Tree_NodePtr& root, Tree_NodeInfo* record, CFG_BuildTreeState& state);
+
+  // The tree of the records of a byte array, each of which stands behind its parent and behind
+  // everything below the sibling before it. The first is the top key. Null when there are none,
+  // or one has no place; the flag says whether the array had a virtual path and changes nothing.
+  static Tree_NodePtr CreateTreeFromNodeIdVec(const std::vector<Tree_IdNodeInfo>& records,
+                                              bool with_virtual_path);
+  // The node that has the record's parent id: `current`, or a key above it other than the top one.
+  // Null, with a message, when there is none.
+  static Tree_Node* GetParent(Tree_Node* current, const Tree_IdNodeInfo* record);
+  // The big-endian integer at `offset`, which moves behind it. The buffer must hold it.
+  static int GetIntFromChar(const char* buffer, int& offset);
 
  protected:
   // Taken by Connect to test and change the connection state.

@@ -67,6 +67,10 @@ class HALVORIA_API CFG_SubTree : public CFG_MemoryServices {
   Tree_NodePtr GetData();   // the root node, shared
   uint64_t GetTotalSize();  // bytes held by the tree
 
+  // The subtree as a byte array without virtual path, which the caller frees with delete[]. NULL,
+  // with the reason in the log, when the handle has no data or no array can hold its tree.
+  static char* SerializeSubTree(CFG_SubTree* sub, int& buffer_length);
+
   // Moves the nodes of `other` over this tree, key by key: its values replace those of the
   // same name, and a key replaces a value and the other way round. Nothing is merged below
   // the key whose full path is `stop_path`. 0, or -1 when the root keys have different names.

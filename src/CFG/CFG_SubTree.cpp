@@ -363,6 +363,14 @@ int CFG_SubTree::SetOrRanameKeyName(const RWCString& path, const RWCString& key_
                        op, path, key_name);
 }
 
+char* CFG_SubTree::SerializeSubTree(CFG_SubTree* sub, int& buffer_length) {
+  constexpr char op[] = "SerializeSubTree(CFG_SubTree* sub,int & buffer_length)";
+  buffer_length = 0;
+  if (!sub) return logger.reject(nullptr, "%s : sub parameter is null, return NULL\n", op);
+  char* const bytes = Tree_Node::GetSerializedTreeNode(sub->m_data, buffer_length, false);
+  return bytes ? bytes : logger.reject(nullptr, "%s : Fail to write subtree, return NULL\n", op);
+}
+
 // --- merges that move nodes --------------------------------------------------------------------
 
 int CFG_SubTree::MergeSubTree(CFG_SubTree* other, const RWCString& stop_path) {

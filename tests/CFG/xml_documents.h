@@ -1,6 +1,7 @@
 // XML documents for tests, put together from raw text.
 #pragma once
 
+#include <cstdio>
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
@@ -45,6 +46,16 @@ inline void put_file(const std::filesystem::path& file, const std::string& bytes
 inline std::string get_file(const std::filesystem::path& file) {
   std::ifstream in(file, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline std::string unpacked(const std::filesystem::path& packed) {
+  std::string bytes;
+  if (FILE* pipe = popen(("gzip -dc '" + packed.string() + "'").c_str(), "r")) {
+    char block[65536];
+    for (size_t n; (n = fread(block, 1, sizeof block, pipe)) > 0;) bytes.append(block, n);
+    pclose(pipe);
+  }
+  return bytes;
 }
 
 // The last message that is not only about the course of things.

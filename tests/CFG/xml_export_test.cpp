@@ -340,16 +340,6 @@ TEST_F(XmlImportInto, ValueListsFillInOrReplace) {
 // --- whole trees
 // -----------------------------------------------------------------------------------
 
-std::string unpacked(const std::filesystem::path& packed) {
-  std::string bytes;
-  if (FILE* pipe = popen(("gzip -dc '" + packed.string() + "'").c_str(), "r")) {
-    char block[65536];
-    for (size_t n; (n = fread(block, 1, sizeof block, pipe)) > 0;) bytes.append(block, n);
-    pclose(pipe);
-  }
-  return bytes;
-}
-
 void check_round_trip(const std::string& document, int entries) {
   TemporaryFolder folder;
   put_file(folder / "in.xml", document);
