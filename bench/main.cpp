@@ -2,54 +2,67 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 
 #include <CLI/CLI.hpp>
 
 #include <common/child.h>
+#include <common/machine.h>
 #include <common/suite.h>
 
 namespace {
 
 struct suite {
   const char* name;
+  const char* title;  // stands before the subjects of its rows
   bench::report (*run)(const bench::scale&);
 };
 constexpr suite suites[] = {
-    {"memory", bench::memory_suite}, {"bulk", bench::bulk_suite},     {"read", bench::read_suite},
-    {"xml", bench::xml_suite},       {"growth", bench::growth_suite},
+    {"memory", "memory", bench::memory_suite},
+    {"bulk", "whole trees", bench::bulk_suite},
+    {"read", "reads", bench::read_suite},
+    {"xml", "XML", bench::xml_suite},
+    {"children", "many children", bench::children_suite},
 };
+
+void write_json(const nlohmann::json& content, const std::filesystem::path& name) {
+  std::ofstream file(name);
+  file << content.dump(1) << '\n';
+  if (!file.flush()) throw std::runtime_error("cannot write " + name.string());
+}
 
 }  // namespace
 
 int main(int argc, char** argv) try {
   CLI::App app("Measures the library beside its peers.");
   bool quick = false;
-  std::string scratch = ".", out = "results.json";
+  std::string scratch = ".", out = ".";
   std::vector<std::string> names, wanted;
   for (const suite& s : suites) names.push_back(s.name);
   app.add_flag("--quick", quick, "small trees: shows that everything runs");
   app.add_option("--scratch", scratch, "folder for files");
-  app.add_option("--out", out, "where the rows go, as JSON");
+  app.add_option("--out", out, "folder for results.json and machine.json");
   app.add_option("suites", wanted, "all when none is named")->check(CLI::IsMember(names));
   CLI11_PARSE(app, argc, argv);
 
   bench::scale scale = quick ? bench::quick_scale() : bench::full_scale();
   scale.scratch = scratch;
+  const bench::machine machine;
   bench::report all;
   for (const suite& s : suites) {
     if (!wanted.empty() && std::ranges::count(wanted, s.name) == 0) continue;
-    std::printf("# %s\n", s.name);
+    std::printf("# %s\n", s.title);
     const std::string rows = bench::in_child([&] { return s.run(scale).to_json().dump(); });
     const auto done = bench::report::from_json(nlohmann::json::parse(rows));
     done.print();
-    all.append(done);
+    all.append(s.title, done);
   }
   std::printf("\n");
   all.print_missed();
-  std::ofstream file(out);
-  file << all.to_json().dump(1) << '\n';
-  if (!file.flush()) throw std::runtime_error("cannot write " + out);
+  std::filesystem::create_directories(out);
+  write_json(all.to_json(), std::filesystem::path(out) / "results.json");
+  write_json(machine.to_json(), std::filesystem::path(out) / "machine.json");
   return 0;
 } catch (const std::exception& fault) {
   std::fprintf(stderr, "halvoria_bench: %s\n", fault.what());

@@ -6,4 +6,4 @@
 set -euo pipefail
 build=${1:?usage: bench/run.sh BUILD-FOLDER [--quick] [SUITE...]}
 shift
-exec "$build/bench/halvoria_bench" --scratch "$build/bench" --out "$build/bench/results.json" "$@"
+exec "$build/bench/halvoria_bench" --scratch "$build/bench" --out "$build/bench" "$@"

@@ -149,10 +149,10 @@ report memory_suite(const scale& s) {
     result.add({subject, flat_map::name, "bytes/node", 0.50, 0.35}, footprints.of(ours, our_figure),
                footprints.of(theirs, their_figure));
   };
-  add("memory, in use", 0, 0);
-  add("memory, resident", 1, 1);
-  add("memory, in use, with path index", 2, 0);
-  add("memory, resident, with path index", 3, 1);
+  add("in use", 0, 0);
+  add("resident", 1, 1);
+  add("in use, with path index", 2, 0);
+  add("resident, with path index", 3, 1);
   return result;
 }
 

@@ -1,8 +1,7 @@
 // Reads of single values as callers make them: a path, each third with capitals in it, and a
 // text of the caller's own for an answer.
-#include <atomic>
+#include <span>
 #include <stdexcept>
-#include <thread>
 
 #include <CFG/CFG_FileRepository.h>
 #include <CFG/CFG_MemoryRepository.h>
@@ -10,6 +9,7 @@
 #include <common/clock.h>
 #include <common/our_tree.h>
 #include <common/suite.h>
+#include <common/two_threads.h>
 #include <peers/flat_map.h>
 
 namespace bench {
@@ -51,46 +51,6 @@ rounds::measure per_read(size_t count, Read read) {
   return [=]() -> std::vector<double> { return {time_ns(CPU, read) / static_cast<double>(count)}; };
 }
 
-// Threads that read at the same time. A burst lasts from the moment when all are ready to the
-// end of the last one, so that threads which take turns on one processor look as slow as they
-// are. Short bursts, and the best of them, since any other process disturbs two threads on a
-// small machine.
-double best_burst(int threads, const std::function<void()>& work) {
-  constexpr int bursts = 300;
-  struct burst {
-    std::atomic<int> ready{0};
-    std::atomic<bool> started{false};
-    double start = 0;
-    std::atomic<double> end{0};
-  };
-  std::vector<burst> all(bursts);
-  std::vector<std::thread> running;
-  for (int t = 0; t < threads; ++t) {
-    running.emplace_back([&] {
-      for (burst& b : all) {
-        if (++b.ready == threads) {
-          b.start = now_ns(WALL);
-          b.started = true;
-        }
-        while (!b.started) continue;
-        work();
-        const double end = now_ns(WALL);
-        for (double seen = b.end; seen < end && !b.end.compare_exchange_weak(seen, end);) continue;
-      }
-    });
-  }
-  for (std::thread& thread : running) thread.join();
-  double best = all[0].end - all[0].start;
-  for (const burst& b : all) best = std::min(best, b.end - b.start);
-  return best;
-}
-
-rounds::measure threads_per_read(int threads, size_t count, std::function<void()> read) {
-  return [=]() -> std::vector<double> {
-    return {best_burst(threads, read) / static_cast<double>(count)};
-  };
-}
-
 void expect_same(CFG_Services& store, const flat_map& map, const calls& paths) {
   std::string lowered;
   for (size_t i = 0; i < paths.ours.size(); ++i) {
@@ -118,12 +78,12 @@ struct store_case {
   const flat_map& peer;
 };
 
-void add_reads(report& result, const store_case& c, int count) {
+void add_reads(report& result, const store_case& c, const scale& s) {
   expect_same(c.store, c.peer, c.hot);
   expect_same(c.store, c.peer, c.cold);
   rounds reads;
   using maybe = std::optional<double>;
-  const auto hot_or_cold = [&](const calls& paths, const char* kind, maybe stretch,
+  const auto hot_or_cold = [&](const calls& paths, const std::string& kind, maybe stretch,
                                maybe stretch_in_blocks) {
     const size_t n = paths.ours.size();
     const auto ours = reads.add(per_read(n, [&, n] { read_ours(c.store, paths.ours, n); }));
@@ -131,7 +91,7 @@ void add_reads(report& result, const store_case& c, int count) {
         reads.add(per_read(n, [&, n] { read_theirs<lower_scalar>(c.peer, paths.theirs, n); }));
     const auto blocks =
         reads.add(per_read(n, [&, n] { read_theirs<lower_in_blocks>(c.peer, paths.theirs, n); }));
-    const std::string subject = std::string("read, ") + kind + ", " + c.name;
+    const std::string subject = kind + " paths, " + c.name;
     return [=, &reads, &result] {
       result.add({subject, flat_map::name, "ns/read", 1.0, stretch}, reads.of(ours),
                  reads.of(scalar));
@@ -139,9 +99,9 @@ void add_reads(report& result, const store_case& c, int count) {
                  reads.of(ours), reads.of(blocks));
     };
   };
-  const auto hot = hot_or_cold(c.hot, "hot", {}, 1.0);
-  const auto cold = hot_or_cold(c.cold, "cold", 0.85, {});
-  reads.run(count);
+  const auto hot = hot_or_cold(c.hot, grouped(s.hot_paths) + " hot", {}, 1.0);
+  const auto cold = hot_or_cold(c.cold, grouped(s.cold_paths), 0.85, {});
+  reads.run(s.many_rounds);
   hot();
   cold();
 }
@@ -158,24 +118,54 @@ void add_first_reads(report& result, const Tree_NodePtr& top, const calls& cold,
   const auto theirs =
       reads.add(per_read(n, [&, n] { read_theirs<lower_scalar>(peer, cold.theirs, n); }));
   reads.run(count);
-  result.add({"read, cold, first of a tree, no path index", flat_map::name, "ns/read", {}, {}},
-             reads.of(ours), reads.of(theirs));
+  result.add(
+      {grouped(n) + " paths, first of a tree, no path index", flat_map::name, "ns/read", {}, {}},
+      reads.of(ours), reads.of(theirs));
 }
 
-void add_threads(report& result, CFG_Services& store, const calls& hot, const flat_map& peer,
-                 int count) {
-  const size_t n = std::min<size_t>(hot.ours.size(), 2000);
-  const auto ours = [&, n] { read_ours(store, hot.ours, n); };
-  const auto theirs = [&, n] { read_theirs<lower_scalar>(peer, hot.theirs, n); };
+// Nothing but registers: what two threads cost the machine itself.
+void count_up(size_t steps) {
+  uint64_t state = 1;
+  for (size_t i = 0; i < steps; ++i) {
+    state ^= state << 13;
+    state ^= state >> 7;
+    keep(state);
+  }
+}
+
+// Both threads read the same paths in the same order. The last rows show what the machine
+// makes of a second thread where threads share little or nothing.
+void add_threads(report& result, std::span<const store_case> stores, int count) {
+  if (!two_processors()) return;
+  constexpr double target = 1.3, stretch = 1.1;
+  const char *alone = "the same with one thread", *unit = "ns/read";
   rounds reads;
-  const auto one = reads.add(threads_per_read(1, n, ours));
-  const auto two = reads.add(threads_per_read(2, n, ours));
-  const auto peer_two = reads.add(threads_per_read(2, n, theirs));
+  const auto both = [&](size_t n, std::function<void()> work) {
+    return reads.add([=]() -> std::vector<double> {
+      const shared_cost cost = cost_of_sharing(work);
+      return {cost.together / static_cast<double>(n), cost.alone / static_cast<double>(n)};
+    });
+  };
+  const store_case& any = stores.front();
+  const size_t n = std::min<size_t>(any.hot.ours.size(), 1000);
+  const auto map = both(n, [&, n] { read_theirs<lower_scalar>(any.peer, any.hot.theirs, n); });
+  const auto registers = both(n, [=] { count_up(n * 50); });
+  std::vector<rounds::id> ours;
+  for (const store_case& c : stores) {
+    ours.push_back(both(n, [=] { read_ours(c.store, c.hot.ours, n); }));
+  }
   reads.run(count);
-  const char* subject = "read, hot, two threads, memory repository";
-  result.add({subject, flat_map::name, "ns/read", 1.0, {}}, reads.of(two), reads.of(peer_two));
-  result.add({subject, "the same with one thread", "ns/read", 1.3, {}}, reads.of(two),
-             reads.of(one));
+  for (size_t i = 0; i < ours.size(); ++i) {
+    const std::string subject = std::string("two threads on the same paths, ") + stores[i].name;
+    result.add({subject, alone, unit, target, stretch}, reads.of(ours[i], 0), reads.of(ours[i], 1));
+    result.add({subject, "absl::flat_hash_map, two threads", unit, 1.0, {}}, reads.of(ours[i], 0),
+               reads.of(map, 0));
+  }
+  const auto add_control = [&](const char* subject, rounds::id control, const char* of) {
+    result.add({subject, alone, of, {}, {}}, reads.of(control, 0), reads.of(control, 1));
+  };
+  add_control("control: two threads on absl::flat_hash_map", map, unit);
+  add_control("control: two threads that count in registers", registers, "ns/50 steps");
 }
 
 void need(int done, const char* what) {
@@ -208,9 +198,9 @@ report read_suite(const scale& s) {
       {"memory repository", memory, hot, cold, peer},
       {"file repository", file, hot, cold, peer},
   };
-  for (const store_case& c : stores) add_reads(result, c, s.many_rounds);
+  for (const store_case& c : stores) add_reads(result, c, s);
   add_first_reads(result, top, cold_below, peer_below, all.size(), s.few_rounds);
-  add_threads(result, memory, hot, peer, s.many_rounds);
+  add_threads(result, stores, s.few_rounds);
   std::remove((s.scratch + "/read_bench.xml").c_str());
   return result;
 }

@@ -65,10 +65,10 @@ report xml_suite(const scale& s) {
   const auto bare_file = parse([&] { parse_file_bare(file); });
   reads.run(s.few_rounds);
   result.add(
-      {"XML import, buffer to finished tree", "bare Xerces, empty handlers", "ns/node", 1.25, 0.25},
+      {"import, buffer to finished tree", "bare Xerces, empty handlers", "ns/node", 1.25, 0.25},
       reads.of(buffer), reads.of(bare_buffer));
   result.add(
-      {"XML import, file to finished tree", "bare Xerces, empty handlers", "ns/node", 1.25, 0.25},
+      {"import, file to finished tree", "bare Xerces, empty handlers", "ns/node", 1.25, 0.25},
       reads.of(from_file), reads.of(bare_file));
 
   rounds writes;
@@ -97,12 +97,12 @@ report xml_suite(const scale& s) {
   };
   const char *runs = "escape by runs, to a file", *and_sync = "escape by runs, to a file, synced";
   const char *unit = "ns/node", *processor_unit = "ns CPU/node";
-  add({"XML export of a subtree, synced to disk", runs, unit, 1.67, 1.25}, sub_tree, plain, 0);
-  add({"XML export of a subtree, synced to disk", and_sync, unit, 1.67, 1.25}, sub_tree, synced, 0);
-  add({"XML export of a subtree, processor time", runs, processor_unit, 1.67, 1.25}, sub_tree,
-      plain, 1);
-  add({"XML export of a path, synced to disk", and_sync, unit, 1.67, 1.25}, path, synced, 0);
-  add({"XML export of a path, processor time", runs, processor_unit, 1.67, 1.25}, path, plain, 1);
+  add({"export of a subtree, synced to disk", runs, unit, 1.67, 1.25}, sub_tree, plain, 0);
+  add({"export of a subtree, synced to disk", and_sync, unit, 1.67, 1.25}, sub_tree, synced, 0);
+  add({"export of a subtree, processor time", runs, processor_unit, 1.67, 1.25}, sub_tree, plain,
+      1);
+  add({"export of a path, synced to disk", and_sync, unit, 1.67, 1.25}, path, synced, 0);
+  add({"export of a path, processor time", runs, processor_unit, 1.67, 1.25}, path, plain, 1);
   ::unlink(file.c_str());
   return result;
 }

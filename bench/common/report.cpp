@@ -30,6 +30,12 @@ std::string target_text(const row& r) {
 
 }  // namespace
 
+std::string grouped(size_t number) {
+  std::string digits = std::to_string(number);
+  for (size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, 1, ',');
+  return digits;
+}
+
 void report::add(const claim& what, const samples& ours, const samples& theirs) {
   samples ratios;
   for (size_t i = 0; i < std::min(ours.size(), theirs.size()); ++i) {
@@ -38,8 +44,11 @@ void report::add(const claim& what, const samples& ours, const samples& theirs) 
   m_rows.push_back({what, median(ratios), median(ours), median(theirs)});
 }
 
-void report::append(const report& other) {
-  m_rows.insert(m_rows.end(), other.m_rows.begin(), other.m_rows.end());
+void report::append(const std::string& title, const report& other) {
+  for (row r : other.m_rows) {
+    r.what.subject = title + ": " + r.what.subject;
+    m_rows.push_back(std::move(r));
+  }
 }
 
 void report::print_missed() const {

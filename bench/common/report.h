@@ -27,10 +27,13 @@ struct row {
   double theirs;
 };
 
+std::string grouped(size_t number);  // 1020003 is 1,020,003
+
 class report {
  public:
   void add(const claim& what, const samples& ours, const samples& theirs);
-  void append(const report& other);
+  // Rows of another report; its title goes before their subjects.
+  void append(const std::string& title, const report& other);
 
   const std::vector<row>& rows() const { return m_rows; }
   void print() const;

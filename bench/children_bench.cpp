@@ -175,10 +175,7 @@ const operation operations[] = {
      }},
 };
 
-std::string in_words(int children) {
-  return children % 1000 == 0 ? std::to_string(children / 1000) + ",000 children"
-                              : std::to_string(children) + " children";
-}
+std::string in_words(int children) { return grouped(static_cast<size_t>(children)) + " children"; }
 
 double time_of(const operation& op, wide_tree& tree) try {
   return time_ns(CPU, [&] { op.run(tree); });
@@ -189,7 +186,7 @@ double time_of(const operation& op, wide_tree& tree) try {
 }  // namespace
 
 // Small sizes are run over and over, so that every sample sees the same number of children.
-report growth_suite(const scale& s) {
+report children_suite(const scale& s) {
   std::vector<std::unique_ptr<wide_tree>> trees;
   for (const int children : s.children) {
     trees.push_back(std::make_unique<wide_tree>(children, s.scratch));
