@@ -14,7 +14,7 @@
 namespace cfg {
 
 // Writes one document, a branch for each tree. Knows trees and where the bytes go, nothing
-// else. The layout is drawn in xml_writer.cpp.
+// else. The layout is drawn in xml_layout.h.
 //
 // What a reader would not give back as it is, is refused: bytes that no XML document holds,
 // names that are changed by reading, paths deeper than a reader takes.
