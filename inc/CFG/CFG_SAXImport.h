@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include <xercesc/util/XercesDefs.hpp>
@@ -17,6 +18,10 @@ XERCES_CPP_NAMESPACE_BEGIN
 class InputSource;
 XERCES_CPP_NAMESPACE_END
 class CFG_SAXImportHandlers;
+class Sys_File;
+namespace cfg {
+class branch_list;
+}
 
 // How a document is read; 0 is one branch, as a tree.
 constexpr uint64_t CFG_SAX_VALUE_LIST = 1;    // full paths, no root, every node is a value
@@ -47,7 +52,12 @@ class HALVORIA_API CFG_SAXImport {
   // has errors or the file cannot be read; -1 when the parser gave up. Unless it is 0 there
   // are no lists.
   int Init(const XERCES_CPP_NAMESPACE::InputSource& source, uint64_t flags);
+  // The same for a file, an open file that was not read yet, and a document in memory. A
+  // document that was exported, and not touched since, is read without the XML library, many
+  // times faster; what comes of it is the same.
   int Init(const RWWString& file, uint64_t flags);
+  int Init(Sys_File& file, uint64_t flags);
+  int InitFromBuffer(std::string_view document, uint64_t flags);
 
   // The records and the root path of branch `i`; null, or empty, when there is no such branch.
   // A branch with only its root has an empty list.
@@ -77,8 +87,11 @@ class HALVORIA_API CFG_SAXImport {
  private:
   struct Branch;
   Branch* branch(int i);
-  void take_branches(CFG_SAXImportHandlers& handlers);
+  int parse(const XERCES_CPP_NAMESPACE::InputSource& source, uint64_t flags);
+  int fail_to_read(const RWCString& reason);
+  int take_branches(cfg::branch_list& branches);
   void take_errors(const CFG_SAXImportHandlers& handlers);
+  void start_over();
   void drop_lists();
 
   std::vector<Branch> m_branches;

@@ -46,6 +46,10 @@ int64_t Sys_File::read(char* buffer, size_t count) {
   return got;
 }
 
+bool Sys_File::rewind() {
+  return lseek(m_descriptor, 0, SEEK_SET) == 0 || fail("cannot go back in");
+}
+
 bool Sys_File::read_all(std::string& bytes, size_t max_bytes) {
   const std::string limit = "it has more than " + std::to_string(max_bytes) + " bytes";
   if (m_size > max_bytes) return fail("refused to read", limit.c_str());

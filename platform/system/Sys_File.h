@@ -31,6 +31,9 @@ class HALVORIA_API Sys_File {
   // Up to `count` bytes from where the last read ended: how many, 0 at the end, -1 on failure.
   int64_t read(char* buffer, size_t count);
 
+  // The next read begins at the front of the file again. Not for pipes.
+  bool rewind();
+
   // Everything from where the last read ended; refused when it is more than `max_bytes`.
   // `bytes` is left alone on failure. Trusts the bytes that come, not the announced size.
   bool read_all(std::string& bytes, size_t max_bytes);

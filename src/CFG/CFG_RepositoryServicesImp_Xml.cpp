@@ -5,12 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include <xercesc/framework/MemBufInputSource.hpp>
-
 #include <CFG/CFG_SAXImport.h>
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/paths.h>
-#include <CFG/detail/xml_file_source.h>
 #include <CFG/detail/xml_writer.h>
 #include <logging/Logger.h>
 #include <system/Sys_File.h>
@@ -42,17 +39,13 @@ std::string_view parent_of(std::string_view path) {
 
 // --- import ------------------------------------------------------------------------------------
 
-// TRUE when `import` holds what the source says.
-int parse(CFG_SAXImport& import, const xercesc::InputSource& source, uint64_t flags) {
-  import.SetClearVectorAtDtor(true);
-  if (import.Init(source, flags) == 0) return TRUE;
-  return logger.reject(FALSE, "Parser Fail, return NULL\n");
+bool is_read(int result) {
+  return result == 0 || logger.reject(false, "Parser Fail, return NULL\n");
 }
 
-SubTreePtr import_xml_source_as_cfg_sub_tree(const xercesc::InputSource& source) {
-  logger.trace("Start");
-  CFG_SAXImport import;
-  if (!parse(import, source, 0)) return nullptr;
+// The tree of a document with one branch; `result` is that of reading it.
+SubTreePtr only_sub_tree(CFG_SAXImport& import, int result) {
+  if (!is_read(result)) return nullptr;
   const int records = import.GetNodesNumIndex(0);
   if (records < 0) {
     return logger.reject_at(LOG_LEVEL_INFORMATION, nullptr,
@@ -217,18 +210,19 @@ CFG_SubTree* CFG_RepositoryServicesImp::ImportXmlFileAsCfgSubTree(const RWWStrin
   logger.trace("Importing file <%S>\n", file);
   Sys_File opened;
   if (!is_xml_file_exists(file, "ImportXmlFileAsCfgSubTree", opened)) return nullptr;
-  if (!CFG_SAXImport::InitXercescPlatformUtils()) return nullptr;
-  return import_xml_source_as_cfg_sub_tree(cfg::xml_file_source(opened)).release();
+  logger.trace("Start");
+  CFG_SAXImport import;
+  return only_sub_tree(import, import.Init(opened, 0)).release();
 }
 
 CFG_SubTree* CFG_RepositoryServicesImp::ImportXmlBufferAsCfgSubTree(
     const unsigned char* const buffer, unsigned int length) {
   logger.trace("Start");
   if (!buffer) return logger.reject(nullptr, "buffer parameter is NULL, return NULL\n");
-  if (!CFG_SAXImport::InitXercescPlatformUtils()) return nullptr;
-  xercesc::MemBufInputSource source(buffer, length, "Fake_ID");
-  source.setCopyBufToStream(false);
-  return import_xml_source_as_cfg_sub_tree(source).release();
+  logger.trace("Start");
+  const std::string_view document(reinterpret_cast<const char*>(buffer), length);
+  CFG_SAXImport import;
+  return only_sub_tree(import, import.InitFromBuffer(document, 0)).release();
 }
 
 std::vector<CFG_SubTree*>* CFG_RepositoryServicesImp::ImportXmlFileAsSubTreeVector(
@@ -237,10 +231,7 @@ std::vector<CFG_SubTree*>* CFG_RepositoryServicesImp::ImportXmlFileAsSubTreeVect
   Sys_File opened;
   if (!is_xml_file_exists(file, "ImportXmlFileAsSubTreeVector", opened)) return nullptr;
   CFG_SAXImport import;
-  if (!CFG_SAXImport::InitXercescPlatformUtils() ||
-      !parse(import, cfg::xml_file_source(opened), CFG_SAX_MULTI_BRANCH)) {
-    return nullptr;
-  }
+  if (!is_read(import.Init(opened, CFG_SAX_MULTI_BRANCH))) return nullptr;
   SubTrees sub_trees = import_branches(import, file);
   if (sub_trees.empty()) return nullptr;
   auto result = std::make_unique<std::vector<CFG_SubTree*>>();
@@ -256,10 +247,7 @@ Tmr_PtrSortedVector<Tree_NodeInfo>* CFG_RepositoryServicesImp::ImportXMLValueLis
   Sys_File opened;
   if (!is_xml_file_exists(file, op, opened)) return nullptr;
   CFG_SAXImport import;
-  if (!CFG_SAXImport::InitXercescPlatformUtils() ||
-      !parse(import, cfg::xml_file_source(opened), CFG_SAX_VALUE_LIST)) {
-    return nullptr;
-  }
+  if (!is_read(import.Init(opened, CFG_SAX_VALUE_LIST))) return nullptr;
   if (import.GetNodesNumIndex(0) <= 0) {
     return logger.reject_at(LOG_LEVEL_INFORMATION, nullptr,
                             "Fail to get file info from parser, return NULL\n");

@@ -4,13 +4,16 @@
 #include <exception>
 #include <memory>
 
+#include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/sax/SAXException.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLException.hpp>
 
 #include <CFG/CFG_SAXImportHandlers.h>
+#include <CFG/detail/branch_list.h>
 #include <CFG/detail/guarded_parser.h>
+#include <CFG/detail/own_layout.h>
 #include <CFG/detail/parsing_stopped.h>
 #include <CFG/detail/record_list.h>
 #include <CFG/detail/timed_step.h>
@@ -45,7 +48,7 @@ int give_up(CFG_SAXImportHandlers& handlers, const RWCString& reason) {
 }
 
 // DONE, also when errors were counted, or GAVE_UP.
-int parse(const xc::InputSource& source, CFG_SAXImportHandlers& handlers) {
+int parse_with(const xc::InputSource& source, CFG_SAXImportHandlers& handlers) {
   const cfg::timed_step timed("cfg_sax_parse_xml");
   try {
     cfg::guarded_parser(handlers).read(source);
@@ -62,8 +65,8 @@ int parse(const xc::InputSource& source, CFG_SAXImportHandlers& handlers) {
   return DONE;
 }
 
-void log_last_path(CFG_SAXImportHandlers& handlers) {
-  const auto& branches = handlers.branches();
+void log_last_path(cfg::branch_list& read) {
+  const auto& branches = read.branches();
   if (branches.empty() || branches.back().records.size() == 0) {
     logger.error(
         "error in import XML failed at first lines (may be <branch>  <node> or <tree> are missing "
@@ -92,42 +95,66 @@ bool CFG_SAXImport::InitXercescPlatformUtils() {
 }
 
 int CFG_SAXImport::Init(const RWWString& file, uint64_t flags) {
-  if (!InitXercescPlatformUtils()) return NO_PLATFORM;
   Sys_File opened;
-  if (opened.open(file)) return Init(cfg::xml_file_source(opened), flags);
-  CFG_SAXImportHandlers handlers(flags);
-  handlers.count_error(opened.error());
-  take_errors(handlers);
-  return logger.reject(HAS_ERRORS, "%s\n", opened.error());
+  if (opened.open(file)) return Init(opened, flags);
+  start_over();
+  return fail_to_read(opened.error());
+}
+
+int CFG_SAXImport::Init(Sys_File& file, uint64_t flags) {
+  const cfg::timed_step timed("cfg_sax_imp_xml");
+  start_over();
+  if (file.is_regular()) {
+    cfg::branch_list branches(flags);
+    if (cfg::read_own_layout(file, branches)) return take_branches(branches);
+    if (!file.rewind()) return fail_to_read(file.error());
+  }
+  if (!InitXercescPlatformUtils()) return NO_PLATFORM;
+  return parse(cfg::xml_file_source(file), flags);
+}
+
+int CFG_SAXImport::InitFromBuffer(std::string_view document, uint64_t flags) {
+  const cfg::timed_step timed("cfg_sax_imp_xml");
+  start_over();
+  cfg::branch_list branches(flags);
+  if (cfg::read_own_layout(document, branches)) return take_branches(branches);
+  if (!InitXercescPlatformUtils()) return NO_PLATFORM;
+  xc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(document.data()), document.size(),
+                               "Fake_ID");
+  source.setCopyBufToStream(false);
+  return parse(source, flags);
 }
 
 int CFG_SAXImport::Init(const xc::InputSource& source, uint64_t flags) {
   const cfg::timed_step timed("cfg_sax_imp_xml");
-  if (!InitXercescPlatformUtils()) return NO_PLATFORM;
-  drop_lists();
+  start_over();
+  return InitXercescPlatformUtils() ? parse(source, flags) : NO_PLATFORM;
+}
+
+int CFG_SAXImport::parse(const xc::InputSource& source, uint64_t flags) {
   CFG_SAXImportHandlers handlers(flags);
-  const int result = parse(source, handlers);
+  const int result = parse_with(source, handlers);
   take_errors(handlers);
   if (result != DONE) return result;
   if (m_error_count > 0) {
-    log_last_path(handlers);
+    log_last_path(handlers.branches());
     return HAS_ERRORS;
   }
-  take_branches(handlers);
-  return DONE;
+  return take_branches(handlers.branches());
 }
 
-void CFG_SAXImport::take_branches(CFG_SAXImportHandlers& handlers) {
+int CFG_SAXImport::take_branches(cfg::branch_list& read) {
   const cfg::timed_step timed("cfg_sax_swap");
-  m_branches.resize(static_cast<size_t>(std::max<uint64_t>(handlers.branch_count(), 1)));
+  m_branches.resize(static_cast<size_t>(std::max<uint64_t>(read.branch_count(), 1)));
   auto to = m_branches.begin();
-  for (auto& from : handlers.branches()) {
+  for (auto& from : read.branches()) {
     to->root_path = from.root_path;
     if (from.has_root || from.records.size() > 0) {
       to->read = std::make_unique<cfg::record_list>(std::move(from.records));
     }
     ++to;
   }
+  return DONE;
 }
 
 void CFG_SAXImport::take_errors(const CFG_SAXImportHandlers& handlers) {
@@ -135,6 +162,19 @@ void CFG_SAXImport::take_errors(const CFG_SAXImportHandlers& handlers) {
   m_error_line = handlers.GetErrorLine();
   m_error_column = handlers.GetErrorColumn();
   m_error_text = handlers.error_text();
+}
+
+int CFG_SAXImport::fail_to_read(const RWCString& reason) {
+  CFG_SAXImportHandlers handlers(0);
+  handlers.count_error(reason);
+  take_errors(handlers);
+  return logger.reject(HAS_ERRORS, "%s\n", reason);
+}
+
+void CFG_SAXImport::start_over() {
+  drop_lists();
+  m_error_count = m_error_line = m_error_column = 0;
+  m_error_text = RWCString();
 }
 
 void CFG_SAXImport::drop_lists() {

@@ -8,6 +8,7 @@
 #include <xercesc/sax/Locator.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
 
+#include <CFG/CFG_SAXImport.h>
 #include <CFG/detail/normal_path.h>
 #include <CFG/detail/xml_text.h>
 #include <logging/Logger.h>
@@ -18,8 +19,6 @@ namespace {
 
 constexpr Log_Logger logger("src/CFG/CFG_SAXImportHandlers", 502);
 
-constexpr size_t tree_room = 10000;
-constexpr size_t value_list_room = 100;
 constexpr int max_depth = 64;  // of elements; the shape has four levels
 
 template <class... A>
@@ -69,7 +68,7 @@ void CFG_SAXImportHandlers::startElement(const XMLCh* name, xc::AttributeList&) 
   m_open = element;
   m_text = element == PATH ? &m_path : element == VALUE ? &m_value : nullptr;
   if (element >= NODE) m_last_child = element;
-  if (element == BRANCH) start_branch();
+  if (element == BRANCH) check(m_branches.start_branch());
 }
 
 void CFG_SAXImportHandlers::characters(const XMLCh* chars, XMLSize_t length) {
@@ -83,66 +82,38 @@ void CFG_SAXImportHandlers::endElement(const XMLCh*) {
   m_open = parents[ended];
   m_text = nullptr;
   if (ended == NODE) end_node();
-  if (ended == BRANCH) ++m_branch_count;
-}
-
-void CFG_SAXImportHandlers::start_branch() {
-  if (m_branch_count > 0 && !(m_flags & (CFG_SAX_VALUE_LIST | CFG_SAX_MULTI_BRANCH))) {
-    logger.error("Error multiple subtree not supported\n");
-    return count_here("Error multiple subtree not supported");
-  }
-  if (m_branch_count >= CFG_SAXImport::MAX_BRANCHES) {
-    logger.error("error in import, Reached branch list limit of %d", CFG_SAXImport::MAX_BRANCHES);
-    return count_here("Reached branch list limit");
-  }
-  if (!is_value_list()) m_branches.emplace_back();
+  if (ended == BRANCH) m_branches.end_branch();
 }
 
 void CFG_SAXImportHandlers::end_node() {
   if (m_last_child == NODE) return wrong("The node has no path_segment");
-  const std::string_view path = cfg::normal_path(m_path.view(), m_scratch);
-  if (cfg::is_too_deep(path)) {
-    wrong(render("The path has more than %Iu levels", cfg::max_path_depth));
-  } else if (is_value_list()) {
-    add_to_value_list(path);
-  } else {
-    add_to_tree(path);
-  }
+  check(m_branches.add_node(m_path.view(), m_value.view()));
   m_path.clear();
   m_value.clear();
 }
 
-void CFG_SAXImportHandlers::add_to_tree(std::string_view path) {
-  Branch& branch = m_branches.back();
-  if (!branch.has_root) {
-    branch.has_root = true;
-    branch.root_path = path;
-    branch.records.reserve(tree_room);
-    return;
+void CFG_SAXImportHandlers::check(cfg::branch_list::Fault fault) {
+  const std::string_view path = m_branches.path();
+  switch (fault) {
+    case cfg::branch_list::NONE:
+      return;
+    case cfg::branch_list::SECOND_BRANCH:
+      logger.error("Error multiple subtree not supported\n");
+      return count_here("Error multiple subtree not supported");
+    case cfg::branch_list::TOO_MANY_BRANCHES:
+      logger.error("error in import, Reached branch list limit of %d", CFG_SAXImport::MAX_BRANCHES);
+      return count_here("Reached branch list limit");
+    case cfg::branch_list::TOO_DEEP:
+      return wrong(render("The path has more than %Iu levels", cfg::max_path_depth));
+    case cfg::branch_list::NOT_IN_ROOT:
+      logger.error("path %s is not in root  change to error state\n", path);
+      return count_here(render("path %s is not in root", path));
+    case cfg::branch_list::NO_VALUE:
+      logger.error("Error in import value-list: value is NULL for path %s\n", path);
+      return count_here(render("value is NULL for path %s", path));
+    case cfg::branch_list::NO_PATH:
+      return wrong("The path of a value is empty");
   }
-  const std::string_view root = branch.root_path;
-  const bool is_root = path == root;
-  const bool is_below_root = !root.empty() && path.size() > root.size() &&
-                             path[root.size()] == '\\' && path.substr(0, root.size()) == root;
-  if (!is_root && !is_below_root) {
-    logger.error("path %s is not in root  change to error state\n", path);
-    return count_here(render("path %s is not in root", path));
-  }
-  if (is_root) return;  // said once more
-  branch.records.append(path.substr(root.size() + 1), m_value.view());
-}
-
-void CFG_SAXImportHandlers::add_to_value_list(std::string_view path) {
-  if (m_value.view().empty()) {
-    logger.error("Error in import value-list: value is NULL for path %s\n", path);
-    return count_here(render("value is NULL for path %s", path));
-  }
-  if (path.empty()) return wrong("The path of a value is empty");
-  if (m_branches.empty()) {
-    m_branches.emplace_back();
-    m_branches.front().records.reserve(value_list_room);
-  }
-  m_branches.front().records.append(path, m_value.view());
 }
 
 xc::InputSource* CFG_SAXImportHandlers::resolveEntity(const XMLCh*, const XMLCh* system_id) {

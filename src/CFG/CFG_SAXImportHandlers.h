@@ -2,13 +2,10 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
-#include <vector>
 
 #include <xercesc/sax/HandlerBase.hpp>
 
-#include <CFG/CFG_SAXImport.h>
-#include <CFG/detail/record_list.h>
+#include <CFG/detail/branch_list.h>
 #include <CFG/detail/utf8_text.h>
 #include <logging/Log_Format.h>
 #include <strings/RWCString.h>
@@ -24,20 +21,12 @@
 // collected.
 class CFG_SAXImportHandlers : public XERCES_CPP_NAMESPACE::HandlerBase {
  public:
-  struct Branch {
-    RWCString root_path;
-    bool has_root = false;
-    cfg::record_list records;
-  };
   // A document with more errors is not read to its end.
   static constexpr int MAX_ERRORS = 1000;
 
-  explicit CFG_SAXImportHandlers(uint64_t flags) : m_flags(flags) {}
+  explicit CFG_SAXImportHandlers(uint64_t flags) : m_branches(flags) {}
 
-  // In the order of the document. All of a value list is one branch, whatever its branches.
-  // The lists are the caller's to empty.
-  std::vector<Branch>& branches() { return m_branches; }
-  uint64_t branch_count() const { return m_branch_count; }  // that were ended
+  cfg::branch_list& branches() { return m_branches; }
   int GetErrorCount() const { return m_error_count; }
   // Of the first error; 0 when there is none, or it has no place in the document.
   int GetErrorLine() const { return m_error_line; }
@@ -76,10 +65,9 @@ class CFG_SAXImportHandlers : public XERCES_CPP_NAMESPACE::HandlerBase {
 
   static Element element_named(const XMLCh* name);
   bool is_in_place(Element element) const;
-  void start_branch();
   void end_node();
-  void add_to_tree(std::string_view path);
-  void add_to_value_list(std::string_view path);
+  // Tells and counts what the branches find wrong.
+  void check(cfg::branch_list::Fault fault);
 
   // Logs what is wrong where the parser stands, as the parser's own errors are logged, and
   // counts it.
@@ -88,9 +76,8 @@ class CFG_SAXImportHandlers : public XERCES_CPP_NAMESPACE::HandlerBase {
   void count_here(const RWCString& text);
   void count(uint64_t line, uint64_t column, const RWCString& text);
   void report(const XERCES_CPP_NAMESPACE::SAXParseException& problem);
-  bool is_value_list() const { return (m_flags & CFG_SAX_VALUE_LIST) != 0; }
 
-  const uint64_t m_flags;
+  cfg::branch_list m_branches;
   const XERCES_CPP_NAMESPACE::Locator* m_locator = nullptr;
   Element m_open = OUTSIDE;     // the innermost element
   Element m_last_child = NODE;  // of the open node; NODE when it has none yet
@@ -99,9 +86,6 @@ class CFG_SAXImportHandlers : public XERCES_CPP_NAMESPACE::HandlerBase {
   bool m_is_stopped = false;
   cfg::utf8_text* m_text = nullptr;  // where text goes now, null when it does not count
   cfg::utf8_text m_path, m_value;
-  std::string m_scratch;
-  uint64_t m_branch_count = 0;
-  std::vector<Branch> m_branches;
 
   int m_error_count = 0;
   int m_error_line = 0;
