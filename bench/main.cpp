@@ -23,6 +23,7 @@ constexpr suite suites[] = {
     {"bulk", "whole trees", bench::bulk_suite},
     {"read", "reads", bench::read_suite},
     {"xml", "XML", bench::xml_suite},
+    {"bytes", "byte arrays", bench::bytes_suite},
     {"children", "many children", bench::children_suite},
 };
 

@@ -30,6 +30,7 @@ report read_suite(const scale&);
 report memory_suite(const scale&);
 report bulk_suite(const scale&);
 report xml_suite(const scale&);
+report bytes_suite(const scale&);
 report children_suite(const scale&);
 
 }  // namespace bench
