@@ -1,5 +1,6 @@
 #include <utility/Tmr_Base64Utils.h>
 
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 
 #include <algorithm>
@@ -13,6 +14,14 @@ constexpr int kLineBytes = 48;          // give a line of 64 characters
 constexpr int kPieceBytes = 48 * 1024;  // the cipher library counts in int
 constexpr size_t kPieceChars = 64 * 1024;
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// Texts may be keys: their copies do not stay in memory.
+struct wipe {
+  void operator()(std::string* text) const {
+    text->resize(text->capacity());  // what was erased, too
+    OPENSSL_cleanse(text->data(), text->size());
+  }
+};
 
 // The number of '=' at the end of `text`, or -1 when it is not base64: the decoder itself
 // takes a '=' anywhere for a zero.
@@ -42,6 +51,7 @@ RWCString Tmr_Base64Utils::Encode(const char* buffer, int length, bool line_brea
 char* Tmr_Base64Utils::Decode(const RWCString& text, int* length, bool skip_line_breaks) {
   *length = 0;
   std::string chars = text.str();
+  const std::unique_ptr<std::string, wipe> wiped(&chars);
   if (skip_line_breaks) std::erase_if(chars, [](char c) { return c == '\r' || c == '\n'; });
   const int padding = padding_of(chars);
   if (padding < 0 || chars.size() / 4 > INT_MAX / 3 - 1) return nullptr;
