@@ -8,7 +8,7 @@ static size_t rounded_up(size_t bytes) {
   return (bytes + SYS_BLOCK_SIZE - 1) & ~(SYS_BLOCK_SIZE - 1);
 }
 
-void* Sys_AllocateBlock(size_t bytes) {
+void* Sys_AllocateBlock(size_t bytes, bool huge_pages) {
   if (bytes == 0 || bytes > SIZE_MAX / 2) return nullptr;
   const size_t size = rounded_up(bytes);
   // Pages are only 4 KB aligned: take one block more and give the ends back.
@@ -20,7 +20,8 @@ void* Sys_AllocateBlock(size_t bytes) {
       rounded_up(reinterpret_cast<uintptr_t>(start)) - reinterpret_cast<uintptr_t>(start);
   if (head > 0) munmap(start, head);
   if (taken > head + size) munmap(start + head + size, taken - head - size);
-  madvise(start + head, size, MADV_HUGEPAGE);  // advice only: small pages serve as well
+  // Advice only: either kind serves.
+  madvise(start + head, size, huge_pages ? MADV_HUGEPAGE : MADV_NOHUGEPAGE);
   return start + head;
 }
 

@@ -1,7 +1,9 @@
 #include <utility/Tmr_PoolAllocator.h>
 
+#include <algorithm>
+#include <bit>
 #include <new>
-#include <unordered_map>
+#include <utility>
 
 #include <system/Sys_Block.h>
 
@@ -14,45 +16,45 @@
 #endif
 #endif
 
-// Blocks are aligned to their own size, so that a slot's address names its block.
-// The first bytes of a block hold its link.
+// Blocks are aligned to their own size, so that a slot's address names its block. Behind
+// the head stand the bits, one for each slot, then the slots.
 struct Tmr_PoolAllocator::Block {
   Block* next;
+  Block* next_open;
+  uint32_t slots;
+  uint32_t free_count;
+  uint32_t first_word;  // no free bit in a word before this one
+
+  uint64_t* bits() { return reinterpret_cast<uint64_t*>(this + 1); }
+  uint32_t words() const { return (slots + 63) / 64; }
+  char* slot_memory() { return reinterpret_cast<char*>(bits() + words()); }
 };
 
-namespace {
-constexpr size_t kBlockSize = 2u << 20;
-constexpr size_t kHeader = 64;
-constexpr size_t kBatch = 128;  // slots moved between a thread and the pool at once
-// A thread that holds more gives some back; unused where the general heap serves.
-[[maybe_unused]] constexpr size_t kKept = 4 * kBatch;
-}  // namespace
-
-// What a thread keeps of every pool. The chains are plain data and stay usable while
-// the thread ends; the guard gives them back, after which the thread keeps nothing.
+// What a thread keeps of every pool. It is plain data and stays usable while the thread
+// ends; the guard gives it back, after which the thread keeps nothing.
 struct Tmr_PoolThread {
   struct Guard {
     ~Guard() {
       t_closed = true;
       for (unsigned i = 0; i < Tmr_PoolAllocator::kPools; ++i) {
-        if (t_pools[i]) t_pools[i]->take_back(t_chains[i], 0);
+        if (t_pools[i]) t_pools[i]->give_back(t_kept[i]);
       }
     }
   };
-  static thread_local Tmr_PoolAllocator::Chain t_chains[Tmr_PoolAllocator::kPools];
+  static thread_local Tmr_PoolAllocator::Kept t_kept[Tmr_PoolAllocator::kPools];
   static thread_local Tmr_PoolAllocator* t_pools[Tmr_PoolAllocator::kPools];
   static thread_local bool t_closed;
 
-  static Tmr_PoolAllocator::Chain& chain(Tmr_PoolAllocator* pool) {
+  static Tmr_PoolAllocator::Kept& kept(Tmr_PoolAllocator* pool) {
     if (!t_pools[pool->m_id]) {
       static thread_local Guard guard;
       (void)guard;
       t_pools[pool->m_id] = pool;
     }
-    return t_chains[pool->m_id];
+    return t_kept[pool->m_id];
   }
 };
-thread_local Tmr_PoolAllocator::Chain Tmr_PoolThread::t_chains[Tmr_PoolAllocator::kPools];
+thread_local Tmr_PoolAllocator::Kept Tmr_PoolThread::t_kept[Tmr_PoolAllocator::kPools];
 thread_local Tmr_PoolAllocator* Tmr_PoolThread::t_pools[Tmr_PoolAllocator::kPools];
 thread_local bool Tmr_PoolThread::t_closed;
 
@@ -66,109 +68,96 @@ void Tmr_PoolAllocator::Collapse() {}
 #else
 
 void* Tmr_PoolAllocator::Allocate() {
-  Chain& chain = Tmr_PoolThread::chain(this);
-  if (!chain.first) refill(chain);
-  Free* slot = chain.first;
-  chain.first = slot->next;
-  --chain.length;
-  if (Tmr_PoolThread::t_closed) take_back(chain, 0);
+  Kept& kept = Tmr_PoolThread::kept(this);
+  if (kept.freed_count > 0) return kept.freed[--kept.freed_count];
+  if (kept.run.free == 0) kept.run = take_run();
+  void* slot = pop_from(kept.run);
+  if (Tmr_PoolThread::t_closed) give_back(kept);
   return slot;
 }
 
 void Tmr_PoolAllocator::Release(void* slot) noexcept {
-  Chain& chain = Tmr_PoolThread::chain(this);
-  chain.first = new (slot) Free{chain.first};
-  if (++chain.length > kKept || Tmr_PoolThread::t_closed) {
-    take_back(chain, Tmr_PoolThread::t_closed ? 0 : kKept - kBatch);
-  }
+  Kept& kept = Tmr_PoolThread::kept(this);
+  kept.freed[kept.freed_count++] = slot;
+  if (kept.freed_count == kFreed || Tmr_PoolThread::t_closed) give_back(kept);
 }
 
 void Tmr_PoolAllocator::Reserve(size_t slots) {
   const std::lock_guard lock(m_mutex);
-  const size_t fresh = static_cast<size_t>(m_fresh_end - m_fresh) / m_slot_size;
-  const size_t have = m_free_count + fresh;
-  if (slots <= have) return;
-  const size_t per_block = (kBlockSize - kHeader) / m_slot_size;
-  for (size_t missing = slots - have;;) {
-    // What the newest block still holds goes to the free list, the new one takes its place.
-    for (; m_fresh != m_fresh_end; m_fresh += m_slot_size, ++m_free_count) {
-      m_free = new (m_fresh) Free{m_free};
-    }
-    if (!add_block() || missing <= per_block) return;
-    missing -= per_block;
-  }
+  while (m_free_count < slots && add_block()) continue;
 }
 
 void Tmr_PoolAllocator::Collapse() {
-  take_back(Tmr_PoolThread::chain(this), 0);
+  give_back(Tmr_PoolThread::kept(this));
   const std::lock_guard lock(m_mutex);
-  for (; m_fresh != m_fresh_end; m_fresh += m_slot_size, ++m_free_count) {
-    m_free = new (m_fresh) Free{m_free};
-  }
-  m_fresh = m_fresh_end = nullptr;
-
-  const auto block_of = [](void* slot) {
-    return reinterpret_cast<Block*>(reinterpret_cast<uintptr_t>(slot) & ~(kBlockSize - 1));
-  };
-  const size_t per_block = (kBlockSize - kHeader) / m_slot_size;
-  std::unordered_map<Block*, size_t> free_in;
-  for (Free* slot = m_free; slot; slot = slot->next) ++free_in[block_of(slot)];
-
-  Free** link = &m_free;
-  for (Free* slot = m_free; slot; slot = slot->next) {
-    if (free_in[block_of(slot)] == per_block) {
-      --m_free_count;
+  Block* block = std::exchange(m_blocks, nullptr);
+  m_open = nullptr;
+  while (block) {
+    Block* const next = block->next;
+    if (block->free_count == block->slots) {
+      m_free_count -= block->slots;
+      Sys_ReleaseBlock(block, SYS_BLOCK_SIZE);
     } else {
-      *link = slot;
-      link = &slot->next;
+      block->next = std::exchange(m_blocks, block);
+      if (block->free_count > 0) block->next_open = std::exchange(m_open, block);
     }
-  }
-  *link = nullptr;
-  for (Block** at = &m_blocks; *at;) {
-    Block* block = *at;
-    if (free_in[block] != per_block) {
-      at = &block->next;
-      continue;
-    }
-    *at = block->next;
-    Sys_ReleaseBlock(block, kBlockSize);
+    block = next;
   }
 }
 
 #endif
 
+// The next one is on its way into the cache when it is asked for.
+void* Tmr_PoolAllocator::pop_from(Run& run) const {
+  const auto slot = [&] { return run.first + std::countr_zero(run.free) * m_slot_size; };
+  char* const taken = slot();
+  run.free &= run.free - 1;
+  if (run.free) __builtin_prefetch(slot(), 1);
+  return taken;
+}
+
+Tmr_PoolAllocator::Run Tmr_PoolAllocator::take_run() {
+  const std::lock_guard lock(m_mutex);
+  if (!m_open && !add_block()) throw std::bad_alloc();
+  Block& block = *m_open;
+  uint32_t& word = block.first_word;
+  while (block.bits()[word] == 0) ++word;
+  const Run run{block.slot_memory() + size_t{word} * 64 * m_slot_size,
+                std::exchange(block.bits()[word], 0)};
+  const auto count = static_cast<uint32_t>(std::popcount(run.free));
+  m_free_count -= count;
+  if ((block.free_count -= count) == 0) m_open = block.next_open;
+  return run;
+}
+
+void Tmr_PoolAllocator::give_back(Kept& kept) noexcept {
+  const std::lock_guard lock(m_mutex);
+  while (kept.freed_count > 0) set_free(kept.freed[--kept.freed_count]);
+  while (kept.run.free) set_free(pop_from(kept.run));
+}
+
+void Tmr_PoolAllocator::set_free(void* slot) noexcept {
+  const auto address = reinterpret_cast<uintptr_t>(slot);
+  Block& block = *reinterpret_cast<Block*>(address & ~(SYS_BLOCK_SIZE - 1));
+  const uint64_t offset = address - reinterpret_cast<uintptr_t>(block.slot_memory());
+  // Exact: the offset is a multiple of the slot size, and below 2^21.
+  const auto place = static_cast<uint32_t>(offset * m_per_slot >> 32);
+  block.bits()[place / 64] |= uint64_t{1} << place % 64;
+  block.first_word = std::min(block.first_word, place / 64);
+  if (block.free_count++ == 0) block.next_open = std::exchange(m_open, &block);
+  ++m_free_count;
+}
+
+// The first block takes small pages as it needs them, so that a small tree costs little.
 bool Tmr_PoolAllocator::add_block() {
-  void* memory = Sys_AllocateBlock(kBlockSize);
+  void* memory = Sys_AllocateBlock(SYS_BLOCK_SIZE, m_blocks != nullptr);
   if (!memory) return false;
-  m_blocks = new (memory) Block{m_blocks};
-  m_fresh = static_cast<char*>(memory) + kHeader;
-  m_fresh_end = m_fresh + (kBlockSize - kHeader) / m_slot_size * m_slot_size;
+  // 64 slots and their word of bits at a time; what is left at the end stays unused.
+  const size_t slots = (SYS_BLOCK_SIZE - sizeof(Block)) / (64 * m_slot_size + 8) * 64;
+  auto* block = new (memory)
+      Block{m_blocks, m_open, static_cast<uint32_t>(slots), static_cast<uint32_t>(slots), 0};
+  std::fill_n(block->bits(), block->words(), ~uint64_t{0});
+  m_blocks = m_open = block;
+  m_free_count += slots;
   return true;
-}
-
-void Tmr_PoolAllocator::refill(Chain& chain) {
-  const std::lock_guard lock(m_mutex);
-  if (!m_free && m_fresh == m_fresh_end && !add_block()) throw std::bad_alloc();
-  Free** link = &chain.first;
-  for (; chain.length < kBatch && m_free; ++chain.length, --m_free_count) {
-    *link = m_free;
-    link = &m_free->next;
-    m_free = m_free->next;
-  }
-  for (; chain.length < kBatch && m_fresh != m_fresh_end; ++chain.length, m_fresh += m_slot_size) {
-    *link = new (m_fresh) Free{nullptr};
-    link = &(*link)->next;
-  }
-  *link = nullptr;
-}
-
-void Tmr_PoolAllocator::take_back(Chain& chain, size_t keep) noexcept {
-  if (chain.length <= keep) return;
-  const std::lock_guard lock(m_mutex);
-  for (; chain.length > keep; --chain.length, ++m_free_count) {
-    Free* slot = chain.first;
-    chain.first = slot->next;
-    slot->next = m_free;
-    m_free = slot;
-  }
 }

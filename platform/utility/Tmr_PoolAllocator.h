@@ -7,21 +7,26 @@
 
 #include <strings/Export.h>
 
-// Hands out slots of one size from blocks of 2 MB. Each thread keeps a few free slots
-// of its own, so that most calls take no lock. Any thread may call anything, and a
-// slot may be released on another thread than the one that took it.
+// Hands out slots of one size from blocks of 2 MB. Each thread keeps some free slots of its
+// own, so that most calls take no lock. Any thread may call anything, and a slot may be
+// released on another thread than the one that took it.
+//
+// A free slot is a bit in its block: neither taking nor releasing one touches its memory,
+// which by the time a big tree is dropped is in no cache any more.
 //
 // A pool lives as long as the process: it has no destructor, so that objects which
 // die late find it alive. Under a sanitizer the slots come from the general heap,
 // which sees misuse that a pool would hide.
 class HALVORIA_API Tmr_PoolAllocator {
  public:
-  // slot_size: bytes, a multiple of 8.  id: below kPools, one for each pool of the process.
-  constexpr Tmr_PoolAllocator(size_t slot_size, unsigned id) : m_slot_size(slot_size), m_id(id) {}
+  // slot_size: bytes, a multiple of 8, at most 1024.  id: below kPools, one for each pool of
+  // the process.
+  constexpr Tmr_PoolAllocator(size_t slot_size, unsigned id)
+      : m_slot_size(slot_size), m_per_slot((uint64_t{1} << 32) / slot_size + 1), m_id(id) {}
   Tmr_PoolAllocator(const Tmr_PoolAllocator&) = delete;
   Tmr_PoolAllocator& operator=(const Tmr_PoolAllocator&) = delete;
 
-  static constexpr unsigned kPools = 4;
+  static constexpr unsigned kPools = 12;
 
   // Throws std::bad_alloc when the system has no memory left.
   void* Allocate();
@@ -33,27 +38,33 @@ class HALVORIA_API Tmr_PoolAllocator {
   // threads keep for themselves hold their blocks back.
   void Collapse();
 
+  size_t slot_size() const { return m_slot_size; }
+
  private:
-  struct Free {
-    Free* next;
-  };
-  struct Chain {  // a few free slots that belong to one thread
-    Free* first = nullptr;
-    size_t length = 0;
-  };
   struct Block;
+  struct Run {  // free slots among 64 neighbours
+    char* first = nullptr;
+    uint64_t free = 0;
+  };
+  static constexpr unsigned kFreed = 64;
+  struct Kept {  // what one thread keeps
+    Run run;
+    unsigned freed_count = 0;
+    void* freed[kFreed] = {};
+  };
   friend struct Tmr_PoolThread;
 
-  void refill(Chain& chain);
-  void take_back(Chain& chain, size_t keep) noexcept;
+  void* pop_from(Run& run) const;
+  Run take_run();
+  void give_back(Kept& kept) noexcept;
+  void set_free(void* slot) noexcept;  // m_mutex held, like the next
   bool add_block();
 
   const size_t m_slot_size;
+  const uint64_t m_per_slot;  // 2^32 / slot size, rounded up
   const unsigned m_id;
   std::mutex m_mutex;
-  Block* m_blocks = nullptr;  // guarded by m_mutex
-  Free* m_free = nullptr;     // guarded by m_mutex
-  size_t m_free_count = 0;    // guarded by m_mutex
-  char* m_fresh = nullptr;    // guarded by m_mutex: slots of the newest block never used yet
-  char* m_fresh_end = nullptr;
+  Block* m_blocks = nullptr;  // guarded by m_mutex: all of them
+  Block* m_open = nullptr;    // guarded by m_mutex: those with a free bit
+  size_t m_free_count = 0;    // guarded by m_mutex: free bits of all blocks
 };

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include <logging/Log_Capture.h>
 #include <system/Sys_Process.h>
@@ -12,6 +13,7 @@
 #include <utility/Tmr_CfgHook.h>
 #include <utility/Tmr_Legend.h>
 #include <utility/Tmr_PerformanceMonitorCounters.h>
+#include <utility/Tmr_PoolAllocator.h>
 #include <utility/Tmr_SocketWrapper.h>
 #include <utility/Tmr_StackTrace.h>
 #include <utility/Tmr_ValHashMap.h>
@@ -178,6 +180,35 @@ TEST(Tmr_ValHashMap, KeepsTheFirstValueOfAKey) {
   EXPECT_EQ(value, "1");
   EXPECT_TRUE(map.remove("a") && !map.remove("a"));
   EXPECT_EQ(map.entries(), 0u);
+}
+
+// Slots are told apart by what is written into them; a thread ends while it keeps some.
+TEST(Pool, SlotsAreDistinctAndMayBeReleasedByAnotherThread) {
+  static constinit Tmr_PoolAllocator pool(24, 11);
+  constexpr size_t count = 200'000;  // more than two blocks
+  std::vector<size_t*> slots(count);
+  for (int round = 0; round < 3; ++round) {
+    pool.Reserve(round * count / 2);
+    const auto take = [&](size_t from, size_t step) {
+      for (size_t i = from; i < count; i += step)
+        *(slots[i] = static_cast<size_t*>(pool.Allocate())) = i;
+    };
+    std::thread other(take, 1, 2);
+    take(0, 2);
+    other.join();
+    const auto release = [&](size_t from, size_t step) {
+      for (size_t i = from; i < count; i += step) {
+        ASSERT_EQ(*slots[i], i);
+        pool.Release(slots[i]);
+      }
+    };
+    std::thread third(release, 0, 3);
+    release(1, 3);
+    third.join();
+    pool.Collapse();  // beside slots in use
+    release(2, 3);
+    pool.Collapse();
+  }
 }
 
 }  // namespace
