@@ -11,14 +11,13 @@ Tree_NodePtr build_tree(const records& all) {
   Tree_NodePtr top;
   for (size_t i = 0; i < all.size(); ++i) {
     const record& r = all[i];
-    const Tree_NodePtr node =
-        r.value.empty() ? new Tree_Node(r.name) : new Tree_Node(r.name, r.value, 0);
-    at[i] = node.get();
     if (r.parent < 0) {
-      top = node;
-    } else if (!at[static_cast<size_t>(r.parent)]->Add(node)) {
-      throw std::runtime_error("the tree refuses " + r.path);
+      top = at[i] = new Tree_Node(r.name);
+      continue;
     }
+    Tree_Node& parent = *at[static_cast<size_t>(r.parent)];
+    at[i] = r.value.empty() ? parent.AddKey(r.name) : parent.AddValue(r.name, r.value, 0);
+    if (!at[i]) throw std::runtime_error("the tree refuses " + r.path);
   }
   return top;
 }

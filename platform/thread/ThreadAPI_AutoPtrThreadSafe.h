@@ -57,6 +57,14 @@ class ThreadAPI_AutoPtrThreadSafe {
     SetOwning(owning);
   }
   ThreadAPI_AutoPtrThreadSafe(std::nullptr_t) {}
+  // The first pointer to an object just made, which no other thread knows yet: counted
+  // without an atomic exchange.
+  static ThreadAPI_AutoPtrThreadSafe First(T* object) {
+    ThreadAPI_AutoPtrThreadSafe pointer;
+    object->m_count.store(1, std::memory_order_relaxed);
+    pointer.m_object = object;
+    return pointer;
+  }
   ThreadAPI_AutoPtrThreadSafe(const ThreadAPI_AutoPtrThreadSafe& other)
       : ThreadAPI_AutoPtrThreadSafe(other.m_object) {}
   ThreadAPI_AutoPtrThreadSafe(ThreadAPI_AutoPtrThreadSafe&& other) noexcept

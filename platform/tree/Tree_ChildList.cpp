@@ -11,6 +11,7 @@
 #include <emmintrin.h>
 #endif
 
+#include <tree/Tree_Memory.h>
 #include <tree/Tree_Node.h>
 
 // A list of more than 16 children. A place is not used again until the list is packed,
@@ -41,6 +42,14 @@ struct Tree_ChildList::Large {
   std::vector<Bits> bits;
   std::vector<Sums> sums;  // 1-based Fenwick tree over the blocks; sums[0] unused
 
+  // Laid out like another, all places still empty.
+  explicit Large(const Large& other, std::nullptr_t)
+      : places(other.places.size()),
+        hashes(other.hashes),
+        index(other.index),
+        index_used(other.index_used),
+        bits(other.bits),
+        sums(other.sums) {}
   explicit Large(uint32_t room) {
     places.reserve(room);
     hashes.reserve(room);
@@ -152,6 +161,8 @@ struct Tree_ChildList::Large {
     }
   }
 };
+
+static constexpr size_t kSlotSize = sizeof(Tree_NodePtr) + sizeof(uint32_t);
 
 Tree_NodePtr* Tree_ChildList::slots() const {
   return is_large() ? m_large->places.data() : m_slots;
@@ -269,23 +280,41 @@ void Tree_ChildList::clear() {
     delete m_large;
   } else {
     for (uint32_t i = 0; i < m_count; ++i) m_slots[i].~Tree_NodePtr();
-    std::free(static_cast<void*>(m_slots));
+    release_small();
   }
   m_slots = nullptr;
   m_count = m_keys = 0;
   m_capacity = m_key_mask = 0;
 }
 
+void Tree_ChildList::release_small() {
+  if (m_slots) Tree_Memory::Release(m_slots, m_capacity * kSlotSize);
+}
+
+// All places are there and null; count and kinds are those of the other list already.
+void Tree_ChildList::take_layout(const Tree_ChildList& other) {
+  if (other.m_count == 0) return;
+  if (other.is_large()) {
+    m_large = new Large(*other.m_large, nullptr);
+    m_capacity = kIsLarge;
+  } else {
+    grow_small(other.m_count);
+    std::uninitialized_value_construct_n(m_slots, other.m_count);
+    std::copy_n(other.hashes(), other.m_count, hashes());
+  }
+  m_count = other.m_count;
+  m_keys = other.m_keys;
+  m_key_mask = other.m_key_mask;
+}
+
 void Tree_ChildList::grow_small(uint32_t capacity) {
   capacity = std::clamp((capacity + 3) & ~3u, 4u, kSmall);
-  void* memory = std::malloc(capacity * (sizeof(Tree_NodePtr) + sizeof(uint32_t)));
-  if (!memory) throw std::bad_alloc();
-  auto* fresh = static_cast<Tree_NodePtr*>(memory);
+  auto* fresh = static_cast<Tree_NodePtr*>(Tree_Memory::Allocate(capacity * kSlotSize));
   auto* fresh_hashes = reinterpret_cast<uint32_t*>(fresh + capacity);
   std::uninitialized_move_n(m_slots, m_count, fresh);  // what stays behind is null
   std::copy_n(hashes(), m_count, fresh_hashes);
   std::fill_n(fresh_hashes + m_count, capacity - m_count, 0u);
-  std::free(static_cast<void*>(m_slots));
+  release_small();
   m_slots = fresh;
   m_capacity = static_cast<uint16_t>(capacity);
 }
@@ -295,14 +324,14 @@ void Tree_ChildList::become_large(uint32_t room) {
   for (uint32_t i = 0; i < m_count; ++i) {
     large->append(hashes()[i], m_key_mask >> i & 1, std::move(m_slots[i]));
   }
-  std::free(static_cast<void*>(m_slots));
+  release_small();
   m_large = large.release();
   m_capacity = kIsLarge;
   m_key_mask = 0;
 }
 
 uint64_t Tree_ChildList::memory() const {
-  if (!is_large()) return m_capacity * (sizeof(Tree_NodePtr) + sizeof(uint32_t));
+  if (!is_large()) return m_capacity == 0 ? 0 : Tree_Memory::Taken(m_capacity * kSlotSize);
   const Large& l = *m_large;
   return sizeof l + l.places.capacity() * sizeof(Tree_NodePtr) +
          (l.hashes.capacity() + l.index.capacity()) * sizeof(uint32_t) +

@@ -54,6 +54,10 @@ class HALVORIA_API Tree_ChildList {
   void rename(uint32_t place, uint64_t hash);
   // Makes room for that many children in all.
   void reserve(uint32_t count);
+  // Fills this empty list with what `copy(child)` makes of each child of the other: a
+  // Tree_NodePtr to a node of the same name, both keys or both values.
+  template <class Copy>
+  void fill_with_copies(const Tree_ChildList& other, Copy&& copy);
   void clear();
   // Drops every child for which `doomed(child)` is TRUE, in one pass.
   template <class Test>
@@ -72,7 +76,9 @@ class HALVORIA_API Tree_ChildList {
   Tree_NodePtr take_keeping_places(uint32_t place);  // large: leaves a hole
   void pack_when_sparse();
   void grow_small(uint32_t capacity);
+  void release_small();
   void become_large(uint32_t room);
+  void take_layout(const Tree_ChildList& other);
 
   union {
     Tree_NodePtr* m_slots = nullptr;  // small: m_capacity pointers, then as many hashes
@@ -83,6 +89,13 @@ class HALVORIA_API Tree_ChildList {
   uint16_t m_capacity = 0;
   uint16_t m_key_mask = 0;  // small: which places hold keys
 };
+
+template <class Copy>
+void Tree_ChildList::fill_with_copies(const Tree_ChildList& other, Copy&& copy) {
+  take_layout(other);
+  for (uint32_t place = other.next(0); place != npos; place = other.next(place + 1))
+    at(place) = copy(*other.at(place));
+}
 
 template <class Test>
 bool Tree_ChildList::remove_if(Test&& doomed) {

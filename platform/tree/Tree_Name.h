@@ -16,9 +16,7 @@ class HALVORIA_API Tree_Name {
  public:
   // Throws std::length_error for a text of 4 GB or more.
   explicit Tree_Name(std::string_view text);
-  Tree_Name(const Tree_Name& other) : m_text(other.m_text) {
-    m_text->count.fetch_add(1, std::memory_order_relaxed);
-  }
+  Tree_Name(const Tree_Name& other) : m_text(other.m_text) { share(); }
   Tree_Name(Tree_Name&& other) noexcept : m_text(std::exchange(other.m_text, nullptr)) {}
   Tree_Name& operator=(Tree_Name other) noexcept { return std::swap(m_text, other.m_text), *this; }
   ~Tree_Name() {
@@ -39,6 +37,7 @@ class HALVORIA_API Tree_Name {
   };
 
  private:
+  void share() const;
   void drop();
 
   Text* m_text;

@@ -1,9 +1,11 @@
 #include <tree/Tree_Node.h>
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <new>
 
+#include <tree/Tree_Memory.h>
 #include <tree/Tree_PathIndex.h>
 #include <tree/Tree_Walk.h>
 
@@ -65,27 +67,36 @@ Tree_Node::~Tree_Node() {
   }
 }
 
-// Nodes whose last pointer goes are chained through their parent links, so that
-// dropping a tree takes neither stack nor memory. A child that somebody else holds
-// becomes the top of a tree of its own, unless it hangs under another key already.
+// Keys whose last pointer goes are chained through their parent links, so that dropping
+// a tree takes neither stack nor memory; what has no children goes at once. That is the order
+// in which most trees were made, which spares misses of the cache. A child that somebody else
+// holds becomes the top of a tree of its own, unless it hangs under another key already.
 void Tree_Node::Destroy(Tree_Node* node) {
+  const auto link = [](Tree_Node* from, Tree_Node* to) {
+    from->m_up.store(reinterpret_cast<uintptr_t>(to), std::memory_order_relaxed);
+  };
   node->SetParent(nullptr);
   for (Tree_Node* chain = node; chain;) {
     Tree_Node* gone = chain;
     chain = reinterpret_cast<Tree_Node*>(gone->m_up.load(std::memory_order_relaxed));
-    gone->m_up.store(0, std::memory_order_relaxed);
+    link(gone, nullptr);
+    Tree_Node* last = nullptr;  // of the children that went into the chain
     if (!gone->m_is_leaf) {
       Tree_ChildList& children = gone->m_key;
+      Tree_Node* const behind = chain;
       for (uint32_t place = children.next(0); place != Tree_ChildList::npos;
            place = children.next(place + 1)) {
         Tree_Node* child = children.at(place).detach();
         const bool was_ours = child->GetParent() == gone;
-        if (child->count_down()) {
+        if (!child->count_down()) {
+          if (was_ours) child->SetParent(nullptr);
+        } else if (child->IsEmpty()) {
+          delete child;
+        } else {
           child->SetParent(nullptr);
-          child->m_up.store(reinterpret_cast<uintptr_t>(chain), std::memory_order_relaxed);
-          chain = child;
-        } else if (was_ours) {
-          child->SetParent(nullptr);
+          last ? link(last, child) : void(chain = child);
+          link(child, behind);
+          last = child;
         }
       }
     }
@@ -181,6 +192,16 @@ int Tree_Node::Add(const Tree_NodePtr& child) {
   adopt(keep);
   enter_index(node);
   return 1;
+}
+
+Tree_Node* Tree_Node::add_new(Tree_Node* child) {
+  Tree_NodePtr fresh = Tree_NodePtr::First(child);
+  const std::string_view name = child->NameView();
+  if (m_is_leaf || name.empty() || m_key.find(child->NameHash(), name) != Tree_ChildList::npos)
+    return nullptr;
+  adopt(std::move(fresh));
+  enter_index(*child);
+  return child;
 }
 
 void Tree_Node::adopt(Tree_NodePtr child) {
@@ -356,7 +377,7 @@ Tree_NodePtr Tree_Node::GetOrCreateRelativeNode(const Tree_Path& path, const Tre
       if (!is_new) top = node->indexed_top(hash);
       is_new = true;
       child = new Tree_Node(name);
-      node->adopt(child);
+      node->adopt(Tree_NodePtr::First(child));
       hash = Tree_Hash::Path(hash, child->NameHash());
       if (top) top->index.load()->Insert(hash, child);
     }
@@ -449,27 +470,27 @@ String_Arr* Tree_Node::Search(const RWCString& name, const Tree_NodePtr&, int re
   return paths.release();
 }
 
-// Copies go key by key: a copied key waits on the list until its children are copied.
+// Copies go key by key: a copied key waits on the list until its children are copied. The
+// first child goes on first, so that the copy lies in memory in the order in which it is read.
 void Tree_Node::copy_children(const Tree_Node& from, Tree_Node& to) {
   std::vector<std::pair<const Tree_Node*, Tree_Node*>> keys{{&from, &to}};
   while (!keys.empty()) {
     const auto [source, copy] = keys.back();
     keys.pop_back();
-    const Tree_ChildList& children = source->m_key;
-    copy->m_key.reserve(children.count());
-    for (uint32_t place = children.next(0); place != Tree_ChildList::npos;
-         place = children.next(place + 1)) {
-      const Tree_Node& child = *children.at(place);
+    const size_t waiting = keys.size();
+    copy->m_key.fill_with_copies(source->m_key, [&](const Tree_Node& child) {
       auto* fresh = new Tree_Node(child, nullptr);
-      copy->adopt(fresh);
+      fresh->m_up.store(reinterpret_cast<uintptr_t>(copy), std::memory_order_relaxed);
       if (!child.IsEmpty()) keys.emplace_back(&child, fresh);
-    }
+      return Tree_NodePtr::First(fresh);
+    });
+    std::reverse(keys.begin() + static_cast<ptrdiff_t>(waiting), keys.end());
   }
 }
 
 // The node and everything below it, without a virtual parent path.
 Tree_NodePtr Tree_Node::copy_of(const Tree_Node& node) {
-  Tree_NodePtr copy = new Tree_Node(node, nullptr);
+  Tree_NodePtr copy = Tree_NodePtr::First(new Tree_Node(node, nullptr));
   if (!node.IsEmpty()) copy_children(node, *copy);
   return copy;
 }
@@ -563,7 +584,7 @@ Tree_NodePtr Tree_Node::GetChangesTreeNode(const Tree_NodePtr& node) {
       copies.empty() ? void(changes = copy) : copies.back()->adopt(copy);
       copies.push_back(copy);
     }
-    copies.back()->adopt(new Tree_Node(**walk, nullptr));
+    copies.back()->adopt(Tree_NodePtr::First(new Tree_Node(**walk, nullptr)));
   }
   if (changes) {
     changes->SetVirtualParentPath(node->GetParent() ? node->GetParent()->GetPath()
@@ -646,7 +667,7 @@ Tree_NodePtr Tree_Node::BuildSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>* r
       } else if (!child) {
         child = is_value ? new Tree_Node(name, record.ValueView(), record.IsChange())
                          : new Tree_Node(name);
-        parent->adopt(child);
+        parent->adopt(Tree_NodePtr::First(child));
       }
       if (!is_value)
         way.push_back({child, static_cast<size_t>(name.data() + name.size() - path.data())});
@@ -657,4 +678,10 @@ Tree_NodePtr Tree_Node::BuildSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>* r
 
 void Tree_Node::InitNodesPool(int count) {
   if (count > 0) m_NodesPool.Reserve(static_cast<size_t>(count));
+}
+
+void Tree_Node::CollapsePools() {
+  m_NodesPool.Collapse();
+  Tree_Value::m_sValuesPool.Collapse();
+  Tree_Memory::Collapse();
 }

@@ -82,6 +82,11 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // Appends the child, taking it from the key it hung under before. Refused (FALSE): a null
   // child, a value as parent, a name that is empty or already there, a child that holds this node.
   int Add(const Tree_NodePtr& child);
+  // Appends a new key, or a new value. NULL when refused, as above; else owned by this node.
+  Tree_Node* AddKey(std::string_view name) { return add_new(new Tree_Node(name)); }
+  Tree_Node* AddValue(std::string_view name, std::string_view text, int is_change) {
+    return add_new(new Tree_Node(name, text, is_change));
+  }
   // TRUE when a child was removed. It no longer has a parent.
   int Remove(const Tree_NodePtr& child);
   int Remove(const RWCString& name);
@@ -181,6 +186,9 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
 
   // Has room for that many nodes at hand.
   static void InitNodesPool(int count);
+  // Gives memory of nodes and of what hangs on them back to the system, where no node in use
+  // is near it.
+  static void CollapsePools();
 
   static void* operator new(size_t) { return m_NodesPool.Allocate(); }
   static void operator delete(void* node) { m_NodesPool.Release(node); }
@@ -211,6 +219,7 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   uint32_t place_of(const Tree_Node* child) const;
   void adopt(Tree_NodePtr child);  // a node whose name is not there yet; the index is the caller's
   void orphan(uint32_t place);     // likewise
+  Tree_Node* add_new(Tree_Node* child);
   static void copy_children(const Tree_Node& from, Tree_Node& to);
   static Tree_NodePtr copy_of(const Tree_Node& node);
   static void overlay_children(Tree_Node& base, const Tree_Node& overlay, bool deep);

@@ -6,7 +6,7 @@ void Tree_Value::assign(std::string_view text) {
   if (text.size() <= sizeof m_inside) {
     text.copy(m_inside, text.size());
   } else {
-    char* bytes = new char[text.size()];
+    auto* bytes = static_cast<char*>(Tree_Memory::Allocate(text.size()));
     text.copy(bytes, text.size());
     m_outside = bytes;
   }

@@ -7,6 +7,7 @@
 
 #include <strings/Export.h>
 #include <strings/RWCString.h>
+#include <tree/Tree_Memory.h>
 #include <utility/Tmr_PoolAllocator.h>
 
 // A text and the is-change flag (0 or 1). Texts of up to 16 bytes are kept inside. Not
@@ -36,7 +37,9 @@ class HALVORIA_API Tree_Value {
   int IsChange() const { return m_is_change; }
   void SetIsChange(int is_change) { m_is_change = is_change != 0; }
   // Bytes held outside the object.
-  uint64_t OutsideSize() const { return m_length <= sizeof m_inside ? 0 : m_length; }
+  uint64_t OutsideSize() const {
+    return m_length <= sizeof m_inside ? 0 : Tree_Memory::Taken(m_length);
+  }
 
   static void* operator new(size_t) { return m_sValuesPool.Allocate(); }
   static void* operator new(size_t, void* at) { return at; }
@@ -46,7 +49,7 @@ class HALVORIA_API Tree_Value {
  private:
   void assign(std::string_view text);
   void release() {
-    if (m_length > sizeof m_inside) delete[] m_outside;
+    if (m_length > sizeof m_inside) Tree_Memory::Release(m_outside, m_length);
   }
   void steal(Tree_Value& other) noexcept {
     std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof *this);

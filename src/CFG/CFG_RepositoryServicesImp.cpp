@@ -611,8 +611,7 @@ void CFG_RepositoryServicesImp::init_core_properties(RWCString& name, RWCString&
 }
 
 void CFG_RepositoryServicesImp::CollapseTreePools() {
-  Tree_Node::m_NodesPool.Collapse();
-  Tree_Value::m_sValuesPool.Collapse();
+  Tree_Node::CollapsePools();
 }
 
 RWCString CFG_RepositoryServicesImp::GetPathBeforeFirstPrecent(RWCString& path) {

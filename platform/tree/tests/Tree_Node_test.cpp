@@ -147,6 +147,53 @@ TEST(Tree, CopiesShareNothingAndKnowWhereTheyCameFrom) {
   EXPECT_EQ(copy->GetVirtualParentPath(), "above\\root\\a");
 }
 
+TEST(Tree, CopiesOfKeysOfAnySizeGoOnLikeTheirOriginals) {
+  for (const int children : {1, 4, 15, 16, 17, 40, 300}) {
+    Tree_NodePtr top = new Tree_Node("root");
+    for (int i = 0; i < children; ++i) {
+      const std::string name = "child" + std::to_string(i);
+      ASSERT_TRUE(i % 3 ? top->AddValue(name, std::string(static_cast<size_t>(i), 'x'), i % 2)
+                        : top->AddKey(name));
+      ASSERT_EQ(top->AddKey(name), nullptr);
+    }
+    for (int i = 0; i < children; i += 4) top->Remove(RWCString("child" + std::to_string(i)));
+    Tree_NodePtr copy = top->DuplicateFromHereDown(true);
+    ASSERT_EQ(text_of(copy), text_of(top));
+    for (const Tree_NodePtr& each : {copy, top}) {
+      for (int i = 0; i < children; i += 2) each->AddValue("child" + std::to_string(i), "again", 0);
+      each->Remove(RWCString("child1"));
+      EXPECT_EQ(each->GetValue("child0", each), "again");
+      EXPECT_EQ(each->GetChildAt(each->GetChildCount() - 1)->GetParent(), each.get());
+    }
+    ASSERT_EQ(text_of(copy), text_of(top));
+    ASSERT_EQ(copy->GetSubTreeNum("", copy), top->GetSubTreeNum("", top));
+  }
+}
+
+// More names than a thread keeps at hand, dropped by other threads than those that made them.
+TEST(Tree, NamesAreOneForAllThreads) {
+  constexpr int count = 3000;
+  const auto name = [](int i) { return Tree_Name("name" + std::to_string(i)); };
+  std::vector<Tree_Name> made;
+  for (int i = 0; i < count; ++i) made.push_back(name(i));
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 3; ++t) {
+    threads.emplace_back([&, t] {
+      std::vector<Tree_Name> mine;
+      for (int i = 0; i < 4 * count; ++i) {
+        const int which = i % 5 ? i * (7 + t) % count : i % 40;
+        mine.push_back(i % 2 ? name(which) : made[static_cast<size_t>(which)]);
+        EXPECT_TRUE(mine.back() == made[static_cast<size_t>(which)]);
+        if (i % 3 == 0) std::swap(mine.front(), mine.back()), mine.pop_back();
+        const Tree_Name passing("passing" + std::to_string(i % 50));
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  made.clear();
+  for (int i = 0; i < count; ++i) EXPECT_EQ(name(i).view(), "name" + std::to_string(i));
+}
+
 TEST(Tree, MergesTakeTheOverlayWhereBothHaveAName) {
   const Tree_NodePtr base =
       tree("base", {"k\\same=old", "k\\only=1", "turn=v", "fold\\x=1", "deep\\l\\b=1"});
