@@ -21,10 +21,12 @@ struct suite {
 constexpr suite suites[] = {
     {"memory", "memory", bench::memory_suite},
     {"bulk", "whole trees", bench::bulk_suite},
+    {"merge", "whole trees", bench::merge_suite},
     {"read", "reads", bench::read_suite},
     {"xml", "XML", bench::xml_suite},
     {"bytes", "byte arrays", bench::bytes_suite},
     {"children", "many children", bench::children_suite},
+    {"growth", "growth", bench::growth_suite},
 };
 
 void write_json(const nlohmann::json& content, const std::filesystem::path& name) {

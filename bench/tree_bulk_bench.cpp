@@ -1,9 +1,5 @@
 // Whole trees: the memory they take, and building, copying and dropping them. Each sample is
 // a process of its own that begins with an empty heap.
-#include <malloc.h>
-#include <unistd.h>
-
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -11,6 +7,7 @@
 #include <CFG/CFG_SubTree.h>
 #include <common/child.h>
 #include <common/clock.h>
+#include <common/footprint.h>
 #include <common/our_tree.h>
 #include <common/suite.h>
 #include <common/touch_memory.h>
@@ -24,34 +21,13 @@ namespace {
 
 // --- memory ------------------------------------------------------------------------------------
 
-struct footprint {
-  double in_use;    // bytes: of the heap what is in use, and all blocks that are mapped beside it
-  double resident;  // bytes of the process that are in real memory
-};
-
-footprint footprint_now() {
-  unsigned long pages[6] = {};
-  FILE* statm = std::fopen("/proc/self/statm", "r");
-  const int read = statm ? std::fscanf(statm, "%lu %lu %lu %lu %*u %lu", &pages[0], &pages[1],
-                                       &pages[2], &pages[3], &pages[5])
-                         : 0;
-  if (statm) std::fclose(statm);
-  if (read != 5) throw std::runtime_error("cannot read /proc/self/statm");
-  const double page = static_cast<double>(::sysconf(_SC_PAGESIZE));
-  const struct mallinfo2 heap = ::mallinfo2();
-  const double writable = static_cast<double>(pages[5]) * page;
-  const double of_heap = static_cast<double>(heap.arena + heap.hblkhd);
-  return {static_cast<double>(heap.uordblks + heap.hblkhd) + writable - of_heap,
-          static_cast<double>(pages[1]) * page};
-}
-
 // Makes something that holds the tree; then, where given, does more to it. Bytes a node: in
 // use, resident, and both again after that.
 template <class Make>
 std::vector<double> measured_footprint(
     const records& all, Make make, const std::function<void(decltype(make())&)>& then = nullptr) {
   return figures_in_child([&]() -> std::vector<double> {
-    ::malloc_trim(0);
+    give_memory_back();
     const footprint before = footprint_now();
     auto tree = make();
     std::vector<double> figures;
@@ -68,11 +44,6 @@ std::vector<double> measured_footprint(
 }
 
 // --- build, copy, destroy ------------------------------------------------------------------------
-
-void begin_with_empty_heap(size_t nodes) {
-  ::malloc_trim(0);
-  touch_memory(nodes * 700);
-}
 
 template <class Tree, class Build, class Copy>
 std::vector<double> measured_life(size_t nodes, Build build, Copy copy) {
@@ -188,6 +159,18 @@ report bulk_suite(const scale& s) {
       return tree;
     });
   });
+  // The least that any tree could pay: its memory in large blocks, all in use until now.
+  const auto blocks = lives.add([&] {
+    return figures_in_child([&]() -> std::vector<double> {
+      constexpr size_t block = 2 << 20;
+      const uint64_t bytes = CFG_SubTree(build_tree(all)).GetTotalSize();
+      std::vector<std::unique_ptr<char[]>> tree;
+      for (uint64_t held = 0; held < bytes; held += block) {
+        tree.push_back(std::make_unique<char[]>(block));
+      }
+      return {time_ns(CPU, [&] { tree.clear(); }) / static_cast<double>(n)};
+    });
+  });
   lives.run(s.few_rounds);
 
   report result;
@@ -203,6 +186,8 @@ report bulk_suite(const scale& s) {
   add({"deep copy", map, unit, 0.50, 0.25}, ours, nested, 1);
   add({"destroy", map, unit, 0.50, {}}, ours, nested, 2);
   add({"destroy", property_tree::name, unit, 1.0, {}}, ours, boost_tree, 2);
+  result.add({"destroy", "its bytes in blocks of 2 MB", unit, {}, 1.5}, lives.of(ours, 2),
+             lives.of(blocks));
   return result;
 }
 

@@ -1,5 +1,6 @@
 #include <common/touch_memory.h>
 
+#include <malloc.h>
 #include <sys/mman.h>
 
 #include <stdexcept>
@@ -12,6 +13,11 @@ void touch_memory(size_t bytes) {
   ::madvise(memory, bytes, MADV_HUGEPAGE);
   for (size_t at = 0; at < bytes; at += 4096) static_cast<volatile char*>(memory)[at] = 1;
   ::munmap(memory, bytes);
+}
+
+void begin_with_empty_heap(size_t nodes) {
+  ::malloc_trim(0);
+  touch_memory(nodes * 700);
 }
 
 }  // namespace bench

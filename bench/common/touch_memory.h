@@ -10,4 +10,8 @@ namespace bench {
 // taken, makes the machine have it, so that no sample pays for what another gave back.
 void touch_memory(size_t bytes);
 
+// Before a sample that builds trees of so many nodes in a process of its own: what the heap
+// holds without use goes, too.
+void begin_with_empty_heap(size_t nodes);
+
 }  // namespace bench
