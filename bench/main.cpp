@@ -25,6 +25,7 @@ constexpr suite suites[] = {
     {"read", "reads", bench::read_suite},
     {"xml", "XML", bench::xml_suite},
     {"bytes", "byte arrays", bench::bytes_suite},
+    {"crypto", "ciphers", bench::crypto_suite},
     {"children", "many children", bench::children_suite},
     {"growth", "growth", bench::growth_suite},
 };

@@ -53,6 +53,7 @@ report bulk_suite(const scale&);
 report merge_suite(const scale&);
 report xml_suite(const scale&);
 report bytes_suite(const scale&);
+report crypto_suite(const scale&);
 report children_suite(const scale&);
 report growth_suite(const scale&);
 
