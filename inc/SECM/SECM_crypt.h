@@ -20,15 +20,15 @@ struct evp_cipher_st;
 // was made, so that it may be longer than its content and a wrong key can be named when
 // decryption fails. A buffer with a header is decrypted with a header, one without without.
 //
-// What it protects and what it does not: a reader without the key learns the length, and,
-// since no initialisation vector is used, whether two buffers begin alike. Nothing is
-// authenticated: a changed buffer or a wrong key is noticed only where the padding of the
-// last block shows it, and never with RC4. Blowfish and RC4 need OpenSSL's legacy provider;
-// the log says so where that is missing.
+// What it does not do: nothing is authenticated. A changed buffer or a wrong key is noticed
+// only where the padding of the last block shows it, and never with RC4. There is no
+// initialisation vector, so equal buffers stay equal when they are encrypted, and two
+// buffers under one RC4 key give each other away: a key for each is the remedy.
 //
 // The object holds the key until it is destroyed, and then wipes it, as it wipes what a
-// failed operation has written. Any thread may call any operation; nothing throws. Every
-// operation is in the log, module 197: a failure at level 3, or 7 where there is no key.
+// failed operation has written. Any thread may call any operation; nothing throws. The log
+// (module 197) has the begin and the end of each operation, and why it failed, such as that
+// OpenSSL's legacy provider is missing, which Blowfish and RC4 need.
 class HALVORIA_API SECM_crypt {
  public:
   enum Algorithm : int {
@@ -53,9 +53,9 @@ class HALVORIA_API SECM_crypt {
   // Replaces the content of `out`, whose memory is used again where it is large enough; after
   // a failure it is empty. `in` must not be part of `out`.
   //
-  // With a header `out` is longer than header and ciphertext: by up to one block and a byte.
-  // RSA, which takes no header, encrypts as much as its key has room for beside the padding
-  // (OAEP), 42 bytes less than the length of the modulus.
+  // With a header `out` is up to one block and a byte longer than header and ciphertext. RSA
+  // has no header, whatever `with_header` says, and encrypts at most 42 bytes less than the
+  // length of its modulus: the rest is padding (OAEP).
   bool encrypt(const unsigned char* in, unsigned int length, std::vector<unsigned char>& out,
                bool with_header);
   bool decrypt(const unsigned char* in, unsigned int length, std::vector<unsigned char>& out,
