@@ -1,4 +1,5 @@
-// Every block that goes back to the heap is searched for a secret that should have been wiped.
+// A program of its own, since it replaces the heap's operators: every block that goes back is
+// searched for a secret that should have been wiped.
 #include <gtest/gtest.h>
 
 #include <malloc.h>
@@ -14,7 +15,7 @@ namespace {
 std::string_view watched_secret;
 bool is_secret_freed = false;
 
-__attribute__((noinline)) void give_back(void* block) {
+void give_back(void* block) {
   if (block && !watched_secret.empty()) {
     const std::string_view bytes(static_cast<char*>(block), malloc_usable_size(block));
     if (bytes.find(watched_secret) != bytes.npos) is_secret_freed = true;
@@ -24,12 +25,13 @@ __attribute__((noinline)) void give_back(void* block) {
 
 }  // namespace
 
-__attribute__((noinline)) void* operator new(size_t size) {
+void* operator new(size_t size, const std::nothrow_t&) noexcept { return std::malloc(size); }
+void* operator new(size_t size) {
   if (void* block = std::malloc(size)) return block;
   throw std::bad_alloc();
 }
-__attribute__((noinline)) void operator delete(void* block) noexcept { give_back(block); }
-__attribute__((noinline)) void operator delete(void* block, size_t) noexcept { give_back(block); }
+void operator delete(void* block) noexcept { give_back(block); }
+void operator delete(void* block, size_t) noexcept { give_back(block); }
 
 namespace {
 
