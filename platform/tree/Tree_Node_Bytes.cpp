@@ -88,8 +88,7 @@ char* put(char* to, uint32_t value) {
 
 char* put(char* to, std::string_view text) {
   to = put(to, static_cast<uint32_t>(text.size()));
-  std::memcpy(to, text.data(), text.size());
-  return to + text.size();
+  return to + text.copy(to, text.size());
 }
 
 char* serialized(const char* op, const Tree_NodePtr& top, int& length, const RWCString* header,

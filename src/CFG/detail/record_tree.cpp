@@ -55,10 +55,10 @@ bool record_tree::add(const node_record& record) {
 }
 
 bool record_tree::add_below(Tree_Node& parent, const node_record& record) {
-  Tree_NodePtr node = record.value.empty()
-                          ? new Tree_Node(record.name)
-                          : new Tree_Node(record.name, record.value, record.is_change >= 1);
-  if (!parent.Add(node)) {
+  Tree_Node* const node = record.value.empty()
+                              ? parent.AddKey(record.name)
+                              : parent.AddValue(record.name, record.value, record.is_change >= 1);
+  if (!node) {
     const char* why = parent.IsLeaf()       ? "it is a value"
                       : record.name.empty() ? "the name is empty"
                                             : "it has a child of that name already";
@@ -68,7 +68,7 @@ bool record_tree::add_below(Tree_Node& parent, const node_record& record) {
   }
   node->SetNodeId(record.id);
   m_current = &parent;
-  m_last = node.get();
+  m_last = node;
   m_last_id = record.id;
   return true;
 }
