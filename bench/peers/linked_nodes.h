@@ -1,4 +1,4 @@
-// A tree that is made for being written: the limit of what encoding can reach.
+// A tree that is made for being written: what encoding costs when nothing else is asked of a node.
 #pragma once
 
 #include <string>
@@ -16,7 +16,8 @@ class linked_nodes {
 
   explicit linked_nodes(const records& all);
 
-  // As a byte array, without header: one pass for the size, one to fill the buffer.
+  // As a byte array, without header: one pass for the size, one to fill the buffer, which is
+  // a plain vector in pages of the usual size.
   std::vector<char> encoded() const;
 
  private:

@@ -28,3 +28,9 @@ void* Sys_AllocateBlock(size_t bytes, bool huge_pages) {
 void Sys_ReleaseBlock(void* block, size_t bytes) {
   if (block) munmap(block, rounded_up(bytes));
 }
+
+void Sys_AskForHugePages(void* memory, size_t bytes) {
+  const auto begin = reinterpret_cast<uintptr_t>(memory), end = begin + bytes;
+  const uintptr_t first = rounded_up(begin), last = end & ~(SYS_BLOCK_SIZE - 1);
+  if (first < last) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+}

@@ -13,3 +13,7 @@ constexpr size_t SYS_BLOCK_SIZE = size_t{2} << 20;
 // The caller gives it back with Sys_ReleaseBlock and the same `bytes`. Any thread may call either.
 HALVORIA_API void* Sys_AllocateBlock(size_t bytes, bool huge_pages = true);
 HALVORIA_API void Sys_ReleaseBlock(void* block, size_t bytes);  // NULL is fine
+
+// For memory of any kind that is about to be filled for the first time: asks for huge pages where
+// whole ones fit in. Faulting it in page by page costs more than filling it.
+HALVORIA_API void Sys_AskForHugePages(void* memory, size_t bytes);

@@ -168,6 +168,11 @@ Tree_NodePtr* Tree_ChildList::slots() const {
   return is_large() ? m_large->places.data() : m_slots;
 }
 
+Tree_ChildList::Places Tree_ChildList::places() const {
+  const Tree_NodePtr* const begin = slots();
+  return {begin, begin + (is_large() ? m_large->size() : m_count)};
+}
+
 uint32_t Tree_ChildList::next(uint32_t place) const {
   if (is_large()) return m_large->next(place);
   return place < m_count ? place : npos;

@@ -40,6 +40,12 @@ class HALVORIA_API Tree_ChildList {
   // is the first occupied place at or after `place`, npos at the end.
   uint32_t next(uint32_t place) const;
   Tree_NodePtr& at(uint32_t place) const { return slots()[place]; }
+  // All places in order, null where there is a hole; valid until the list changes.
+  struct Places {
+    const Tree_NodePtr* begin;
+    const Tree_NodePtr* end;
+  };
+  Places places() const;
   // The place of the child at a 0-based position among those of a kind; npos when
   // there are not that many.
   uint32_t select(Kind kind, uint32_t position) const;

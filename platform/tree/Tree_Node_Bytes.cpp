@@ -23,6 +23,7 @@
 #include <vector>
 
 #include <logging/Logger.h>
+#include <system/Sys_Block.h>
 #include <tree/Tree_IdNodeInfo.h>
 
 namespace {
@@ -36,30 +37,30 @@ constexpr uint64_t kIntegers = 4 * sizeof(int32_t);  // of a key's record
 template <class Visit>
 bool for_each_record(const Tree_Node& top, const Tree_Node* left_out, Visit&& visit) {
   struct Open {
-    const Tree_ChildList* children;
-    uint32_t place;
+    const Tree_NodePtr* next;
+    const Tree_NodePtr* end;
     uint32_t id;
   };
   std::vector<Open> way;
   uint32_t next_id = 0;
-  const auto enter = [&](const Tree_Node& node, uint32_t parent_id) {
-    if (&node == left_out) return true;
-    const uint32_t id = next_id++;
-    if (!node.IsEmpty()) way.push_back({node.Children(), 0, id});
-    return visit(node, id, parent_id);
-  };
-  if (!enter(top, static_cast<uint32_t>(Tree_IdNodeInfo::TOP_PARENT_ID))) return false;
-  while (!way.empty()) {
-    Open& open = way.back();
-    const uint32_t place = open.children->next(open.place);
-    if (place == Tree_ChildList::npos) {
-      way.pop_back();
-      continue;
+  const Tree_Node* node = &top;
+  uint32_t parent_id = static_cast<uint32_t>(Tree_IdNodeInfo::TOP_PARENT_ID);
+  for (;;) {
+    if (node && node != left_out) {
+      const uint32_t id = next_id++;
+      if (!visit(*node, id, parent_id)) return false;
+      if (!node->IsEmpty()) {
+        const Tree_ChildList::Places children = node->Children()->places();
+        way.push_back({children.begin, children.end, id});
+      }
     }
-    open.place = place + 1;
-    if (!enter(*open.children->at(place), open.id)) return false;
+    while (!way.empty() && way.back().next == way.back().end) way.pop_back();
+    if (way.empty()) return true;
+    Open& open = way.back();
+    parent_id = open.id;
+    if (open.end - open.next > 4) __builtin_prefetch(open.next[4].get());
+    node = (open.next++)->get();
   }
-  return true;
 }
 
 bool has_nul_at_an_end(std::string_view text) {
@@ -93,7 +94,6 @@ char* put(char* to, std::string_view text) {
 
 char* serialized(const char* op, const Tree_NodePtr& top, int& length, const RWCString* header,
                  const Tree_Node* left_out) {
-  length = 0;
   if (top->IsLeaf()) {
     return logger.reject(nullptr, "%s : <%s> is a value and not a key, return NULL\n", op,
                          [&] { return top->GetPath(); });
@@ -116,6 +116,7 @@ char* serialized(const char* op, const Tree_NodePtr& top, int& length, const RWC
         [&] { return top->GetPath(); }, size);
   }
   auto* const bytes = new char[size];
+  Sys_AskForHugePages(bytes, size);
   char* at = header ? put(bytes, *header) : bytes;
   for_each_record(*top, left_out, [&](const Tree_Node& node, uint32_t id, uint32_t parent_id) {
     at = put(put(at, id), parent_id);
