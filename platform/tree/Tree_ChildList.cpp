@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <vector>
@@ -221,6 +221,15 @@ uint32_t Tree_ChildList::find(uint64_t name_hash, std::string_view name) const {
   return npos;
 }
 
+uint32_t Tree_ChildList::find(const Tree_Name& name, uint32_t likely) const {
+  const uint32_t places = is_large() ? m_large->size() : m_count;
+  if (likely < places) {
+    const Tree_NodePtr& child = slots()[likely];
+    if (child && child->Name() == name) return likely;
+  }
+  return find(name.hash(), name.view());
+}
+
 void Tree_ChildList::append(uint64_t name_hash, bool is_key, Tree_NodePtr child) {
   const auto hash = static_cast<uint32_t>(name_hash);
   if (!is_large() && m_count == m_capacity) {
@@ -258,8 +267,11 @@ Tree_NodePtr Tree_ChildList::take_keeping_places(uint32_t place) {
   }
   Tree_NodePtr child = std::move(m_slots[place]);
   m_keys -= m_key_mask >> place & 1;
-  std::move(m_slots + place + 1, m_slots + m_count + 1, m_slots + place);
-  std::move(hashes() + place + 1, hashes() + m_count + 1, hashes() + place);
+  // The pointers behind move as plain memory: a null one is left over at the end.
+  const size_t behind = m_count - place;
+  std::memmove(static_cast<void*>(m_slots + place), m_slots + place + 1, behind * sizeof *m_slots);
+  new (m_slots + m_count) Tree_NodePtr;
+  std::memmove(hashes() + place, hashes() + place + 1, behind * sizeof(uint32_t));
   const uint32_t below = (1u << place) - 1;
   m_key_mask = static_cast<uint16_t>((m_key_mask & below) | ((m_key_mask >> 1) & ~below));
   return child;

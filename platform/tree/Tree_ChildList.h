@@ -8,6 +8,7 @@
 
 #include <strings/Export.h>
 #include <thread/ThreadAPI_AutoPtrThreadSafe.h>
+#include <tree/Tree_Name.h>
 
 class Tree_Node;
 using Tree_NodePtr = ThreadAPI_AutoPtrThreadSafe<Tree_Node>;
@@ -51,6 +52,9 @@ class HALVORIA_API Tree_ChildList {
   uint32_t select(Kind kind, uint32_t position) const;
   // The place of the child of that name, npos when there is none. Hashes are Tree_Hash::Text's.
   uint32_t find(uint64_t hash, std::string_view name) const;
+  // The same for a name that a node has, tried at the place `likely` first: lists that are
+  // compared with each other mostly have the same names in the same order.
+  uint32_t find(const Tree_Name& name, uint32_t likely) const;
 
   // The caller made sure that no child of that name is there.
   void append(uint64_t hash, bool is_key, Tree_NodePtr child);

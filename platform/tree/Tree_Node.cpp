@@ -138,10 +138,9 @@ RWCString Tree_Node::GetPath() const {
   }
 }
 
-void Tree_Node::SetParent(Tree_Node* parent) {
-  const uintptr_t up = m_up.load(std::memory_order_relaxed);
-  if (up & kIsTop) delete reinterpret_cast<Top*>(up & ~kIsTop);
-  m_up.store(reinterpret_cast<uintptr_t>(parent), std::memory_order_release);
+void Tree_Node::drop_top_record() {
+  delete top_record();
+  m_up.store(0, std::memory_order_relaxed);
 }
 
 Tree_Node::Top* Tree_Node::top_record() const {
@@ -164,6 +163,10 @@ Tree_Node::Top& Tree_Node::need_top_record() const {
 RWCString Tree_Node::GetVirtualParentPath() const {
   const Top* top = top_record();
   return top ? top->virtual_parent_path : RWCString();
+}
+
+RWCString Tree_Node::parent_path() const {
+  return GetParent() ? GetParent()->GetPath() : GetVirtualParentPath();
 }
 
 void Tree_Node::SetVirtualParentPath(const RWCString& path) {
@@ -210,6 +213,23 @@ void Tree_Node::adopt(Tree_NodePtr child) {
   m_key.append(raw->m_name.hash(), !raw->m_is_leaf, std::move(child));
 }
 
+void Tree_Node::MoveHere(Tree_Node& from, int index) {
+  if (m_is_leaf || from.m_is_leaf || index < 0 || &from == this) return;
+  const auto position = static_cast<uint32_t>(index);
+  const uint32_t place = from.m_key.select(Tree_ChildList::ANY, position);
+  if (place == Tree_ChildList::npos) return;
+  Tree_Node& child = *from.m_key.at(place);
+  if (!child.IsEmpty() && is_at_or_above(&child, this)) return;
+  const uint32_t present = m_key.find(child.m_name, position);
+  if (present != Tree_ChildList::npos) {
+    leave_index(*m_key.at(present));
+    orphan(present);
+  }
+  from.leave_index(child);
+  adopt(from.m_key.take(place));
+  enter_index(child);
+}
+
 uint32_t Tree_Node::place_of(const Tree_Node* child) const {
   if (m_is_leaf || !child) return Tree_ChildList::npos;
   const uint32_t place = m_key.find(child->m_name.hash(), child->NameView());
@@ -254,6 +274,11 @@ uint64_t Tree_Node::GetTotalSize() const {
 Tree_Node* Tree_Node::Child(std::string_view name) const {
   if (m_is_leaf || m_key.count() == 0) return nullptr;
   const uint32_t place = m_key.find(Tree_Hash::Text(name), name);
+  return place == Tree_ChildList::npos ? nullptr : m_key.at(place).get();
+}
+
+Tree_Node* Tree_Node::Child(const Tree_Name& name, uint32_t likely) const {
+  const uint32_t place = m_is_leaf ? Tree_ChildList::npos : m_key.find(name, likely);
   return place == Tree_ChildList::npos ? nullptr : m_key.at(place).get();
 }
 
@@ -323,6 +348,7 @@ void Tree_Node::drop_index() const {
 // A child that comes or goes with nodes below it would take an entry for each of them:
 // then the index goes instead, and the next readers make a new one.
 void Tree_Node::enter_index(Tree_Node& child) const {
+  if (!Tree_PathIndex::IsAnyAlive()) return;
   uint64_t hash;
   Top* top = indexed_top(hash);
   if (!top) return;
@@ -331,6 +357,7 @@ void Tree_Node::enter_index(Tree_Node& child) const {
 }
 
 void Tree_Node::leave_index(const Tree_Node& child) const {
+  if (!Tree_PathIndex::IsAnyAlive()) return;
   uint64_t hash;
   Top* top = indexed_top(hash);
   if (!top) return;
@@ -457,15 +484,15 @@ Tree_PathAndValueArray* Tree_Node::GetSubTreeValues(const RWCString& path,
   return records.release();
 }
 
+// Names are one in the process, so a node is passed over without a look at its name. A path
+// is put together only for a node that was found.
 String_Arr* Tree_Node::Search(const RWCString& name, const Tree_NodePtr&, int relative) const {
   auto paths = std::make_unique<String_Arr>();
-  const RWCString own_path = GetPath();
-  const std::string_view prefix = own_path.view().substr(0, own_path.length() - NameView().size());
-  Tree_PathsWalk walk(const_cast<Tree_Node*>(this),
-                      prefix.empty() ? prefix : prefix.substr(0, prefix.size() - 1));
-  const size_t strip = relative ? walk.Path().size() + 1 : 0;
+  const Tree_Name wanted(name.view());
+  const size_t strip = relative ? GetPath().length() + 1 : 0;
+  Tree_Walk walk(const_cast<Tree_Node*>(this));
   for (walk.Next(); walk; walk.Next()) {
-    if (walk->NameView() == name.view()) paths->AddStr(std::string_view(walk.Path()).substr(strip));
+    if (walk->m_name == wanted) paths->AddStr(walk->GetPath().view().substr(strip));
   }
   return paths.release();
 }
@@ -497,7 +524,7 @@ Tree_NodePtr Tree_Node::copy_of(const Tree_Node& node) {
 
 Tree_NodePtr Tree_Node::DuplicateFromHereDown(bool) const {
   Tree_NodePtr copy = copy_of(*this);
-  copy->SetVirtualParentPath(GetParent() ? GetParent()->GetPath() : GetVirtualParentPath());
+  copy->SetVirtualParentPath(parent_path());
   return copy;
 }
 
@@ -514,54 +541,78 @@ void Tree_Node::ChangeTreeNodePtrProtection(Tree_NodePtr& node, int& flag) {
   }
 }
 
-void Tree_Node::overlay_children(Tree_Node& base, const Tree_Node& overlay, bool deep) {
-  std::vector<std::pair<Tree_Node*, const Tree_Node*>> keys{{&base, &overlay}};
-  while (!keys.empty()) {
-    const auto [to, from] = keys.back();
-    keys.pop_back();
-    const Tree_ChildList& children = from->m_key;
-    for (uint32_t place = children.next(0); place != Tree_ChildList::npos;
-         place = children.next(place + 1)) {
-      const Tree_Node& child = *children.at(place);
-      const uint32_t there = to->m_key.find(child.m_name.hash(), child.NameView());
-      if (there == Tree_ChildList::npos) {
-        to->adopt(copy_of(child));
-        continue;
-      }
-      Tree_Node& present = *to->m_key.at(there);
-      if (present.m_is_leaf && child.m_is_leaf) {
-        present.m_value = child.m_value;
-      } else if (deep && !present.m_is_leaf && !child.m_is_leaf) {
-        keys.emplace_back(&present, &child);
-      } else {
-        to->orphan(there);
-        to->adopt(copy_of(child));
-      }
-    }
-  }
-}
-
 static Tree_NodePtr duplicate(const Tree_NodePtr& node) {
   return node ? node->DuplicateFromHereDown(true) : Tree_NodePtr();
 }
 
-Tree_NodePtr Tree_Node::Merge(const Tree_NodePtr& base, const Tree_NodePtr& overlay) {
+// One pass over both trees, key by key like a copy. What only the overlay has comes last.
+Tree_NodePtr Tree_Node::merged(const Tree_NodePtr& base, const Tree_NodePtr& overlay, bool deep) {
   if (!base || !overlay) return duplicate(base ? base : overlay);
   if (base->m_is_leaf || overlay->m_is_leaf) {  // nothing to merge into: the overlay holds
     Tree_NodePtr copy = duplicate(overlay);
     copy->SetKeyName(base->GetKeyName());
     return copy;
   }
-  Tree_NodePtr merged = duplicate(base);
-  overlay_children(*merged, *overlay, true);
-  return merged;
+  struct Open {
+    const Tree_Node* base;
+    const Tree_Node* overlay;  // null: the base is copied as it is
+    Tree_Node* to;
+  };
+  Tree_NodePtr top = Tree_NodePtr::First(new Tree_Node(*base, nullptr));
+  std::vector<Open> keys{{base.get(), overlay.get(), top.get()}};
+  std::vector<Tree_Node*> displaced;
+  while (!keys.empty()) {
+    const auto [from, over, to] = keys.back();
+    keys.pop_back();
+    if (!over) {
+      copy_children(*from, *to);
+      continue;
+    }
+    const size_t waiting = keys.size();
+    uint32_t likely = 0, settled = 0;  // settled: children of the overlay that need no second look
+    displaced.clear();
+    to->m_key.fill_with_copies(from->m_key, [&](const Tree_Node& child) {
+      const uint32_t there = over->m_key.find(child.m_name, likely);
+      const bool in_both = there != Tree_ChildList::npos;
+      if (in_both) likely = there + 1;
+      const Tree_Node* other = in_both ? over->m_key.at(there).get() : nullptr;
+      const bool both_values = other && child.m_is_leaf && other->m_is_leaf;
+      const bool goes_on = other && deep && !child.m_is_leaf && !other->m_is_leaf;
+      auto* fresh = new Tree_Node(both_values ? *other : child, nullptr);
+      fresh->m_up.store(reinterpret_cast<uintptr_t>(to), std::memory_order_relaxed);
+      settled += both_values || goes_on;
+      if (goes_on || (!other && !child.IsEmpty())) {
+        keys.push_back({&child, other, fresh});
+      } else if (other && !both_values) {
+        displaced.push_back(fresh);
+      }
+      return Tree_NodePtr::First(fresh);
+    });
+    std::reverse(keys.begin() + static_cast<ptrdiff_t>(waiting), keys.end());
+    for (const Tree_Node* node : displaced) to->orphan(to->place_of(node));
+    if (settled == over->m_key.count()) continue;
+    likely = 0;
+    for (uint32_t place = over->m_key.next(0); place != Tree_ChildList::npos;
+         place = over->m_key.next(place + 1)) {
+      const Tree_Node& child = *over->m_key.at(place);
+      const uint32_t there = to->m_key.find(child.m_name, likely);
+      if (there == Tree_ChildList::npos) {
+        to->adopt(copy_of(child));
+      } else {
+        likely = there + 1;
+      }
+    }
+  }
+  top->SetVirtualParentPath(base->parent_path());
+  return top;
+}
+
+Tree_NodePtr Tree_Node::Merge(const Tree_NodePtr& base, const Tree_NodePtr& overlay) {
+  return merged(base, overlay, true);
 }
 
 Tree_NodePtr Tree_Node::MergeOneLevel(const Tree_NodePtr& base, const Tree_NodePtr& overlay) {
-  if (!base || !overlay || base->m_is_leaf || overlay->m_is_leaf) return Merge(base, overlay);
-  Tree_NodePtr merged = duplicate(base);
-  overlay_children(*merged, *overlay, false);
-  return merged;
+  return merged(base, overlay, false);
 }
 
 // The copies of the keys on the way are made when the first changed value is met.
@@ -586,10 +637,7 @@ Tree_NodePtr Tree_Node::GetChangesTreeNode(const Tree_NodePtr& node) {
     }
     copies.back()->adopt(Tree_NodePtr::First(new Tree_Node(**walk, nullptr)));
   }
-  if (changes) {
-    changes->SetVirtualParentPath(node->GetParent() ? node->GetParent()->GetPath()
-                                                    : node->GetVirtualParentPath());
-  }
+  if (changes) changes->SetVirtualParentPath(node->parent_path());
   return changes;
 }
 

@@ -53,6 +53,7 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // Identity
   RWCString GetKeyName() const { return NameView(); }
   std::string_view NameView() const { return m_name.view(); }
+  const Tree_Name& Name() const { return m_name; }
   uint64_t NameHash() const { return m_name.hash(); }
   // Renames the node in place. Refused (FALSE) when a sibling has the name already, or
   // when a child would get the empty name.
@@ -65,7 +66,10 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
     return up & kIsTop ? nullptr : reinterpret_cast<Tree_Node*>(up);
   }
   // The link only, the parent's child list stays as it is. Drops a virtual parent path.
-  void SetParent(Tree_Node* parent);
+  void SetParent(Tree_Node* parent) {
+    if (m_up.load(std::memory_order_relaxed) & kIsTop) drop_top_record();
+    m_up.store(reinterpret_cast<uintptr_t>(parent), std::memory_order_release);
+  }
   // Of the top node of a detached tree: the path of the key it hangs under in the
   // full tree. Empty on a node that has a parent, where setting it does nothing.
   RWCString GetVirtualParentPath() const;
@@ -87,6 +91,9 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   Tree_Node* AddValue(std::string_view name, std::string_view text, int is_change) {
     return add_new(new Tree_Node(name, text, is_change));
   }
+  // Moves the child at a 0-based position of another key to the end of this one, instead of
+  // what has its name here. A child that holds this node stays where it is.
+  void MoveHere(Tree_Node& from, int index);
   // TRUE when a child was removed. It no longer has a parent.
   int Remove(const Tree_NodePtr& child);
   int Remove(const RWCString& name);
@@ -108,6 +115,8 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // The raw lookup under all others, without counting references. A top node that is asked
   // for many deep paths makes itself a Tree_PathIndex.
   Tree_Node* Child(std::string_view name) const;
+  // The same for the name of another node; `likely`: a place to look at first.
+  Tree_Node* Child(const Tree_Name& name, uint32_t likely) const;
   Tree_Node* Find(std::string_view path) const;
   const Tree_ChildList* Children() const { return m_is_leaf ? nullptr : &m_key; }
 
@@ -206,8 +215,10 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   ~Tree_Node();
   static void Destroy(Tree_Node* node);
 
+  RWCString parent_path() const;
   Top* top_record() const;
   Top& need_top_record() const;
+  void drop_top_record();
   Tree_Node* walk(std::string_view path) const;
   void count_walk() const;
   Top* indexed_top(uint64_t& own_hash) const;
@@ -222,7 +233,7 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   Tree_Node* add_new(Tree_Node* child);
   static void copy_children(const Tree_Node& from, Tree_Node& to);
   static Tree_NodePtr copy_of(const Tree_Node& node);
-  static void overlay_children(Tree_Node& base, const Tree_Node& overlay, bool deep);
+  static Tree_NodePtr merged(const Tree_NodePtr& base, const Tree_NodePtr& overlay, bool deep);
 
   bool m_is_leaf;                  // shares the word of the count
   std::atomic<uintptr_t> m_up{0};  // the parent, or a tagged pointer to an owned Top

@@ -25,14 +25,13 @@ void merge_moving(Tree_Node& destination, Tree_Node& source, const RWCString& st
     pairs.pop_back();
     if (to.get() == stop) continue;
     for (int i = from->GetChildCount() - 1; i >= 0; --i) {
-      const Tree_NodePtr child = from->GetChildAt(i);
-      Tree_Node* present = to->Child(child->NameView());
+      Tree_Node* child = from->GetChildAt(i).get();
+      Tree_Node* present = to->Child(child->Name(), static_cast<uint32_t>(i));
       if (present && present->GetText() == child->GetText()) {
         pairs.emplace_back(present, child);
-        continue;
+      } else {
+        to->MoveHere(*from, i);
       }
-      if (present) to->Remove(Tree_NodePtr(present));
-      to->Add(child);
     }
   }
 }
