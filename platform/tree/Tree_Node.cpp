@@ -505,9 +505,9 @@ void Tree_Node::copy_children(const Tree_Node& from, Tree_Node& to) {
     const auto [source, copy] = keys.back();
     keys.pop_back();
     const size_t waiting = keys.size();
-    copy->m_key.fill_with_copies(source->m_key, [&](const Tree_Node& child) {
+    copy->m_key.fill_with_copies(source->m_key, [&, key = copy](const Tree_Node& child) {
       auto* fresh = new Tree_Node(child, nullptr);
-      fresh->m_up.store(reinterpret_cast<uintptr_t>(copy), std::memory_order_relaxed);
+      fresh->m_up.store(reinterpret_cast<uintptr_t>(key), std::memory_order_relaxed);
       if (!child.IsEmpty()) keys.emplace_back(&child, fresh);
       return Tree_NodePtr::First(fresh);
     });
