@@ -571,7 +571,7 @@ Tree_NodePtr Tree_Node::merged(const Tree_NodePtr& base, const Tree_NodePtr& ove
     const size_t waiting = keys.size();
     uint32_t likely = 0, settled = 0;  // settled: children of the overlay that need no second look
     displaced.clear();
-    to->m_key.fill_with_copies(from->m_key, [&](const Tree_Node& child) {
+    to->m_key.fill_with_copies(from->m_key, [&, over = over, to = to](const Tree_Node& child) {
       const uint32_t there = over->m_key.find(child.m_name, likely);
       const bool in_both = there != Tree_ChildList::npos;
       if (in_both) likely = there + 1;
