@@ -72,7 +72,8 @@ class HALVORIA_API CFG_SAXImport {
   // caller from the start.
   void SetClearVectorAtDtor(bool clear);
 
-  // The tree of branch `i`, not of a value list. It keeps the whole root path as the virtual
+  // The tree of branch `i`, not of a value list; the branch is empty then, but for its root path
+  // and a list that was asked for before. The tree keeps the whole root path as the virtual
   // parent path of its top node. Null when there is no such branch, or when its records
   // don't make a tree: one below a value, or one path for both a key and a value.
   Tree_NodePtr BuildSubTreeIndex(int i);

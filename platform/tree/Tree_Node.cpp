@@ -207,6 +207,11 @@ Tree_Node* Tree_Node::add_new(Tree_Node* child) {
   return child;
 }
 
+void Tree_Node::AddDistinct(Tree_NodePtr child) {
+  drop_index();
+  adopt(std::move(child));
+}
+
 void Tree_Node::adopt(Tree_NodePtr child) {
   child->SetParent(this);
   Tree_Node* raw = child.get();

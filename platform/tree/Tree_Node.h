@@ -94,6 +94,11 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // Moves the child at a 0-based position of another key to the end of this one, instead of
   // what has its name here. A child that holds this node stays where it is.
   void MoveHere(Tree_Node& from, int index);
+  // Appends a node that hangs nowhere yet to a key. The caller made sure that no child has its
+  // name, and that the name is not empty.
+  void AddDistinct(Tree_NodePtr child);
+  // Makes room for that many children of a key.
+  void Reserve(uint32_t count) { m_key.reserve(count); }
   // TRUE when a child was removed. It no longer has a parent.
   int Remove(const Tree_NodePtr& child);
   int Remove(const RWCString& name);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <memory>
+#include <utility>
 
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/sax/SAXException.hpp>
@@ -12,10 +13,10 @@
 
 #include <CFG/CFG_SAXImportHandlers.h>
 #include <CFG/detail/branch_list.h>
+#include <CFG/detail/branch_nodes.h>
 #include <CFG/detail/guarded_parser.h>
 #include <CFG/detail/own_layout.h>
 #include <CFG/detail/parsing_stopped.h>
-#include <CFG/detail/record_list.h>
 #include <CFG/detail/timed_step.h>
 #include <CFG/detail/xml_file_source.h>
 #include <CFG/detail/xml_text.h>
@@ -67,21 +68,21 @@ int parse_with(const xc::InputSource& source, CFG_SAXImportHandlers& handlers) {
 
 void log_last_path(cfg::branch_list& read) {
   const auto& branches = read.branches();
-  if (branches.empty() || branches.back().records.size() == 0) {
+  const cfg::branch_nodes* nodes = branches.empty() ? nullptr : branches.back().nodes.get();
+  if (!nodes || nodes->size() == 0) {
     logger.error(
         "error in import XML failed at first lines (may be <branch>  <node> or <tree> are missing "
         "?)\n");
   } else {
-    logger.error("error in import XML last line path is %s\n",
-                 branches.back().records.path_of_last());
+    logger.error("error in import XML last line path is %s\n", nodes->path_of_last());
   }
 }
 
 }  // namespace
 
 struct CFG_SAXImport::Branch {
-  std::unique_ptr<cfg::record_list> read;  // null when there was no node
-  NodesVec* records = nullptr;             // made from it
+  std::unique_ptr<cfg::branch_nodes> nodes;  // null when there was none, and when they were taken
+  NodesVec* records = nullptr;               // made from them
   RWCString root_path;
 };
 
@@ -149,9 +150,7 @@ int CFG_SAXImport::take_branches(cfg::branch_list& read) {
   auto to = m_branches.begin();
   for (auto& from : read.branches()) {
     to->root_path = from.root_path;
-    if (from.has_root || from.records.size() > 0) {
-      to->read = std::make_unique<cfg::record_list>(std::move(from.records));
-    }
+    to->nodes = std::move(from.nodes);
     ++to;
   }
   return DONE;
@@ -191,17 +190,17 @@ CFG_SAXImport::Branch* CFG_SAXImport::branch(int i) {
 // The list is made when it is asked for: who only wants the tree does without.
 CFG_SAXImport::NodesVec* CFG_SAXImport::GetNodesVecIndex(int i) {
   Branch* found = branch(i);
-  if (!found || !found->read) return nullptr;
+  if (!found || !found->nodes) return nullptr;
   if (!found->records) {
     const cfg::timed_step timed("cfg_sax_sort");
-    found->records = found->read->records().release();
+    found->records = found->nodes->records().release();
   }
   return found->records;
 }
 
 int CFG_SAXImport::GetNodesNumIndex(int i) {
   const Branch* found = branch(i);
-  return found && found->read ? static_cast<int>(found->read->size()) : -1;
+  return found && found->nodes ? static_cast<int>(found->nodes->size()) : -1;
 }
 
 RWCString CFG_SAXImport::GetRootPathIndex(int i) {
@@ -217,14 +216,14 @@ CFG_SAXImport::NodesVec* CFG_SAXImport::TakeOwnershipOfVecIndex(int i) {
   NodesVec* list = GetNodesVecIndex(i);
   if (!list) return nullptr;
   branch(i)->records = nullptr;
-  branch(i)->read.reset();
+  branch(i)->nodes.reset();
   return list;
 }
 
 void CFG_SAXImport::SetClearVectorAtDtor(bool clear) { m_clear_at_dtor = clear; }
 
 Tree_NodePtr CFG_SAXImport::BuildSubTreeIndex(int i) {
-  const Branch* found = branch(i);
-  if (!found || !found->read) return nullptr;
-  return found->read->build_tree(found->root_path);  // of new nodes, which are protected
+  Branch* found = branch(i);
+  if (!found || !found->nodes) return nullptr;
+  return std::exchange(found->nodes, nullptr)->take_tree();  // of new nodes, which are protected
 }

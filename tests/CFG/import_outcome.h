@@ -33,6 +33,12 @@ inline std::string outcome(int result, CFG_SAXImport& import, uint64_t flags) {
   for (int i = 0; i < import.GetNumOfVectors(); ++i) {
     text += "\nbranch " + import.GetRootPathIndex(i).str() + " of " +
             std::to_string(import.GetNodesNumIndex(i));
+    const CFG_SAXImport::NodesVec* records = import.GetNodesVecIndex(i);
+    for (size_t at = 0; records && at < records->entries(); ++at) {
+      const Tree_NodeInfo& record = *(*records)[at];
+      text.append("\n").append(record.PathView()).append(": ").append(record.ValueView());
+      text += " " + std::to_string(record.IsChange());
+    }
     if (!(flags & CFG_SAX_VALUE_LIST)) {
       const Tree_NodePtr tree = import.BuildSubTreeIndex(i);
       if (!tree) text += "\nno tree";
@@ -41,12 +47,6 @@ inline std::string outcome(int result, CFG_SAXImport& import, uint64_t flags) {
         text.append("\n").append(walk.Path()).append(walk->IsLeaf() ? "=" : "");
         text.append(walk->GetText());
       }
-    }
-    const CFG_SAXImport::NodesVec* records = import.GetNodesVecIndex(i);
-    for (size_t at = 0; records && at < records->entries(); ++at) {
-      const Tree_NodeInfo& record = *(*records)[at];
-      text.append("\n").append(record.PathView()).append(": ").append(record.ValueView());
-      text += " " + std::to_string(record.IsChange());
     }
   }
   return text;

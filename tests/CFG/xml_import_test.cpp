@@ -7,7 +7,7 @@
 #include <random>
 
 #include <CFG/CFG_SAXImport.h>
-#include <CFG/detail/record_list.h>
+#include <CFG/detail/branch_nodes.h>
 #include <CFG/detail/utf8_text.h>
 #include <system/Sys_File.h>
 #include <xercesc/framework/MemBufInputSource.hpp>
@@ -124,6 +124,7 @@ TEST(XmlImport, AnyErrorDiscardsTheDocument) {
       {xml_tree(xml_branch({{"\\ \\", ""}})), "Fail to get root path from parser, return NULL\n",
        "Fail to get root path from parser, return NULL\n"},
       {xml_tree(xml_branch({{" ", ""}, {"a", "1"}})), "path a is not in root"},
+      {xml_tree(xml_branch({{" ", ""}, {"\\a", "1"}})), "path a is not in root"},
       {xml_tree(xml_branch({{"h", ""}, {"h\\a", "1"}, {"h\\a\\b", "2"}})),
        "BuildSubTree return null, return NULL\n", "BuildSubTree return null, return NULL\n"},
       {xml_tree(xml_branch({{"h", ""}, {"h\\a", "1"}, {"h\\a", ""}})),
@@ -347,26 +348,41 @@ TEST(XmlImport, LongTextsArriveWhole) {
   }
 }
 
-// The short way through parents and names, and the way over ordered records.
+// The tree that is built on the way, and the one that is built of ordered records.
 TEST(XmlImport, BothWaysToTheTreeAgree) {
   std::mt19937 random(1);
   const auto pick = [&](size_t n) { return random() % n; };
+  const auto listed = [](const cfg::branch_nodes::Records& records) {
+    std::string text;
+    for (size_t i = 0; i < records.entries(); ++i) {
+      text += records[i]->GetPath().str() + "=" + records[i]->GetValue().str() + ";";
+    }
+    return text;
+  };
   for (int round = 0; round < 3000; ++round) {
     std::vector<std::string> paths;
-    cfg::record_list list;
     for (size_t i = 0, count = pick(12); i < count; ++i) {
       std::string path = paths.empty() || pick(3) == 0 ? "" : paths[pick(paths.size())] + "\\";
       for (size_t depth = pick(10) == 0 ? 2 : 1; depth > 0; --depth) {
-        path += std::string(1, "ab-z"[pick(4)]) + (pick(2) ? "" : "-") + (depth > 1 ? "\\" : "");
+        path += std::string(1, "ab-z"[pick(4)]) + (pick(2) ? "" : "-long-name") +
+                (pick(4) ? "" : "2") + (depth > 1 ? "\\" : "");
       }
       paths.push_back(path);
     }
     if (pick(2)) std::sort(paths.begin(), paths.end());
-    for (const std::string& path : paths)
-      list.append(path, pick(3) ? "v" + std::to_string(pick(9)) : "");
+    cfg::branch_nodes nodes("h\\r");
+    cfg::branch_nodes::Records records;
+    for (const std::string& path : paths) {
+      const std::string value = pick(3) ? "v" + std::to_string(pick(9)) : "";
+      nodes.append("h\\r\\" + path, value);
+      records.append(new Tree_NodeInfo(RWCString(path), RWCString(value)));
+      ASSERT_EQ(nodes.path_of_last(), path);
+    }
+    records.sort();
+    ASSERT_EQ(listed(*nodes.records()), listed(records));
     const Tree_NodePtr scratch = new Tree_Node("tmp");
-    const Tree_NodePtr expected = scratch->BuildSubTree(list.records().get(), "h\\r");
-    const Tree_NodePtr built = list.build_tree("h\\r");
+    const Tree_NodePtr expected = scratch->BuildSubTree(&records, "h\\r");
+    const Tree_NodePtr built = nodes.take_tree();
     ASSERT_EQ(built ? shown(*built) : "NULL", expected ? shown(*expected) : "NULL");
     EXPECT_TRUE(!built || built->GetVirtualParentPath() == "h\\r");
   }

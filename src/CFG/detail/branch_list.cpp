@@ -4,11 +4,6 @@
 #include <CFG/detail/normal_path.h>
 
 namespace cfg {
-namespace {
-constexpr size_t tree_room = 10000;
-constexpr size_t value_list_room = 100;
-}  // namespace
-
 branch_list::Fault branch_list::start_branch() {
   if (m_branch_count > 0 && !(m_flags & (CFG_SAX_VALUE_LIST | CFG_SAX_MULTI_BRANCH))) {
     return SECOND_BRANCH;
@@ -19,6 +14,8 @@ branch_list::Fault branch_list::start_branch() {
 }
 
 branch_list::Fault branch_list::add_node(std::string_view path, std::string_view value) {
+  const bool is_open = !m_branches.empty() && m_branches.back().nodes;
+  if (is_open && m_branches.back().nodes->append_in_order(path, value)) return NONE;
   m_path = normal_path(path, m_scratch);
   if (is_too_deep(m_path)) return TOO_DEEP;
   return m_flags & CFG_SAX_VALUE_LIST ? add_to_value_list(value) : add_to_tree(value);
@@ -26,10 +23,9 @@ branch_list::Fault branch_list::add_node(std::string_view path, std::string_view
 
 branch_list::Fault branch_list::add_to_tree(std::string_view value) {
   Branch& branch = m_branches.back();
-  if (!branch.has_root) {
-    branch.has_root = true;
+  if (!branch.nodes) {
     branch.root_path = m_path;
-    branch.records.reserve(tree_room);
+    branch.nodes = std::make_unique<branch_nodes>(branch.root_path);
     return NONE;
   }
   const std::string_view root = branch.root_path;
@@ -37,7 +33,7 @@ branch_list::Fault branch_list::add_to_tree(std::string_view value) {
   const bool is_below_root = !root.empty() && m_path.size() > root.size() &&
                              m_path[root.size()] == '\\' && m_path.substr(0, root.size()) == root;
   if (!is_below_root) return NOT_IN_ROOT;
-  branch.records.append(m_path.substr(root.size() + 1), value);
+  branch.nodes->append(m_path, value);
   return NONE;
 }
 
@@ -46,9 +42,9 @@ branch_list::Fault branch_list::add_to_value_list(std::string_view value) {
   if (m_path.empty()) return NO_PATH;
   if (m_branches.empty()) {
     m_branches.emplace_back();
-    m_branches.front().records.reserve(value_list_room);
+    m_branches.front().nodes = std::make_unique<branch_nodes>();
   }
-  m_branches.front().records.append(m_path, value);
+  m_branches.front().nodes->append(m_path, value);
   return NONE;
 }
 

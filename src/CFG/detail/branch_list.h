@@ -2,11 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <CFG/detail/record_list.h>
+#include <CFG/detail/branch_nodes.h>
 #include <strings/RWCString.h>
 
 namespace cfg {
@@ -27,8 +28,7 @@ class branch_list {
   };
   struct Branch {
     RWCString root_path;
-    bool has_root = false;
-    record_list records;
+    std::unique_ptr<branch_nodes> nodes;  // null when there was none, a root neither
   };
 
   explicit branch_list(uint64_t flags) : m_flags(flags) {}  // CFG_SAX_...

@@ -14,11 +14,15 @@ std::string_view trimmed(std::string_view name) {
   return name;
 }
 
+bool holds_normal_bytes(std::string_view path) {
+  return !has_suspect_byte(path) && !(scan_for_change(path) & (CAPITAL | HIGH_BYTE));
+}
+
 // Takes some normal paths for others; never the other way round.
 bool is_normal(std::string_view path) {
   if (path.empty()) return true;
-  return path.front() != '\\' && path.back() != '\\' && !has_suspect_byte(path) &&
-         !(scan_for_change(path) & (CAPITAL | HIGH_BYTE)) && path.find("\\\\") == path.npos;
+  return path.front() != '\\' && path.back() != '\\' && holds_normal_bytes(path) &&
+         path.find("\\\\") == path.npos;
 }
 
 }  // namespace
@@ -36,6 +40,8 @@ std::string_view normal_path(std::string_view text, std::string& scratch) {
   to_lower(scratch);
   return scratch;
 }
+
+bool is_normal_name(std::string_view name) { return !name.empty() && holds_normal_bytes(name); }
 
 bool is_too_deep(std::string_view path) {
   if (path.size() <= 2 * max_path_depth) return false;  // a component takes two bytes

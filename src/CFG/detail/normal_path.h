@@ -15,6 +15,10 @@ constexpr size_t max_path_depth = 4096;
 // view of `text` when that is such a path already, and of `scratch` otherwise.
 std::string_view normal_path(std::string_view text, std::string& scratch);
 
+// Whether the name of a key or value is as it is in a normal path. Takes some for others, never
+// the other way round.
+bool is_normal_name(std::string_view name);
+
 // Whether a path has more than max_path_depth components. The path is normal.
 bool is_too_deep(std::string_view path);
 
