@@ -157,7 +157,7 @@ report growth_suite(const scale& s) {
     });
     memory.add([&s, hosts] {
       return figures_in_child(
-          [&]() -> std::vector<double> { return {life(hosts, s).memory(&footprint::in_use)}; });
+          [&]() -> std::vector<double> { return {life(hosts, s).memory(&footprint::resident)}; });
     });
   }
   times.run(s.few_rounds);
@@ -169,7 +169,7 @@ report growth_suite(const scale& s) {
       result.add({std::string(name) + ", " + sizes[i], "the same, " + sizes[i - 1], unit, {}, {}},
                  measured.of(i, which), measured.of(i - 1, which));
     };
-    add("memory", "bytes/node", memory, 0);
+    add("memory, resident", "bytes/node", memory, 0);
     for (size_t which = 0; which < std::size(steps); ++which) {
       add(steps[which].name, steps[which].unit, times, which);
     }
