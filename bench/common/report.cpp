@@ -25,7 +25,8 @@ std::string target_text(const row& r) {
   if (r.what.stretch && r.ratio <= *r.what.stretch)
     return with("<= %.2f, stretch met", *r.what.stretch);
   if (misses(r)) return with("<= %.2f, MISSED", *r.what.target);
-  return r.what.target ? with("<= %.2f, met", *r.what.target) : std::string();
+  if (r.what.target) return with("<= %.2f, met", *r.what.target);
+  return r.what.stretch ? with("<= %.2f, stretch, not met", *r.what.stretch) : std::string();
 }
 
 }  // namespace
