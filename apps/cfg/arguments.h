@@ -37,6 +37,8 @@ struct Arguments {
   bool force = false;
   bool base64 = false;
   bool value_list = false;
+  std::string format;   // of a file: "xml", "bytes"; empty: xml to write, what it is to read
+  bool header = false;  // of a byte array to be written
   std::string encoding;
   std::string line, word;  // of completion
 };

@@ -1,10 +1,10 @@
 // blob get, blob put.
-#include <system/Sys_FileReplacer.h>
 #include <utility/Tmr_Base64Utils.h>
 
 #include "change.h"
 #include "input_file.h"
 #include "library_log.h"
+#include "output_file.h"
 #include "paths.h"
 #include "verbs.h"
 
@@ -36,18 +36,11 @@ Blob read_blob(Session& session, const std::string& path) {
   return blob;
 }
 
-void write_file(const std::string& file, const std::string& bytes) {
-  Sys_FileReplacer replacer(RWWString::fromUTF8(file));
-  if (!replacer.write(bytes) || !replacer.commit()) {
-    throw Failure(REFUSED, replacer.error().str());
-  }
-}
-
 }  // namespace
 
 int run_blob_get(Session& session) {
   const Arguments& arguments = session.arguments;
-  const bool to_output = arguments.file.empty() || arguments.file == "-";
+  const bool to_output = arguments.file.empty() || is_standard(arguments.file);
   const std::string path = session.store().path(arguments.path);
   const Blob blob = read_blob(session, path);
   if (!to_output && !arguments.dry_run) write_file(arguments.file, blob.bytes);

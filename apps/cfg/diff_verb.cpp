@@ -4,8 +4,6 @@
 #include "paths.h"
 #include "verbs.h"
 
-#include <system/Sys_File.h>
-
 namespace cli {
 
 namespace {
@@ -15,12 +13,6 @@ struct Side {
   std::string path;                  // of the key that is compared
   Tree_Node* node = nullptr;
 };
-
-// A path holds backslashes, or names no file.
-bool is_file(const std::string& argument) {
-  if (argument == "-") return true;
-  return argument.find('\\') == argument.npos && Sys_File::Exists(RWWString::fromUTF8(argument));
-}
 
 Side file_side(const std::string& argument) {
   Side side;
@@ -55,7 +47,7 @@ void look_for(const std::string& path, Side& file) {
 
 int run_diff(Session& session) {
   const Arguments& arguments = session.arguments;
-  const bool is_left_file = is_file(arguments.left), is_right_file = is_file(arguments.right);
+  const bool is_left_file = names_file(arguments.left), is_right_file = names_file(arguments.right);
   if (arguments.left == "-" && arguments.right == "-") {
     throw Failure(USAGE, "standard input can be one side only");
   }

@@ -4,6 +4,7 @@
 
 #include "failure.h"
 #include "library_log.h"
+#include "output.h"
 #include "paths.h"
 
 namespace cli {
@@ -76,7 +77,31 @@ Tree_Node* Document::top() const {
       std::string_view(path).substr(std::min(first_of(path).size() + 1, path.size())));
 }
 
+namespace {
+
+Document read_bytes(const InputFile& file, Form form) {
+  Document document;
+  document.form = form;
+  document.tree = read_byte_file(file, form);
+  const Tree_NodePtr top = document.tree->GetData();
+  const std::string path = top->GetPath().str();
+  document.branches.push_back(path);
+  top->SetVirtualParentPath("");
+  if (document.is_whole()) return document;
+  const std::unique_ptr<CFG_SubTree> branch = std::move(document.tree);
+  document.tree = std::make_unique<CFG_SubTree>(RWCString(first_of(path)));
+  if (!add_branch(*document.tree, *branch, path)) {
+    throw Failure(BAD_INPUT, file.shown() + ": its path " + printable(path) + " is none");
+  }
+  return document;
+}
+
+}  // namespace
+
 Document read_document(const InputFile& file) {
+  const Form form = form_of(file);
+  if (form != Form::XML) return read_bytes(file, form);
+
   Parse parse(file, CFG_SAX_MULTI_BRANCH);
   Document document;
   document.branches = paths_of_branches(parse);

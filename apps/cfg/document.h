@@ -1,4 +1,4 @@
-// XML files of trees.
+// Files of trees.
 #pragma once
 
 #include <memory>
@@ -7,11 +7,13 @@
 
 #include <CFG/CFG_SubTree.h>
 
+#include "byte_file.h"
 #include "input_file.h"
 
 namespace cli {
 
 struct Document {
+  Form form = Form::XML;
   std::unique_ptr<CFG_SubTree> tree;  // the root key and every branch below it, at its place
   std::vector<std::string> branches;  // the paths of the top keys of the branches
 
@@ -21,10 +23,10 @@ struct Document {
   Tree_Node* top() const;
 };
 
-// Anything wrong with the file is a Failure that names the file, the line and the column.
+// Anything wrong with the file is a Failure that names the file and, in XML, line and column.
 Document read_document(const InputFile& file);
 
-// The paths of its branches alone.
+// The paths of the branches of an XML file alone.
 std::vector<std::string> read_branch_paths(const InputFile& file);
 
 // The same for a file that lists values.

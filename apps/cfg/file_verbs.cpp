@@ -6,6 +6,7 @@
 #include "differences.h"
 #include "document.h"
 #include "library_log.h"
+#include "output_file.h"
 #include "paths.h"
 #include "verbs.h"
 
@@ -13,16 +14,39 @@ namespace cli {
 
 namespace {
 
-bool is_standard(const std::string& file) { return file == "-"; }
+void export_xml(Session& session, Tree_Node& key, const std::string& path) {
+  const std::string& file = session.arguments.file;
+  const bool to_output = is_standard(file);
+  const Reasons reasons;
+  CFG_SubTree tree{Tree_NodePtr(&key)};
+  const RWWString name = RWWString::fromUTF8(to_output ? "/dev/stdout" : file);
+  const bool is_written =
+      session.store().repository().ExportSubTreeToFile(&tree, name, RWCString(path)) ||
+      (to_output && session.out.has_lost_reader());
+  if (is_written) return;
+  const std::string reason = reasons.first();
+  throw Failure(REFUSED, reason.empty() ? "cannot write " + file : reason);
+}
+
+void export_bytes(Session& session, Tree_Node& key) {
+  const std::string bytes = byte_array_of(key, session.arguments.header);
+  if (is_standard(session.arguments.file)) {
+    session.out.write(bytes);
+  } else {
+    write_file(session.arguments.file, bytes);
+  }
+}
 
 }  // namespace
 
 int run_export(Session& session) {
   const Arguments& arguments = session.arguments;
   const bool to_output = is_standard(arguments.file);
+  const bool is_bytes = arguments.format == "bytes";
   if (to_output && (arguments.json || arguments.dry_run)) {
     throw Failure(USAGE, "--json and --dry-run need a file to export to");
   }
+  if (arguments.header && !is_bytes) throw Failure(USAGE, "--header goes with --format bytes");
   Store& store = session.store();
   const std::string path = store.path(arguments.path);
   Tree_Node& key = store.key(path);
@@ -30,15 +54,7 @@ int run_export(Session& session) {
 
   if (!arguments.dry_run) {
     const Activity activity("writing " + arguments.file);
-    const Reasons reasons;
-    CFG_SubTree tree{Tree_NodePtr(&key)};
-    const RWWString name = RWWString::fromUTF8(to_output ? "/dev/stdout" : arguments.file);
-    const bool is_written = store.repository().ExportSubTreeToFile(&tree, name, RWCString(path)) ||
-                            (to_output && session.out.has_lost_reader());
-    if (!is_written) {
-      const std::string reason = reasons.first();
-      throw Failure(REFUSED, reason.empty() ? "cannot write " + arguments.file : reason);
-    }
+    is_bytes ? export_bytes(session, key) : export_xml(session, key, path);
   }
   if (to_output) return DONE;
 
@@ -89,6 +105,40 @@ int import_value_list(Session& session, const InputFile& file) {
   });
 }
 
+// Where the array has no header, --under says below which key it belongs.
+int import_bytes(Session& session, const InputFile& file) {
+  const Arguments& arguments = session.arguments;
+  Store& store = session.store();
+  const Document document = read_document(file);
+  std::string parent(parent_of(document.branches.front()));
+  CFG_SubTree branch{Tree_NodePtr(document.top())};
+  if (!arguments.path.empty()) {
+    if (document.form == Form::BYTES_WITH_HEADER) {
+      throw Failure(USAGE, "--under is for byte arrays without a header; " + file.shown() +
+                               " says that it belongs below " + printable(parent));
+    }
+    parent = store.path(arguments.path);
+    store.key(parent);
+  }
+  require_root(store, file, child_of(parent, branch.GetKeyName().view()));
+  return change_tree(session, "import " + file.shown(), [&](CFG_RepositoryServices& draft) {
+    require("cannot import " + file.shown(), [&] {
+      if (arguments.mode == "no-overwrite") {
+        return draft.AddMoreInfoToSubTreeWithLongValues(&branch, RWCString(parent));
+      }
+      return draft.AddOrReplaceSubTreeWithLongValues(&branch, RWCString(parent),
+                                                     arguments.mode == "overwrite");
+    });
+  });
+}
+
+void require_format(const InputFile& file, bool is_xml, const std::string& wanted) {
+  if (wanted.empty() || (wanted == "xml") == is_xml) return;
+  throw Failure(BAD_INPUT,
+                file.shown() + (is_xml ? " is no byte array: one begins with two zero bytes"
+                                       : " is a byte array and no XML"));
+}
+
 }  // namespace
 
 int run_import(Session& session) {
@@ -99,7 +149,14 @@ int run_import(Session& session) {
   const InputFile file(arguments.file);
   Store& store = session.store();
   const Activity activity("importing " + file.shown());
+  const bool is_xml = form_of(file) == Form::XML;
+  require_format(file, is_xml, arguments.format);
+  if (!is_xml && arguments.mode == "value-list") {
+    throw Failure(BAD_INPUT, file.shown() + " is a byte array and no list of values");
+  }
   if (arguments.mode == "value-list") return import_value_list(session, file);
+  if (!is_xml) return import_bytes(session, file);
+  if (!arguments.path.empty()) throw Failure(USAGE, "--under is for byte arrays");
 
   for (const std::string& path : read_branch_paths(file)) require_root(store, file, path);
   const ImportMode* mode = std::begin(import_modes);
@@ -125,6 +182,7 @@ int run_validate(Session& session) {
       Counts counts;
       counts = count_below(document.top());
       ++counts.keys;
+      facts["form"] = form_name(document.form);
       facts["branches"] = document.branches;
       facts["keys"] = counts.keys;
       facts["values"] = counts.values;

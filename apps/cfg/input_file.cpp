@@ -11,6 +11,11 @@
 
 namespace cli {
 
+bool names_file(const std::string& argument) {
+  if (argument == "-") return true;
+  return argument.find('\\') == argument.npos && Sys_File::Exists(RWWString::fromUTF8(argument));
+}
+
 InputFile::InputFile(const std::string& argument)
     : m_name(RWWString::fromUTF8(argument)), m_shown(argument) {
   if (argument == "-") {
@@ -41,6 +46,12 @@ void InputFile::keep(int descriptor) {
   }
   if (std::fflush(m_kept.get()) != 0) fail("cannot keep");
   m_name = RWWString::fromUTF8("/proc/self/fd/" + std::to_string(fileno(m_kept.get())));
+}
+
+uint64_t InputFile::size() const {
+  Sys_File file;
+  if (!file.open(m_name)) throw Failure(BAD_INPUT, file.error().str());
+  return file.size();
 }
 
 std::string InputFile::bytes() const {

@@ -5,6 +5,7 @@
 #include <tree/Tree_Walk.h>
 
 #include "differences.h"
+#include "document.h"
 #include "paths.h"
 #include "verbs.h"
 
@@ -192,7 +193,26 @@ Json facts_of_key(Tree_Node& key) {
 
 }  // namespace
 
-int run_stat(Session& session) {
+namespace {
+
+// A file needs no tree.
+Json facts_of_file(const std::string& argument) {
+  const InputFile file(argument);
+  const Document document = read_document(file);
+  Json facts = {{"file", file.shown()},
+                {"form", form_name(document.form)},
+                {"size", std::to_string(file.size()) + " bytes"},
+                {"path", document.branches.front()}};
+  if (document.branches.size() > 1) {
+    facts["path"] = document.tree->GetKeyName().str();
+    facts["branches"] = document.branches.size();
+  }
+  facts["kind"] = "key";
+  facts.update(facts_of_key(*document.top()));
+  return facts;
+}
+
+Json facts_of_node(Session& session) {
   Store& store = session.store();
   const std::string path = path_or_root(session);
   Tree_Node* node = store.node(path);
@@ -204,6 +224,15 @@ int run_stat(Session& session) {
     facts.update(facts_of_key(*node));
   }
   facts["tree"] = store.name();
+  return facts;
+}
+
+}  // namespace
+
+int run_stat(Session& session) {
+  const std::string& argument = session.arguments.path;
+  const bool is_file = !argument.empty() && names_file(argument);
+  const Json facts = is_file ? facts_of_file(argument) : facts_of_node(session);
   if (session.arguments.json) {
     session.out.json(facts);
   } else {

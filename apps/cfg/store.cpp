@@ -81,9 +81,9 @@ void Store::open_tree_file(const Arguments& arguments, Access access) {
       throw Failure(UNREACHABLE, failure.text + (has_hint ? "; --create starts a new tree" : ""));
     }
   }
-  if (access == WRITE && !file->pieces().empty()) {
-    throw Failure(REFUSED, m_name + " holds only " + file->pieces().front() +
-                               " and not a whole tree; import it into one to change it");
+  if (access == WRITE && !file->why_read_only().empty()) {
+    throw Failure(REFUSED,
+                  m_name + " " + file->why_read_only() + "; import it into a tree to change it");
   }
   m_own = std::move(file);
   m_repository = m_own.get();

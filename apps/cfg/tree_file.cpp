@@ -11,7 +11,11 @@ void TreeFile::start_empty() { hold(std::make_unique<CFG_SubTree>(RWCString("hal
 
 int TreeFile::Connect() {
   Document document = read_document(InputFile(m_name));
-  if (!document.is_whole()) m_pieces = std::move(document.branches);
+  if (document.form != Form::XML) {
+    m_why_read_only = "is a byte array";
+  } else if (!document.is_whole()) {
+    m_why_read_only = "holds only " + document.branches.front() + " and not a whole tree";
+  }
   hold(std::move(document.tree));
   return TRUE;
 }

@@ -8,9 +8,9 @@
 
 namespace cli {
 
-// One XML file as a repository. It takes any document, also one that holds pieces of a
-// tree, which it shows at their places; only a whole tree can be saved. It asks for no
-// host name or address. A file that cannot be read is a Failure.
+// One file as a repository. It takes any document, also one that holds pieces of a tree,
+// which it shows at their places, and byte arrays; only a whole tree in XML can be saved. It asks
+// for no host name or address. A file that cannot be read is a Failure.
 class TreeFile : public CFG_FileRepositoryBase {
  public:
   explicit TreeFile(const std::string& file);
@@ -21,14 +21,14 @@ class TreeFile : public CFG_FileRepositoryBase {
   int Connect() override;
   RWCString GetServerSyncID() override { return "file"; }
 
-  // The paths of the pieces that the file holds; empty for a whole tree.
-  const std::vector<std::string>& pieces() const { return m_pieces; }
+  // Why the tree can be read but not changed here; empty when it can.
+  const std::string& why_read_only() const { return m_why_read_only; }
 
  private:
   void hold(std::unique_ptr<CFG_SubTree> tree);
 
   std::string m_name;
-  std::vector<std::string> m_pieces;
+  std::string m_why_read_only;
 };
 
 }  // namespace cli

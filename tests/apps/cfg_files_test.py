@@ -1,5 +1,6 @@
 """What happens to files: which tree is taken, and what survives failures, kills and rivals."""
 import fcntl
+import json
 import os
 import resource
 import signal
@@ -77,6 +78,62 @@ class Files(CfgTest):
         for name in ("file.xml", "new.xml"):
             self.assertEqual((self.folder / name).read_bytes(), before, name)
         self.assertEqual(piped, before)
+
+    def test_byte_arrays_hold_the_same_trees(self):
+        before = self.tree_bytes()
+        self.on_tree("export --format bytes halvoria all.bin")
+        self.on_tree("export --format bytes --header halvoria/users users.bin")
+        piped = self.folder / "piped.bin"
+        with open(piped, "wb") as file:
+            subprocess.run([CFG, "--file", "tree.xml", "export", "--format", "bytes",
+                            "halvoria\\users", "-"], cwd=self.folder, env=ENVIRONMENT, stdout=file,
+                           check=True)
+        self.assertTrue((self.folder / "users.bin").read_bytes().endswith(piped.read_bytes()))
+        for line in ("diff all.bin tree.xml", "diff users.bin piped.bin",
+                     "--file tree.xml diff halvoria/users users.bin"):
+            self.assertEqual(self.run_cfg(line)[:2], (0, ""), line)
+        self.run_cfg("--file new.xml --create import all.bin")
+        self.assertEqual((self.folder / "new.xml").read_bytes(), before)
+
+        for line in ("import --format bytes users.bin", "import --under halvoria piped.bin"):
+            self.on_tree("rm halvoria/users/osei")
+            self.assertEqual(self.on_tree(line)[0], 0, line)
+            self.assertEqual(self.on_tree("get halvoria/users/osei/language")[1], "en\n", line)
+        self.on_tree("set halvoria/users/osei/language fr")
+        self.on_tree("import --mode no-overwrite users.bin")
+        self.assertEqual(self.on_tree("get halvoria/users/osei/language")[1], "fr\n")
+        self.on_tree("import --mode replace users.bin")
+        self.assertEqual(self.run_cfg("diff tree.xml new.xml")[:2], (0, ""))
+
+        facts = json.loads(self.run_cfg("--json stat users.bin")[1])
+        self.assertEqual((facts["form"], facts["path"], facts["keys below"], facts["values below"]),
+                         ("bytes with header", "halvoria\\users", 12, 31))
+        self.assertIn("bytes\n", self.run_cfg("stat piped.bin")[1])
+        self.assertEqual(self.run_cfg("--file all.bin get halvoria/users/osei/language")[1], "en\n")
+
+    def test_byte_arrays_that_do_not_fit_change_nothing(self):
+        self.on_tree("export --format bytes halvoria/users users.bin")
+        self.on_tree("export --format bytes --header halvoria/users placed.bin")
+        whole = (self.folder / "users.bin").read_bytes()
+        (self.folder / "cut.bin").write_bytes(whole[:500])
+        before = self.tree_bytes()
+        for line, code, message in (
+                ("import users.bin", 4, "users.bin holds users, but the root of tree.xml is 'halvoria'"),
+                ("import --under halvoria placed.bin", 2, "it belongs below halvoria"),
+                ("import --under halvoria/gone users.bin", 3, "halvoria has no 'gone'"),
+                ("import --under halvoria cut.bin", 4, "cut.bin is no whole byte array: "),
+                ("import --format bytes tree.xml", 4, "tree.xml is no byte array"),
+                ("import --format xml users.bin", 4, "users.bin is a byte array and no XML"),
+                ("import --mode value-list users.bin", 4, "no list of values"),
+                ("export --header halvoria new.xml", 2, "--header goes with --format bytes"),
+                ("export --format bytes halvoria gone/new.bin", 1, "gone")):
+            answer = self.on_tree(line)
+            self.assertEqual(answer[0], code, line)
+            self.assertIn(message, answer[2], line)
+        self.assertEqual(self.tree_bytes(), before)
+        code, _, error = self.run_cfg("--file users.bin set users/x y")
+        self.assertEqual((code, (self.folder / "users.bin").read_bytes()), (1, whole))
+        self.assertIn("users.bin is a byte array; import it", error)
 
     def test_a_write_that_fails_leaves_the_tree_as_it_was(self):
         before = self.tree_bytes()
