@@ -1,6 +1,7 @@
 // Hashes of key names and of whole paths.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -14,28 +15,57 @@ class HALVORIA_API Tree_Hash {
   // The secret of this process, fixed at first use. Hot loops fetch it once.
   static uint64_t Seed();
 
-  // Of a few bytes: eight at a time, folded by a 64x64 multiplication. Names are short, so
-  // their ends are read with two overlapping loads instead of a loop.
   static uint64_t Text(std::string_view text, uint64_t seed) {
-    const char* p = text.data();
-    size_t n = text.size();
-    uint64_t hash = seed ^ n;
-    for (; n > 8; p += 8, n -= 8) hash = fold(hash ^ load<uint64_t>(p), 0xa0761d6478bd642fu);
-    uint64_t rest = 0;
-    if (n >= 4) {
-      rest = load<uint32_t>(p) << 32 | load<uint32_t>(p + n - 4);
-    } else if (n > 0) {
-      const auto byte = [&](size_t i) { return uint64_t{static_cast<unsigned char>(p[i])}; };
-      rest = byte(0) << 16 | byte(n / 2) << 8 | byte(n - 1);
-    }
-    return fold(hash ^ rest, 0xe7037ed1a0b428dbu);
+    Prefix all(seed);
+    all.Extend(text);
+    return all.HashOf(text);
   }
   static uint64_t Text(std::string_view text) { return Text(text, Seed()); }
 
-  // Of a path, from the hash of its parent's path (0 for the empty path) and of its last name.
-  static uint64_t Path(uint64_t parent, uint64_t name) {
-    return fold(parent + 0x9e3779b97f4a7c15u, name | 1) ^ name;
-  }
+  // What the beginning of a text contributes to its hash. A text that grows at its end, as
+  // paths do on the way down a tree, is hashed at the cost of what is new.
+  //
+  // Sixteen bytes at a time, folded by a 64x64 multiplication; both factors hold something
+  // secret, so that no text makes one of them zero. The last sixteen bytes are taken twice
+  // where necessary instead of one by one.
+  class Prefix {
+   public:
+    explicit Prefix(uint64_t seed) : m_state(seed), m_key(seed * 0xe7037ed1a0b428dbu) {}
+
+    // `text` begins with the text given before.
+    void Extend(std::string_view text) {
+      const char* const p = text.data();
+      for (; m_taken + 16 < text.size(); m_taken += 16) {
+        m_state =
+            fold(load<uint64_t>(p + m_taken) ^ m_state, load<uint64_t>(p + m_taken + 8) ^ m_key);
+      }
+    }
+    // Of the text given last.
+    uint64_t HashOf(std::string_view text) const {
+      const char* const p = text.data();
+      const size_t n = text.size();
+      uint64_t first = 0, last = 0;
+      if (n >= 16) {
+        first = load<uint64_t>(p + n - 16);
+        last = load<uint64_t>(p + n - 8);
+      } else if (n >= 8) {
+        first = load<uint64_t>(p);
+        last = load<uint64_t>(p + n - 8);
+      } else if (n >= 4) {
+        first = load<uint32_t>(p);
+        last = load<uint32_t>(p + n - 4);
+      } else if (n > 0) {
+        const auto byte = [&](size_t i) { return uint64_t{static_cast<unsigned char>(p[i])}; };
+        first = byte(0) << 16 | byte(n / 2) << 8 | byte(n - 1);
+      }
+      return fold(fold(first ^ m_state, last ^ m_key) ^ n, m_key);
+    }
+
+   private:
+    uint64_t m_state;
+    uint64_t m_key;
+    size_t m_taken = 0;
+  };
 
  private:
   template <class T>

@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
 
 #include <tree/Tree_Memory.h>
 #include <tree/Tree_PathIndex.h>
@@ -290,8 +291,9 @@ Tree_Node* Tree_Node::Child(const Tree_Name& name, uint32_t likely) const {
 Tree_Node* Tree_Node::Find(std::string_view path) const {
   const Top* top = top_record();
   const Tree_PathIndex* index = top ? top->index.load(std::memory_order_acquire) : nullptr;
-  if (!index || path.find('\\') == std::string_view::npos) return walk(path);
-  return index->Find(path);
+  if (!index) return walk(path);
+  Tree_Node* found = index->Find(path);
+  return found || !Tree_Path::HasEmptyComponent(path) ? found : walk(path);
 }
 
 Tree_Node* Tree_Node::walk(std::string_view path) const {
@@ -314,6 +316,7 @@ Tree_Node* Tree_Node::walk(std::string_view path) const {
 // counted at powers of two only, and no further than needed.
 void Tree_Node::count_walk() const {
   Top& top = need_top_record();
+  if (top.index.load(std::memory_order_relaxed)) return;
   const uint32_t walks = top.walks.fetch_add(1, std::memory_order_relaxed) + 1;
   if (walks < kFewWalks || (walks & (walks - 1)) != 0) return;
   const std::unique_lock lock(top.index_mutex, std::try_to_lock);
@@ -325,26 +328,17 @@ void Tree_Node::count_walk() const {
   top.index.store(new Tree_PathIndex(*this), std::memory_order_release);
 }
 
-// The record of the top of this node's tree when it has an index, else null; and the hash
-// of this node's path from there.
-Tree_Node::Top* Tree_Node::indexed_top(uint64_t& own_hash) const {
+// The record of the top of this node's tree when it has an index, else null.
+Tree_Node::Top* Tree_Node::indexed_top() const {
   if (!Tree_PathIndex::IsAnyAlive()) return nullptr;
   const Tree_Node* top = this;
   while (const Tree_Node* parent = top->GetParent()) top = parent;
   Top* record = top->top_record();
-  if (!record || !record->index.load(std::memory_order_relaxed)) return nullptr;
-  std::vector<uint64_t> names;
-  for (const Tree_Node* node = this; node != top; node = node->GetParent())
-    names.push_back(node->NameHash());
-  own_hash = 0;
-  for (auto name = names.rbegin(); name != names.rend(); ++name)
-    own_hash = Tree_Hash::Path(own_hash, *name);
-  return record;
+  return record && record->index.load(std::memory_order_relaxed) ? record : nullptr;
 }
 
 void Tree_Node::drop_index() const {
-  uint64_t hash;
-  Top* top = indexed_top(hash);
+  Top* top = indexed_top();
   if (!top) return;
   delete top->index.exchange(nullptr);
   top->walks = 0;
@@ -353,21 +347,17 @@ void Tree_Node::drop_index() const {
 // A child that comes or goes with nodes below it would take an entry for each of them:
 // then the index goes instead, and the next readers make a new one.
 void Tree_Node::enter_index(Tree_Node& child) const {
-  if (!Tree_PathIndex::IsAnyAlive()) return;
-  uint64_t hash;
-  Top* top = indexed_top(hash);
+  Top* top = indexed_top();
   if (!top) return;
   if (!child.IsEmpty()) return drop_index();
-  top->index.load()->Insert(Tree_Hash::Path(hash, child.NameHash()), &child);
+  top->index.load()->Insert(Tree_PathIndex::Way(*this, child.NameView()).Hash(), &child);
 }
 
 void Tree_Node::leave_index(const Tree_Node& child) const {
-  if (!Tree_PathIndex::IsAnyAlive()) return;
-  uint64_t hash;
-  Top* top = indexed_top(hash);
+  Top* top = indexed_top();
   if (!top) return;
   if (!child.IsEmpty()) return drop_index();
-  top->index.load()->Erase(Tree_Hash::Path(hash, child.NameHash()), &child);
+  top->index.load()->Erase(Tree_PathIndex::Way(*this, child.NameView()).Hash(), &child);
 }
 
 Tree_NodePtr Tree_Node::GetRelativeNode(const Tree_Path& path, const Tree_NodePtr&) const {
@@ -402,16 +392,16 @@ Tree_NodePtr Tree_Node::GetOrCreateRelativeNode(const Tree_Path& path, const Tre
   std::string_view name;
   bool is_new = false;
   Top* top = nullptr;  // found once, at the first new node: the way up may be long
-  uint64_t hash = 0;
+  std::optional<Tree_PathIndex::Way> way;
   for (Tree_PathWalk walk(path.GetText()); !node->m_is_leaf && walk.Next(name);) {
     Tree_Node* child = is_new ? nullptr : node->Child(name);
     if (!child) {
-      if (!is_new) top = node->indexed_top(hash);
+      if (!is_new) top = node->indexed_top();
+      if (top) way ? way->Append(name) : void(way.emplace(*node, name));
       is_new = true;
       child = new Tree_Node(name);
       node->adopt(Tree_NodePtr::First(child));
-      hash = Tree_Hash::Path(hash, child->NameHash());
-      if (top) top->index.load()->Insert(hash, child);
+      if (top) top->index.load()->Insert(way->Hash(), child);
     }
     node = child;
   }

@@ -226,7 +226,7 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   void drop_top_record();
   Tree_Node* walk(std::string_view path) const;
   void count_walk() const;
-  Top* indexed_top(uint64_t& own_hash) const;
+  Top* indexed_top() const;
   void drop_index() const;
   void enter_index(Tree_Node& child) const;
   void leave_index(const Tree_Node& child) const;

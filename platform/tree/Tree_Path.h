@@ -92,6 +92,12 @@ class HALVORIA_API Tree_Path {
   // TRUE when the path has a single component.
   int IsOnlyRoot() const;
   const RWCString& GetText() const { return m_text; }
+  // Whether a walk along the path passes over something: the path is empty, or has a
+  // backslash at an end or beside another one.
+  static bool HasEmptyComponent(std::string_view path) {
+    return path.empty() || path.front() == '\\' || path.back() == '\\' ||
+           path.find("\\\\") != path.npos;
+  }
 
  private:
   RWCString m_text;

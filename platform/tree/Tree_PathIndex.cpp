@@ -10,27 +10,52 @@ static size_t room_for(size_t nodes) { return std::max(kSmallest, nodes + nodes 
 
 std::atomic<uint32_t> Tree_PathIndex::s_alive{0};
 
+Tree_PathIndex::Way::Way(const Tree_Node& parent, std::string_view child) : Way() {
+  std::vector<std::string_view> names{child};
+  for (const Tree_Node* at = &parent; at->GetParent(); at = at->GetParent())
+    names.push_back(at->NameView());
+  for (auto name = names.rbegin(); name != names.rend(); ++name) Append(*name);
+}
+
+// No path leads to a name with a backslash in it, nor below, though the texts may be the same.
+void Tree_PathIndex::Way::Append(std::string_view name) {
+  Step next = m_steps.back();
+  if (!m_path.empty()) m_path += '\\';
+  m_path += name;
+  next.prefix.Extend(m_path);
+  next.length = m_path.size();
+  if (name.find('\\') != name.npos) next.hidden = ~uint64_t{0};
+  m_steps.push_back(next);
+}
+
+void Tree_PathIndex::Way::Cut(size_t names) {
+  m_steps.erase(m_steps.begin() + static_cast<std::ptrdiff_t>(names) + 1, m_steps.end());
+  m_path.resize(m_steps.back().length);
+}
+
 Tree_PathIndex::Tree_PathIndex(const Tree_Node& top) {
   s_alive.fetch_add(1, std::memory_order_relaxed);
   m_entries.resize(room_for(static_cast<size_t>(top.GetNodeNum())), Entry{0, nullptr});
-  std::vector<uint64_t> way{0};  // hashes of the paths of the open keys
+  Way way;
   for (Tree_Walk walk(const_cast<Tree_Node*>(&top)); walk; walk.Next()) {
     if (walk.Depth() == 0) continue;
-    way.resize(walk.Depth());
-    way.push_back(Tree_Hash::Path(way.back(), walk->NameHash()));
-    place({way.back(), *walk});
+    way.Cut(walk.Depth() - 1);
+    way.Append(walk->NameView());
+    place({way.Hash(), *walk});
     ++m_used;
   }
 }
 
+static bool ends_with_component(std::string_view path, std::string_view name) {
+  if (path.size() == name.size()) return path == name;
+  return path.size() > name.size() && path[path.size() - name.size() - 1] == '\\' &&
+         path.substr(path.size() - name.size()) == name;
+}
+
 Tree_Node* Tree_PathIndex::Find(std::string_view path) const {
-  const uint64_t seed = Tree_Hash::Seed();
-  uint64_t hash = 0;
-  std::string_view name;
-  for (Tree_PathWalk walk(path); walk.Next(name);)
-    hash = Tree_Hash::Path(hash, Tree_Hash::Text(name, seed));
+  const uint64_t hash = Tree_Hash::Text(path, m_seed);
   for (size_t at = home(hash); m_entries[at].node; at = at + 1 == m_entries.size() ? 0 : at + 1) {
-    if (m_entries[at].hash == hash && m_entries[at].node->NameView() == name)
+    if (m_entries[at].hash == hash && ends_with_component(path, m_entries[at].node->NameView()))
       return m_entries[at].node;
   }
   return nullptr;

@@ -3,10 +3,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include <strings/Export.h>
+#include <tree/Tree_Hash.h>
 
 class Tree_Node;
 
@@ -15,14 +17,36 @@ class Tree_Node;
 // costs three to four a level. In a tree of a million nodes, read all over, nearly each of
 // them misses every cache.
 //
-// A path is known by the 64 bits of Tree_Hash::Path over its components, which nobody outside the
-// process can predict, and the node found must carry the last component as its name. The
-// chance that another path passes is 1 in 2^64 for each node of that name.
+// A path is known by the 64 bits of Tree_Hash::Text, which nobody outside the process can
+// predict, and the node found must carry the last component as its name. The chance that
+// another path passes is 1 in 2^64 for each node of that name.
 //
 // 16 bytes an entry, at most four fifths in use: 20 to 32 bytes a node. Reading changes
 // nothing; a change needs the tree to itself.
 class HALVORIA_API Tree_PathIndex {
  public:
+  // A path from the top of a tree that changes name by name at its end, and its hash, at the
+  // cost of what has changed.
+  class Way {
+   public:
+    Way() : m_steps{{Tree_Hash::Prefix(Tree_Hash::Seed()), 0, 0}} {}  // the top itself
+    Way(const Tree_Node& parent, std::string_view child);
+
+    void Append(std::string_view name);
+    void Cut(size_t names);  // all but the first so many names go
+    uint64_t Hash() const { return m_steps.back().prefix.HashOf(m_path) ^ m_steps.back().hidden; }
+
+   private:
+    struct Step {
+      Tree_Hash::Prefix prefix;
+      size_t length;
+      uint64_t hidden;  // all ones: a name up to here is none that a path can have
+    };
+
+    std::string m_path;
+    std::vector<Step> m_steps;  // one more than there are names
+  };
+
   // Of all nodes below `top`.
   explicit Tree_PathIndex(const Tree_Node& top);
   ~Tree_PathIndex() { s_alive.fetch_sub(1, std::memory_order_relaxed); }
@@ -33,9 +57,11 @@ class HALVORIA_API Tree_PathIndex {
   // tree, far up.
   static bool IsAnyAlive() { return s_alive.load(std::memory_order_relaxed) != 0; }
 
+  // Finds a path without empty components; one with them is found nowhere here, nor is the
+  // empty path.
   Tree_Node* Find(std::string_view path) const;
 
-  // `hash` is that of the node's path from the top.
+  // `hash` is that of the way to the node.
   void Insert(uint64_t hash, Tree_Node* node);
   void Erase(uint64_t hash, const Tree_Node* node);
 
@@ -52,6 +78,7 @@ class HALVORIA_API Tree_PathIndex {
   void grow();
 
   static std::atomic<uint32_t> s_alive;
+  const uint64_t m_seed = Tree_Hash::Seed();
   std::vector<Entry> m_entries;  // open addressing, the next free entry behind home
   size_t m_used = 0;
 };
