@@ -23,7 +23,7 @@ void append_lower(std::string& out, std::string_view run) {
   const size_t begin = out.size();
   const auto length = static_cast<int32_t>(run.size());
   // Lower case is rarely longer; when it is, the first attempt says how long.
-  int32_t room = length + 16;
+  int32_t room = length;
   for (int attempt = 0; attempt < 2; ++attempt) {
     out.resize(begin + static_cast<size_t>(room));
     UErrorCode status = U_ZERO_ERROR;

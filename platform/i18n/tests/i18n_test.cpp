@@ -9,6 +9,7 @@
 #include <i18n/I18n_ConvertUtils.h>
 #include <i18n/I18n_DecimalConvertUtils.h>
 #include <i18n/I18n_LowerCase.h>
+#include <i18n/I18n_ShortNumber.h>
 #include <i18n/I18n_Utf8.h>
 #include <strings/RWWString.h>
 
@@ -180,6 +181,37 @@ TEST(AnyLocaleStrToDouble, ReadsTheNumberAtTheStart) {
   EXPECT_EQ(repeated("9", 400), kInfinity);
   EXPECT_EQ(repeated("1,", 1000000), 1.1);
   EXPECT_EQ(repeated("1 ", 1000000), 1);
+}
+
+// Short numbers have a reader of their own; behind a blank a text is read the long way.
+TEST(AnyLocaleStrToDouble, ReadsShortNumbersAsAllOthers) {
+  std::mt19937 random(3);
+  const std::string signs = "0123456789012345678999./:-+,e";
+  for (int i = 0; i < 200000; ++i) {
+    std::string text;
+    for (size_t n = random() % 10; n > 0; --n) text += signs[random() % signs.size()];
+    const double number = I18n_DecimalConvertUtils::AnyLocaleStrToDouble(text);
+    const double wanted = I18n_DecimalConvertUtils::AnyLocaleStrToDouble(" " + text);
+    ASSERT_EQ(number, wanted) << text;
+    ASSERT_EQ(std::signbit(number), std::signbit(wanted)) << text;
+  }
+}
+
+TEST(ShortNumber, IsOneToEightDigits) {
+  std::mt19937 random(4);
+  for (int i = 0; i < 200000; ++i) {
+    std::string text;
+    for (size_t n = random() % 10; n > 0; --n) {
+      text += static_cast<char>(random() % 30 ? '0' + random() % 10 : random() % 256);
+    }
+    const bool is_one =
+        !text.empty() && text.size() <= 8 && text.find_first_not_of("0123456789") == text.npos;
+    uint32_t value = 0;
+    ASSERT_EQ(I18n_ShortNumber::ReadInteger(text, value), is_one) << text;
+    if (is_one) {
+      ASSERT_EQ(value, std::stoul(text));
+    }
+  }
 }
 
 TEST(Double2DicomLocaleStrNum, FitsInSixteenCharacters) {

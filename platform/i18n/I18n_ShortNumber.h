@@ -1,0 +1,76 @@
+// Numbers of a few ASCII digits.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+// Reads texts of one to eight digits, and of as many characters with a point among them,
+// without a loop. Nearly all numbers are of that kind, and a loop over digits ends where the
+// processor cannot foresee it: then it waits for the text to come from memory, where it could
+// already have begun what the caller does next.
+//
+// False for any other text, with nothing said about the results.
+class I18n_ShortNumber {
+ public:
+  static bool ReadInteger(std::string_view text, uint32_t& value) {
+    if (text.empty() || text.size() > 8) return false;
+    return convert(load(text), value);
+  }
+
+  // `value` is that of all digits, of which so many stand behind the point.
+  static bool ReadDecimal(std::string_view text, uint32_t& value, int& decimals) {
+    if (text.empty() || text.size() > 8) return false;
+    uint64_t eight = load(text);
+    decimals = 0;
+    const uint64_t to_point = eight ^ all('.');
+    if (const uint64_t points = (to_point - all(1)) & ~to_point & all(0x80)) {
+      // The lowest bit is right for the first point, which goes; another one is no digit.
+      const uint64_t before = ((points & (0 - points)) >> 7) - 1;
+      const uint64_t behind = ~(before << 8 | 0xFF);
+      decimals = static_cast<int>((behind & all(1)) * all(1) >> 56);
+      eight = (eight & behind) | (eight & before) << 8 | '0';
+    }
+    return convert(eight, value);
+  }
+
+ private:
+  static constexpr uint64_t all(unsigned char byte) { return byte * uint64_t{0x0101010101010101}; }
+
+  // The last character in the highest byte, 0 before the first.
+  static uint64_t load(std::string_view text) {
+    const size_t n = text.size();
+    const size_t unused = 8 * (8 - n);
+    const auto byte = [&](size_t i) {
+      return uint64_t{static_cast<unsigned char>(text[i])} << 8 * i;
+    };
+    uint64_t bytes = 0;
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    if (n >= 4) {  // two halves that overlap
+      uint32_t first, last;
+      std::memcpy(&first, text.data(), 4);
+      std::memcpy(&last, text.data() + n - 4, 4);
+      bytes = first | uint64_t{last} << 8 * (n - 4);
+    } else {
+      bytes = byte(0) | byte(n / 2) | byte(n - 1);
+    }
+#else
+    for (size_t i = 0; i < n; ++i) bytes |= byte(i);
+#endif
+    return bytes << unused | (~(~uint64_t{0} << unused) & all('0'));
+  }
+
+  static bool convert(uint64_t eight, uint32_t& value) {
+    const uint64_t carried = (eight + all(6)) >> 4 & all(0x0F);
+    if (((eight & all(0xF0)) | carried) != all(0x33)) return false;
+    // Pairs of digits, then pairs of pairs, then all of them.
+    eight -= all('0');
+    eight = eight * 10 + (eight >> 8);
+    constexpr uint64_t pairs = 0x000000FF000000FF;
+    eight = (eight & pairs) * (100 + (uint64_t{1000000} << 32)) +
+            (eight >> 16 & pairs) * (1 + (uint64_t{10000} << 32));
+    value = static_cast<uint32_t>(eight >> 32);
+    return true;
+  }
+};
