@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/byte_scan.h>
+#include <i18n/I18n_LowerCase.h>
 
 namespace {
 
@@ -16,10 +19,12 @@ TEST(ByteScan, FindsEveryByteAtEveryPlaceOfEveryLength) {
             << length << " " << byte;
         ASSERT_EQ(cfg::has_suspect_byte(text), cfg::scan_bytewise(text, cfg::SUSPECT) != 0)
             << length << " " << byte;
+        ASSERT_EQ(cfg::first_high_byte(text, place / 2), byte > 0x7F ? place : text.npos);
         std::string fast(length, '?'), slow(length, '?');
-        cfg::copy_lower(text, fast.data());
-        cfg::copy_lower_bytewise(text, slow.data());
+        ASSERT_EQ(cfg::copy_lower(text, fast.data()), cfg::copy_lower_bytewise(text, slow.data()));
         ASSERT_EQ(fast, slow);
+        cfg::copy_lower(text, text.data());
+        ASSERT_EQ(text, slow);
       }
     }
   }
@@ -32,6 +37,19 @@ TEST(ActualPath, IsAViewOfTheGivenTextUnlessItHasToChange) {
   EXPECT_EQ(cfg::actual_path("").view(), "");
   for (const size_t length : {255, 256, 257, 5000}) {
     EXPECT_EQ(cfg::actual_path(std::string(length, 'Q')).view(), std::string(length, 'q'));
+  }
+}
+
+// Only what is beyond ASCII goes to ICU, component by component.
+TEST(ActualPath, IsLoweredAsAWholeTextIs) {
+  std::mt19937 random(5);
+  const char* const parts[] = {"\\",       "\\",       "A",    "b",        "'",
+                               "I",        ".",        " ",    "\xC3\x84", "\xCE\xA3",
+                               "\xC4\xB0", "\xCC\x87", "\xC3", "\x84",     "\xE1\xBA\x9E"};
+  for (int i = 0; i < 20000; ++i) {
+    std::string text;
+    for (size_t n = random() % 24; n > 0; --n) text += parts[random() % std::size(parts)];
+    ASSERT_EQ(cfg::actual_path(text).view(), I18n_LowerCase(text).view()) << text;
   }
 }
 

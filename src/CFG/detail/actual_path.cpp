@@ -1,5 +1,7 @@
 #include <CFG/detail/actual_path.h>
 
+#include <algorithm>
+
 #include <CFG/detail/properties.h>
 #include <i18n/I18n_LowerCase.h>
 #include <logging/Logger.h>
@@ -11,18 +13,16 @@ constexpr Log_Logger logger("src/CFG/CFG_ServicesImp", 502);
 namespace cfg {
 
 void actual_path::change(unsigned kinds) {
-  if (kinds == CAPITAL && m_view.size() <= sizeof m_short) {
-    copy_lower(m_view, m_short);
-    m_view = {m_short, m_view.size()};
-    return;
-  }
-  m_long = kinds & PLACEHOLDER ? replace_placeholders(m_view) : std::string(m_view);
-  to_lower(m_long);
+  std::string text = kinds & PLACEHOLDER ? replace_placeholders(m_view) : std::string(m_view);
+  to_lower(text);
+  m_long = std::move(text);
   m_view = m_long;
 }
 
 std::string replace_placeholders(std::string_view text) {
+  constexpr size_t room_for_values = 64;
   std::string result;
+  result.reserve(text.size() + room_for_values);
   size_t done = 0;  // what stands before is in the result
   for (size_t open; (open = text.find('<', done)) != text.npos;) {
     const size_t close = text.find('>', open);
@@ -41,12 +41,17 @@ std::string replace_placeholders(std::string_view text) {
   return result.append(text.substr(done));
 }
 
+// ASCII first, then each component that holds more: ICU takes its time, and no letter is
+// changed by what stands on the other side of a backslash.
 void to_lower(std::string& text) {
-  if (scan_for_change(text) & HIGH_BYTE) {
-    text = I18n_LowerCase(text).str();
-    return;
+  if (!(copy_lower(text, text.data()) & HIGH_BYTE)) return;
+  for (size_t high = 0; (high = first_high_byte(text, high)) != text.npos;) {
+    const size_t begin = text.rfind('\\', high) + 1;  // npos + 1 is the beginning
+    const size_t end = std::min(text.find('\\', high), text.size());
+    const RWCString lowered = I18n_LowerCase(std::string_view(text).substr(begin, end - begin));
+    text.replace(begin, end - begin, lowered.view());
+    high = begin + lowered.length();
   }
-  copy_lower(text, text.data());
 }
 
 }  // namespace cfg

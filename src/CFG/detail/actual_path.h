@@ -15,7 +15,15 @@ namespace cfg {
 class actual_path {
  public:
   explicit actual_path(std::string_view path) : m_view(path) {
-    if (const unsigned kinds = scan_for_change(path)) change(kinds);
+    // In lower case while it is looked at: that costs no more, and what needs no change
+    // otherwise is ready then.
+    const bool is_short = path.size() <= sizeof m_short;
+    const unsigned kinds = is_short ? copy_lower(path, m_short) : scan_for_change(path);
+    if (is_short && kinds == CAPITAL) {
+      m_view = {m_short, path.size()};
+    } else if (kinds) {
+      change(kinds);
+    }
   }
   actual_path(const actual_path&) = delete;
   actual_path& operator=(const actual_path&) = delete;
@@ -29,8 +37,8 @@ class actual_path {
   void change(unsigned kinds);
 
   std::string_view m_view;
-  std::string m_long;
-  char m_short[256];  // not initialised: most paths never use it
+  RWCString m_long;
+  char m_short[256];
 };
 
 // `text` with its placeholders replaced up to the first whose property is not set; what was

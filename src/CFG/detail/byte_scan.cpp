@@ -25,6 +25,8 @@ constexpr auto kind_table = kinds_of_bytes();
 
 constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
 
+constexpr unsigned kinds_to_change = PLACEHOLDER | CAPITAL | HIGH_BYTE;
+
 #if defined(__SSE2__)
 
 __m128i bytes_of(char c) { return _mm_set1_epi8(c); }
@@ -70,6 +72,25 @@ void for_each_block(std::string_view text, See&& see) {
   if (at < n) see(load16(p + n - 16));
 }
 
+// What was seen in any block: capitals, and bytes that make a text need more than lower case,
+// told apart afterwards since they are rare.
+struct seen_kinds {
+  __m128i upper = _mm_setzero_si128(), others = upper;  // others: the highest bit of each byte
+
+  // Returns the block in lower case.
+  __m128i add(__m128i v) {
+    const __m128i upper_here = capitals(v);
+    upper = _mm_or_si128(upper, upper_here);
+    others = _mm_or_si128(others, _mm_or_si128(v, _mm_cmpeq_epi8(v, bytes_of('<'))));
+    return _mm_or_si128(v, _mm_and_si128(upper_here, bytes_of(0x20)));
+  }
+  unsigned kinds(std::string_view text) const {
+    const unsigned found = _mm_movemask_epi8(upper) ? unsigned{CAPITAL} : 0;
+    if (!_mm_movemask_epi8(others)) return found;
+    return found | scan_bytewise(text, PLACEHOLDER | HIGH_BYTE);
+  }
+};
+
 #endif
 
 }  // namespace
@@ -80,24 +101,27 @@ unsigned scan_bytewise(std::string_view text, unsigned wanted) {
   return kinds & wanted;
 }
 
-void copy_lower_bytewise(std::string_view text, char* to) {
+unsigned copy_lower_bytewise(std::string_view text, char* to) {
+  const unsigned kinds = scan_bytewise(text, kinds_to_change);
   for (const char c : text) *to++ = lower(c);
+  return kinds;
+}
+
+size_t first_high_byte(std::string_view text, size_t from) {
+  for (uint64_t eight; from + sizeof eight <= text.size(); from += sizeof eight) {
+    std::memcpy(&eight, text.data() + from, sizeof eight);
+    if (eight & 0x8080808080808080u) break;
+  }
+  while (from < text.size() && !(text[from] & 0x80)) ++from;
+  return from < text.size() ? from : text.npos;
 }
 
 #if defined(__SSE2__)
 
 unsigned scan_for_change(std::string_view text) {
-  __m128i placeholders = _mm_setzero_si128(), upper = placeholders, all = placeholders;
-  for_each_block(text, [&](__m128i v) {
-    placeholders = _mm_or_si128(placeholders, _mm_cmpeq_epi8(v, bytes_of('<')));
-    upper = _mm_or_si128(upper, capitals(v));
-    all = _mm_or_si128(all, v);
-  });
-  unsigned kinds = 0;
-  if (_mm_movemask_epi8(placeholders)) kinds |= PLACEHOLDER;
-  if (_mm_movemask_epi8(upper)) kinds |= CAPITAL;
-  if (_mm_movemask_epi8(all)) kinds |= HIGH_BYTE;
-  return kinds;
+  seen_kinds seen;
+  for_each_block(text, [&](__m128i v) { seen.add(v); });
+  return seen.kinds(text);
 }
 
 bool has_suspect_byte(std::string_view text) {
@@ -112,26 +136,31 @@ bool has_suspect_byte(std::string_view text) {
   return _mm_movemask_epi8(found) != 0;
 }
 
-void copy_lower(std::string_view text, char* to) {
+unsigned copy_lower(std::string_view text, char* to) {
+  const char* const p = text.data();
   const size_t n = text.size();
-  if (n < 16) return copy_lower_bytewise(text, to);
-  const auto copy_block = [&](size_t at) {
-    const __m128i v = load16(text.data() + at);
-    const __m128i lowered = _mm_add_epi8(v, _mm_and_si128(capitals(v), bytes_of(32)));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at), lowered);
+  if (n < 8) return copy_lower_bytewise(text, to);
+  seen_kinds seen;
+  if (n < 16) {
+    const __m128i both_ends = seen.add(load_short(p, n));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), both_ends);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + n - 8), _mm_srli_si128(both_ends, 8));
+    return seen.kinds(text);
+  }
+  const auto store = [&](size_t at, __m128i v) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at), v);
   };
-  size_t at = 0;
-  for (; at + 16 <= n; at += 16) copy_block(at);
-  if (at < n) copy_block(n - 16);
+  const __m128i last = load16(p + n - 16);  // before it is overwritten in place
+  for (size_t at = 0; at + 16 < n; at += 16) store(at, seen.add(load16(p + at)));
+  store(n - 16, seen.add(last));
+  return seen.kinds(text);
 }
 
 #else
 
-unsigned scan_for_change(std::string_view text) {
-  return scan_bytewise(text, PLACEHOLDER | CAPITAL | HIGH_BYTE);
-}
+unsigned scan_for_change(std::string_view text) { return scan_bytewise(text, kinds_to_change); }
 bool has_suspect_byte(std::string_view text) { return scan_bytewise(text, SUSPECT) != 0; }
-void copy_lower(std::string_view text, char* to) { copy_lower_bytewise(text, to); }
+unsigned copy_lower(std::string_view text, char* to) { return copy_lower_bytewise(text, to); }
 
 #endif
 

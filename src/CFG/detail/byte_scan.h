@@ -15,14 +15,17 @@ enum byte_kinds : unsigned {
 
 // The kinds of `text` among PLACEHOLDER, CAPITAL and HIGH_BYTE.
 unsigned scan_for_change(std::string_view text);
+// The position of the first HIGH_BYTE at or behind `from`, npos when there is none.
+size_t first_high_byte(std::string_view text, size_t from);
 // Whether there is a SUSPECT byte.
 bool has_suspect_byte(std::string_view text);
-// Copies `text` to `to`, which has room for it, with A to Z changed to a to z.
-void copy_lower(std::string_view text, char* to);
+// Copies `text` to `to`, which has room for it, with A to Z changed to a to z, and finds the
+// same kinds meanwhile. `to` may be where the text stands.
+unsigned copy_lower(std::string_view text, char* to);
 
 // The same byte by byte: what the fast forms are held against, and what processors without
 // vector instructions use.
 unsigned scan_bytewise(std::string_view text, unsigned wanted);
-void copy_lower_bytewise(std::string_view text, char* to);
+unsigned copy_lower_bytewise(std::string_view text, char* to);
 
 }  // namespace cfg
