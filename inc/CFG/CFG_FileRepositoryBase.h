@@ -85,8 +85,8 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
   // key whose names begin with what is before it. Addresses are compared in any case.
   virtual RWCString FindValue(CFG_SubTree* at, RWCString& pattern, RWCString& value_name,
                               RWCString& value);
-  // The path below the held root. GetValue(path), on which speed depends, follows the same
-  // rule without asking here.
+  // The path below the held root. The reads on which speed depends, those of one value or
+  // name, the counts and IsSubTreeExist, follow the same rule without asking here.
   virtual RWCString RemoveRootName(const RWCString& path);
 
   std::unique_ptr<CFG_SubTree> m_sub_tree;  // null until connected

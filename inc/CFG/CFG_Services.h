@@ -176,30 +176,22 @@ class HALVORIA_API CFG_Services {
  public:
   // --- the same for literals and const paths -------------------------------------------------
 
-  CFG_SubTree* GetSubTree(const RWCString& path) {
-    RWCString copy(path);
-    return GetSubTree(copy);
-  }
+  CFG_SubTree* GetSubTree(RWCString&& path) { return GetSubTree(path); }
+  CFG_SubTree* GetSubTree(const RWCString& path) { return GetSubTree(RWCString(path)); }
+  CFG_SubTree* GetSubTree(RWCString&& path, int index) { return GetSubTree(path, index); }
   CFG_SubTree* GetSubTree(const RWCString& path, int index) {
-    RWCString copy(path);
-    return GetSubTree(copy, index);
+    return GetSubTree(RWCString(path), index);
   }
-  RWCString GetValue(const RWCString& path, int index) {
-    RWCString copy(path);
-    return GetValue(copy, index);
-  }
+  RWCString GetValue(RWCString&& path, int index) { return GetValue(path, index); }
+  RWCString GetValue(const RWCString& path, int index) { return GetValue(RWCString(path), index); }
+  RWCString GetValueName(RWCString&& path, int index) { return GetValueName(path, index); }
   RWCString GetValueName(const RWCString& path, int index) {
-    RWCString copy(path);
-    return GetValueName(copy, index);
+    return GetValueName(RWCString(path), index);
   }
-  int GetValueNum(const RWCString& path) {
-    RWCString copy(path);
-    return GetValueNum(copy);
-  }
-  int GetSubTreeNum(const RWCString& path) {
-    RWCString copy(path);
-    return GetSubTreeNum(copy);
-  }
+  int GetValueNum(RWCString&& path) { return GetValueNum(path); }
+  int GetValueNum(const RWCString& path) { return GetValueNum(RWCString(path)); }
+  int GetSubTreeNum(RWCString&& path) { return GetSubTreeNum(path); }
+  int GetSubTreeNum(const RWCString& path) { return GetSubTreeNum(RWCString(path)); }
   bool WriteBlobFromBuffer(const char* path, const char* buffer, int length, bool base64,
                            const RWCString& encoding) {
     return WriteBlobFromBuffer(path, const_cast<char*>(buffer), length, base64,

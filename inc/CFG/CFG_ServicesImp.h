@@ -56,6 +56,7 @@ class HALVORIA_API CFG_ServicesImp : public CFG_Services {
 
   // --- typed values without an allocation to release ---------------------------------------
 
+  // What the operations with a pointer answer, read by GetValue(path).
   bool GetBooleanValueWrapper(const RWCString& path, bool default_value);
   int GetIntegerValueWrapper(const RWCString& path, int default_value);
   double GetDoubleValueWrapper(const RWCString& path, double default_value);

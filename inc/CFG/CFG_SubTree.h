@@ -61,8 +61,14 @@ class HALVORIA_API CFG_SubTree : public CFG_MemoryServices {
 
   // --- the handle itself -------------------------------------------------------------------
 
-  // GetValue(path) for a path that stands inside a longer text; valid during the call.
+  // GetValue, GetValueName, GetValueNum, GetSubTreeNum and IsSubTreeExist for a path that
+  // stands inside a longer text.
   RWCString ValueAt(std::string_view path);
+  RWCString ValueAt(std::string_view path, int index);
+  RWCString ValueNameAt(std::string_view path, int index);
+  int ValueNumAt(std::string_view path);
+  int SubTreeNumAt(std::string_view path);
+  int HasSubTreeAt(std::string_view path);
 
   Tree_NodePtr GetData();   // the root node, shared
   uint64_t GetTotalSize();  // bytes held by the tree

@@ -90,28 +90,35 @@ int CFG_FileRepositoryBase::UnLock() {
 // --- what the held subtree answers ---------------------------------------------------------------
 
 RWCString CFG_FileRepositoryBase::GetValue(const RWCString& path) {
-  CFG_SubTree& tree = tree_for(path);
-  return tree.ValueAt(held_tree(m_sub_tree.get()).below_root(path));
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).value(path);
 }
-
 RWCString CFG_FileRepositoryBase::GetValue(RWCString path, RWCString default_value) {
   before_path_used(path);
-  return CFG_RepositoryServicesImp::GetValue(path, default_value);
+  return CFG_RepositoryServicesImp::GetValue(std::move(path), std::move(default_value));
+}
+RWCString CFG_FileRepositoryBase::GetValue(RWCString& path, int index) {
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).value(path, index);
+}
+RWCString CFG_FileRepositoryBase::GetValueName(RWCString& path, int index) {
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).value_name(path, index);
+}
+int CFG_FileRepositoryBase::GetValueNum(RWCString& path) {
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).value_num(path);
+}
+int CFG_FileRepositoryBase::GetSubTreeNum(RWCString& path) {
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).sub_tree_num(path);
+}
+int CFG_FileRepositoryBase::IsSubTreeExist(const RWCString& path) {
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).has_sub_tree(path);
 }
 CFG_SubTree* CFG_FileRepositoryBase::GetSubTree(RWCString& path, int index) {
   return tree_for(path).GetSubTree(RemoveRootName(path), index);
-}
-RWCString CFG_FileRepositoryBase::GetValue(RWCString& path, int index) {
-  return tree_for(path).GetValue(RemoveRootName(path), index);
-}
-RWCString CFG_FileRepositoryBase::GetValueName(RWCString& path, int index) {
-  return tree_for(path).GetValueName(RemoveRootName(path), index);
-}
-int CFG_FileRepositoryBase::GetValueNum(RWCString& path) {
-  return tree_for(path).GetValueNum(RemoveRootName(path));
-}
-int CFG_FileRepositoryBase::GetSubTreeNum(RWCString& path) {
-  return tree_for(path).GetSubTreeNum(RemoveRootName(path));
 }
 int CFG_FileRepositoryBase::GetSubTreeEntriesCount(const RWCString& path) {
   return tree_for(path).GetSubTreeEntriesCount(RemoveRootName(path));
@@ -130,9 +137,6 @@ int CFG_FileRepositoryBase::DeleteSubTree(const RWCString& path) {
 }
 int CFG_FileRepositoryBase::DeleteValue(const RWCString& path) {
   return tree_for(path).DeleteValue(RemoveRootName(path));
-}
-int CFG_FileRepositoryBase::IsSubTreeExist(const RWCString& path) {
-  return tree_for(path).IsSubTreeExist(RemoveRootName(path));
 }
 
 // --- detached copies ------------------------------------------------------------------------

@@ -23,24 +23,25 @@ RWCString CFG_MemoryRepository::RemoveRootName(const RWCString& path) {
 // --- what the held subtree answers ---------------------------------------------------------------
 
 RWCString CFG_MemoryRepository::GetValue(const RWCString& path) {
-  const held_tree held(m_sub_tree);
-  return held.handle().ValueAt(held.below_root(path));
-}
-
-CFG_SubTree* CFG_MemoryRepository::GetSubTree(RWCString& path, int index) {
-  return tree().GetSubTree(RemoveRootName(path), index);
+  return held_tree(m_sub_tree).value(path);
 }
 RWCString CFG_MemoryRepository::GetValue(RWCString& path, int index) {
-  return tree().GetValue(RemoveRootName(path), index);
+  return held_tree(m_sub_tree).value(path, index);
 }
 RWCString CFG_MemoryRepository::GetValueName(RWCString& path, int index) {
-  return tree().GetValueName(RemoveRootName(path), index);
+  return held_tree(m_sub_tree).value_name(path, index);
 }
 int CFG_MemoryRepository::GetValueNum(RWCString& path) {
-  return tree().GetValueNum(RemoveRootName(path));
+  return held_tree(m_sub_tree).value_num(path);
 }
 int CFG_MemoryRepository::GetSubTreeNum(RWCString& path) {
-  return tree().GetSubTreeNum(RemoveRootName(path));
+  return held_tree(m_sub_tree).sub_tree_num(path);
+}
+int CFG_MemoryRepository::IsSubTreeExist(const RWCString& path) {
+  return held_tree(m_sub_tree).has_sub_tree(path);
+}
+CFG_SubTree* CFG_MemoryRepository::GetSubTree(RWCString& path, int index) {
+  return tree().GetSubTree(RemoveRootName(path), index);
 }
 int CFG_MemoryRepository::GetSubTreeEntriesCount(const RWCString& path) {
   return tree().GetSubTreeEntriesCount(RemoveRootName(path));
@@ -59,9 +60,6 @@ int CFG_MemoryRepository::DeleteSubTree(const RWCString& path) {
 }
 int CFG_MemoryRepository::DeleteValue(const RWCString& path) {
   return tree().DeleteValue(RemoveRootName(path));
-}
-int CFG_MemoryRepository::IsSubTreeExist(const RWCString& path) {
-  return tree().IsSubTreeExist(RemoveRootName(path));
 }
 
 // --- detached copies: one read serves all forms ---------------------------------------------

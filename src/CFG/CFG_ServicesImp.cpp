@@ -1,5 +1,6 @@
 #include <CFG/CFG_ServicesImp.h>
 
+#include <algorithm>
 #include <atomic>
 #include <charconv>
 #include <cstring>
@@ -14,6 +15,7 @@
 #include <CFG/detail/search_rule.h>
 #include <i18n/I18n_ConvertUtils.h>
 #include <i18n/I18n_DecimalConvertUtils.h>
+#include <i18n/I18n_ShortNumber.h>
 #include <logging/Logger.h>
 #include <system/Sys_File.h>
 #include <utility/Tmr_Base64Utils.h>
@@ -30,18 +32,58 @@ constexpr size_t longest_blob = 0x7FFFFFFF;  // what an int says
 std::atomic<int> monitor_mode{0};
 std::atomic<bool> monitor_active{false};
 
-bool is_equal_ignoring_case(const RWCString& a, const RWCString& b) {
-  return a.compareTo(b, RWCString::ignoreCase) == 0;
+constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
+
+bool is_equal_ignoring_case(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return lower(x) == lower(y); });
 }
 
 // The number at the start of a text: white space, a sign, digits, and whatever follows them.
 // False when there are no digits or an int has no room for them.
 bool read_leading_integer(std::string_view text, int& number) {
-  const size_t start = text.find_first_not_of(" \t\n\v\f\r");
-  if (start == text.npos) return false;
-  text.remove_prefix(start);
-  if (text.front() == '+') text.remove_prefix(text.substr(1, 1) == "-" ? 0 : 1);
-  return std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc();
+  uint32_t value;
+  if (I18n_ShortNumber::ReadInteger(text, value)) {
+    number = static_cast<int>(value);
+    return true;
+  }
+  const char* from = text.data();
+  const char* const end = from + text.size();
+  while (from != end && (*from == ' ' || (*from >= '\t' && *from <= '\r'))) ++from;
+  if (from != end && *from == '+' && (from + 1 == end || from[1] != '-')) ++from;
+  return std::from_chars(from, end, number).ec == std::errc();
+}
+
+// The typed getters, on the text that GetValue gives. False when there is no such value.
+
+bool read_integer(CFG_Services& store, const RWCString& path, int& number) {
+  const RWCString text = store.GetValue(path);
+  if (text.isNull()) {
+    return logger.reject_at(
+        LOG_LEVEL_TRACE, false,
+        "GetIntegerValue(const RWCString path) : path %s does not exist, return NULL\n", path);
+  }
+  if (read_leading_integer(text, number) && (number != 0 || text == "0")) return true;
+  return logger.reject(
+      false,
+      "GetIntegerValue(const RWCString path) : path %s does not represent an int, return NULL\n",
+      path);
+}
+
+bool read_boolean(CFG_Services& store, const RWCString& path, bool& answer) {
+  const RWCString text = store.GetValue(path);
+  if (text.isNull()) {
+    return logger.reject_at(
+        LOG_LEVEL_TRACE, false,
+        "GetBooleanValue(const RWCString path) : path %s does not exist, return NULL\n", path);
+  }
+  answer = is_equal_ignoring_case(text, "true");
+  return true;
+}
+
+double read_double(CFG_Services& store, const RWCString& path, double default_value) {
+  const RWCString text = store.GetValue(path);
+  return text.isNull() ? default_value : I18n_DecimalConvertUtils::AnyLocaleStrToDouble(text);
 }
 
 }  // namespace
@@ -112,25 +154,13 @@ CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rul
 
 RWCString CFG_ServicesImp::GetValue(RWCString path, RWCString default_value) {
   RWCString text = GetValue(path);
-  return text.isNull() ? default_value : text;
+  if (text.isNull()) return default_value;
+  return text;
 }
 
 int* CFG_ServicesImp::GetIntegerValue(RWCString path) {
-  const RWCString text = GetValue(path);
-  if (text.isNull()) {
-    return logger.reject_at(
-        LOG_LEVEL_TRACE, nullptr,
-        "GetIntegerValue(const RWCString path) : path %s does not exist, return NULL\n", path);
-  }
-  int number = 0;
-  const bool is_number = read_leading_integer(text, number) && (number != 0 || text == "0");
-  if (!is_number) {
-    return logger.reject(
-        nullptr,
-        "GetIntegerValue(const RWCString path) : path %s does not represent an int, return NULL\n",
-        path);
-  }
-  return new int(number);
+  int number;
+  return read_integer(*this, path, number) ? new int(number) : nullptr;
 }
 
 int* CFG_ServicesImp::GetIntegerValue(RWCString path, int default_value) {
@@ -139,37 +169,30 @@ int* CFG_ServicesImp::GetIntegerValue(RWCString path, int default_value) {
 }
 
 int CFG_ServicesImp::GetIntegerValueWrapper(const RWCString& path, int default_value) {
-  const std::unique_ptr<int> number(GetIntegerValue(path));
-  return number ? *number : default_value;
+  int number;
+  return read_integer(*this, path, number) ? number : default_value;
 }
 
 int* CFG_ServicesImp::GetBooleanValue(RWCString path) {
-  const RWCString text = GetValue(path);
-  if (text.isNull()) {
-    return logger.reject_at(
-        LOG_LEVEL_TRACE, nullptr,
-        "GetBooleanValue(const RWCString path) : path %s does not exist, return NULL\n", path);
-  }
-  return new int(is_equal_ignoring_case(text, "true"));
+  bool answer;
+  return read_boolean(*this, path, answer) ? new int(answer) : nullptr;
 }
 
 bool CFG_ServicesImp::GetBooleanValueWrapper(const RWCString& path, bool default_value) {
-  const std::unique_ptr<int> answer(GetBooleanValue(path));
-  return answer ? *answer == 1 : default_value;
+  bool answer;
+  return read_boolean(*this, path, answer) ? answer : default_value;
 }
 
 double* CFG_ServicesImp::GetDoubleValue(RWCString path) {
-  return new double(I18n_DecimalConvertUtils::AnyLocaleStrToDouble(GetValue(path)));
+  return new double(read_double(*this, path, 0.0));
 }
 
 double* CFG_ServicesImp::GetDoubleValue(RWCString path, double default_value) {
-  const RWCString text = GetValue(path);
-  return new double(text.isNull() ? default_value
-                                  : I18n_DecimalConvertUtils::AnyLocaleStrToDouble(text));
+  return new double(read_double(*this, path, default_value));
 }
 
 double CFG_ServicesImp::GetDoubleValueWrapper(const RWCString& path, double default_value) {
-  return *std::unique_ptr<double>(GetDoubleValue(path, default_value));
+  return read_double(*this, path, default_value);
 }
 
 int CFG_ServicesImp::SetIntegerValue(RWCString path, int value) {

@@ -57,6 +57,11 @@ uint64_t CFG_SubTree::GetTotalSize() { return m_data ? m_data->GetTotalSize() : 
 // --- reads -----------------------------------------------------------------------------------
 
 RWCString CFG_SubTree::GetValue(const RWCString& path) { return ValueAt(path); }
+RWCString CFG_SubTree::GetValue(RWCString& path, int index) { return ValueAt(path, index); }
+RWCString CFG_SubTree::GetValueName(RWCString& path, int index) { return ValueNameAt(path, index); }
+int CFG_SubTree::GetValueNum(RWCString& path) { return ValueNumAt(path); }
+int CFG_SubTree::GetSubTreeNum(RWCString& path) { return SubTreeNumAt(path); }
+int CFG_SubTree::IsSubTreeExist(const RWCString& path) { return HasSubTreeAt(path); }
 
 RWCString CFG_SubTree::ValueAt(std::string_view path) {
   constexpr char op[] = "GetValue(RWCString & path)";
@@ -70,7 +75,7 @@ RWCString CFG_SubTree::ValueAt(std::string_view path) {
   return found ? found->GetText() : std::string_view();
 }
 
-RWCString CFG_SubTree::GetValue(RWCString& path, int index) {
+RWCString CFG_SubTree::ValueAt(std::string_view path, int index) {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetValue(RWCString & path,int index)", path, actual, "empty string")) {
     return RWCString();
@@ -79,7 +84,7 @@ RWCString CFG_SubTree::GetValue(RWCString& path, int index) {
   return value ? value->GetText() : std::string_view();
 }
 
-RWCString CFG_SubTree::GetValueName(RWCString& path, int index) {
+RWCString CFG_SubTree::ValueNameAt(std::string_view path, int index) {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetValueName(RWCString & path,int index)", path, actual,
                   "empty string")) {
@@ -89,16 +94,33 @@ RWCString CFG_SubTree::GetValueName(RWCString& path, int index) {
   return value ? value->NameView() : std::string_view();
 }
 
-int CFG_SubTree::GetValueNum(RWCString& path) {
+int CFG_SubTree::ValueNumAt(std::string_view path) {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetValueNum(RWCString & path)", path, actual, "0")) return 0;
   return child_count(m_data, actual, Tree_ChildList::VALUES);
 }
 
-int CFG_SubTree::GetSubTreeNum(RWCString& path) {
+int CFG_SubTree::SubTreeNumAt(std::string_view path) {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetSubTreeNum(RWCString & path)", path, actual, "0")) return 0;
   return child_count(m_data, actual, Tree_ChildList::KEYS);
+}
+
+int CFG_SubTree::HasSubTreeAt(std::string_view path) {
+  constexpr char op[] = "IsSubTreeExist(const RWCString & path)";
+  const cfg::actual_path actual(path);
+  if (!begin_read(m_data, op, path, actual, "FALSE")) return FALSE;
+  const Tree_Node* found = m_data->Find(actual);
+  if (!found) {
+    return logger.reject_at(LOG_LEVEL_TRACE, FALSE, "%s : path %s does not exist, return FALSE\n",
+                            op, path);
+  }
+  if (found->IsLeaf()) {
+    return logger.reject_at(LOG_LEVEL_TRACE, FALSE, "%s : path %s is a value, return FALSE\n", op,
+                            path);
+  }
+  return logger.reject_at(LOG_LEVEL_TRACE, TRUE, "%s : path %s is a sub tree, return TRUE\n", op,
+                          path);
 }
 
 int CFG_SubTree::GetSubTreeEntriesCount(const RWCString& path) {
@@ -158,23 +180,6 @@ Tree_NodePtr CFG_SubTree::GetTreeNode(const RWCString& path) {
   if (!begin_read(m_data, "GetTreeNode(const RWCString & path)", path, actual, "NULL"))
     return nullptr;
   return m_data->Find(actual);
-}
-
-int CFG_SubTree::IsSubTreeExist(const RWCString& path) {
-  constexpr char op[] = "IsSubTreeExist(const RWCString & path)";
-  const cfg::actual_path actual(path);
-  if (!begin_read(m_data, op, path, actual, "FALSE")) return FALSE;
-  const Tree_Node* found = m_data->Find(actual);
-  if (!found) {
-    return logger.reject_at(LOG_LEVEL_TRACE, FALSE, "%s : path %s does not exist, return FALSE\n",
-                            op, path);
-  }
-  if (found->IsLeaf()) {
-    return logger.reject_at(LOG_LEVEL_TRACE, FALSE, "%s : path %s is a value, return FALSE\n", op,
-                            path);
-  }
-  return logger.reject_at(LOG_LEVEL_TRACE, TRUE, "%s : path %s is a sub tree, return TRUE\n", op,
-                          path);
 }
 
 int CFG_SubTree::IsEmpty() {

@@ -21,6 +21,18 @@ class held_tree {
   // component is the root key itself when it is its name, else a child of it.
   std::string_view below_root(std::string_view path) const;
 
+  // What the handle answers for an absolute path.
+  RWCString value(std::string_view path) const { return handle().ValueAt(below_root(path)); }
+  RWCString value(std::string_view path, int index) const {
+    return handle().ValueAt(below_root(path), index);
+  }
+  RWCString value_name(std::string_view path, int index) const {
+    return handle().ValueNameAt(below_root(path), index);
+  }
+  int value_num(std::string_view path) const { return handle().ValueNumAt(below_root(path)); }
+  int sub_tree_num(std::string_view path) const { return handle().SubTreeNumAt(below_root(path)); }
+  int has_sub_tree(std::string_view path) const { return handle().HasSubTreeAt(below_root(path)); }
+
   // The root key, and the node at an absolute path up to its first wildcard. Null when nothing
   // is there.
   Tree_NodePtr root() const;
