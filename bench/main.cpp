@@ -23,6 +23,7 @@ constexpr suite suites[] = {
     {"bulk", "whole trees", bench::bulk_suite},
     {"merge", "whole trees", bench::merge_suite},
     {"read", "reads", bench::read_suite},
+    {"services", "typed reads", bench::services_suite},
     {"xml", "XML", bench::xml_suite},
     {"bytes", "byte arrays", bench::bytes_suite},
     {"crypto", "ciphers", bench::crypto_suite},

@@ -56,5 +56,6 @@ report bytes_suite(const scale&);
 report crypto_suite(const scale&);
 report children_suite(const scale&);
 report growth_suite(const scale&);
+report services_suite(const scale&);
 
 }  // namespace bench
