@@ -1,12 +1,13 @@
 #include <tree/Tree_PathIndex.h>
 
 #include <algorithm>
+#include <bit>
 
 #include <tree/Tree_Node.h>
 #include <tree/Tree_Walk.h>
 
-static constexpr size_t kSmallest = 64;
-static size_t room_for(size_t nodes) { return std::max(kSmallest, nodes + nodes / 4 + 1); }
+static constexpr size_t kSmallest = 16;
+static size_t lines_for(size_t nodes) { return std::max(kSmallest, (nodes + nodes / 4) / 4 + 1); }
 
 std::atomic<uint32_t> Tree_PathIndex::s_alive{0};
 
@@ -35,13 +36,13 @@ void Tree_PathIndex::Way::Cut(size_t names) {
 
 Tree_PathIndex::Tree_PathIndex(const Tree_Node& top) {
   s_alive.fetch_add(1, std::memory_order_relaxed);
-  m_entries.resize(room_for(static_cast<size_t>(top.GetNodeNum())), Entry{0, nullptr});
+  m_lines.resize(lines_for(static_cast<size_t>(top.GetNodeNum())));
   Way way;
   for (Tree_Walk walk(const_cast<Tree_Node*>(&top)); walk; walk.Next()) {
     if (walk.Depth() == 0) continue;
     way.Cut(walk.Depth() - 1);
     way.Append(walk->NameView());
-    place({way.Hash(), *walk});
+    place(way.Hash(), *walk);
     ++m_used;
   }
 }
@@ -54,37 +55,43 @@ static bool ends_with_component(std::string_view path, std::string_view name) {
 
 Tree_Node* Tree_PathIndex::Find(std::string_view path) const {
   const uint64_t hash = Tree_Hash::Text(path, m_seed);
-  for (size_t at = home(hash); m_entries[at].node; at = at + 1 == m_entries.size() ? 0 : at + 1) {
-    if (m_entries[at].hash == hash && ends_with_component(path, m_entries[at].node->NameView()))
-      return m_entries[at].node;
+  for (size_t at = home(hash);; at = at + 1 == m_lines.size() ? 0 : at + 1) {
+    const Line& line = m_lines[at];
+    unsigned equal = 0;
+    for (unsigned i = 0; i < 4; ++i) equal |= unsigned{line.hashes[i] == hash} << i;
+    for (; equal; equal &= equal - 1) {
+      Tree_Node* node = line.nodes[std::countr_zero(equal)];
+      if (node && ends_with_component(path, node->NameView())) return node;
+    }
+    if (!line.nodes[3]) return nullptr;  // what is filled is filled from the start
   }
-  return nullptr;
 }
 
 void Tree_PathIndex::Insert(uint64_t hash, Tree_Node* node) {
-  if (room_for(m_used + 1) > m_entries.size()) grow();
-  place({hash, node});
+  if (lines_for(m_used + 1) > m_lines.size()) grow();
+  place(hash, node);
   ++m_used;
 }
 
 // Entries behind the freed one move up as far as their homes allow, so that no search
 // ends too early.
 void Tree_PathIndex::Erase(uint64_t hash, const Tree_Node* node) {
-  const size_t size = m_entries.size();
-  size_t hole = home(hash);
-  while (m_entries[hole].node != node) {
-    if (!m_entries[hole].node) return;
+  const size_t size = slots();
+  size_t hole = home(hash) * 4;
+  while (node_at(hole) != node) {
+    if (!node_at(hole)) return;
     hole = hole + 1 == size ? 0 : hole + 1;
   }
   for (size_t at = hole;;) {
     at = at + 1 == size ? 0 : at + 1;
-    if (!m_entries[at].node) break;
-    const size_t from_home = (at + size - home(m_entries[at].hash)) % size;
+    if (!node_at(at)) break;
+    const size_t from_home = (at + size - home(hash_at(at)) * 4) % size;
     if (from_home < (at + size - hole) % size) continue;
-    m_entries[hole] = m_entries[at];
+    hash_at(hole) = hash_at(at);
+    node_at(hole) = node_at(at);
     hole = at;
   }
-  m_entries[hole].node = nullptr;
+  node_at(hole) = nullptr;
   --m_used;
 }
 
@@ -92,22 +99,25 @@ void Tree_PathIndex::Erase(uint64_t hash, const Tree_Node* node) {
 size_t Tree_PathIndex::home(uint64_t hash) const {
 #ifdef __SIZEOF_INT128__
   __extension__ using wide = unsigned __int128;
-  return static_cast<size_t>(static_cast<wide>(hash) * m_entries.size() >> 64);
+  return static_cast<size_t>(static_cast<wide>(hash) * m_lines.size() >> 64);
 #else
-  return static_cast<size_t>((hash >> 32) * m_entries.size() >> 32);
+  return static_cast<size_t>((hash >> 32) * m_lines.size() >> 32);
 #endif
 }
 
-void Tree_PathIndex::place(Entry entry) {
-  size_t at = home(entry.hash);
-  while (m_entries[at].node) at = at + 1 == m_entries.size() ? 0 : at + 1;
-  m_entries[at] = entry;
+void Tree_PathIndex::place(uint64_t hash, Tree_Node* node) {
+  size_t at = home(hash) * 4;
+  while (node_at(at)) at = at + 1 == slots() ? 0 : at + 1;
+  hash_at(at) = hash;
+  node_at(at) = node;
 }
 
 void Tree_PathIndex::grow() {
-  std::vector<Entry> old(m_entries.size() + m_entries.size() / 2, Entry{0, nullptr});
-  old.swap(m_entries);
-  for (const Entry& entry : old) {
-    if (entry.node) place(entry);
+  std::vector<Line> old(m_lines.size() + m_lines.size() / 2);
+  old.swap(m_lines);
+  for (const Line& line : old) {
+    for (unsigned i = 0; i < 4; ++i) {
+      if (line.nodes[i]) place(line.hashes[i], line.nodes[i]);
+    }
   }
 }

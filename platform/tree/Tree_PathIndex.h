@@ -65,20 +65,27 @@ class HALVORIA_API Tree_PathIndex {
   void Insert(uint64_t hash, Tree_Node* node);
   void Erase(uint64_t hash, const Tree_Node* node);
 
-  uint64_t Memory() const { return m_entries.capacity() * sizeof(Entry); }
+  uint64_t Memory() const { return m_lines.capacity() * sizeof(Line); }
 
  private:
-  struct Entry {
-    uint64_t hash;
-    Tree_Node* node;  // null: free
+  // As many entries as a cache line holds. A lookup compares all of a line at once: one by
+  // one, it would go wrong at a branch in every second line.
+  struct alignas(64) Line {
+    uint64_t hashes[4];
+    Tree_Node* nodes[4];  // null: free
   };
 
-  size_t home(uint64_t hash) const;
-  void place(Entry entry);
+  size_t slots() const { return m_lines.size() * 4; }
+  uint64_t& hash_at(size_t slot) { return m_lines[slot / 4].hashes[slot % 4]; }
+  Tree_Node*& node_at(size_t slot) { return m_lines[slot / 4].nodes[slot % 4]; }
+  size_t home(uint64_t hash) const;  // a line
+  void place(uint64_t hash, Tree_Node* node);
   void grow();
 
   static std::atomic<uint32_t> s_alive;
   const uint64_t m_seed = Tree_Hash::Seed();
-  std::vector<Entry> m_entries;  // open addressing, the next free entry behind home
+  // Open addressing: an entry stands in the first slot that was free from the start of its
+  // home line on.
+  std::vector<Line> m_lines;
   size_t m_used = 0;
 };
