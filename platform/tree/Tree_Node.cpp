@@ -219,21 +219,27 @@ void Tree_Node::adopt(Tree_NodePtr child) {
   m_key.append(raw->m_name.hash(), !raw->m_is_leaf, std::move(child));
 }
 
-void Tree_Node::MoveHere(Tree_Node& from, int index) {
-  if (m_is_leaf || from.m_is_leaf || index < 0 || &from == this) return;
+Tree_Node* Tree_Node::MoveHere(Tree_Node& from, int index) {
+  if (m_is_leaf || from.m_is_leaf || index < 0) return nullptr;
   const auto position = static_cast<uint32_t>(index);
   const uint32_t place = from.m_key.select(Tree_ChildList::ANY, position);
-  if (place == Tree_ChildList::npos) return;
+  if (place == Tree_ChildList::npos) return nullptr;
   Tree_Node& child = *from.m_key.at(place);
-  if (!child.IsEmpty() && is_at_or_above(&child, this)) return;
-  const uint32_t present = m_key.find(child.m_name, position);
-  if (present != Tree_ChildList::npos) {
-    leave_index(*m_key.at(present));
-    orphan(present);
+  const uint32_t there = m_key.find(child.m_name, position);
+  Tree_Node* const present = there == Tree_ChildList::npos ? nullptr : m_key.at(there).get();
+  // Callers go on with the child before this one, whose memory is in no cache in a big tree.
+  if (place >= 4) __builtin_prefetch(from.m_key.at(place - 4).get());
+  if (present && there >= 4) __builtin_prefetch(m_key.at(there - 4).get());
+  if (present && present->GetText() == child.GetText()) return present;
+  if (!child.IsEmpty() && is_at_or_above(&child, this)) return nullptr;
+  if (present) {
+    leave_index(*present);
+    orphan(there);
   }
   from.leave_index(child);
   adopt(from.m_key.take(place));
   enter_index(child);
+  return nullptr;
 }
 
 uint32_t Tree_Node::place_of(const Tree_Node* child) const {
@@ -280,11 +286,6 @@ uint64_t Tree_Node::GetTotalSize() const {
 Tree_Node* Tree_Node::Child(std::string_view name) const {
   if (m_is_leaf || m_key.count() == 0) return nullptr;
   const uint32_t place = m_key.find(Tree_Hash::Text(name), name);
-  return place == Tree_ChildList::npos ? nullptr : m_key.at(place).get();
-}
-
-Tree_Node* Tree_Node::Child(const Tree_Name& name, uint32_t likely) const {
-  const uint32_t place = m_is_leaf ? Tree_ChildList::npos : m_key.find(name, likely);
   return place == Tree_ChildList::npos ? nullptr : m_key.at(place).get();
 }
 

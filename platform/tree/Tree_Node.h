@@ -92,8 +92,9 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
     return add_new(new Tree_Node(name, text, is_change));
   }
   // Moves the child at a 0-based position of another key to the end of this one, instead of
-  // what has its name here. A child that holds this node stays where it is.
-  void MoveHere(Tree_Node& from, int index);
+  // what has its name here. When that has the same text, it is returned and nothing is moved;
+  // nor is a child that holds this node.
+  Tree_Node* MoveHere(Tree_Node& from, int index);
   // Appends a node that hangs nowhere yet to a key. The caller made sure that no child has its
   // name, and that the name is not empty.
   void AddDistinct(Tree_NodePtr child);
@@ -120,8 +121,6 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // The raw lookup under all others, without counting references. A top node that is asked
   // for many deep paths makes itself a Tree_PathIndex.
   Tree_Node* Child(std::string_view name) const;
-  // The same for the name of another node; `likely`: a place to look at first.
-  Tree_Node* Child(const Tree_Name& name, uint32_t likely) const;
   Tree_Node* Find(std::string_view path) const;
   const Tree_ChildList* Children() const { return m_is_leaf ? nullptr : &m_key; }
 

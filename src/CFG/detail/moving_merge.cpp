@@ -25,13 +25,10 @@ void merge_moving(Tree_Node& destination, Tree_Node& source, const RWCString& st
     pairs.pop_back();
     if (to.get() == stop) continue;
     for (int i = from->GetChildCount() - 1; i >= 0; --i) {
-      Tree_Node* child = from->GetChildAt(i).get();
-      Tree_Node* present = to->Child(child->Name(), static_cast<uint32_t>(i));
-      if (present && present->GetText() == child->GetText()) {
-        pairs.emplace_back(present, child);
-      } else {
-        to->MoveHere(*from, i);
-      }
+      Tree_Node* same = to->MoveHere(*from, i);
+      if (!same) continue;
+      const Tree_NodePtr& child = from->GetChildAt(i);
+      if (!child->IsEmpty()) pairs.emplace_back(same, child);
     }
   }
 }
