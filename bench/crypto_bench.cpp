@@ -6,6 +6,7 @@
 
 #include <SECM/SECM_crypt.h>
 #include <common/clock.h>
+#include <common/need.h>
 #include <common/suite.h>
 #include <common/touch_memory.h>
 #include <openssl/evp.h>
@@ -18,10 +19,6 @@ using bytes = std::vector<unsigned char>;
 
 constexpr unsigned char key[] = "0123456789abcdef0123456789abcdef";
 constexpr char key_text[] = "MDEyMzQ1Njc4OWFiY2RlZjAxMjM0NTY3ODlhYmNkZWY=";
-
-void need(bool done, const char* what) {
-  if (!done) throw std::runtime_error(std::string("failed: ") + what);
-}
 
 const EVP_CIPHER* fetched(const char* name) {
   static OSSL_LIB_CTX* const context = [] {

@@ -11,16 +11,13 @@
 #include <common/child.h>
 #include <common/clock.h>
 #include <common/footprint.h>
+#include <common/need.h>
 #include <common/our_tree.h>
 #include <common/suite.h>
 #include <common/touch_memory.h>
 
 namespace bench {
 namespace {
-
-void need(bool done, const char* what) {
-  if (!done) throw std::runtime_error(std::string("growth, failed: ") + what);
-}
 
 // One tree from its making to its end: each step leaves behind what the next one begins with.
 class life {

@@ -5,12 +5,9 @@
 
 #include <unicode/ucasemap.h>
 
-#include <CFG/CFG_FileRepository.h>
-#include <CFG/CFG_MemoryRepository.h>
-#include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
 #include <common/clock.h>
-#include <common/our_tree.h>
+#include <common/our_stores.h>
 #include <common/suite.h>
 #include <logging/Logger.h>
 #include <peers/lower_sse2.h>
@@ -20,13 +17,6 @@ namespace {
 
 using path_list = std::vector<RWCString>;
 using maybe = std::optional<double>;
-
-constexpr size_t root_cut = sizeof "halvoria\\" - 1;
-
-template <class Work>
-rounds::measure per_call(size_t count, Work work) {
-  return [=]() -> std::vector<double> { return {time_ns(CPU, work) / static_cast<double>(count)}; };
-}
 
 // --- getters ---------------------------------------------------------------------------------
 
@@ -139,35 +129,21 @@ void add_getters(report& result, const store_case& c, int count) {
   rows.run(count);
 }
 
-// A tree that is read a great deal gets a path index.
-void warm_up(CFG_Services& store, const path_list& paths, size_t nodes) {
-  const size_t lookups = lookups_to_index(nodes);
-  for (size_t i = 0; i < lookups; ++i) keep(store.GetValue(paths[i % paths.size()]).data());
-}
-
 void add_stores(report& result, const scale& s) {
   const records all = make_installation(s.hosts);
   const value_paths any(all, s, is_any), integers(all, s, is_integer), booleans(all, s, is_true),
       decimals(all, s, is_decimal);
   const path_list keys = keys_of(any.full), keys_below = keys_of(any.below_root);
 
-  CFG_SubTree handle(build_tree(all));
-  CFG_MemoryRepository memory(&handle);
-  const RWWString file_name = RWWString::fromUTF8(s.scratch + "/services_bench.xml");
-  CFG_FileRepository file(file_name);
-  if (!memory.ExportPath("halvoria", file_name) || !file.Connect()) {
-    throw std::runtime_error("no file repository");
-  }
-  warm_up(memory, any.full, all.size());
-  warm_up(file, any.full, all.size());
+  our_stores ours(all, s);
   const store_case stores[] = {
-      {"subtree handle", handle, any.below_root, integers.below_root, booleans.below_root,
+      {"subtree handle", ours.handle, any.below_root, integers.below_root, booleans.below_root,
        decimals.below_root, keys_below},
-      {"memory repository", memory, any.full, integers.full, booleans.full, decimals.full, keys},
-      {"file repository", file, any.full, integers.full, booleans.full, decimals.full, keys},
+      {"memory repository", ours.memory, any.full, integers.full, booleans.full, decimals.full,
+       keys},
+      {"file repository", ours.file, any.full, integers.full, booleans.full, decimals.full, keys},
   };
   for (const store_case& c : stores) add_getters(result, c, s.many_rounds);
-  std::remove((s.scratch + "/services_bench.xml").c_str());
 }
 
 // --- texts -----------------------------------------------------------------------------------

@@ -3,19 +3,15 @@
 #include <span>
 #include <stdexcept>
 
-#include <CFG/CFG_FileRepository.h>
-#include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_SubTree.h>
 #include <common/clock.h>
-#include <common/our_tree.h>
+#include <common/our_stores.h>
 #include <common/suite.h>
 #include <common/two_threads.h>
 #include <peers/flat_map.h>
 
 namespace bench {
 namespace {
-
-constexpr size_t root_cut = sizeof "halvoria\\" - 1;
 
 // The same paths for us and for the peer.
 struct calls {
@@ -46,11 +42,6 @@ void read_theirs(const flat_map& map, const std::vector<std::string>& paths, siz
   }
 }
 
-template <class Read>
-rounds::measure per_read(size_t count, Read read) {
-  return [=]() -> std::vector<double> { return {time_ns(CPU, read) / static_cast<double>(count)}; };
-}
-
 void expect_same(CFG_Services& store, const flat_map& map, const calls& paths) {
   std::string lowered;
   for (size_t i = 0; i < paths.ours.size(); ++i) {
@@ -58,15 +49,6 @@ void expect_same(CFG_Services& store, const flat_map& map, const calls& paths) {
     if (wanted.empty() || store.GetValue(paths.ours[i]).str() != wanted) {
       throw std::runtime_error("wrong answer for " + paths.theirs[i]);
     }
-  }
-}
-
-// A tree that is read a great deal gets a path index.
-void warm_up(CFG_Services& store, const std::vector<RWCString>& paths, size_t nodes) {
-  for (size_t left = lookups_to_index(nodes); left > 0;) {
-    const size_t count = std::min(left, paths.size());
-    read_ours(store, paths, count);
-    left -= count;
   }
 }
 
@@ -86,11 +68,11 @@ void add_reads(report& result, const store_case& c, const scale& s) {
   const auto hot_or_cold = [&](const calls& paths, const std::string& kind, maybe stretch,
                                maybe stretch_in_blocks) {
     const size_t n = paths.ours.size();
-    const auto ours = reads.add(per_read(n, [&, n] { read_ours(c.store, paths.ours, n); }));
+    const auto ours = reads.add(per_call(n, [&, n] { read_ours(c.store, paths.ours, n); }));
     const auto scalar =
-        reads.add(per_read(n, [&, n] { read_theirs<lower_scalar>(c.peer, paths.theirs, n); }));
+        reads.add(per_call(n, [&, n] { read_theirs<lower_scalar>(c.peer, paths.theirs, n); }));
     const auto blocks =
-        reads.add(per_read(n, [&, n] { read_theirs<lower_in_blocks>(c.peer, paths.theirs, n); }));
+        reads.add(per_call(n, [&, n] { read_theirs<lower_in_blocks>(c.peer, paths.theirs, n); }));
     const std::string subject = kind + " paths, " + c.name;
     return [=, &reads, &result] {
       result.add({subject, flat_map::name, "ns/read", 1.0, stretch}, reads.of(ours),
@@ -116,7 +98,7 @@ void add_first_reads(report& result, const Tree_NodePtr& top, const calls& cold,
     return {time_ns(CPU, [&] { read_ours(fresh, cold.ours, n); }) / static_cast<double>(n)};
   });
   const auto theirs =
-      reads.add(per_read(n, [&, n] { read_theirs<lower_scalar>(peer, cold.theirs, n); }));
+      reads.add(per_call(n, [&, n] { read_theirs<lower_scalar>(peer, cold.theirs, n); }));
   reads.run(count);
   result.add(
       {grouped(n) + " paths, first of a tree, no path index", flat_map::name, "ns/read", {}, {}},
@@ -168,10 +150,6 @@ void add_threads(report& result, std::span<const store_case> stores, int count) 
   add_control("control: two threads that count in registers", registers, "ns/50 steps");
 }
 
-void need(int done, const char* what) {
-  if (!done) throw std::runtime_error(std::string("failed: ") + what);
-}
-
 }  // namespace
 
 report read_suite(const scale& s) {
@@ -182,26 +160,16 @@ report read_suite(const scale& s) {
   const calls hot_below(hot_paths, root_cut), cold_below(cold_paths, root_cut);
   const flat_map peer(all), peer_below(all, root_cut);
 
-  const Tree_NodePtr top = build_tree(all);
-  CFG_SubTree handle(top);
-  CFG_MemoryRepository memory(&handle);
-  const RWWString file_name = RWWString::fromUTF8(s.scratch + "/read_bench.xml");
-  need(memory.ExportPath("halvoria", file_name), "export");
-  CFG_FileRepository file(file_name);
-  need(file.Connect(), "connect");
-  warm_up(memory, cold.ours, all.size());
-  warm_up(file, cold.ours, all.size());
-
+  our_stores ours(all, s);
   report result;
   const store_case stores[] = {
-      {"subtree handle", handle, hot_below, cold_below, peer_below},
-      {"memory repository", memory, hot, cold, peer},
-      {"file repository", file, hot, cold, peer},
+      {"subtree handle", ours.handle, hot_below, cold_below, peer_below},
+      {"memory repository", ours.memory, hot, cold, peer},
+      {"file repository", ours.file, hot, cold, peer},
   };
   for (const store_case& c : stores) add_reads(result, c, s);
-  add_first_reads(result, top, cold_below, peer_below, all.size(), s.few_rounds);
+  add_first_reads(result, ours.handle.GetData(), cold_below, peer_below, all.size(), s.few_rounds);
   add_threads(result, stores, s.few_rounds);
-  std::remove((s.scratch + "/read_bench.xml").c_str());
   return result;
 }
 

@@ -10,6 +10,7 @@
 #include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_SubTree.h>
 #include <common/clock.h>
+#include <common/need.h>
 #include <common/our_tree.h>
 #include <common/suite.h>
 #include <common/touch_memory.h>
@@ -22,10 +23,6 @@ namespace {
 std::string content(const std::string& file) {
   std::ifstream in(file, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
-}
-
-void need(bool done, const char* what) {
-  if (!done) throw std::runtime_error(std::string("failed: ") + what);
 }
 
 }  // namespace

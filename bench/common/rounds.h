@@ -5,6 +5,8 @@
 #include <functional>
 #include <vector>
 
+#include <common/clock.h>
+
 namespace bench {
 
 using samples = std::vector<double>;  // of one figure, one a round
@@ -29,6 +31,12 @@ class rounds {
   };
   std::vector<entry> m_cases;
 };
+
+// Measures processor time: the cost of one of the calls that the work makes.
+template <class Work>
+rounds::measure per_call(size_t calls, Work work) {
+  return [=]() -> std::vector<double> { return {time_ns(CPU, work) / static_cast<double>(calls)}; };
+}
 
 double median(samples values);
 
