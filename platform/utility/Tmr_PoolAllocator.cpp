@@ -82,9 +82,17 @@ void Tmr_PoolAllocator::Release(void* slot) noexcept {
   if (kept.freed_count == kFreed || Tmr_PoolThread::t_closed) give_back(kept);
 }
 
+// Address space only: a block takes memory when it is opened.
 void Tmr_PoolAllocator::Reserve(size_t slots) {
   const std::lock_guard lock(m_mutex);
-  while (m_free_count < slots && add_block()) continue;
+  if (slots <= m_free_count) return;
+  const size_t bytes = ((slots - m_free_count) / slots_per_block() + 1) * SYS_BLOCK_SIZE;
+  if (m_reserved_bytes >= bytes) return;
+  void* memory = Sys_AllocateBlock(bytes, m_blocks || bytes > SYS_BLOCK_SIZE);
+  if (!memory) return;
+  release_reserved();
+  m_reserved = static_cast<char*>(memory);
+  m_reserved_bytes = bytes;
 }
 
 void Tmr_PoolAllocator::Collapse() {
@@ -103,6 +111,7 @@ void Tmr_PoolAllocator::Collapse() {
     }
     block = next;
   }
+  release_reserved();
 }
 
 #endif
@@ -148,12 +157,26 @@ void Tmr_PoolAllocator::set_free(void* slot) noexcept {
   ++m_free_count;
 }
 
+void Tmr_PoolAllocator::release_reserved() {
+  if (m_reserved_bytes > 0) Sys_ReleaseBlock(m_reserved, std::exchange(m_reserved_bytes, 0));
+}
+
+// 64 slots and their word of bits at a time; what is left at the end stays unused.
+size_t Tmr_PoolAllocator::slots_per_block() const {
+  return (SYS_BLOCK_SIZE - sizeof(Block)) / (64 * m_slot_size + 8) * 64;
+}
+
 // The first block takes small pages as it needs them, so that a small tree costs little.
 bool Tmr_PoolAllocator::add_block() {
-  void* memory = Sys_AllocateBlock(SYS_BLOCK_SIZE, m_blocks != nullptr);
+  void* memory = m_reserved;
+  if (m_reserved_bytes > 0) {
+    m_reserved += SYS_BLOCK_SIZE;
+    m_reserved_bytes -= SYS_BLOCK_SIZE;
+  } else {
+    memory = Sys_AllocateBlock(SYS_BLOCK_SIZE, m_blocks != nullptr);
+  }
   if (!memory) return false;
-  // 64 slots and their word of bits at a time; what is left at the end stays unused.
-  const size_t slots = (SYS_BLOCK_SIZE - sizeof(Block)) / (64 * m_slot_size + 8) * 64;
+  const size_t slots = slots_per_block();
   auto* block = new (memory)
       Block{m_blocks, m_open, static_cast<uint32_t>(slots), static_cast<uint32_t>(slots), 0};
   std::fill_n(block->bits(), block->words(), ~uint64_t{0});

@@ -32,7 +32,8 @@ class HALVORIA_API Tmr_PoolAllocator {
   void* Allocate();
   void Release(void* slot) noexcept;
 
-  // Has at least `slots` free ones at hand, as far as memory allows.
+  // Has room for at least `slots` free ones at hand, as far as memory allows. Room takes no
+  // memory before it is used.
   void Reserve(size_t slots);
   // Gives the blocks without a slot in use back to the system. Free slots that other
   // threads keep for themselves hold their blocks back.
@@ -59,12 +60,16 @@ class HALVORIA_API Tmr_PoolAllocator {
   void give_back(Kept& kept) noexcept;
   void set_free(void* slot) noexcept;  // m_mutex held, like the next
   bool add_block();
+  void release_reserved();
+  size_t slots_per_block() const;
 
   const size_t m_slot_size;
   const uint64_t m_per_slot;  // 2^32 / slot size, rounded up
   const unsigned m_id;
   std::mutex m_mutex;
-  Block* m_blocks = nullptr;  // guarded by m_mutex: all of them
-  Block* m_open = nullptr;    // guarded by m_mutex: those with a free bit
-  size_t m_free_count = 0;    // guarded by m_mutex: free bits of all blocks
+  Block* m_blocks = nullptr;   // guarded by m_mutex: all of them
+  Block* m_open = nullptr;     // guarded by m_mutex: those with a free bit
+  size_t m_free_count = 0;     // guarded by m_mutex: free bits of all blocks
+  char* m_reserved = nullptr;  // guarded by m_mutex: room for blocks to come
+  size_t m_reserved_bytes = 0;
 };
