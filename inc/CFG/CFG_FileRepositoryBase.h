@@ -71,6 +71,7 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
   Tree_NodePtr GetTreeNodeOnlyWithValues(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeWithPrecentAndWildcard(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
+  CFG_SubTree* GetSubTreeToRead(const RWCString& path) override;
 
   // --- added here ----------------------------------------------------------------------------
 

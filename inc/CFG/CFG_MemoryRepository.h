@@ -73,6 +73,7 @@ class HALVORIA_API CFG_MemoryRepository : public CFG_RepositoryServicesImp {
   Tree_NodePtr GetTreeNodeOnlyWithValues(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeWithPrecentAndWildcard(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
+  CFG_SubTree* GetSubTreeToRead(const RWCString& path) override;
 
  private:
   CFG_SubTree& tree();

@@ -154,6 +154,9 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
   // one subtree of the list, or empty; in a longer list each subtree's root knows its own.
   virtual int WriteCFG_SubTreeVectorToFile(std::vector<CFG_SubTree*>* sub_trees,
                                            const RWCString& root_path, const RWWString& file);
+  // The subtree at a path, NULL when there is none, to be read at once: where the tree is held
+  // in memory it is not copied, but shares nodes with it. The caller deletes the handle.
+  virtual CFG_SubTree* GetSubTreeToRead(const RWCString& path);
 
  public:
   int WriteCFG_SubTreeToFile(CFG_SubTree* sub_tree, const RWCString& root_path,

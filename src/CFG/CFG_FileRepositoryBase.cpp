@@ -146,6 +146,11 @@ CFG_SubTree* CFG_FileRepositoryBase::GetSubTree(RWCString& path) {
   before_path_used(path);
   return held_tree(m_sub_tree.get()).sub_tree_at(path);
 }
+CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeToRead(const RWCString& path) {
+  logger.trace("path is %s\n", path);
+  before_path_used(path);
+  return held_tree(m_sub_tree.get()).shared_at(path);
+}
 CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
   return GetSubTree(path);
 }

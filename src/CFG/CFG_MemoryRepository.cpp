@@ -67,6 +67,9 @@ int CFG_MemoryRepository::DeleteValue(const RWCString& path) {
 CFG_SubTree* CFG_MemoryRepository::GetSubTree(RWCString& path) {
   return held_tree(m_sub_tree).sub_tree_at(path);
 }
+CFG_SubTree* CFG_MemoryRepository::GetSubTreeToRead(const RWCString& path) {
+  return held_tree(m_sub_tree).shared_at(path);
+}
 CFG_SubTree* CFG_MemoryRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
   return GetSubTree(path);
 }

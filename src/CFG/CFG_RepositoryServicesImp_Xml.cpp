@@ -118,12 +118,16 @@ int CFG_RepositoryServicesImp::ExportPath(const RWCString& path, const RWWString
     return logger.reject(FALSE, "%s : _file parameter is empty string, return FALSE\n", op);
   }
   const RWCString actual = change_string_with_properties(path);
-  const SubTreePtr sub_tree(GetSubTree(actual));
+  const SubTreePtr sub_tree(GetSubTreeToRead(actual));
   if (!sub_tree) {
     return logger.reject(FALSE, "%s : sub tree at path <%s> does not exist, return FALSE\n", op,
                          actual);
   }
   return WriteCFG_SubTreeToFile(sub_tree.get(), actual, file);
+}
+
+CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeToRead(const RWCString& path) {
+  return GetSubTree(path);
 }
 
 int CFG_RepositoryServicesImp::ExportSubTreeToFile(CFG_SubTree* sub_tree, const RWWString& file) {

@@ -41,6 +41,11 @@ CFG_SubTree* held_tree::sub_tree_at(std::string_view path) const {
   return node && !node->IsLeaf() ? new CFG_SubTree(node->DuplicateFromHereDown(true)) : nullptr;
 }
 
+CFG_SubTree* held_tree::shared_at(std::string_view path) const {
+  const Tree_NodePtr node = node_at(path);
+  return node && !node->IsLeaf() ? new CFG_SubTree(node) : nullptr;
+}
+
 int held_tree::write(const Tree_NodePtr& node, const RWCString& path) const {
   CFG_SubTree given(node);
   return handle().AddOrReplaceSubTree(&given, RWCString(below_root(path)));

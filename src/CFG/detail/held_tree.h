@@ -40,6 +40,8 @@ class held_tree {
   // A tree of its own from that node; a subtree, owned by the caller, where it is a key.
   Tree_NodePtr copy_at(std::string_view path) const;
   CFG_SubTree* sub_tree_at(std::string_view path) const;
+  // The same as part of the tree.
+  CFG_SubTree* shared_at(std::string_view path) const;
 
   // Writes a copy of the tree at `node` under the key at an absolute path.
   int write(const Tree_NodePtr& node, const RWCString& path) const;

@@ -1,5 +1,6 @@
 #include <CFG/detail/xml_writer.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -60,6 +61,20 @@ bool xml_writer::refuse(Log_Format<A...> format, const A&... args) {
 
 xml_writer::xml_writer(Output output)
     : m_output(std::move(output)), m_buffer(new char[drain_size + slack]) {}
+
+// Tags are constants here, and so copied in place.
+inline void xml_writer::put(std::string_view text) {
+  if (text.size() > slack) return put_long(text);
+  if (m_filled >= drain_size) drain();
+  std::memcpy(m_buffer.get() + m_filled, text.data(), text.size());
+  m_filled += text.size();
+}
+
+void xml_writer::put_long(std::string_view text) {
+  for (; !text.empty(); text.remove_prefix(std::min(slack, text.size()))) {
+    put(text.substr(0, slack));
+  }
+}
 
 bool xml_writer::write_branch(Tree_Node& top, std::string_view prefix) {
   put(m_has_branch ? xml_layout::next_branch : xml_layout::prologue);
@@ -152,16 +167,6 @@ std::string xml_writer::open_path() const {
     path += key.name;
   }
   return path;
-}
-
-void xml_writer::put(std::string_view text) {
-  while (text.size() > slack) {
-    put(text.substr(0, slack));
-    text.remove_prefix(slack);
-  }
-  if (m_filled >= drain_size) drain();
-  std::memcpy(m_buffer.get() + m_filled, text.data(), text.size());
-  m_filled += text.size();
 }
 
 void xml_writer::drain() {

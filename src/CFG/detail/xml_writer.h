@@ -49,6 +49,7 @@ class xml_writer {
   std::string open_path() const;
 
   void put(std::string_view text);
+  void put_long(std::string_view text);
   void drain();
 
   const Output m_output;
