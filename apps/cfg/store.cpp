@@ -51,7 +51,7 @@ Failure no_tree_chosen(const Tmr_CfgINI& parameters) {
 
 }  // namespace
 
-Store::Store(const Arguments& arguments, Access access) {
+Store::Store(const Arguments& arguments, Access access) : m_access(access) {
   set_properties(arguments.properties);
   if (!arguments.tree_file.empty()) {
     open_tree_file(arguments, access);
@@ -63,6 +63,13 @@ Store::Store(const Arguments& arguments, Access access) {
   m_root_name = m_root->NameView();
   // Whether the paths of writes are checked is a setting of the tree.
   if (access == WRITE) m_repository->InitValidatePathProperties();
+}
+
+// The process ends, and the system takes its memory back at once: to take apart a large tree
+// that was only read would take a tenth of all its time.
+Store::~Store() {
+  static auto& left = *new std::unique_ptr<CFG_RepositoryServices>;
+  if (m_access == READ) left = std::move(m_own);
 }
 
 void Store::open_tree_file(const Arguments& arguments, Access access) {

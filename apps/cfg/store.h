@@ -25,6 +25,9 @@ class Store {
   // this order. For WRITE no other run of the command changes it until this object goes. A
   // store that cannot be opened is a Failure(UNREACHABLE).
   Store(const Arguments& arguments, Access access);
+  Store(const Store&) = delete;
+  Store& operator=(const Store&) = delete;
+  ~Store();
 
   CFG_RepositoryServices& repository() { return *m_repository; }
   const std::string& root() const { return m_root_name; }
@@ -52,6 +55,7 @@ class Store {
   void open_with_parameters(const Arguments& arguments, Access access);
   void find_root();
 
+  const Access m_access;
   std::optional<TreeLock> m_lock;
   std::unique_ptr<CFG_RepositoryServices> m_own;  // of --file; the factory owns the others
   CFG_RepositoryServices* m_repository = nullptr;
