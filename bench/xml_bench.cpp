@@ -1,7 +1,14 @@
-// Documents: read until the tree stands, beside a parser that makes nothing of them; written
-// to a file, beside a loop that has its texts ready.
+// Documents: read until the tree stands, beside a parser that makes nothing of them, also by the
+// command with all that a process needs; written to a file, beside a loop that has its texts
+// ready.
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -9,6 +16,7 @@
 
 #include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_SubTree.h>
+#include <common/child.h>
 #include <common/clock.h>
 #include <common/need.h>
 #include <common/our_tree.h>
@@ -25,18 +33,15 @@ std::string content(const std::string& file) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-}  // namespace
+const char* const bare = "bare Xerces, empty handlers";
 
-report xml_suite(const scale& s) {
-  const records all = make_installation(s.document_hosts);
+void add_imports(report& result, const scale& s, const records& all, const std::string& file) {
   const auto n = static_cast<double>(all.size());
-  const std::string file = s.scratch + "/document.xml", out = s.scratch + "/written.xml";
-  const RWWString wide_file = RWWString::fromUTF8(file), wide_out = RWWString::fromUTF8(out);
-  CFG_SubTree tree(build_tree(all));
-  CFG_MemoryRepository repository(&tree);
-  write_document(all, file, true);
+  const RWWString wide_file = RWWString::fromUTF8(file);
   const std::string document = content(file);
-  report result;
+  std::string touched = document;
+  touched.insert(document.find("]>"), 1, ' ');
+  CFG_MemoryRepository repository(nullptr);
 
   rounds reads;
   // The tree goes when the time is taken.
@@ -52,21 +57,33 @@ report xml_suite(const scale& s) {
   const auto parse = [&](auto work) {
     return reads.add([=]() -> std::vector<double> { return {time_ns(CPU, work) / n}; });
   };
-  const auto buffer = import([&] {
-    return repository.ImportXmlBufferAsCfgSubTree(
-        reinterpret_cast<const unsigned char*>(document.data()),
-        static_cast<unsigned>(document.size()));
-  });
+  const auto import_buffer = [&](const std::string& bytes) {
+    return import([&] {
+      return repository.ImportXmlBufferAsCfgSubTree(
+          reinterpret_cast<const unsigned char*>(bytes.data()),
+          static_cast<unsigned>(bytes.size()));
+    });
+  };
+  const auto buffer = import_buffer(document), touched_buffer = import_buffer(touched);
   const auto from_file = import([&] { return repository.ImportXmlFileAsCfgSubTree(wide_file); });
   const auto bare_buffer = parse([&] { parse_buffer_bare(document); });
   const auto bare_file = parse([&] { parse_file_bare(file); });
   reads.run(s.few_rounds);
-  result.add(
-      {"import, buffer to finished tree", "bare Xerces, empty handlers", "ns/node", 1.25, 0.25},
-      reads.of(buffer), reads.of(bare_buffer));
-  result.add(
-      {"import, file to finished tree", "bare Xerces, empty handlers", "ns/node", 1.25, 0.25},
-      reads.of(from_file), reads.of(bare_file));
+  const auto add = [&](const char* subject, rounds::id ours, rounds::id theirs) {
+    result.add({subject, bare, "ns/node", 1.25, 0.25}, reads.of(ours), reads.of(theirs));
+  };
+  add("import, buffer to finished tree", buffer, bare_buffer);
+  add("import, file to finished tree", from_file, bare_file);
+  result.add({"import of a document that was edited", bare, "ns/node", 1.25, {}},
+             reads.of(touched_buffer), reads.of(bare_buffer));
+}
+
+void add_exports(report& result, const scale& s, const records& all, const std::string& document) {
+  const auto n = static_cast<double>(all.size());
+  const std::string out = s.scratch + "/written.xml";
+  const RWWString wide_out = RWWString::fromUTF8(out);
+  CFG_SubTree tree(build_tree(all));
+  CFG_MemoryRepository repository(&tree);
 
   rounds writes;
   // Each sample writes a new file and takes it away, so that none pays for another's dirty
@@ -86,7 +103,7 @@ report xml_suite(const scale& s) {
   const auto synced = write([&] { write_document(all, out, true); });
 
   need(repository.ExportPath("halvoria", wide_out), "export");
-  need(content(out) == document, "the same bytes as the peer's");
+  need(content(out) == content(document), "the same bytes as the peer's");
   ::unlink(out.c_str());
   writes.run(s.few_rounds);
   const auto add = [&](const claim& what, rounds::id ours, rounds::id theirs, size_t figure) {
@@ -100,6 +117,93 @@ report xml_suite(const scale& s) {
       1);
   add({"export of a path, synced to disk", and_sync, unit, 1.67, 1.25}, path, synced, 0);
   add({"export of a path, processor time", runs, processor_unit, 1.67, 1.25}, path, plain, 1);
+}
+
+// --- the whole process -------------------------------------------------------------------------
+
+// The configuration of a real installation, where there is one; else the given document.
+std::string real_document(const scale& s, const std::string& made_up) {
+  const std::string packed = HALVORIA_SOURCE_DIR "/../shared/data/packages.xml.gz";
+  if (!std::filesystem::exists(packed)) return made_up;
+  const std::string file = s.scratch + "/real.xml";
+  need(std::system(("gzip -dc '" + packed + "' > '" + file + "'").c_str()) == 0, "gzip");
+  return file;
+}
+
+// Processor time of a process that has ended, in ms.
+double time_of(pid_t child) {
+  rusage used{};
+  int status = 0;
+  need(::wait4(child, &status, 0, &used) == child && status == 0, "a process");
+  const auto ms = [](const timeval& t) {
+    return static_cast<double>(t.tv_sec) * 1e3 + static_cast<double>(t.tv_usec) / 1e3;
+  };
+  return ms(used.ru_utime) + ms(used.ru_stime);
+}
+
+double get_with_command(const std::string& file, const std::string& path, const std::string& out) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  std::string words[] = {HALVORIA_COMMAND, "--file", file, "get", path};
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  pid_t child = 0;
+  const int fault =
+      ::posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  need(fault == 0, "start of " + words[0]);
+  return time_of(child);
+}
+
+double parse_in_process(const std::string& file) {
+  const pid_t child = ::fork();
+  need(child >= 0, "fork");
+  if (child == 0) {
+    parse_file_bare(file);
+    ::_exit(0);
+  }
+  return time_of(child);
+}
+
+// What stands between the last `begin` and the `end` behind it.
+std::string last_between(const std::string& text, const std::string& begin,
+                         const std::string& end) {
+  const size_t from = text.rfind(begin) + begin.size();
+  return text.substr(from, text.find(end, from) - from);
+}
+
+void add_command(report& result, const scale& s, const std::string& made_up) {
+  const std::string file = real_document(s, made_up), out = s.scratch + "/got.txt";
+  const std::string document = content(file);
+  const std::string path = last_between(document, "<path_segment>", "</path_segment>");
+  std::string line = last_between(document, "<value>", "</value>");
+  line += '\n';
+  rounds runs;
+  const auto command =
+      runs.add([&]() -> std::vector<double> { return {get_with_command(file, path, out)}; });
+  const auto parse = runs.add([&]() -> std::vector<double> { return {parse_in_process(file)}; });
+  get_with_command(file, path, out);
+  need(content(out) == line, "the value at " + path);
+  runs.run(s.few_rounds);
+  result.add(
+      {"cfg get, the whole process", "bare Xerces, a process of its own", "ms CPU", 1.25, {}},
+      runs.of(command), runs.of(parse));
+  ::unlink(out.c_str());
+  if (file != made_up) ::unlink(file.c_str());
+}
+
+}  // namespace
+
+report xml_suite(const scale& s) {
+  const records all = make_installation(s.document_hosts);
+  const std::string file = s.scratch + "/document.xml";
+  write_document(all, file, true);
+  report result;
+  add_command(result, s, file);
+  add_imports(result, s, all, file);
+  add_exports(result, s, all, file);
   ::unlink(file.c_str());
   return result;
 }
