@@ -48,72 +48,63 @@ TEST(ByteArray, StoredSampleIsReadAndWrittenBackByteForByte) {
 }
 
 TEST(ByteArray, DefectsEndTheReadWithTheirMessages) {
-  const std::string t = array_of(top), k = array_of({1, 0, "k"});
-  const std::string id_of_v = big_endian(2) + big_endian(1);
-  const std::string bad = big_endian(-100), minus = big_endian(-7);
-  const std::string r = reader;
+  const std::string t = array_of(top), k = t + array_of({1, 0, "k"});
+  const std::string in_t = t + big_endian(1) + big_endian(0),
+                    in_k = k + big_endian(2) + big_endian(1);
+  const std::string bad = big_endian(-100), minus = big_endian(-7), too_long = big_endian(3001);
   const struct {
-    std::string bytes;
-    std::string message;  // the one before `malformed`
-  } cases[] = {
-      {bad, r + " : fail to get id from byteArray parameter, return NULL\n"},
-      {minus, r + " : id <-7> less than zero, return NULL\n"},
-      {t + big_endian(1) + bad,
-       r + " : fail to get parent id from byteArray parameter, return NULL\n"},
-      {t + big_endian(1) + minus, r + " : parent id <-7> less than zero, return NULL\n"},
-      {t + k + id_of_v + bad,
-       r + " : fail to get path len from byteArray parameter. Parent: t\\k\n"},
-      {t + k + id_of_v + minus, r + " : path len less or equal to zero. Parent: t\\k\n"},
-      {t + k + id_of_v + big_endian(3001) + std::string(4000, 'n'),
-       r + " : path len too long <3001>. Parent: t\\k\n"},
-      {t + k + id_of_v + counted("v") + bad,
-       r + " : fail to get value len from byteArray parameter, parent='t\\k'\n"},
-      {t + k + id_of_v + counted("v") + minus, r + " : val len less then zero, parent='t\\k'\n"},
-      {t + k + id_of_v + counted("v") + counted("text") + bad,
-       r + " : fail to get is change info from byteArray parameter, return NULL\n"},
-      // lengths that the array does not have
-      {t + k.substr(0, 6),
-       r + " : the parent id of 4 bytes at offset 21 runs past the end of the array of 23 bytes, return NULL\n"},
-      {t + big_endian(1) + big_endian(0) + big_endian(2) + "n",
-       r + " : the path of 2 bytes at offset 29 runs past the end of the array of 30 bytes, return NULL\n"},
-      {t + big_endian(1) + big_endian(0) + counted("n") + big_endian(INT_MAX) + "text",
-       r + " : the value of 2147483647 bytes at offset 34 runs past the end of the array of 38 bytes, return NULL\n"},
-      {t + big_endian(1) + big_endian(0) + counted("n") + counted("text") + "\0\0",
-       r + " : is change of 4 bytes at offset 38 runs past the end of the array of 38 bytes, return NULL\n"},
-  };
-  for (const auto& c : cases) {
-    Log_Capture capture;
-    EXPECT_EQ(listed(read_array(c.bytes)), "NULL") << c.message;
-    EXPECT_EQ(said(capture), c.message + malformed);
-  }
-}
-
-TEST(ByteArray, HeadersAreHeldAgainstTheArray) {
-  const std::string r = reader;
-  const struct {
+    bool has_header;
     std::string bytes;
     std::string message;
   } cases[] = {
-      {big_endian(-100),
-       r + " : fail to get virtual path len from byteArray parameter, return NULL\n" + r +
-           " : virtual path len less than zero, return NULL\n" + malformed},
-      {big_endian(-1), r + " : virtual path len less than zero, return NULL\n" + malformed},
-      {"abc",
-       r + " : the virtual path len of 4 bytes at offset 0 runs past the end of the array of 3 bytes, return NULL\n" +
-           malformed},
-      {big_endian(9) + "halvoria",
-       r + " : the virtual path of 9 bytes at offset 4 runs past the end of the array of 12 bytes, return NULL\n" +
-           malformed},
-      {counted("halvoria"),
-       builder + std::string(" : vec parameter is null or empty , return NULL_TREE_NODE_PTR\n") +
-           no_tree},
+      {false, bad, "fail to get id from byteArray parameter, return NULL"},
+      {false, minus, "id <-7> less than zero, return NULL"},
+      {false, t + minus.substr(0, 3) + "\x9C",
+       "fail to get id from byteArray parameter, return NULL"},
+      {false, k + big_endian(2) + bad,
+       "fail to get parent id from byteArray parameter, return NULL"},
+      {false, k + big_endian(2) + minus, "parent id <-7> less than zero, return NULL"},
+      {false, in_k + bad, "fail to get path len from byteArray parameter. Parent: t\\k"},
+      {false, in_k + minus, "path len less or equal to zero. Parent: t\\k"},
+      {false, in_k + too_long + std::string(4000, 'n'), "path len too long <3001>. Parent: t\\k"},
+      {false, in_k + counted("v") + bad,
+       "fail to get value len from byteArray parameter, parent='t\\k'"},
+      {false, in_k + counted("v") + minus, "val len less then zero, parent='t\\k'"},
+      {false, in_k + counted("v") + counted("text") + bad,
+       "fail to get is change info from byteArray parameter, return NULL"},
+      {true, minus, "virtual path len less than zero, return NULL"},
+      // lengths that the array does not have
+      {false, in_t.substr(0, 23), "the parent id of 4 bytes at offset 21 | 23"},
+      {false, in_t + big_endian(2) + "n", "the path of 2 bytes at offset 29 | 30"},
+      {false, in_t + counted("n") + big_endian(INT_MAX) + "text",
+       "the value of 2147483647 bytes at offset 34 | 38"},
+      {false, in_t + counted("n") + counted("text"), "is change of 4 bytes at offset 38 | 38"},
+      {true, "abc", "the virtual path len of 4 bytes at offset 0 | 3"},
+      {true, big_endian(9) + "halvoria", "the virtual path of 9 bytes at offset 4 | 12"},
   };
   for (const auto& c : cases) {
+    std::string message = c.message;
+    if (const size_t cut = message.find(" | "); cut != message.npos) {
+      message.replace(cut, 3, " runs past the end of the array of ");
+      message += " bytes, return NULL";
+    }
     Log_Capture capture;
-    EXPECT_EQ(listed(read_array(c.bytes, true)), "NULL");
-    EXPECT_EQ(said(capture), c.message);
+    EXPECT_EQ(listed(read_array(c.bytes, c.has_header)), "NULL") << message;
+    EXPECT_EQ(said(capture), reader + (" : " + message + "\n") + malformed);
   }
+}
+
+TEST(ByteArray, HeadersMayBeEmptyAndRecordsMayNot) {
   EXPECT_EQ(listed(read_array(counted("") + array_of(top), true)), "\n0 t\n");
+  Log_Capture capture;
+  EXPECT_EQ(listed(read_array(counted("halvoria"), true)), "NULL");
+  EXPECT_EQ(listed(read_array(big_endian(-100), true)), "NULL");
+  const std::string r = reader + std::string(" : ");
+  EXPECT_EQ(said(capture),
+            builder +
+                (" : vec parameter is null or empty , return NULL_TREE_NODE_PTR\n" + no_tree) + r +
+                "fail to get virtual path len from byteArray parameter, return NULL\n" + r +
+                "virtual path len less than zero, return NULL\n" + malformed);
 }
 
 TEST(ByteArray, CallersMistakesAreAnsweredWithNull) {
