@@ -17,6 +17,7 @@
 namespace {
 
 constexpr size_t kBufferSize = 256 * 1024;
+constexpr uint64_t kBytesToSend = 8 * 1024 * 1024;
 constexpr int kMaxLinks = 40;  // as the kernel
 
 // A descriptor that the process was given under a file name, or -1.
@@ -149,11 +150,21 @@ bool Sys_FileReplacer::write_out(std::string_view bytes) {
     const ssize_t written = ::write(m_descriptor, bytes.data(), bytes.size());
     if (written >= 0) {
       bytes.remove_prefix(static_cast<size_t>(written));
+      m_written += static_cast<uint64_t>(written);
     } else if (errno != EINTR) {
       return fail("cannot write");
     }
   }
+  send_to_disk();
   return true;
+}
+
+// The disk begins while more bytes come, and the sync at the end is short. Only a hint.
+void Sys_FileReplacer::send_to_disk() {
+  if (m_temporary.isNull() || m_written - m_sent < kBytesToSend) return;
+  sync_file_range(m_descriptor, static_cast<off64_t>(m_sent),
+                  static_cast<off64_t>(m_written - m_sent), SYNC_FILE_RANGE_WRITE);
+  m_sent = m_written;
 }
 
 bool Sys_FileReplacer::commit() {
