@@ -209,7 +209,7 @@ def draw_head(to, rows, machine):
 
 
 def draw_comparisons(to, rows):
-    subject_x, peer_x, bar_x, unit = MARGIN, 364, 640, 138
+    subject_x, peer_x, bar_x, unit = MARGIN, 392, 640, 138
     row_height, bar_height = 21, 11
     for title, members in grouped(rows).items():
         to.heading(title)

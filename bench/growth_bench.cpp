@@ -22,9 +22,7 @@ namespace {
 // One tree from its making to its end: each step leaves behind what the next one begins with.
 class life {
  public:
-  life(int hosts, const scale& s) : m_all(make_installation(hosts)), m_scale(s) {
-    touch_memory(m_all.size() * 300);
-  }
+  life(int hosts, const scale& s) : m_all(make_installation(hosts)), m_scale(s) {}
 
   double build() {
     return a_node([&] { m_top = build_tree(m_all); });
@@ -84,6 +82,7 @@ class life {
  private:
   template <class Work>
   double a_node(Work work) const {
+    touch_memory(m_all.size() * 200);
     return time_ns(CPU, work) / static_cast<double>(m_all.size());
   }
 

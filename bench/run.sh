@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Measures the library beside its peers: a table on standard output, rows in
-# BUILD-FOLDER/bench/results.json. A run of everything, about ten minutes, also makes
+# BUILD-FOLDER/bench/results.json. A run of everything, ten minutes or more, also makes
 # docs/performance.svg and the tables of docs/performance.md anew. --quick shows in a few seconds
 # that everything runs, on trees far too small for figures that mean anything; its rows go to
 # BUILD-FOLDER/bench/quick.
