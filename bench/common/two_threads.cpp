@@ -19,6 +19,7 @@ namespace {
 constexpr int batch = 8;       // runs in a row, after one that fills the caches
 constexpr size_t enough = 80;  // runs of each kind
 constexpr double patience_ns = 4e9;
+constexpr size_t too_few = 3;
 
 std::vector<int> usable_processors() {
   cpu_set_t usable;
@@ -70,8 +71,8 @@ class duet {
     std::thread first([&] { play_part(0, processors.at(0)); });
     first.join();
     second.join();
-    return {median(m_alone.size() < 3 ? m_alone_disturbed : m_alone),
-            median(m_together.size() < 3 ? m_together_disturbed : m_together)};
+    return {median(m_alone.size() < too_few ? m_alone_disturbed : m_alone),
+            median(m_together.size() < too_few ? m_together_disturbed : m_together)};
   }
 
  private:

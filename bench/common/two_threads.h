@@ -10,12 +10,13 @@ struct shared_cost {
   double together;  // and each of two
 };
 
-// Two threads on a processor each run the work in turns, alone and at the same moment. Only
-// runs count in which no thread was taken off its processor, and of two only those that
-// overlapped; a median is taken of each. Other programs so cost patience, but do not count. The
-// work should take between 20 us and 1 ms.
-// False when the process may use one processor only.
-bool two_processors();
+// Two threads on a processor each run the work, by turns alone and at the same moment; medians of
+// what that took. Only runs count in which no thread was taken off its processor, and of two only
+// those that overlapped: other programs cost patience, and nothing else. Where there is none in
+// four seconds, all runs count. The work should take between 20 us and 1 ms.
 shared_cost cost_of_sharing(const std::function<void()>& work);
+
+// Whether this process may use two.
+bool two_processors();
 
 }  // namespace bench
