@@ -610,9 +610,7 @@ void CFG_RepositoryServicesImp::init_core_properties(RWCString& name, RWCString&
   }
 }
 
-void CFG_RepositoryServicesImp::CollapseTreePools() {
-  Tree_Node::CollapsePools();
-}
+void CFG_RepositoryServicesImp::CollapseTreePools() { Tree_Node::CollapsePools(); }
 
 RWCString CFG_RepositoryServicesImp::GetPathBeforeFirstPrecent(RWCString& path) {
   return RWCString(cfg::before_wildcard(path));
