@@ -88,9 +88,11 @@ class HALVORIA_API CFG_SAXImport {
  private:
   struct Branch;
   Branch* branch(int i);
+  template <class Source>
+  bool read_exported(Source& source, uint64_t flags);
   int parse(const XERCES_CPP_NAMESPACE::InputSource& source, uint64_t flags);
   int fail_to_read(const RWCString& reason);
-  int take_branches(cfg::branch_list& branches);
+  void take_branches(cfg::branch_list& branches);
   void take_errors(const CFG_SAXImportHandlers& handlers);
   void start_over();
   void drop_lists();

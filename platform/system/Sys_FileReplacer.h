@@ -62,8 +62,8 @@ class HALVORIA_API Sys_FileReplacer {
   int m_descriptor = -1;
   bool m_target_exists = false;
   unsigned m_mode = 0, m_owner = 0, m_group = 0;  // of the old file, when it exists
-  uint64_t m_written = 0;                         // to the file, and of that
-  uint64_t m_sent = 0;                            // sent on to the disk
+  uint64_t m_written = 0;                         // bytes in the file
+  uint64_t m_sent = 0;                            // of them on their way to the disk
   size_t m_filled = 0;
   std::unique_ptr<char[]> m_buffer;
   RWCString m_target;     // behind all links

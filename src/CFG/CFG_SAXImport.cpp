@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include <xercesc/framework/MemBufInputSource.hpp>
@@ -106,8 +107,7 @@ int CFG_SAXImport::Init(Sys_File& file, uint64_t flags) {
   const cfg::timed_step timed("cfg_sax_imp_xml");
   start_over();
   if (file.is_regular()) {
-    cfg::branch_list branches(flags);
-    if (cfg::read_own_layout(file, branches)) return take_branches(branches);
+    if (read_exported(file, flags)) return DONE;
     if (!file.rewind()) return fail_to_read(file.error());
   }
   if (!InitXercescPlatformUtils()) return NO_PLATFORM;
@@ -117,8 +117,7 @@ int CFG_SAXImport::Init(Sys_File& file, uint64_t flags) {
 int CFG_SAXImport::InitFromBuffer(std::string_view document, uint64_t flags) {
   const cfg::timed_step timed("cfg_sax_imp_xml");
   start_over();
-  cfg::branch_list branches(flags);
-  if (cfg::read_own_layout(document, branches)) return take_branches(branches);
+  if (read_exported(document, flags)) return DONE;
   if (!InitXercescPlatformUtils()) return NO_PLATFORM;
   xc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(document.data()), document.size(),
                                "Fake_ID");
@@ -141,10 +140,25 @@ int CFG_SAXImport::parse(const xc::InputSource& source, uint64_t flags) {
     log_last_path(handlers.branches());
     return HAS_ERRORS;
   }
-  return take_branches(handlers.branches());
+  take_branches(handlers.branches());
+  return DONE;
 }
 
-int CFG_SAXImport::take_branches(cfg::branch_list& read) {
+// False when the parser has to read the document, which will also say when memory is short.
+template <class Source>
+bool CFG_SAXImport::read_exported(Source& source, uint64_t flags) {
+  const cfg::timed_step timed("cfg_sax_parse_xml");
+  try {
+    cfg::branch_list branches(flags);
+    if (!cfg::read_own_layout(source, branches)) return false;
+    take_branches(branches);
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+void CFG_SAXImport::take_branches(cfg::branch_list& read) {
   const cfg::timed_step timed("cfg_sax_swap");
   m_branches.resize(static_cast<size_t>(std::max<uint64_t>(read.branch_count(), 1)));
   auto to = m_branches.begin();
@@ -153,7 +167,6 @@ int CFG_SAXImport::take_branches(cfg::branch_list& read) {
     to->nodes = std::move(from.nodes);
     ++to;
   }
-  return DONE;
 }
 
 void CFG_SAXImport::take_errors(const CFG_SAXImportHandlers& handlers) {

@@ -1,9 +1,9 @@
 #include <CFG/detail/own_layout.h>
 
-#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <CFG/detail/guarded_parser.h>
 #include <CFG/detail/xml_escapes.h>
@@ -109,35 +109,38 @@ bool read_own_layout(std::string_view document, branch_list& branches) {
   return reader.scan(document) && reader.is_at_end();
 }
 
+// Each window but the last is read up to the last node that ends in it. The first node of an
+// exported document is a key and ends in the first window; other documents mostly show here.
 bool read_own_layout(Sys_File& file, branch_list& branches) {
   if (file.size() > document_bounds::bytes) return false;
   scanner reader(branches);
   std::unique_ptr<char[]> window(new char[first_window]);
   size_t room = first_window, filled = 0, total = 0;
   for (bool is_first = true;; is_first = false) {
-    const int64_t count = file.read(window.get() + filled, room - filled);
-    if (count < 0) return false;
-    filled += static_cast<size_t>(count);
-    total += static_cast<size_t>(count);
+    bool is_last = false;
+    while (filled < room && !is_last) {
+      const int64_t count = file.read(window.get() + filled, room - filled);
+      if (count < 0) return false;
+      is_last = count == 0;
+      filled += static_cast<size_t>(count);
+      total += static_cast<size_t>(count);
+    }
+    if (total > document_bounds::bytes) return false;
     const std::string_view read(window.get(), filled);
-    if (count == 0) return reader.scan(read) && reader.is_at_end();
-    if (is_first && read.substr(0, xml_layout::prologue.size()) != xml_layout::prologue) {
-      return false;
-    }
-    const size_t last = read.rfind(xml_layout::behind_value);
-    const size_t end = last == read.npos ? 0 : last + xml_layout::behind_value.size();
-    if (total > document_bounds::bytes || (end > 0 && !reader.scan(read.substr(0, end))))
-      return false;
-    filled -= end;
-    if (filled < room) {
+    if (is_last) return reader.scan(read) && reader.is_at_end();
+    const size_t last_node = read.rfind(xml_layout::behind_value);
+    if (last_node != read.npos) {
+      const size_t end = last_node + xml_layout::behind_value.size();
+      if (!reader.scan(read.substr(0, end))) return false;
+      filled -= end;
       std::memmove(window.get(), window.get() + end, filled);
-      continue;
+    } else {
+      if (is_first || room == last_window) return false;
+      std::unique_ptr<char[]> larger(new char[2 * room]);
+      std::memcpy(larger.get(), window.get(), filled);
+      window = std::move(larger);
+      room *= 2;
     }
-    if (room == last_window) return false;
-    std::unique_ptr<char[]> larger(new char[2 * room]);
-    std::memcpy(larger.get(), window.get(), filled);
-    window = std::move(larger);
-    room *= 2;
   }
 }
 
