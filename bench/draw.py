@@ -335,9 +335,9 @@ def duration(ns):
 # such row. {one}: our cost as a time; {million}: of a million such; {mb}: megabytes of a million.
 SENTENCES = [
     ("reads: 1,000 hot paths, memory repository",
-     "Reading a value that is read again and again takes {one}, whether the tree has a thousand nodes or a million."),
+     "Reading a value that is read again and again takes {one} in a tree of a million nodes."),
     ("reads: 90,000 paths, memory repository",
-     "Reading any of 90,000 values of a tree of a million nodes takes {one}; most of it is waiting for memory."),
+     "Reading any of 90,000 values, all over such a tree, takes {one}; most of it is waiting for memory."),
     ("reads: two threads on the same paths, memory repository",
      "A second thread that reads the same values at the same moment costs the first one nearly nothing: "
      "a read takes {ratio} times as long as it takes one thread alone."),
