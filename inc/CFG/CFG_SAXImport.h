@@ -44,8 +44,8 @@ class HALVORIA_API CFG_SAXImport {
   CFG_SAXImport& operator=(const CFG_SAXImport&) = delete;
   ~CFG_SAXImport();
 
-  // Initialises the XML library once in the process; false when it cannot be. Init calls it;
-  // callers that make an input source call it before.
+  // Initialises the XML library once in the process; false when it cannot be. Init calls it where
+  // the parser is needed; callers that make an input source call it before.
   static bool InitXercescPlatformUtils();
 
   // Parses a document. 0; 1 when the XML library cannot be initialised; 4 when the document
