@@ -144,11 +144,6 @@ void Tree_Node::drop_top_record() {
   m_up.store(0, std::memory_order_relaxed);
 }
 
-Tree_Node::Top* Tree_Node::top_record() const {
-  const uintptr_t up = m_up.load(std::memory_order_acquire);
-  return up & kIsTop ? reinterpret_cast<Top*>(up & ~kIsTop) : nullptr;
-}
-
 // Of a node without a parent. Readers may race to make it; one of them wins.
 Tree_Node::Top& Tree_Node::need_top_record() const {
   if (Top* top = top_record()) return *top;

@@ -114,6 +114,7 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   const Tree_Value* GetTreeValue() const { return m_is_leaf ? &m_value : nullptr; }
   // The text of a value, empty for a key; valid until the node is changed or goes.
   std::string_view GetText() const { return m_is_leaf ? m_value.GetText() : std::string_view(); }
+  RWCString CopyText() const { return m_is_leaf ? m_value.GetValue() : RWCString(); }
   // Of the subtree rooted here, this node included: nodes, bytes of memory.
   int GetNodeNum() const;
   uint64_t GetTotalSize() const;
@@ -220,7 +221,10 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   static void Destroy(Tree_Node* node);
 
   RWCString parent_path() const;
-  Top* top_record() const;
+  Top* top_record() const {
+    const uintptr_t up = m_up.load(std::memory_order_acquire);
+    return up & kIsTop ? reinterpret_cast<Top*>(up & ~kIsTop) : nullptr;
+  }
   Top& need_top_record() const;
   void drop_top_record();
   Tree_Node* walk(std::string_view path) const;

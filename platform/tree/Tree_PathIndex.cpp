@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 
+#include <system/Sys_Block.h>
 #include <tree/Tree_Node.h>
 #include <tree/Tree_Walk.h>
 
@@ -34,9 +35,18 @@ void Tree_PathIndex::Way::Cut(size_t names) {
   m_path.resize(m_steps.back().length);
 }
 
+// Lookups go all over the table: with small pages each would need another one.
+std::vector<Tree_PathIndex::Line> Tree_PathIndex::made(size_t lines) {
+  std::vector<Line> table;
+  table.reserve(lines);
+  Sys_AskForHugePages(table.data(), lines * sizeof(Line));
+  table.resize(lines);
+  return table;
+}
+
 Tree_PathIndex::Tree_PathIndex(const Tree_Node& top) {
   s_alive.fetch_add(1, std::memory_order_relaxed);
-  m_lines.resize(lines_for(static_cast<size_t>(top.GetNodeNum())));
+  m_lines = made(lines_for(static_cast<size_t>(top.GetNodeNum())));
   Way way;
   for (Tree_Walk walk(const_cast<Tree_Node*>(&top)); walk; walk.Next()) {
     if (walk.Depth() == 0) continue;
@@ -95,16 +105,6 @@ void Tree_PathIndex::Erase(uint64_t hash, const Tree_Node* node) {
   --m_used;
 }
 
-// The upper bits of the hash, scaled to the size: sizes need not be powers of two.
-size_t Tree_PathIndex::home(uint64_t hash) const {
-#ifdef __SIZEOF_INT128__
-  __extension__ using wide = unsigned __int128;
-  return static_cast<size_t>(static_cast<wide>(hash) * m_lines.size() >> 64);
-#else
-  return static_cast<size_t>((hash >> 32) * m_lines.size() >> 32);
-#endif
-}
-
 void Tree_PathIndex::place(uint64_t hash, Tree_Node* node) {
   size_t at = home(hash) * 4;
   while (node_at(at)) at = at + 1 == slots() ? 0 : at + 1;
@@ -113,7 +113,7 @@ void Tree_PathIndex::place(uint64_t hash, Tree_Node* node) {
 }
 
 void Tree_PathIndex::grow() {
-  std::vector<Line> old(m_lines.size() + m_lines.size() / 2);
+  std::vector<Line> old = made(m_lines.size() + m_lines.size() / 2);
   old.swap(m_lines);
   for (const Line& line : old) {
     for (unsigned i = 0; i < 4; ++i) {

@@ -75,10 +75,19 @@ class HALVORIA_API Tree_PathIndex {
     Tree_Node* nodes[4];  // null: free
   };
 
+  static std::vector<Line> made(size_t lines);
   size_t slots() const { return m_lines.size() * 4; }
   uint64_t& hash_at(size_t slot) { return m_lines[slot / 4].hashes[slot % 4]; }
   Tree_Node*& node_at(size_t slot) { return m_lines[slot / 4].nodes[slot % 4]; }
-  size_t home(uint64_t hash) const;  // a line
+  // A line: the upper bits of the hash, scaled to the size, which need not be a power of two.
+  size_t home(uint64_t hash) const {
+#ifdef __SIZEOF_INT128__
+    __extension__ using wide = unsigned __int128;
+    return static_cast<size_t>(static_cast<wide>(hash) * m_lines.size() >> 64);
+#else
+    return static_cast<size_t>((hash >> 32) * m_lines.size() >> 32);
+#endif
+  }
   void place(uint64_t hash, Tree_Node* node);
   void grow();
 

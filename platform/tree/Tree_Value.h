@@ -27,7 +27,14 @@ class HALVORIA_API Tree_Value {
   }
   ~Tree_Value() { release(); }
 
-  RWCString GetValue() const { return GetText(); }
+  // A copy. Of a text that is inside all bytes are copied: that does not depend on a length
+  // which the processor may still wait for.
+  RWCString GetValue() const {
+    if (m_length >= sizeof m_inside) return GetText();
+    RWCString text(m_inside, sizeof m_inside - 1);
+    text.remove(m_length);
+    return text;
+  }
   // Valid until the value is changed or destroyed; not NUL-terminated.
   std::string_view GetText() const {
     return {m_length <= sizeof m_inside ? m_inside : m_outside, m_length};

@@ -13,7 +13,7 @@ constexpr Log_Logger logger("src/CFG/CFG_SubTree", 502);
 
 // What every read begins with. False without data: then the line in the log says that the
 // operation returns `nothing`.
-bool begin_read(const Tree_NodePtr& data, const char* op, std::string_view path,
+inline bool begin_read(const Tree_NodePtr& data, const char* op, std::string_view path,
                 const cfg::actual_path& actual, const char* nothing) {
   logger.trace("Start %s : input path <%s> , actual search path <%s>\n", op, path, actual.view());
   if (data) return true;
@@ -64,7 +64,7 @@ int CFG_SubTree::GetSubTreeNum(RWCString& path) { return SubTreeNumAt(path); }
 int CFG_SubTree::IsSubTreeExist(const RWCString& path) { return HasSubTreeAt(path); }
 
 RWCString CFG_SubTree::ValueAt(std::string_view path) {
-  constexpr char op[] = "GetValue(RWCString & path)";
+  static constexpr char op[] = "GetValue(RWCString & path)";
   const cfg::actual_path actual(path);
   if (actual.empty()) {
     return logger.reject(RWCString(),
@@ -72,7 +72,7 @@ RWCString CFG_SubTree::ValueAt(std::string_view path) {
   }
   if (!begin_read(m_data, op, path, actual, "empty string")) return RWCString();
   const Tree_Node* found = m_data->Find(actual);
-  return found ? found->GetText() : std::string_view();
+  return found ? found->CopyText() : RWCString();
 }
 
 RWCString CFG_SubTree::ValueAt(std::string_view path, int index) {
@@ -81,7 +81,7 @@ RWCString CFG_SubTree::ValueAt(std::string_view path, int index) {
     return RWCString();
   }
   const Tree_Node* value = child_at(m_data, actual, Tree_ChildList::VALUES, index);
-  return value ? value->GetText() : std::string_view();
+  return value ? value->CopyText() : RWCString();
 }
 
 RWCString CFG_SubTree::ValueNameAt(std::string_view path, int index) {
@@ -107,7 +107,7 @@ int CFG_SubTree::SubTreeNumAt(std::string_view path) {
 }
 
 int CFG_SubTree::HasSubTreeAt(std::string_view path) {
-  constexpr char op[] = "IsSubTreeExist(const RWCString & path)";
+  static constexpr char op[] = "IsSubTreeExist(const RWCString & path)";
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, op, path, actual, "FALSE")) return FALSE;
   const Tree_Node* found = m_data->Find(actual);

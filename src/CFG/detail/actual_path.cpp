@@ -12,8 +12,8 @@ constexpr Log_Logger logger("src/CFG/CFG_ServicesImp", 502);
 
 namespace cfg {
 
-void actual_path::change(unsigned kinds) {
-  std::string text = kinds & PLACEHOLDER ? replace_placeholders(m_view) : std::string(m_view);
+void actual_path::change(std::string_view path, unsigned kinds) {
+  std::string text = kinds & PLACEHOLDER ? replace_placeholders(path) : std::string(path);
   to_lower(text);
   m_long = std::move(text);
   m_view = m_long;

@@ -14,16 +14,13 @@ namespace cfg {
 // here, for most paths without an allocation.
 class actual_path {
  public:
-  explicit actual_path(std::string_view path) : m_view(path) {
-    // In lower case while it is looked at: that costs no more, and what needs no change
-    // otherwise is ready then.
+  explicit actual_path(std::string_view path) {
+    // In lower case while it is looked at: that costs no more, and what needs no other change
+    // is ready then.
     const bool is_short = path.size() <= sizeof m_short;
     const unsigned kinds = is_short ? copy_lower(path, m_short) : scan_for_change(path);
-    if (is_short && kinds == CAPITAL) {
-      m_view = {m_short, path.size()};
-    } else if (kinds) {
-      change(kinds);
-    }
+    m_view = {kinds && is_short ? m_short : path.data(), path.size()};
+    if (kinds & ~(is_short ? CAPITAL : 0u)) change(path, kinds);
   }
   actual_path(const actual_path&) = delete;
   actual_path& operator=(const actual_path&) = delete;
@@ -34,7 +31,7 @@ class actual_path {
   RWCString copy() const { return RWCString(m_view); }
 
  private:
-  void change(unsigned kinds);
+  void change(std::string_view path, unsigned kinds);
 
   std::string_view m_view;
   RWCString m_long;
