@@ -27,6 +27,11 @@ class HALVORIA_API RWCString {
   RWCString(const char* bytes, size_t length) : m_text(bytes, length) {}
   RWCString(std::string text) noexcept : m_text(std::move(text)) {}
   RWCString(std::string_view text) : m_text(text) {}
+  // The first `length` of fifteen bytes. All are copied: the processor need not know how many
+  // it is about, which is worth more than the bytes spared.
+  static RWCString OfFifteen(const char* bytes, size_t length) {
+    return RWCString(bytes, length, Fifteen());
+  }
   RWCString(std::nullptr_t) = delete;
   template <class T, std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>, int> = 0>
   RWCString(T) = delete;
@@ -82,6 +87,9 @@ class HALVORIA_API RWCString {
   }
 
  private:
+  struct Fifteen {};
+  RWCString(const char* bytes, size_t length, Fifteen) : m_text(bytes, 15) { m_text.erase(length); }
+
   std::string m_text;
 };
 

@@ -180,8 +180,9 @@ uint32_t Tree_ChildList::next(uint32_t place) const {
 
 uint32_t Tree_ChildList::select(Kind kind, uint32_t position) const {
   if (position >= count(kind)) return npos;
+  const uint32_t places = is_large() ? m_large->size() : m_count;
+  if (count(kind) == places) return position;  // all of them, and no holes
   if (is_large()) return m_large->select(kind, position);
-  if (kind == ANY) return position;
   uint32_t rest = kind == KEYS ? m_key_mask : ~uint32_t{m_key_mask};
   while (position-- > 0) rest &= rest - 1;
   return static_cast<uint32_t>(std::countr_zero(rest));

@@ -8,7 +8,7 @@
 #include <tree/Tree_Walk.h>
 
 static constexpr size_t kSmallest = 16;
-static size_t lines_for(size_t nodes) { return std::max(kSmallest, (nodes + nodes / 4) / 4 + 1); }
+static size_t lines_for(size_t nodes) { return std::max(kSmallest, nodes / 3 + 1); }
 
 std::atomic<uint32_t> Tree_PathIndex::s_alive{0};
 
@@ -58,17 +58,16 @@ Tree_PathIndex::Tree_PathIndex(const Tree_Node& top) {
 }
 
 static bool ends_with_component(std::string_view path, std::string_view name) {
-  if (path.size() == name.size()) return path == name;
-  return path.size() > name.size() && path[path.size() - name.size() - 1] == '\\' &&
-         path.substr(path.size() - name.size()) == name;
+  if (!path.ends_with(name)) return false;
+  return path.size() == name.size() || path[path.size() - name.size() - 1] == '\\';
 }
 
 Tree_Node* Tree_PathIndex::Find(std::string_view path) const {
   const uint64_t hash = Tree_Hash::Text(path, m_seed);
   for (size_t at = home(hash);; at = at + 1 == m_lines.size() ? 0 : at + 1) {
     const Line& line = m_lines[at];
-    unsigned equal = 0;
-    for (unsigned i = 0; i < 4; ++i) equal |= unsigned{line.hashes[i] == hash} << i;
+    const auto equal_at = [&](unsigned i) { return unsigned{line.hashes[i] == hash} << i; };
+    unsigned equal = equal_at(0) | equal_at(1) | equal_at(2) | equal_at(3);
     for (; equal; equal &= equal - 1) {
       Tree_Node* node = line.nodes[std::countr_zero(equal)];
       if (node && ends_with_component(path, node->NameView())) return node;

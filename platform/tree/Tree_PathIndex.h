@@ -21,7 +21,7 @@ class Tree_Node;
 // predict, and the node found must carry the last component as its name. The chance that
 // another path passes is 1 in 2^64 for each node of that name.
 //
-// 16 bytes an entry, at most four fifths in use: 20 to 32 bytes a node. Reading changes
+// 16 bytes an entry, at most three quarters in use: 21 to 32 bytes a node. Reading changes
 // nothing; a change needs the tree to itself.
 class HALVORIA_API Tree_PathIndex {
  public:

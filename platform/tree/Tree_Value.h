@@ -27,13 +27,9 @@ class HALVORIA_API Tree_Value {
   }
   ~Tree_Value() { release(); }
 
-  // A copy. Of a text that is inside all bytes are copied: that does not depend on a length
-  // which the processor may still wait for.
   RWCString GetValue() const {
-    if (m_length >= sizeof m_inside) return GetText();
-    RWCString text(m_inside, sizeof m_inside - 1);
-    text.remove(m_length);
-    return text;
+    return m_length < sizeof m_inside ? RWCString::OfFifteen(m_inside, m_length)
+                                      : RWCString(GetText());
   }
   // Valid until the value is changed or destroyed; not NUL-terminated.
   std::string_view GetText() const {
