@@ -134,28 +134,27 @@ bool is_too_big(const Number& number) {
   return static_cast<double>(number.whole.size()) - leading_zeros + exponent > 0;
 }
 
-bool read_short(std::string_view text, double& value) {
-  constexpr double powers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
-  uint32_t digits;
-  int decimals;
-  if (!I18n_ShortNumber::ReadDecimal(text, digits, decimals)) return false;
-  value = digits / powers[decimals];  // both exact, so this is the nearest double
-  return true;
-}
-
-}  // namespace
-
-double I18n_DecimalConvertUtils::AnyLocaleStrToDouble(const RWCString& text) {
-  double value = 0.0;
-  if (read_short(text, value)) return value;
-  Reader reader(text.view());
+// Out of line: else every short number would pay for its large frame.
+[[gnu::noinline]] double read_long(std::string_view text) {
+  Reader reader(text);
   const Number number = take_number(reader);
   if (number.whole.empty() && number.fraction.empty()) return 0.0;
   std::string ascii = number.whole + "." + number.fraction;
   if (!number.exponent.empty()) ascii += "e" + number.exponent;
+  double value = 0.0;
   const auto failure = std::from_chars(ascii.data(), ascii.data() + ascii.size(), value).ec;
   if (failure == std::errc::result_out_of_range) {
     value = is_too_big(number) ? std::numeric_limits<double>::infinity() : 0.0;
   }
   return number.is_negative ? -value : value;
+}
+
+}  // namespace
+
+double I18n_DecimalConvertUtils::AnyLocaleStrToDouble(const RWCString& text) {
+  static constexpr double powers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
+  uint32_t digits;
+  int decimals;
+  if (!I18n_ShortNumber::ReadDecimal(text, digits, decimals)) return read_long(text);
+  return digits / powers[decimals];  // both exact, so this is the nearest double
 }

@@ -16,21 +16,21 @@ class I18n_ShortNumber {
  public:
   static bool ReadInteger(std::string_view text, uint32_t& value) {
     if (text.empty() || text.size() > 8) return false;
-    return convert(load(text), value);
+    return convert(digits_of(text), value);
   }
 
   // `value` is that of all digits, of which so many stand behind the point.
   static bool ReadDecimal(std::string_view text, uint32_t& value, int& decimals) {
     if (text.empty() || text.size() > 8) return false;
-    uint64_t eight = load(text);
+    uint64_t eight = digits_of(text);
     decimals = 0;
-    const uint64_t to_point = eight ^ all('.');
+    const uint64_t to_point = eight ^ all('.' ^ '0');
     if (const uint64_t points = (to_point - all(1)) & ~to_point & all(0x80)) {
       // The lowest bit is right for the first point, which goes; another one is no digit.
       const uint64_t before = ((points & (0 - points)) >> 7) - 1;
       const uint64_t behind = ~(before << 8 | 0xFF);
       decimals = static_cast<int>((behind & all(1)) * all(1) >> 56);
-      eight = (eight & behind) | (eight & before) << 8 | '0';
+      eight = (eight & behind) | (eight & before) << 8;
     }
     return convert(eight, value);
   }
@@ -38,10 +38,10 @@ class I18n_ShortNumber {
  private:
   static constexpr uint64_t all(unsigned char byte) { return byte * uint64_t{0x0101010101010101}; }
 
-  // The last character in the highest byte, 0 before the first.
-  static uint64_t load(std::string_view text) {
+  // The last character in the highest byte, nothing before the first, '0' taken away from each:
+  // so that digits, and what is not there, are their values, and all else is above nine.
+  static uint64_t digits_of(std::string_view text) {
     const size_t n = text.size();
-    const size_t unused = 8 * (8 - n);
     const auto byte = [&](size_t i) {
       return uint64_t{static_cast<unsigned char>(text[i])} << 8 * i;
     };
@@ -58,14 +58,12 @@ class I18n_ShortNumber {
 #else
     for (size_t i = 0; i < n; ++i) bytes |= byte(i);
 #endif
-    return bytes << unused | (~(~uint64_t{0} << unused) & all('0'));
+    return (bytes ^ all('0')) << 8 * (8 - n);
   }
 
   static bool convert(uint64_t eight, uint32_t& value) {
-    const uint64_t carried = (eight + all(6)) >> 4 & all(0x0F);
-    if (((eight & all(0xF0)) | carried) != all(0x33)) return false;
+    if (((eight + all(0x80 - 10)) | eight) & all(0x80)) return false;
     // Pairs of digits, then pairs of pairs, then all of them.
-    eight -= all('0');
     eight = eight * 10 + (eight >> 8);
     constexpr uint64_t pairs = 0x000000FF000000FF;
     eight = (eight & pairs) * (100 + (uint64_t{1000000} << 32)) +
