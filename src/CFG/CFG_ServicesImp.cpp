@@ -39,6 +39,15 @@ bool is_equal_ignoring_case(std::string_view a, std::string_view b) {
                     [](char x, char y) { return lower(x) == lower(y); });
 }
 
+// Letters of both cases differ in one bit, and no other byte becomes a letter by it.
+bool is_true(std::string_view text) {
+  uint32_t given, wanted;
+  if (text.size() != sizeof given) return false;
+  std::memcpy(&given, text.data(), sizeof given);
+  std::memcpy(&wanted, "true", sizeof wanted);
+  return (given | 0x20202020) == wanted;
+}
+
 // The number at the start of a text: white space, a sign, digits, and whatever follows them.
 // False when there are no digits or an int has no room for them.
 bool read_leading_integer(std::string_view text, int& number) {
@@ -77,7 +86,7 @@ bool read_boolean(CFG_Services& store, const RWCString& path, bool& answer) {
         LOG_LEVEL_TRACE, false,
         "GetBooleanValue(const RWCString path) : path %s does not exist, return NULL\n", path);
   }
-  answer = is_equal_ignoring_case(text, "true");
+  answer = is_true(text);
   return true;
 }
 

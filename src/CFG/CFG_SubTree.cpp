@@ -14,7 +14,7 @@ constexpr Log_Logger logger("src/CFG/CFG_SubTree", 502);
 // What every read begins with. False without data: then the line in the log says that the
 // operation returns `nothing`.
 inline bool begin_read(const Tree_NodePtr& data, const char* op, std::string_view path,
-                const cfg::actual_path& actual, const char* nothing) {
+                       const cfg::actual_path& actual, const char* nothing) {
   logger.trace("Start %s : input path <%s> , actual search path <%s>\n", op, path, actual.view());
   if (data) return true;
   return logger.reject(false, "%s : This sub tree data is null, return %s\n", op, nothing);

@@ -85,9 +85,11 @@ struct seen_kinds {
     return _mm_or_si128(v, _mm_and_si128(upper_here, bytes_of(0x20)));
   }
   unsigned kinds(std::string_view text) const {
-    const unsigned found = _mm_movemask_epi8(upper) ? unsigned{CAPITAL} : 0;
+    unsigned found = _mm_movemask_epi8(upper) ? unsigned{CAPITAL} : 0;
     if (!_mm_movemask_epi8(others)) return found;
-    return found | scan_bytewise(text, PLACEHOLDER | HIGH_BYTE);
+    if (text.find('<') != text.npos) found |= PLACEHOLDER;
+    if (first_high_byte(text, 0) != text.npos) found |= HIGH_BYTE;
+    return found;
   }
 };
 
