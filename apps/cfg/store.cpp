@@ -66,10 +66,9 @@ Store::Store(const Arguments& arguments, Access access) : m_access(access) {
 }
 
 // The process ends, and the system takes its memory back at once: to take apart a large tree
-// that was only read would take a tenth of all its time.
+// that was only read would take a tenth of all its time. It stays where a leak checker finds it.
 Store::~Store() {
-  [[maybe_unused]] static CFG_RepositoryServices* volatile left =
-      nullptr;  // where a leak checker finds it
+  [[maybe_unused]] static CFG_RepositoryServices* volatile left = nullptr;
   if (m_access == READ) left = m_own.release();
 }
 

@@ -8,10 +8,10 @@
 #include <string_view>
 
 #include <CFG/CFG_SAXImport.h>
-#include <CFG/detail/xml_writer.h>
 #include <logging/Tmr_GLog.h>
 #include <tree/Tree_Walk.h>
 #include <xercesc/framework/MemBufInputSource.hpp>
+#include "written_document.h"
 
 namespace {
 
@@ -28,21 +28,6 @@ Tree_NodePtr read_tree(std::string_view document) {
   CFG_SAXImport import;
   if (!read(import, document, 0) || import.GetRootPath().isNull()) return nullptr;
   return import.BuildSubTreeIndex(0);
-}
-
-std::string written(Tree_Node& tree) {
-  const RWCString path = tree.GetVirtualParentPath();
-  const size_t cut = path.last('\\');
-  std::string document;
-  cfg::xml_writer writer([&](std::string_view bytes) {
-    document.append(bytes);
-    return true;
-  });
-  const bool is_written =
-      writer.write_branch(tree, path.view().substr(0, cut == path.npos ? 0 : cut)) &&
-      writer.finish();
-  if (!is_written) abort();
-  return document;
 }
 
 // The same nodes. Siblings may stand in another order where a key had no node of its own.

@@ -8,27 +8,14 @@
 #include <string_view>
 
 #include <CFG/detail/xml_layout.h>
-#include <CFG/detail/xml_writer.h>
 #include <logging/Tmr_GLog.h>
 #include "../CFG/import_outcome.h"
+#include "written_document.h"
 
 namespace {
 
 void check(bool is_true) {
   if (!is_true) abort();
-}
-
-std::string written(Tree_Node& tree) {
-  const RWCString path = tree.GetVirtualParentPath();
-  const size_t cut = path.last('\\');
-  std::string document;
-  cfg::xml_writer writer([&](std::string_view bytes) {
-    document.append(bytes);
-    return true;
-  });
-  check(writer.write_branch(tree, path.view().substr(0, cut == path.npos ? 0 : cut)));
-  check(writer.finish());
-  return document;
 }
 
 void check_both_ways(std::string_view document, uint64_t flags) {
