@@ -270,7 +270,8 @@ Tree_NodePtr Tree_ChildList::take_keeping_places(uint32_t place) {
   m_keys -= m_key_mask >> place & 1;
   // The pointers behind move as plain memory: a null one is left over at the end.
   const size_t behind = m_count - place;
-  std::memmove(static_cast<void*>(m_slots + place), m_slots + place + 1, behind * sizeof *m_slots);
+  std::memmove(static_cast<void*>(m_slots + place), static_cast<const void*>(m_slots + place + 1),
+               behind * sizeof *m_slots);
   new (m_slots + m_count) Tree_NodePtr;
   std::memmove(hashes() + place, hashes() + place + 1, behind * sizeof(uint32_t));
   const uint32_t below = (1u << place) - 1;
