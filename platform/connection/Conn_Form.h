@@ -1,0 +1,75 @@
+// Forms: the numbered fields of a request or a response.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <strings/Export.h>
+#include <strings/RWCString.h>
+
+// A frame is four bytes of length, most significant first, and that many bytes of fields in
+// the wire format of Protocol Buffers. The fields below 100 are the connection's own; a form
+// begins with the first of them. A form is one frame, or several, of which each but the last
+// says that more follow. docs/protocol.md draws it.
+enum Conn_Field : uint32_t {
+  CONN_FLD_NAME = 1,     // string: what is asked for, or the prefix and what was asked for
+  CONN_FLD_MORE = 2,     // int32 1: the form goes on in the next frame
+  CONN_FLD_SERVICE = 3,  // string: the service meant, in the first request of a connection
+  CONN_FLD_VERSION = 4,  // int32: of the protocol, likewise
+  CONN_FLD_ERROR = 5,    // string: why the request was refused; then no other field follows
+};
+constexpr int CONN_PROTOCOL_VERSION = 1;
+constexpr size_t CONN_LENGTH_SIZE = 4;
+
+// Who frees what is handed to a writer.
+enum Conn_Ownership : int {
+  CONN_FORM_OWNS = 1,    // passes to the form, which frees it with delete[]
+  CONN_FORM_COPIES = 3,  // stays the caller's
+};
+
+// Writes the fields of one frame into a buffer that it keeps for the next. One thread.
+class HALVORIA_API Conn_FormWriter {
+ public:
+  // Starts a frame anew.
+  void begin(std::string_view name);
+  // All answer false, and add nothing, once the frame would exceed 2 GB.
+  bool WriteString(uint32_t field, std::string_view text, int ownership = CONN_FORM_COPIES);
+  bool WriteLong(uint32_t field, long value, int = 0);  // 32 bits on the wire
+  bool WriteInt(uint32_t field, int value) { return WriteLong(field, value); }
+  bool WriteBinary(uint32_t field, char* bytes, int length, int ownership);
+  // The whole frame with its length; valid until the next call of begin. With `more`, the form
+  // goes on in a next frame.
+  std::string_view finish(bool more = false);
+  // Bytes written so far, and what is behind them, for a field that is filled in place.
+  size_t size() const { return m_buffer.size(); }
+  std::string& buffer() { return m_buffer; }
+  // Gives a large buffer back.
+  void shrink();
+
+ private:
+  std::string m_buffer;
+};
+
+// Reads the fields of a frame in the order in which they were written, in place. A field that
+// is not the next one, or of another type, is not read. One thread.
+class HALVORIA_API Conn_FormReader {
+ public:
+  Conn_FormReader() = default;
+  explicit Conn_FormReader(std::string_view fields) : m_rest(fields) {}
+
+  // False when the next field is another one, or there is none, or it is not well formed.
+  bool ReadString(uint32_t field, std::string_view& text);
+  bool ReadString(uint32_t field, RWCString& text);
+  // A copy that the caller frees with delete[], NUL-terminated.
+  bool ReadString(uint32_t field, char** text);
+  bool ReadLong(uint32_t field, long& value);
+  bool ReadInt(uint32_t field, int& value);
+  bool ReadBinary(uint32_t field, std::string_view& bytes);
+  // The number of the next field, 0 when there is none.
+  uint32_t peek() const;
+  bool is_done() const { return m_rest.empty(); }
+
+ private:
+  std::string_view m_rest;
+};

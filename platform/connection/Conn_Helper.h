@@ -1,0 +1,56 @@
+// One request on a connection.
+#pragma once
+
+#include <connection/ConnHelper_Params.h>
+#include <connection/Conn_Form.h>
+#include <connection/Conn_SyncConnector.h>
+
+// Made for a request and gone after it. The form is sent when its answer is asked for, or else
+// when the object goes; sent and received with one call to the system each, as a rule. Fields
+// that are read are views into the connection's buffer and hold until the next frame is read.
+// Failures are logged; nothing throws.
+class HALVORIA_API Conn_Helper {
+ public:
+  // Opens the connection when it is not. `operation` names the caller in the log; with
+  // `keep_open` the connection stays for the next request; `log` writes one line (7) a request.
+  Conn_Helper(const char* operation, Conn_SyncConnector& connector, ConnHelper_Params& params,
+              bool keep_open, bool log);
+  Conn_Helper(const Conn_Helper&) = delete;
+  Conn_Helper& operator=(const Conn_Helper&) = delete;
+  virtual ~Conn_Helper();
+
+  // Whether the connection is there and nothing has failed yet.
+  bool IsValid() const { return m_is_valid; }
+  Conn_FormWriter& Writer();
+  // Sends the request and waits for the first frame of the answer: 0, or -1 when there is none,
+  // or the service refused, for which the reason is logged.
+  int GetResponseHeaders();
+  // The same, waiting at most so long for it.
+  int GetResponseHeaders(int seconds, int milliseconds);
+  // Reads fields across the frames of the answer: false at its end.
+  bool Read(uint32_t field, RWCString& text);
+  bool Read(uint32_t field, char** text);  // the caller frees it with delete[]
+  bool Read(uint32_t field, long& value);
+  bool Read(uint32_t field, int& value);
+  bool ReadView(uint32_t field, std::string_view& bytes);
+  // Passes over what is left of the answer.
+  void ConsumeForm();
+  // Ends the line in the log now: no answer is waited for.
+  void FreeLogGuard();
+
+ protected:
+  Conn_SyncConnector& m_connector;
+  ConnHelper_Params& m_params;
+
+ private:
+  bool send();
+  bool next_frame();
+
+  const char* m_operation;
+  bool m_is_valid = false;
+  bool m_is_sent = false;
+  bool m_keep_open;
+  bool m_log;
+  Conn_FormReader m_reader;
+  bool m_has_more = false;
+};

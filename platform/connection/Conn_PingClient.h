@@ -1,0 +1,29 @@
+// Asks a service whether it is there.
+#pragma once
+
+#include <chrono>
+
+#include <strings/Export.h>
+#include <strings/RWCString.h>
+
+class HALVORIA_API Conn_PingClient {
+ public:
+  struct Answer {
+    bool is_alive = false;
+    RWCString service;                  // its name
+    std::chrono::microseconds took{0};  // from the request to the answer
+    RWCString reason;                   // why there is no answer
+  };
+
+  Conn_PingClient() = delete;
+
+  // Opens a connection of its own. The token property as in Conn_SyncConnector::InitConn.
+  static Answer Ping(const RWCString& server, int port, const RWCString& connection_type,
+                     int token_property, std::chrono::milliseconds time_out);
+  // 1 when the service answered within five seconds.
+  static int PingServer(const RWCString& server, int port, const RWCString& connection_type,
+                        int token_property);
+  // What the last ping of this process to the service found, when that is at most ten seconds
+  // ago: true with the status.
+  static bool GetServerPingStatus(const RWCString& server, int port, int& status);
+};

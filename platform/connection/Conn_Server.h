@@ -1,0 +1,86 @@
+// The serving end of connections.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <connection/Conn_Form.h>
+
+struct Conn_ServerSettings {
+  std::string address = "127.0.0.1";
+  int port = 0;  // 0: any that is free
+  std::string service_name;
+  int threads = 2;                      // that wait for requests
+  size_t max_frame = size_t{64} << 20;  // bytes of one request
+  int max_sessions = 2000;
+  std::chrono::milliseconds idle{std::chrono::minutes(60)};      // between requests
+  std::chrono::milliseconds progress{std::chrono::seconds(30)};  // of a frame begun, either way
+};
+
+// One client's connection, seen by whoever answers its requests. A request is answered by one
+// form, of as many frames as it needs, or by none; only then the next one is read. Every
+// operation may be called by any thread, by one at a time for one request.
+class HALVORIA_API Conn_Session : public std::enable_shared_from_this<Conn_Session> {
+ public:
+  virtual ~Conn_Session() = default;
+  virtual uint64_t id() const = 0;              // counts up from 1
+  virtual const std::string& peer() const = 0;  // "127.0.0.1:51234"
+  virtual int thread() const = 0;               // the waiting thread, from 0, that has it for good
+  // The next frame of the answer. Begun anew after every send.
+  virtual Conn_FormWriter& answer() = 0;
+  // Sends the frame as the last of the answer, and goes on to the next request.
+  virtual void finish() = 0;
+  // Sends the frame and calls back, on the session's waiting thread, when the network took it:
+  // more follows. The argument is false when the connection is gone; then nothing more is sent.
+  virtual void send_part(std::function<void(bool)> sent) = 0;
+  // Goes on to the next request without an answer.
+  virtual void skip() = 0;
+  // Answers with an error form, and goes on to the next request.
+  virtual void refuse(std::string_view reason) = 0;
+  // Closes the connection, once what is under way has been answered.
+  virtual void close() = 0;
+
+  // What the handler keeps with the connection.
+  std::shared_ptr<void> attachment;
+};
+
+// What a service does with requests. Called on the waiting threads; a request that takes long
+// is handed to another thread. `fields` are behind the connection's own ones and hold until
+// the request is answered.
+class HALVORIA_API Conn_Handler {
+ public:
+  virtual ~Conn_Handler() = default;
+  virtual void opened(Conn_Session&) {}
+  virtual void request(Conn_Session& session, std::string_view name, std::string_view fields) = 0;
+  // The connection is gone, for whatever reason. Called once, when no request is unanswered.
+  virtual void closed(Conn_Session&) {}
+};
+
+// Listens, and reads requests from any number of connections with few threads. Frames that are
+// too long, not well formed, or meant for another service are refused with a line in the log
+// and end their connection alone. Answers pings itself.
+class HALVORIA_API Conn_Server {
+ public:
+  // The handler must outlive this object.
+  Conn_Server(const Conn_ServerSettings& settings, Conn_Handler& handler);
+  Conn_Server(const Conn_Server&) = delete;
+  Conn_Server& operator=(const Conn_Server&) = delete;
+  ~Conn_Server();  // stops
+
+  // False with the reason when the address cannot be listened on.
+  bool start(std::string& reason);
+  int port() const;
+  int sessions() const;
+  // Accepts no more, lets running requests finish for at most so long, closes every connection.
+  void stop(std::chrono::milliseconds grace);
+  // Calls for every open connection, on its waiting thread.
+  void for_each(std::function<void(Conn_Session&)> call);
+
+ private:
+  struct Inside;
+  std::unique_ptr<Inside> m_inside;
+};

@@ -1,0 +1,57 @@
+// A connection to a service, for one request at a time.
+#pragma once
+
+#include <chrono>
+#include <memory>
+
+#include <connection/Conn_Form.h>
+#include <strings/Export.h>
+#include <strings/RWCString.h>
+
+// Opened by the first request, kept open, and opened again by the first request that finds it
+// broken, but never in the middle of a transaction: what the service had of it is gone, and the
+// requests of the rest of it fail. One thread at a time.
+class HALVORIA_API Conn_SyncConnector {
+ public:
+  struct TimeOuts {
+    std::chrono::milliseconds connect{10000};
+    std::chrono::milliseconds request{120000};  // without a byte of the answer
+    std::chrono::milliseconds idle{300000};     // after which a connection is opened anew
+  };
+
+  Conn_SyncConnector();
+  Conn_SyncConnector(const Conn_SyncConnector&) = delete;
+  Conn_SyncConnector& operator=(const Conn_SyncConnector&) = delete;
+  virtual ~Conn_SyncConnector();
+
+  // Says where the service is; opens nothing. `connection_type` is "" or "tcp". The token
+  // property says how connections are secured: 1 not at all, 4 by TLS, which is refused until
+  // there is TLS. 1, or 0 after a line in the log.
+  int InitConn(const RWCString& server, int port, const RWCString& connection_type,
+               const char* application, int token_property, int keep_alive);
+  void SetTimeOuts(const TimeOuts& time_outs);
+  const TimeOuts& GetTimeOuts() const;
+
+  bool IsConnected() const;
+  void Disconnect();
+  // "host:port", as messages call it.
+  const RWCString& Address() const;
+
+  // Requests between the two go over one connection. They nest by count: EndTransaction answers
+  // 1 when the outermost ends, 0 for an inner one and when none was started.
+  int StartTransaction();
+  int EndTransaction();
+  int IsInTransaction() const;
+
+  // Whether a token was sent on this connection; forgotten when it is opened again.
+  bool IsTokenSent() const;
+  void SetTokenSent(bool is_sent);
+
+ protected:
+  RWCString m_service_name;  // set by the protocol's own class
+
+ private:
+  friend class Conn_Helper;
+  struct Inside;
+  std::unique_ptr<Inside> m_inside;
+};

@@ -1,0 +1,149 @@
+// One connection to the configuration's database.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <strings/Export.h>
+#include <strings/RWCString.h>
+#include <thread/Mutex.h>
+#include <tree/Tree_NodeInfo.h>
+#include <tree/Tree_PathAndValueArray.h>
+#include <utility/Tmr_PtrSortedVector.h>
+
+class Db_Store;
+
+// The rules of the stored tree over a Db_Store: keys and values by full path, parents made on
+// demand, changes numbered, deletions kept. Paths are full, lower-cased and without
+// placeholders; `%` as a component of a wildcard path stands for any key.
+//
+// A change begins a store transaction when none is open. With auto-commit on, an operation
+// whose `commit` argument is not 0 ends it; one with 0 leaves it for the next operation of
+// the same step. With auto-commit off, the transaction lasts until Commit or RollBack. A
+// failed operation with auto-commit on rolls back what its step has done.
+//
+// Threads: one thread at a time; GetMutexPtr serialises tree queries of several. Failures are
+// the codes below, null, or empty answers; the reason is logged here.
+class HALVORIA_API CFGDB_Conn {
+ public:
+  static constexpr int COMMIT_OK = 1004;  // what Commit answers; 0 when it failed
+  static constexpr int OK = 1;            // of a write
+  static constexpr int DB_ERROR = -1002;  // the store refused, or is gone, or is locked too long
+  static constexpr int COMMIT_ERROR = -1005;
+  static constexpr int PARENT_IS_VALUE = -1007;
+
+  // The flag is that of the parameters file; the stores here are UTF-8 whatever it says.
+  explicit CFGDB_Conn(bool set_nls_lang);
+  CFGDB_Conn(const CFGDB_Conn&) = delete;
+  CFGDB_Conn& operator=(const CFGDB_Conn&) = delete;
+  ~CFGDB_Conn();
+
+  // `sqlite:FILE`, which is made when it is missing, or a libpq connection string. Loads the
+  // module of the store, makes or migrates the schema. `user` is the role of a PostgreSQL
+  // connection string that names none. With `sql_trace` statements are logged (6). 1, or 0.
+  int Init(const RWCString& conn_string, const RWCString& user, bool sql_trace);
+  void disconnect();
+  bool is_connected() const { return m_store != nullptr; }
+
+  // --- transactions ---------------------------------------------------------------------------
+
+  void SetAutoCommit(int on);
+  int GetAutoCommit() const { return m_auto_commit; }
+  int Commit(int);    // COMMIT_OK, or 0 when what was pending is lost
+  int RollBack(int);  // 1, or 0
+  // How long a change waits for another writer of the store, in milliseconds (default 10000).
+  void SetWriteWait(int milliseconds) { m_write_wait = milliseconds; }
+  int SetSessionInfo(const std::string& session, int info);  // named in the traced statements
+  Mutex* GetMutexPtr() { return &m_query_mutex; }
+
+  // 1 while changes are made and not committed; read directly.
+  int uncommitted = 0;
+
+  // --- reads ----------------------------------------------------------------------------------
+
+  RWCString GetValue(const RWCString& path);
+  // At a 0-based position among the values directly under the key, in order of name.
+  RWCString GetValue(const RWCString& path, int index);
+  RWCString GetValueName(const RWCString& path, int index);
+  int GetValueNum(const RWCString& path);
+  int GetSubTreeNum(const RWCString& path);
+  int GetSubTreeEntriesCount(const RWCString& path);  // all below the key, itself not counted
+  int IsSubTreeExist(const RWCString& path, int);     // 1 when a key is there
+  // Names of the keys directly under the key, in order; empty for an empty key. False when
+  // there is no such key.
+  bool GetSubTreePathes(const RWCString& path, std::vector<RWCString>& names);
+  // Records (path: the name) of the values directly under the key; null when there is no such
+  // key. The caller owns it.
+  Tmr_PtrSortedVector<Tree_NodeInfo>* GetSubTreeValues(const RWCString& path);
+  // All paths of keys and values that match a wildcard path, in order.
+  std::vector<RWCString> FillPath(const RWCString& path);
+  // The first key that matches the wildcard path and whose value at `name` is `value`; `name`
+  // may end with a `%` that stands for any end of the last component.
+  RWCString FillPath(const RWCString& path, const RWCString& name, const RWCString& value);
+  // The keys that match the wildcard path and all, or with `is_and` 0 any, of the rules: path
+  // below the key and value.
+  std::vector<RWCString> FillPathWithRuleList(const RWCString& path, Tree_PathAndValueArray* rules,
+                                              int is_case_sensitive, int is_and);
+  // Full paths below `path` of what holds the pattern in the name of a key, the name of a value,
+  // or a text. The pattern is in lower case unless `is_case_sensitive`.
+  std::vector<RWCString> SearchPatternExtended(const RWCString& pattern, const RWCString& path,
+                                               bool find_key, bool find_value_name,
+                                               bool find_value_data, bool is_case_sensitive,
+                                               bool match_whole_word);
+  RWCString GetNodeName(const RWCString& ae);
+  RWCString GetNodeNameByIp(const RWCString& ip);
+
+  // --- record by record -----------------------------------------------------------------------
+
+  // Starts reading the tree at a path, what changed after a number, or the entries deleted
+  // after one. With `wildcard` the path may hold `%` components, and the top of the tree is the
+  // path before the first. -1 when the query cannot be opened. One query at a time.
+  int StartTreeQuery(const RWCString& path, bool wildcard, bool query_flag,
+                     const RWCString* sequence, bool deleted, bool all_deleted);
+  // The next record; null at the end and on an error. The path is relative to the top of the
+  // tree, a parent comes before its children, an empty value is a key. The caller owns it.
+  Tree_NodeInfo* GetNextFromQuery();
+  // The same without a copy: views that hold until the next call.
+  bool next_record(std::string_view& path, std::string_view& value);
+  // Whether there is a tree at all: a key at the path, or a record.
+  bool has_tree();
+  bool is_query_failed() const;
+  int CloseTreeQuery(bool);
+  const RWCString& GetQueryRootPath() const { return m_query_root; }
+
+  // --- changes --------------------------------------------------------------------------------
+
+  // Makes the key and the keys above it. PARENT_IS_VALUE when one of them is a value.
+  int CreatePath(const RWCString& path, int commit, bool);
+  int InsertLine(const Tree_NodeInfo& record, int commit, bool);
+  int RemoveLeafLine(const RWCString& path, int commit);  // a value; OK when there is none
+  int RemoveSubTree(const RWCString& path, int commit, bool);
+  // Puts the records, full paths in order with the top first, in the place of what is at the
+  // top's path; entries that do not change keep their numbers. Makes the keys above the top.
+  int WriteSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>& records, const RWCString& path);
+
+  // --- the store ------------------------------------------------------------------------------
+
+  RWCString GetDbServerDateTime();  // "2026-11-23 04:45:10", UTC
+  // Decimal texts. Every changed or deleted entry takes the next number; "0" before the first.
+  RWCString GetMaxSeqNumber(const RWCString& path);  // of what is at or below the path, or was
+  RWCString GetMaxSeqNumber();
+  // From this number on all deletions are kept.
+  RWCString GetMinSeqNumberOfDeletedEntry();
+  // Forgets deletions older than that many days. How many went, -1 on failure.
+  int PurgeDeletedEntries(int days);
+  RWCString GetServerSyncID();  // names the database for life
+  RWCString GetCfgPass() { return RWCString(); }
+  RWCString GetConnectionAlias() { return RWCString(); }
+  // Runs the store's own check of what it holds; false with the reason.
+  bool CheckIntegrity(std::string& reason);
+
+ private:
+  std::unique_ptr<Db_Store> m_store;
+  int m_auto_commit = 1;
+  int m_write_wait = 10000;
+  RWCString m_query_root;
+  Mutex m_query_mutex;
+};

@@ -1,0 +1,67 @@
+// What CFGDB_Conn needs of a database.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+enum class Db_Result { OK, NOT_FOUND, BUSY, FAILED };
+
+// A row: a key when the value is empty. Views into the store's memory.
+struct Db_Entry {
+  std::string_view path;
+  std::string_view value;
+  int64_t sequence = 0;
+};
+
+// Rows in order of path. The cursor goes before the store does.
+class Db_Cursor {
+ public:
+  virtual ~Db_Cursor() = default;
+  // OK with a row whose views hold until the next call, NOT_FOUND at the end, or FAILED.
+  virtual Db_Result next(Db_Entry& entry) = 0;
+};
+
+// One session with a database that keeps a table of paths, in the order of their bytes, a table
+// of deleted paths, and the last number given. It knows rows and ranges, no rules. Made by a
+// module that depends on the database's client library and on nothing else of ours, so no type
+// of ours but these crosses its border, and nothing throws. One thread at a time.
+class Db_Store {
+ public:
+  virtual ~Db_Store() = default;
+  virtual const std::string& error() const = 0;  // why the last operation failed
+
+  // --- reads -----------------------------------------------------------------------------------
+
+  virtual Db_Result get(std::string_view path, std::string& value) = 0;
+  // Rows with from <= path < to and a number above the given one; of the deleted ones too.
+  virtual std::unique_ptr<Db_Cursor> range(std::string_view from, std::string_view to,
+                                           int64_t above_sequence, bool deleted) = 0;
+  // The rows directly under a key, their own branches passed over.
+  virtual std::unique_ptr<Db_Cursor> children(std::string_view path) = 0;
+  virtual Db_Result count(std::string_view from, std::string_view to, int64_t& rows) = 0;
+  // Of rows and deleted rows of the range.
+  virtual Db_Result max_sequence(std::string_view from, std::string_view to, int64_t& number) = 0;
+  virtual Db_Result last_sequence(int64_t& number) = 0;
+  virtual Db_Result oldest_deletion(int64_t& number) = 0;  // from which on all are kept
+  virtual Db_Result sync_id(std::string& id) = 0;
+  virtual Db_Result date_time(std::string& text) = 0;
+
+  // --- changes, between begin and commit or rollback -------------------------------------------
+
+  // Takes the store's one write lock, waiting at most so long (BUSY), and reads the last number.
+  virtual Db_Result begin(int wait_milliseconds, int64_t& last_sequence) = 0;
+  virtual Db_Result commit(int64_t last_sequence) = 0;
+  virtual void rollback() = 0;
+  virtual Db_Result put(const Db_Entry& entry) = 0;  // forgets a deletion of the path
+  // Rows in order of path, for a range that is empty.
+  virtual Db_Result put_new(const Db_Entry* entries, size_t count) = 0;
+  virtual Db_Result erase(std::string_view path, int64_t sequence) = 0;
+  virtual Db_Result purge_deletions(int days, int64_t& rows) = 0;
+  virtual Db_Result check(std::string& reason) = 0;
+};
+
+// What a module exports under the name below. On failure null, and the reason.
+using Db_OpenStore = Db_Store* (*)(const char* connection, const char* user, std::string& reason);
+#define DB_OPEN_STORE "halvoria_open_store"

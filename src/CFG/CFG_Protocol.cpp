@@ -1,0 +1,88 @@
+#include <CFG/CFG_Protocol.h>
+
+#include <algorithm>
+#include <array>
+
+namespace cfg::protocol {
+
+namespace {
+
+using enum Argument;
+using enum Effect;
+using C = Command;
+using R = Reply;
+
+constexpr bool TOKEN = true, COUNTED = true;
+
+// clang-format off
+constexpr CommandRow rows[] = {
+    {C::LOCK, "CFG_LOCK", {}, R::SUCCESS_CODE, SESSION, !TOKEN, !COUNTED},
+    {C::UNLOCK, "CFG_UNLOCK", {}, R::SUCCESS_CODE, SESSION, !TOKEN, !COUNTED},
+    {C::ROLLBACK, "CFG_ROLLBACK", {}, R::SUCCESS_CODE, SESSION, TOKEN, !COUNTED},
+    {C::ENABLE_EXTENDED_TIMEOUT, "CFG_ENABLE_EXTENDED_TIMEOUT", {}, R::NOTHING, SESSION, !TOKEN, !COUNTED},
+    {C::DISABLE_EXTENDED_TIMEOUT, "CFG_DISABLE_EXTENDED_TIMEOUT", {}, R::NOTHING, SESSION, !TOKEN, !COUNTED},
+    {C::SET_VALUE, "CFG_SET_VALUE", {PATH, VALUE}, R::SUCCESS_CODE, CHANGES, TOKEN, !COUNTED},
+    {C::DEL_VAL, "CFG_DEL_VAL", {PATH}, R::SUCCESS_CODE, CHANGES, TOKEN, !COUNTED},
+    {C::DEL_SUB, "CFG_DEL_SUB", {PATH}, R::SUCCESS_CODE, CHANGES, TOKEN, !COUNTED},
+    {C::WRITE_SUB, "CFG_WRITE_SUB", {SUBTREE, PATH}, R::SUCCESS_CODE, CHANGES, TOKEN, COUNTED},
+    {C::GET_VAL, "CFG_GET_VAL", {PATH}, R::STRING, READS, !TOKEN, COUNTED},
+    {C::GET_VAL_INX, "CFG_GET_VAL_INX", {PATH, INDEX}, R::STRING, READS, !TOKEN, !COUNTED},
+    {C::GET_VAL_NAME, "CFG_GET_VAL_NAME", {PATH, INDEX}, R::STRING, READS, !TOKEN, !COUNTED},
+    {C::GET_VAL_NUM, "CFG_GET_VAL_NUM", {PATH}, R::NUMBER, READS, !TOKEN, !COUNTED},
+    {C::GET_SUB_NUM, "CFG_GET_SUB_NUM", {PATH}, R::NUMBER, READS, !TOKEN, COUNTED},
+    {C::GET_SUB_ENTRIES_COUNT, "CFG_GET_SUB_ENTRIES_COUNT", {PATH}, R::NUMBER, READS, !TOKEN, !COUNTED},
+    {C::GET_SUB_EXISTS, "CFG_GET_SUB_EXISTS", {PATH}, R::SUCCESS_CODE, READS, !TOKEN, COUNTED},
+    {C::GET_SUB_PATHS, "CFG_GET_SUB_PATHS", {PATH}, R::LIST, READS, !TOKEN, COUNTED},
+    {C::GET_SUB_TREE_VALUES, "CFG_GET_SUB_TREE_VALUES", {PATH}, R::PATH_VALUES, READS, !TOKEN, !COUNTED},
+    {C::GET_SUB_INX, "CFG_GET_SUB_INX", {PATH, INDEX}, R::SUBTREE, READS, !TOKEN, COUNTED},
+    {C::GET_SUB_MERGE, "CFG_GET_SUB_MERGE", {PATH, RULES, MERGE}, R::SUBTREE, READS, !TOKEN, COUNTED},
+    {C::GET_SUB_TREE_ONLY_WITH_VALUES, "CFG_GET_SUB_TREE_ONLY_WITH_VALUES", {PATH, RULES, MERGE}, R::SUBTREE, READS, !TOKEN, COUNTED},
+    {C::GET_SUB_LONG_VALUE, "CFG_GET_SUB_LONG_VALUE", {PATH}, R::SUBTREE, READS, !TOKEN, COUNTED},
+    {C::GET_SUB_LONG_VALUE_WILDCARD, "CFG_GET_SUB_LONG_VALUE_WILDCARD", {PATH}, R::SUBTREE, READS, !TOKEN, !COUNTED},
+    {C::GET_SUB_WITH_VALUE_PRECENT_WILDCARD, "CFG_GET_SUB_WITH_VALUE_PRECENT_WILDCARD", {PATH}, R::SUBTREE, READS, !TOKEN, !COUNTED},
+    {C::GET_SUB_SEQ, "CFG_GET_SUB_SEQ", {PATH, SEQ_NUMBER, COMPRESSED}, R::TREE, READS, !TOKEN, COUNTED},
+    {C::GET_SUB_DEL_SEQ, "CFG_GET_SUB_DEL_SEQ", {PATH, SEQ_NUMBER, COMPRESSED}, R::TREE, READS, !TOKEN, !COUNTED},
+    {C::GET_VALUE_BY_SEARCH_RULE, "CFG_GET_VALUE_BY_SEARCH_RULE", {VALUE_NAME, RULES}, R::FOUND_VALUE, READS, !TOKEN, COUNTED},
+    {C::FILL_PATH, "CFG_FILL_PATH", {PATH}, R::LIST, READS, !TOKEN, COUNTED},
+    {C::FILL_PATH_NAME_VALUE, "CFG_FILL_PATH_NAME_VALUE", {PATH, VALUE_NAME, VALUE}, R::STRING, READS, !TOKEN, COUNTED},
+    {C::GET_NODE_NAME, "CFG_GET_NODE_NAME", {PATH}, R::STRING, READS, !TOKEN, COUNTED},
+    {C::GET_NODE_NAME_BY_IP, "CFG_GET_NODE_NAME_BY_IP", {PATH}, R::STRING, READS, !TOKEN, COUNTED},
+    {C::SERV_NODE_NAME, "CFG_SERV_NODE_NAME", {}, R::STRING, READS, !TOKEN, COUNTED},
+    {C::GET_MAX_SEQ, "CFG_GET_MAX_SEQ", {}, R::STRING, READS, !TOKEN, COUNTED},
+    {C::GET_MAX_SEQ_PATH, "CFG_GET_MAX_SEQ_PATH", {PATH}, R::STRING, READS, !TOKEN, !COUNTED},
+    {C::GET_DEL_MIN_SEQ, "CFG_GET_DEL_MIN_SEQ", {}, R::STRING, READS, !TOKEN, COUNTED},
+    {C::GET_DB_DATETIME, "CFG_GET_DB_DATETIME", {}, R::STRING, READS, !TOKEN, !COUNTED},
+    {C::GET_SERVER_SYNC_ID, "GET_SERVER_SYNC_ID", {}, R::STRING, READS, !TOKEN, !COUNTED},
+};
+// clang-format on
+
+constexpr bool rows_are_in_order() {
+  for (int i = 0; i < COMMAND_COUNT; ++i) {
+    if (static_cast<int>(rows[i].command) != i) return false;
+  }
+  return std::size(rows) == COMMAND_COUNT;
+}
+static_assert(rows_are_in_order());
+
+// Row numbers in the order of the names.
+constexpr auto by_name = [] {
+  std::array<uint8_t, COMMAND_COUNT> order{};
+  for (size_t i = 0; i < order.size(); ++i) order[i] = static_cast<uint8_t>(i);
+  std::sort(order.begin(), order.end(), [](uint8_t a, uint8_t b) {
+    return std::string_view(rows[a].name) < std::string_view(rows[b].name);
+  });
+  return order;
+}();
+
+}  // namespace
+
+const CommandRow& row_of(Command command) { return rows[static_cast<size_t>(command)]; }
+
+const CommandRow* find_command(std::string_view name) {
+  const auto found = std::lower_bound(
+      by_name.begin(), by_name.end(), name,
+      [](uint8_t row, std::string_view wanted) { return rows[row].name < wanted; });
+  return found != by_name.end() && rows[*found].name == name ? &rows[*found] : nullptr;
+}
+
+}  // namespace cfg::protocol
