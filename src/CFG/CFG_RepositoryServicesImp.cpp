@@ -7,6 +7,7 @@
 #include <CFG/detail/paths.h>
 #include <CFG/detail/patterns.h>
 #include <CFG/detail/search_rule.h>
+#include <CFG/detail/tree_builder.h>
 #include <logging/Logger.h>
 #include <utility/Tmr_TNLToken.h>
 
@@ -444,11 +445,8 @@ CFG_SubTree* CFG_RepositoryServicesImp::CreateSubTree(
     const RWCString& path, const std::list<std::pair<RWCString, RWCString>>& values) {
   RWCString root_path = path;
   tolower(root_path);
-  const cfg::split_path where(root_path);
-  Tree_NodePtr root(new Tree_Node(where.name));
-  root->SetVirtualParentPath(RWCString(where.parent));
+  cfg::tree_builder builder(root_path);
   const RWCString prefix = root_path + '\\';
-  CFG_BuildTreeState state;
   for (const auto& [value_path, text] : values) {
     RWCString full_path = value_path;
     tolower(full_path);
@@ -457,10 +455,9 @@ CFG_SubTree* CFG_RepositoryServicesImp::CreateSubTree(
                      path);
       continue;
     }
-    Tree_NodeInfo record(full_path.subString(prefix.length()), text);
-    AddNodeToTree(root, &record, state);
+    builder.add(full_path.view().substr(prefix.length()), text);
   }
-  return new CFG_SubTree(root);
+  return new CFG_SubTree(builder.tree());
 }
 
 bool CFG_RepositoryServicesImp::AddNodeToTree(Tree_NodePtr& root, Tree_NodeInfo* record,
@@ -485,22 +482,10 @@ bool CFG_RepositoryServicesImp::AddNodeToTree(Tree_NodePtr& root, Tree_NodeInfo*
   }
 
   const std::string_view name = parent_path.empty() ? path : path.substr(parent_path.size() + 1);
-  const std::string_view text = record->ValueView();
-  Tree_NodePtr node = state.parent->Child(name);
-  if (!node) {
-    node = text.empty() ? new Tree_Node(name) : new Tree_Node(name, text, record->IsChange());
-    if (!state.parent->Add(node)) {
-      return logger.reject(false, "AddNodeToTree : path <%s> has no name, return FALSE\n", path);
-    }
-  } else if (node->IsLeaf() == text.empty()) {
-    return logger.reject(
-        false, "AddNodeToTree : path <%s> is both a key and a value, return FALSE\n", path);
-  } else if (node->IsLeaf()) {
-    node->GetTreeValue()->SetText(text);
-    node->GetTreeValue()->SetIsChange(record->IsChange());
-  }
-  if (!node->IsLeaf()) state.last_key = node;
-  return true;
+  Tree_Node* const node =
+      cfg::add_record(*state.parent, name, record->ValueView(), record->IsChange(), path);
+  if (node && !node->IsLeaf()) state.last_key = node;
+  return node != nullptr;
 }
 
 // --- application information ----------------------------------------------------------------

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <random>
 #include <thread>
 #include <vector>
 
+#include <CFG/detail/tree_builder.h>
 #include <logging/Log_Capture.h>
 #include "recording_repository.h"
 #include "test_trees.h"
@@ -223,6 +225,32 @@ TEST(CreateSubTree, PlacesEachPairBelowItsPath) {
         "path <other\\w> is not below <h>", "path <k\\> has no name"}) {
     EXPECT_TRUE(capture.has(part)) << part;
   }
+}
+
+// Paths that lie beside, above and below each other in no order, some of them odd.
+TEST(TreeBuilder, PlacesEveryRecordWhereAddNodeToTreeDoes) {
+  std::mt19937 random(7);
+  const char* const parts[] = {"a", "b", "a-b", "ab", "a\\b", "a\\\\b", "c", "d\\e\\f"};
+  int refused = 0;
+  for (int round = 0; round < 300; ++round) {
+    cfg::tree_builder builder("h\\top");
+    Tree_NodePtr root(new Tree_Node("top"));
+    CFG_BuildTreeState state;
+    for (int i = 0; i < 60; ++i) {
+      std::string path;
+      for (size_t n = random() % 6; n > 0; --n) {
+        path += parts[random() % std::size(parts)];
+        if (random() % 3) path += '\\';
+      }
+      const std::string text = random() % 3 ? "" : std::to_string(i);
+      Tree_NodeInfo record{RWCString(path), RWCString(text)};
+      const bool is_placed = builder.add(path, text);
+      EXPECT_EQ(is_placed, Imp::AddNodeToTree(root, &record, state)) << path;
+      refused += !is_placed;
+    }
+    ASSERT_EQ(shown(*builder.tree()), shown(*root));
+  }
+  EXPECT_GT(refused, 1000);
 }
 
 // --- application information ----------------------------------------------------------------
