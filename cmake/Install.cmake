@@ -9,7 +9,7 @@ install(TARGETS CFG EXPORT HalvoriaCFG
   INCLUDES DESTINATION ${HALVORIA_INCLUDE_DIR})
 install(DIRECTORY inc/ DESTINATION ${HALVORIA_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
 # Of the platform, the libraries that the public headers include.
-foreach(library strings thread utility tree)
+foreach(library strings thread utility tree connection)
   install(DIRECTORY platform/${library} DESTINATION ${HALVORIA_INCLUDE_DIR}
     FILES_MATCHING PATTERN "*.h" PATTERN tests EXCLUDE)
 endforeach()

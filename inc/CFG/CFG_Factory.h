@@ -42,6 +42,10 @@ class HALVORIA_API CFG_Factory {
   static bool DisconnectRepositoryServices();
   static void SetCFGMode(CFG_MODE mode);
 
+  // Who gives out the session id that requests to the service carry as their token; see
+  // Conn_TokenManagerHook.
+  static void RegisterSecmSessionIdGetter(RWCString (*getter)(), int kind);
+
  private:
   friend class CFG_Extern_hook;
   friend HALVORIA_API void ShutdownRepositoryServices();

@@ -21,12 +21,15 @@ class HALVORIA_API Conn_Helper {
 
   // Whether the connection is there and nothing has failed yet.
   bool IsValid() const { return m_is_valid; }
+  // Takes the fields of the request. A request of which a field was not taken is not sent.
   Conn_FormWriter& Writer();
   // Sends the request and waits for the first frame of the answer: 0, or -1 when there is none,
   // or the service refused, for which the reason is logged.
   int GetResponseHeaders();
   // The same, waiting at most so long for it.
   int GetResponseHeaders(int seconds, int milliseconds);
+  // What the service said when it refused the request; empty when it did not.
+  const RWCString& Refusal() const { return m_refusal; }
   // Reads fields across the frames of the answer: false at its end.
   bool Read(uint32_t field, RWCString& text);
   bool Read(uint32_t field, char** text);  // the caller frees it with delete[]
@@ -35,7 +38,7 @@ class HALVORIA_API Conn_Helper {
   bool ReadView(uint32_t field, std::string_view& bytes);
   // Passes over what is left of the answer.
   void ConsumeForm();
-  // Ends the line in the log now: no answer is waited for.
+  // Sends the request and ends the line in the log now: no answer is waited for.
   void FreeLogGuard();
 
  protected:
@@ -45,12 +48,16 @@ class HALVORIA_API Conn_Helper {
  private:
   bool send();
   bool next_frame();
+  bool is_at_field();
+  bool fail();  // logs the reason
+  void log_line();
 
   const char* m_operation;
   bool m_is_valid = false;
   bool m_is_sent = false;
   bool m_keep_open;
   bool m_log;
+  bool m_has_more = false;  // frames of the answer
   Conn_FormReader m_reader;
-  bool m_has_more = false;
+  RWCString m_refusal;
 };

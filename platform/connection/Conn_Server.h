@@ -14,6 +14,7 @@ struct Conn_ServerSettings {
   std::string address = "127.0.0.1";
   int port = 0;  // 0: any that is free
   std::string service_name;
+  std::string response_prefix;          // of the names of answers, as the clients expect it
   int threads = 2;                      // that wait for requests
   size_t max_frame = size_t{64} << 20;  // bytes of one request
   int max_sessions = 2000;
@@ -23,7 +24,8 @@ struct Conn_ServerSettings {
 
 // One client's connection, seen by whoever answers its requests. A request is answered by one
 // form, of as many frames as it needs, or by none; only then the next one is read. Every
-// operation may be called by any thread, by one at a time for one request.
+// operation may be called by any thread, by one at a time for one request. Whoever answers may
+// hold the session longer than the connection lives: what is sent then is dropped.
 class HALVORIA_API Conn_Session : public std::enable_shared_from_this<Conn_Session> {
  public:
   virtual ~Conn_Session() = default;
@@ -34,12 +36,15 @@ class HALVORIA_API Conn_Session : public std::enable_shared_from_this<Conn_Sessi
   virtual Conn_FormWriter& answer() = 0;
   // Sends the frame as the last of the answer, and goes on to the next request.
   virtual void finish() = 0;
-  // Sends the frame and calls back, on the session's waiting thread, when the network took it:
-  // more follows. The argument is false when the connection is gone; then nothing more is sent.
+  // Sends the frame and calls back, on the session's waiting thread and never from within this
+  // call, when the network took it: more follows. The argument is false when the connection is
+  // gone; then nothing more is sent, but the request is still to be ended by one of the others.
+  // Until it is called back, the answer is the network's.
   virtual void send_part(std::function<void(bool)> sent) = 0;
   // Goes on to the next request without an answer.
   virtual void skip() = 0;
-  // Answers with an error form, and goes on to the next request.
+  // Answers with an error form, also behind parts that were sent, and goes on to the next
+  // request.
   virtual void refuse(std::string_view reason) = 0;
   // Closes the connection, once what is under way has been answered.
   virtual void close() = 0;
@@ -62,7 +67,8 @@ class HALVORIA_API Conn_Handler {
 
 // Listens, and reads requests from any number of connections with few threads. Frames that are
 // too long, not well formed, or meant for another service are refused with a line in the log
-// and end their connection alone. Answers pings itself.
+// and end their connection alone. Answers pings itself. Started once; started, stopped and
+// destroyed by one thread, which is none of those that wait.
 class HALVORIA_API Conn_Server {
  public:
   // The handler must outlive this object.
@@ -76,8 +82,10 @@ class HALVORIA_API Conn_Server {
   int port() const;
   int sessions() const;
   // Accepts no more, lets running requests finish for at most so long, closes every connection.
+  // No handler is called any more then, not even for a request that still runs in a thread of
+  // the service when the grace is over: its connection is never said to be closed.
   void stop(std::chrono::milliseconds grace);
-  // Calls for every open connection, on its waiting thread.
+  // Calls for every open connection, on its waiting thread. Waits for none.
   void for_each(std::function<void(Conn_Session&)> call);
 
  private:

@@ -4,13 +4,14 @@
 #include <chrono>
 #include <memory>
 
-#include <connection/Conn_Form.h>
 #include <strings/Export.h>
 #include <strings/RWCString.h>
 
 // Opened by the first request, kept open, and opened again by the first request that finds it
 // broken, but never in the middle of a transaction: what the service had of it is gone, and the
-// requests of the rest of it fail. One thread at a time.
+// requests of the rest of it fail, with one line in the log. A request that was sent is never
+// sent again: when its answer does not come it fails, and the connection is dropped. One thread
+// at a time.
 class HALVORIA_API Conn_SyncConnector {
  public:
   struct TimeOuts {
@@ -32,13 +33,18 @@ class HALVORIA_API Conn_SyncConnector {
   void SetTimeOuts(const TimeOuts& time_outs);
   const TimeOuts& GetTimeOuts() const;
 
+  // Whether there is a connection that has not been found broken; one that was not used for a
+  // while is looked at first.
   bool IsConnected() const;
   void Disconnect();
   // "host:port", as messages call it.
   const RWCString& Address() const;
+  // Why the last request failed, such as "cannot connect to 127.0.0.1:5020: Connection refused";
+  // empty when none has.
+  const RWCString& LastError() const;
 
-  // Requests between the two go over one connection. They nest by count: EndTransaction answers
-  // 1 when the outermost ends, 0 for an inner one and when none was started.
+  // Requests between the two go over one connection. They nest by count: StartTransaction answers
+  // 1, EndTransaction 1 when the outermost ends, 0 for an inner one and when none was started.
   int StartTransaction();
   int EndTransaction();
   int IsInTransaction() const;
@@ -48,7 +54,7 @@ class HALVORIA_API Conn_SyncConnector {
   void SetTokenSent(bool is_sent);
 
  protected:
-  RWCString m_service_name;  // set by the protocol's own class
+  RWCString m_service_name;  // set by the protocol's own class; empty: whatever is there
 
  private:
   friend class Conn_Helper;

@@ -5,6 +5,7 @@
 #include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_RepositoryTransaction.h>
 #include <CFG/CFG_SubTree.h>
+#include <connection/Conn_TokenManagerHook.h>
 #include <logging/Logger.h>
 #include <system/Sys_Environment.h>
 #include <system/Sys_Process.h>
@@ -161,6 +162,10 @@ CFG_RepositoryServices* CFG_Factory::GetRepositoryServices(CFG_SubTree* sub_tree
 }
 
 void CFG_Factory::SetCFGMode(CFG_MODE mode) { cfg_mode = mode; }
+
+void CFG_Factory::RegisterSecmSessionIdGetter(RWCString (*getter)(), int kind) {
+  Conn_TokenManagerHook::RegisterSecmSessionIdGetter(getter, kind);
+}
 
 bool CFG_Factory::DisconnectRepositoryServices() {
   const MutexGuard guard(cfg_factory_mutex);

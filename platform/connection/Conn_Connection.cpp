@@ -1,0 +1,107 @@
+#include <connection/Conn_Connection.h>
+
+#include <algorithm>
+#include <new>
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// A connection unused for longer is looked at before it is used: the service may have ended.
+constexpr milliseconds kFresh(100);
+
+}  // namespace
+
+bool Conn_SyncConnector::Inside::prepare() {
+  if (transaction_is_broken) {
+    last_error = "the connection to " + address + " broke in the middle of a transaction";
+    return false;
+  }
+  drop_when_stale();
+  if (transaction_is_broken) return prepare();
+  return stream.is_open() || open();
+}
+
+void Conn_SyncConnector::Inside::drop_when_stale() {
+  if (!stream.is_open()) return;
+  const auto now = clock_type::now();
+  if (now - last_looked_at <= kFresh) return;
+  if (!transaction_has_begun && now - last_used > time_outs.idle) return drop();
+  if (now - last_used <= kFresh) return;
+  last_looked_at = now;
+  if (!stream.is_live()) drop();
+}
+
+bool Conn_SyncConnector::Inside::open() {
+  if (host.empty()) return last_error = "no service was named to connect to", false;
+  std::string reason;
+  if (!stream.open(host, port, time_outs.connect, time_outs.request, keep_alive, reason)) {
+    last_error = "cannot connect to " + address + ": " + reason.c_str();
+    return false;
+  }
+  received.clear();
+  is_introduced = is_token_sent = false;
+  mark_used();
+  return true;
+}
+
+void Conn_SyncConnector::Inside::drop() {
+  stream.close();
+  received.clear();
+  is_introduced = is_token_sent = false;
+  if (transaction_has_begun) transaction_is_broken = true;
+}
+
+bool Conn_SyncConnector::Inside::break_off(const std::string& reason) {
+  last_error = "the connection to " + address + " broke: " + reason.c_str();
+  drop();
+  return false;
+}
+
+bool Conn_SyncConnector::Inside::send(std::string_view service) {
+  if (!is_introduced && !service.empty()) writer.introduce(service, CONN_PROTOCOL_VERSION);
+  if (!writer.is_whole()) return last_error = "the request is too large", false;
+  if (transactions > 0) transaction_has_begun = true;
+  std::string reason;
+  size_t sent;
+  if (!stream.send(writer.finish(), sent, reason)) {
+    // A service that refuses a request while it is being sent says so before it closes.
+    return refused_meanwhile(reason) || break_off(reason);
+  }
+  is_introduced = true;
+  return true;
+}
+
+bool Conn_SyncConnector::Inside::refused_meanwhile(std::string& reason) {
+  size_t size;
+  char* room = received.room(size);
+  received.received(stream.receive_at_once(room, size));
+  if (received.has_begun()) return true;
+  return reason += " while the request was sent", false;
+}
+
+milliseconds Conn_SyncConnector::Inside::time_to_wait() const {
+  if (answer_by == clock_type::time_point::max()) return time_outs.request;
+  const auto rest = std::chrono::ceil<milliseconds>(answer_by - clock_type::now());
+  return std::clamp(rest, milliseconds(1), time_outs.request);
+}
+
+bool Conn_SyncConnector::Inside::receive(std::string_view& frame) {
+  using Found = Conn_FrameSplitter::Found;
+  try {
+    for (;;) {
+      const Found found = received.next(frame);
+      if (found == Found::FRAME) return true;
+      if (found == Found::TOO_LONG) return break_off("the answer is not well formed");
+      stream.set_receive_time_out(time_to_wait());
+      size_t size;
+      char* room = received.room(size);
+      std::string reason;
+      const size_t count = stream.receive(room, size, reason);
+      if (count == 0) return break_off(reason);
+      received.received(count);
+    }
+  } catch (const std::bad_alloc&) {
+    return break_off("there is no memory for the answer");
+  }
+}

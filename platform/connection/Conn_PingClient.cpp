@@ -1,0 +1,78 @@
+#include <connection/Conn_PingClient.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include <connection/Conn_Helper.h>
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+constexpr std::chrono::milliseconds kTimeOut(5000);
+constexpr std::chrono::seconds kStatusHolds(10);
+
+struct PingParams final : ConnHelper_Params {
+  using ConnHelper_Params::ConnHelper_Params;
+  const RWCString& GetCommandName() const override { return name; }
+  const char* GetResponsePrefix() const override { return ""; }
+  int GetServiceId() const override { return 0; }
+
+  const RWCString name = CONN_PING;
+};
+
+struct Status {
+  int status;
+  clock_type::time_point when;
+};
+
+std::mutex statuses_mutex;
+std::map<std::string, Status>& statuses() {  // guarded by statuses_mutex
+  static std::map<std::string, Status> all;
+  return all;
+}
+
+std::string key_of(const RWCString& server, int port) {
+  return server.str() + ':' + std::to_string(port);
+}
+
+void keep_status(const RWCString& server, int port, int status) {
+  const std::lock_guard guard(statuses_mutex);
+  statuses()[key_of(server, port)] = {status, clock_type::now()};
+}
+
+}  // namespace
+
+Conn_PingClient::Answer Conn_PingClient::Ping(const RWCString& server, int port,
+                                              const RWCString& connection_type, int token_property,
+                                              std::chrono::milliseconds time_out) {
+  Answer answer;
+  Conn_SyncConnector connector;
+  connector.SetTimeOuts({time_out, time_out, time_out});
+  if (connector.InitConn(server, port, connection_type, "ping", token_property, 0)) {
+    const auto start = clock_type::now();
+    const RWCString nobody;
+    PingParams params(nobody, nobody);
+    Conn_Helper helper("Conn_PingClient::Ping", connector, params, false, true);
+    answer.is_alive = helper.IsValid() && helper.GetResponseHeaders() == 0 &&
+                      helper.Read(CONN_FLD_SERVICE, answer.service);
+    answer.took = std::chrono::duration_cast<std::chrono::microseconds>(clock_type::now() - start);
+  }
+  if (!answer.is_alive) answer.reason = connector.LastError();
+  keep_status(server, port, answer.is_alive ? 1 : 0);
+  return answer;
+}
+
+int Conn_PingClient::PingServer(const RWCString& server, int port, const RWCString& connection_type,
+                                int token_property) {
+  return Ping(server, port, connection_type, token_property, kTimeOut).is_alive ? 1 : 0;
+}
+
+bool Conn_PingClient::GetServerPingStatus(const RWCString& server, int port, int& status) {
+  const std::lock_guard guard(statuses_mutex);
+  const auto found = statuses().find(key_of(server, port));
+  if (found == statuses().end()) return false;
+  if (clock_type::now() - found->second.when > kStatusHolds) return false;
+  status = found->second.status;
+  return true;
+}

@@ -1,0 +1,45 @@
+// The bytes of a connection at the serving end.
+#pragma once
+
+#include <asio.hpp>
+#include <string>
+#include <string_view>
+#include <utility>
+
+// What connections are made of is known here only. Used on the thread that runs its io_context;
+// nothing waits. An operation under way when the stream is closed is called back with an error.
+class Conn_ServerStream {
+ public:
+  explicit Conn_ServerStream(asio::ip::tcp::socket socket) : m_socket(std::move(socket)) {
+    asio::error_code ignored;
+    m_socket.non_blocking(true, ignored);
+    m_socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+  }
+
+  template <class Done>  // (error, size)
+  void receive(char* bytes, size_t size, Done done) {
+    m_socket.async_read_some(asio::buffer(bytes, size), std::move(done));
+  }
+  // As much as the network takes at once. False when the connection is broken.
+  bool send_some(std::string_view bytes, size_t& sent) {
+    asio::error_code error;
+    sent = m_socket.write_some(asio::buffer(bytes.data(), bytes.size()), error);
+    return !error || error == asio::error::would_block || error == asio::error::try_again;
+  }
+  template <class Done>  // (error, size)
+  void send(std::string_view bytes, Done done) {
+    asio::async_write(m_socket, asio::buffer(bytes.data(), bytes.size()), std::move(done));
+  }
+  // Says that nothing more will be sent.
+  void end_sending() {
+    asio::error_code ignored;
+    m_socket.shutdown(asio::socket_base::shutdown_send, ignored);
+  }
+  void close() {
+    asio::error_code ignored;
+    m_socket.close(ignored);
+  }
+
+ private:
+  asio::ip::tcp::socket m_socket;
+};
