@@ -26,6 +26,10 @@ class HALVORIA_API Sys_Module {
 
   const RWCString& error() const { return m_error; }
 
+  // The folder of the library or program that holds the function or variable at an address,
+  // links followed; empty when the system does not tell. Any thread.
+  static RWCString FolderOf(const void* address);
+
  private:
   void* m_handle = nullptr;
   RWCString m_error;
