@@ -2,6 +2,10 @@
 include(CMakePackageConfigHelpers)
 
 set(HALVORIA_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/halvoria)
+# The stores of the database, loaded when one is asked for.
+get_property(HALVORIA_STORES GLOBAL PROPERTY HALVORIA_STORES)
+install(TARGETS ${HALVORIA_STORES} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/halvoria)
+
 set(HALVORIA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/HalvoriaCFG)
 
 install(TARGETS CFG EXPORT HalvoriaCFG

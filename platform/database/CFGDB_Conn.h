@@ -1,7 +1,9 @@
 // One connection to the configuration's database.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +16,7 @@
 #include <utility/Tmr_PtrSortedVector.h>
 
 class Db_Store;
+class Db_TreeQuery;
 
 // The rules of the stored tree over a Db_Store: keys and values by full path, parents made on
 // demand, changes numbered, deletions kept. Paths are full, lower-cased and without
@@ -22,10 +25,17 @@ class Db_Store;
 // A change begins a store transaction when none is open. With auto-commit on, an operation
 // whose `commit` argument is not 0 ends it; one with 0 leaves it for the next operation of
 // the same step. With auto-commit off, the transaction lasts until Commit or RollBack. A
-// failed operation with auto-commit on rolls back what its step has done.
+// failed operation with auto-commit on rolls back what its step has done. With auto-commit off
+// a refused operation leaves the transaction as it is; when the store fails, the transaction is
+// lost: changes answer DB_ERROR, and `uncommitted` stays, until Commit (which answers 0) or
+// RollBack.
 //
-// Threads: one thread at a time; GetMutexPtr serialises tree queries of several. Failures are
-// the codes below, null, or empty answers; the reason is logged here.
+// A reader of the same connection sees its pending changes. Writing what is there already is no
+// change and takes no number.
+//
+// Threads: any, one after the other; a transaction and a tree query belong to all of them, so
+// GetMutexPtr serialises tree queries. Failures are the codes below, null, or empty answers; the
+// reason is logged here.
 class HALVORIA_API CFGDB_Conn {
  public:
   static constexpr int COMMIT_OK = 1004;  // what Commit answers; 0 when it failed
@@ -137,13 +147,59 @@ class HALVORIA_API CFGDB_Conn {
   RWCString GetServerSyncID();  // names the database for life
   RWCString GetCfgPass() { return RWCString(); }
   RWCString GetConnectionAlias() { return RWCString(); }
-  // Runs the store's own check of what it holds; false with the reason.
+  // Runs the store's own check of what it holds, and sees whether it is a tree; false with the
+  // reason.
   bool CheckIntegrity(std::string& reason);
 
  private:
+  // A removal that waits for the next operation: when that puts a value at the same path, both
+  // are one change.
+  struct Removal {
+    std::string path, value;
+    bool is_held = false;
+  };
+
+  // Of every operation: waits for those of other threads, and carries a held removal out.
+  class Use;
+
+  bool reject(const char* op, std::string_view path, const std::string& why);
+  bool is_usable(const char* op, std::string_view path);
+  bool reconnect();
+
+  // Reads.
+  bool read(const char* op, std::string_view path, std::string& value);
+  bool is_tree(std::string& reason);
+  int children(const char* op, const RWCString& path, bool keys, int at, RWCString* name,
+               RWCString* value);
+
+  // Changes.
+  int begin(const char* op, std::string_view path);
+  int end(const char* op, std::string_view path, int commit);
+  int refuse(const char* op, std::string_view path, int code, const char* why);
+  int lose(const char* op, std::string_view path);
+  int settle(const char* op);
+  int make_keys(const char* op, std::string_view path);
+  int replace(const std::vector<const Tree_NodeInfo*>& records);
+  bool commit_pending(const char* op);
+  void forget_transaction();
+  void note_change() { m_is_changed = true, uncommitted = 1; }
+
   std::unique_ptr<Db_Store> m_store;
+  std::string m_conn_string, m_user, m_session;
+  bool m_sql_trace = false;
   int m_auto_commit = 1;
   int m_write_wait = 10000;
+
+  bool m_is_changing = false;  // a transaction of the store is open
+  bool m_is_changed = false;   // and has changed something
+  bool m_is_lost = false;      // the transaction went in a failure, and nobody was told yet
+  int64_t m_sequence = 0;      // the last number given, while changing
+  std::string m_known_key;     // a key that is there, while changing
+  Removal m_removal;
+
+  std::unique_ptr<Db_TreeQuery> m_query;
   RWCString m_query_root;
+  bool m_is_query_failed = false;
   Mutex m_query_mutex;
+  std::recursive_mutex m_use_mutex;
 };

@@ -1,6 +1,7 @@
 // What CFGDB_Conn needs of a database.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -8,14 +9,15 @@
 
 enum class Db_Result { OK, NOT_FOUND, BUSY, FAILED };
 
-// A row: a key when the value is empty. Views into the store's memory.
+// A row: a key when the value is empty. Paths and values are bytes of any kind. Views into the
+// memory of whoever made it.
 struct Db_Entry {
   std::string_view path;
   std::string_view value;
   int64_t sequence = 0;
 };
 
-// Rows in order of path. The cursor goes before the store does.
+// Rows in order of path, as they were when the cursor was made. It goes before the store does.
 class Db_Cursor {
  public:
   virtual ~Db_Cursor() = default;
@@ -26,40 +28,54 @@ class Db_Cursor {
 // One session with a database that keeps a table of paths, in the order of their bytes, a table
 // of deleted paths, and the last number given. It knows rows and ranges, no rules. Made by a
 // module that depends on the database's client library and on nothing else of ours, so no type
-// of ours but these crosses its border, and nothing throws. One thread at a time.
+// of ours but these crosses its border, and nothing throws except for want of memory. One
+// thread at a time.
+//
+// A range holds the rows with from <= path < to.
 class Db_Store {
  public:
-  virtual ~Db_Store() = default;
-  virtual const std::string& error() const = 0;  // why the last operation failed
+  using Trace = void (*)(void* context, const char* statement);
 
-  // --- reads -----------------------------------------------------------------------------------
+  virtual ~Db_Store() = default;
+  virtual const std::string& error() const = 0;            // why the last operation failed
+  virtual void set_trace(Trace trace, void* context) = 0;  // told of every statement
+
+  // --- reads: each sees one state of the store, between changes its own ------------------------
 
   virtual Db_Result get(std::string_view path, std::string& value) = 0;
-  // Rows with from <= path < to and a number above the given one; of the deleted ones too.
+  // Rows of the range with a number above the given one; of the deleted ones too, whose values
+  // are empty. Null when it fails, as below.
   virtual std::unique_ptr<Db_Cursor> range(std::string_view from, std::string_view to,
                                            int64_t above_sequence, bool deleted) = 0;
-  // The rows directly under a key, their own branches passed over.
+  // The rows directly under a key, their own branches passed over; the rows without a backslash
+  // for the empty path.
   virtual std::unique_ptr<Db_Cursor> children(std::string_view path) = 0;
   virtual Db_Result count(std::string_view from, std::string_view to, int64_t& rows) = 0;
-  // Of rows and deleted rows of the range.
+  // Of rows and deleted rows of the range; 0 when there is none.
   virtual Db_Result max_sequence(std::string_view from, std::string_view to, int64_t& number) = 0;
   virtual Db_Result last_sequence(int64_t& number) = 0;
   virtual Db_Result oldest_deletion(int64_t& number) = 0;  // from which on all are kept
   virtual Db_Result sync_id(std::string& id) = 0;
-  virtual Db_Result date_time(std::string& text) = 0;
+  virtual Db_Result date_time(std::string& text) = 0;  // UTC, "2026-11-23 04:45:10"
+  virtual Db_Result check(std::string& reason) = 0;    // NOT_FOUND with what is wrong
 
   // --- changes, between begin and commit or rollback -------------------------------------------
 
   // Takes the store's one write lock, waiting at most so long (BUSY), and reads the last number.
   virtual Db_Result begin(int wait_milliseconds, int64_t& last_sequence) = 0;
+  // A failed commit has rolled back.
   virtual Db_Result commit(int64_t last_sequence) = 0;
   virtual void rollback() = 0;
-  virtual Db_Result put(const Db_Entry& entry) = 0;  // forgets a deletion of the path
-  // Rows in order of path, for a range that is empty.
+  // Puts rows in place of what is at their paths, and forgets deletions of those.
+  virtual Db_Result put(const Db_Entry* entries, size_t count) = 0;
+  // The same in order of path, where no row is at or between the paths.
   virtual Db_Result put_new(const Db_Entry* entries, size_t count) = 0;
-  virtual Db_Result erase(std::string_view path, int64_t sequence) = 0;
+  // Turns rows into deleted ones with these numbers.
+  virtual Db_Result erase(const Db_Entry* entries, size_t count) = 0;
+  // All of a range, in order of path, the first with the number given. How many there were.
+  virtual Db_Result erase_range(std::string_view from, std::string_view to, int64_t sequence,
+                                int64_t& rows) = 0;
   virtual Db_Result purge_deletions(int days, int64_t& rows) = 0;
-  virtual Db_Result check(std::string& reason) = 0;
 };
 
 // What a module exports under the name below. On failure null, and the reason.

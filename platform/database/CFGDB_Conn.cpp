@@ -1,0 +1,219 @@
+#include <database/CFGDB_Conn.h>
+
+#include <algorithm>
+
+#include <database/CFGDB_Conn_Use.h>
+#include <database/Db_Module.h>
+#include <database/Db_Path.h>
+#include <database/Db_TreeQuery.h>
+#include <logging/Logger.h>
+
+// Connection and transactions. What is read is in CFGDB_Conn_Reads.cpp and _Query.cpp, what is
+// changed in CFGDB_Conn_Changes.cpp.
+
+namespace {
+constexpr Log_Logger logger("platform/database/CFGDB_Conn", 502);
+}
+
+CFGDB_Conn::CFGDB_Conn(bool) {}
+CFGDB_Conn::~CFGDB_Conn() { disconnect(); }
+
+int CFGDB_Conn::Init(const RWCString& conn_string, const RWCString& user, bool sql_trace) {
+  disconnect();
+  const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
+  m_conn_string = conn_string.str();
+  m_user = user.str();
+  m_sql_trace = sql_trace;
+  return reconnect();
+}
+
+bool CFGDB_Conn::reconnect() {
+  std::string reason;
+  m_store = Db_Open(m_conn_string, m_user, reason);
+  if (!m_store) return logger.reject(false, "Init: %s\n", reason);
+  if (!m_sql_trace) return true;
+  const auto tell = [](void* self, const char* statement) {
+    logger.detail("SQL of session <%s>: %s\n", static_cast<CFGDB_Conn*>(self)->m_session,
+                  statement);
+  };
+  m_store->set_trace(tell, this);
+  return true;
+}
+
+// What was not committed is lost, as it is when the process ends.
+void CFGDB_Conn::disconnect() {
+  const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
+  m_query.reset();
+  if (m_store && m_is_changing) m_store->rollback();
+  forget_transaction();
+  m_is_lost = false;
+  m_store.reset();
+}
+
+bool CFGDB_Conn::reject(const char* op, std::string_view path, const std::string& why) {
+  return logger.reject(false, "%s: path <%s>: %s\n", op, path, why);
+}
+
+bool CFGDB_Conn::is_usable(const char* op, std::string_view path) {
+  if (m_store) return true;
+  return reject(op, path, "not connected to a database");
+}
+
+int CFGDB_Conn::SetSessionInfo(const std::string& session, int) {
+  const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
+  m_session = session;
+  return 1;
+}
+
+// --- transactions -----------------------------------------------------------------------------
+
+// What is pending when auto-commit is turned on is committed.
+void CFGDB_Conn::SetAutoCommit(int on) {
+  const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
+  m_auto_commit = on ? 1 : 0;
+  if (on && (m_is_changing || m_is_lost)) commit_pending("SetAutoCommit");
+}
+
+int CFGDB_Conn::Commit(int) {
+  const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
+  return commit_pending("Commit") ? COMMIT_OK : 0;
+}
+
+int CFGDB_Conn::RollBack(int) {
+  const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
+  if (!is_usable("RollBack", "")) return 0;
+  if (m_is_changing) m_store->rollback();
+  forget_transaction();
+  m_is_lost = false;
+  return 1;
+}
+
+bool CFGDB_Conn::commit_pending(const char* op) {
+  if (!is_usable(op, "")) return false;
+  const bool is_settled = settle(op) == OK;
+  if (m_is_lost) {
+    m_is_lost = false;
+    uncommitted = 0;
+    return logger.reject(false, "%s: the changes were lost in a failure before\n", op);
+  }
+  if (!m_is_changing) return is_settled;
+  const bool is_done = !m_is_changed || m_store->commit(m_sequence) == Db_Result::OK;
+  if (!m_is_changed) m_store->rollback();
+  forget_transaction();
+  if (is_done) return true;
+  return logger.reject(false, "%s: the changes are lost: %s\n", op, m_store->error());
+}
+
+void CFGDB_Conn::forget_transaction() {
+  m_is_changing = m_is_changed = false;
+  m_known_key.clear();
+  m_removal = Removal();
+  uncommitted = 0;
+}
+
+int CFGDB_Conn::begin(const char* op, std::string_view path) {
+  if (!is_usable(op, path)) return DB_ERROR;
+  if (m_is_lost) {
+    reject(op, path, "the transaction was lost in a failure, it must be committed or rolled back");
+    return DB_ERROR;
+  }
+  if (m_is_changing) return OK;
+  const Db_Result result = m_store->begin(m_write_wait, m_sequence);
+  if (result == Db_Result::BUSY) {
+    reject(
+        op, path,
+        "another writer holds the database for more than " + std::to_string(m_write_wait) + " ms");
+  } else if (result != Db_Result::OK) {
+    reject(op, path, m_store->error());
+  }
+  m_is_changing = result == Db_Result::OK;
+  return m_is_changing ? OK : DB_ERROR;
+}
+
+int CFGDB_Conn::end(const char* op, std::string_view path, int commit) {
+  if (!m_auto_commit || !commit) return OK;
+  if (commit_pending(op)) return OK;
+  reject(op, path, "not committed");
+  return COMMIT_ERROR;
+}
+
+int CFGDB_Conn::refuse(const char* op, std::string_view path, int code, const char* why) {
+  reject(op, path, why);
+  if (m_auto_commit && m_is_changing) {
+    m_store->rollback();
+    forget_transaction();
+  }
+  return code;
+}
+
+int CFGDB_Conn::lose(const char* op, std::string_view path) {
+  reject(op, path, m_store->error());
+  m_store->rollback();
+  const bool is_told_later = !m_auto_commit && uncommitted;
+  forget_transaction();
+  m_is_lost = is_told_later;
+  uncommitted = is_told_later ? 1 : 0;
+  return DB_ERROR;
+}
+
+int CFGDB_Conn::settle(const char* op) {
+  if (!m_removal.is_held) return OK;
+  const Removal removal = std::move(m_removal);
+  m_removal = Removal();
+  const Db_Entry entry = {removal.path, "", ++m_sequence};
+  if (m_store->erase(&entry, 1) != Db_Result::OK) return lose(op, removal.path);
+  note_change();
+  return OK;
+}
+
+// --- the store --------------------------------------------------------------------------------
+
+RWCString CFGDB_Conn::GetDbServerDateTime() {
+  const Use use(*this, "GetDbServerDateTime");
+  std::string text;
+  if (!use || use.failed(m_store->date_time(text))) return RWCString();
+  return text;
+}
+
+RWCString CFGDB_Conn::GetMaxSeqNumber() {
+  const Use use(*this, "GetMaxSeqNumber");
+  int64_t number = m_sequence;
+  if (!use || (!m_is_changing && use.failed(m_store->last_sequence(number)))) return RWCString();
+  return std::to_string(number);
+}
+
+RWCString CFGDB_Conn::GetMaxSeqNumber(const RWCString& path) {
+  const Db_Path at(path);
+  const Use use(*this, "GetMaxSeqNumber", at);
+  const Db_Range range(at);
+  int64_t own = 0, below = 0;
+  if (!use || use.failed(m_store->max_sequence(at, std::string(at) + '\0', own)) ||
+      use.failed(m_store->max_sequence(range.from, range.to, below))) {
+    return RWCString();
+  }
+  return std::to_string(std::max(own, below));
+}
+
+RWCString CFGDB_Conn::GetMinSeqNumberOfDeletedEntry() {
+  const Use use(*this, "GetMinSeqNumberOfDeletedEntry");
+  int64_t number = 0;
+  if (!use || use.failed(m_store->oldest_deletion(number))) return RWCString();
+  return std::to_string(number);
+}
+
+RWCString CFGDB_Conn::GetServerSyncID() {
+  const Use use(*this, "GetServerSyncID");
+  std::string id;
+  if (!use || use.failed(m_store->sync_id(id))) return RWCString();
+  return id;
+}
+
+int CFGDB_Conn::PurgeDeletedEntries(int days) {
+  constexpr char op[] = "PurgeDeletedEntries";
+  const Use use(*this, op);
+  if (!use || begin(op, "") != OK) return -1;
+  int64_t rows = 0;
+  if (m_store->purge_deletions(days, rows) != Db_Result::OK) return lose(op, ""), -1;
+  if (rows) note_change();
+  return end(op, "", 1) == OK ? static_cast<int>(rows) : -1;
+}

@@ -1,0 +1,151 @@
+#include <database/CFGDB_Conn_Use.h>
+#include <database/Db_KeyCheck.h>
+#include <database/Db_Path.h>
+#include <database/Db_Replacement.h>
+
+// What changes the tree.
+
+namespace {
+
+// Also for the indexes of the stores, which take no longer path.
+const char* fault_of(std::string_view path) {
+  if (path.empty()) return "an empty path is no place";
+  if (path.size() > DB_PATH_BYTES) return "the path is longer than 2600 bytes";
+  return nullptr;
+}
+
+}  // namespace
+
+// Makes the keys of a path that are missing, the highest first, after looking that they can be.
+int CFGDB_Conn::make_keys(const char* op, std::string_view path) {
+  if (path.empty() || path == m_known_key) return OK;
+  std::vector<std::string_view> missing;
+  std::string value;
+  for (std::string_view key = path; !key.empty(); key = Db_ParentOf(key)) {
+    const Db_Result result = m_store->get(key, value);
+    if (result == Db_Result::FAILED) return lose(op, key);
+    if (result == Db_Result::OK) {
+      if (value.empty()) break;
+      return refuse(op, key, PARENT_IS_VALUE, "it is a value, nothing can be below it");
+    }
+    missing.push_back(key);
+  }
+  std::vector<Db_Entry> keys;
+  for (auto key = missing.rbegin(); key != missing.rend(); ++key) {
+    keys.push_back({*key, "", ++m_sequence});
+  }
+  if (!keys.empty()) {
+    if (m_store->put(keys.data(), keys.size()) != Db_Result::OK) return lose(op, path);
+    note_change();
+  }
+  m_known_key = path;
+  return OK;
+}
+
+int CFGDB_Conn::CreatePath(const RWCString& path, int commit, bool) {
+  constexpr char op[] = "CreatePath";
+  const Db_Path at(path);
+  const Use use(*this, op, at);
+  if (!use) return DB_ERROR;
+  if (const char* fault = fault_of(at)) return refuse(op, at, DB_ERROR, fault);
+  int result = begin(op, at);
+  if (result == OK) result = make_keys(op, at);
+  return result == OK ? end(op, at, commit) : result;
+}
+
+// A held removal of the same path tells what was there; any other is carried out first.
+int CFGDB_Conn::InsertLine(const Tree_NodeInfo& record, int commit, bool) {
+  constexpr char op[] = "InsertLine";
+  const RWCString path = record.GetPath();
+  const Db_Path at(path);
+  const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
+  if (!is_usable(op, at)) return DB_ERROR;
+  if (const char* fault = fault_of(at)) return refuse(op, at, DB_ERROR, fault);
+  if (begin(op, at) != OK) return DB_ERROR;
+  std::string old;
+  bool is_there = m_removal.is_held && m_removal.path == std::string_view(at);
+  if (is_there) {
+    old = std::move(m_removal.value);
+    m_removal = Removal();
+  } else {
+    if (settle(op) != OK) return DB_ERROR;
+    const Db_Result result = m_store->get(at, old);
+    if (result == Db_Result::FAILED) return lose(op, at);
+    is_there = result == Db_Result::OK;
+  }
+  const std::string_view value = record.ValueView();
+  if (is_there && old.empty() && !value.empty()) {
+    return refuse(op, at, DB_ERROR, "it is a key, no value can be there");
+  }
+  const int made = is_there ? OK : make_keys(op, Db_ParentOf(at));
+  if (made != OK) return made;
+  if (!is_there || old != value) {
+    const Db_Entry entry = {at, value, ++m_sequence};
+    if (m_store->put(&entry, 1) != Db_Result::OK) return lose(op, at);
+    note_change();
+  }
+  uncommitted = m_is_changed;
+  return end(op, at, commit);
+}
+
+int CFGDB_Conn::RemoveLeafLine(const RWCString& path, int commit) {
+  constexpr char op[] = "RemoveLeafLine";
+  const Db_Path at(path);
+  const Use use(*this, op, at);
+  if (!use || begin(op, at) != OK) return DB_ERROR;
+  std::string value;
+  const Db_Result result = m_store->get(at, value);
+  if (result == Db_Result::FAILED) return lose(op, at);
+  if (result == Db_Result::OK && !value.empty()) {
+    m_removal = {std::string(std::string_view(at)), std::move(value), true};
+    uncommitted = 1;
+  }
+  return end(op, at, commit);
+}
+
+int CFGDB_Conn::RemoveSubTree(const RWCString& path, int commit, bool) {
+  constexpr char op[] = "RemoveSubTree";
+  const Db_Path at(path);
+  const Use use(*this, op, at);
+  if (!use) return DB_ERROR;
+  if (at.empty()) return refuse(op, at, DB_ERROR, "an empty path is no place");
+  if (begin(op, at) != OK) return DB_ERROR;
+  m_known_key.clear();
+  std::string value;
+  const Db_Result result = m_store->get(at, value);
+  if (result == Db_Result::FAILED) return lose(op, at);
+  if (result == Db_Result::OK) {
+    const Db_Range range(at);
+    const Db_Entry top = {at, "", ++m_sequence};
+    int64_t rows = 0;
+    if (m_store->erase(&top, 1) != Db_Result::OK ||
+        m_store->erase_range(range.from, range.to, m_sequence + 1, rows) != Db_Result::OK) {
+      return lose(op, at);
+    }
+    m_sequence += rows;
+    note_change();
+  }
+  return end(op, at, commit);
+}
+
+int CFGDB_Conn::WriteSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>& records,
+                             const RWCString& path) {
+  constexpr char op[] = "WriteSubTree";
+  const Use use(*this, op, path);
+  if (!use) return DB_ERROR;
+  Db_Replacement replacement;
+  if (const char* fault = replacement.take(records)) {
+    const bool is_below_value = replacement.is_below_value();
+    return refuse(op, replacement.fault_path(), is_below_value ? PARENT_IS_VALUE : DB_ERROR, fault);
+  }
+  const std::string_view top = replacement.top();
+  if (begin(op, top) != OK) return DB_ERROR;
+  m_known_key.clear();
+  const int made = make_keys(op, Db_ParentOf(top));
+  if (made != OK) return made;
+  m_known_key.clear();
+  const int64_t before = m_sequence;
+  if (replacement.write(*m_store, m_sequence) != Db_Result::OK) return lose(op, top);
+  if (m_sequence != before) note_change();
+  return end(op, top, 1);
+}

@@ -1,0 +1,185 @@
+#include <cstdlib>
+
+#include <database/CFGDB_Conn_Use.h>
+#include <database/Db_KeyCheck.h>
+#include <database/Db_Path.h>
+#include <database/Db_Pattern.h>
+#include <database/Db_TreeQuery.h>
+
+// What is read of single keys, and record by record.
+
+// --- values and keys --------------------------------------------------------------------------
+
+RWCString CFGDB_Conn::GetValue(const RWCString& path) {
+  const Db_Path at(path);
+  const Use use(*this, "GetValue", at);
+  std::string value;
+  if (!use || use.failed(m_store->get(at, value))) return RWCString();
+  return value;
+}
+
+// Goes through the keys, or the values, directly under a key up to a position, of which it gives
+// name and value; through all for a negative one. How many it saw.
+int CFGDB_Conn::children(const char* op, const RWCString& path, bool keys, int position,
+                         RWCString* name, RWCString* value) {
+  const Db_Path at(path);
+  const Use use(*this, op, at);
+  int seen = 0;
+  const auto take = [&](std::string_view child, std::string_view text) {
+    if (text.empty() != keys) return true;
+    if (seen++ != position) return true;
+    if (name) *name = child;
+    if (value) *value = text;
+    return false;
+  };
+  if (use) use.failed(Db_EachChild(*m_store, at, take));
+  return seen;
+}
+
+RWCString CFGDB_Conn::GetValue(const RWCString& path, int index) {
+  RWCString value;
+  if (index >= 0) children("GetValue", path, false, index, nullptr, &value);
+  return value;
+}
+
+RWCString CFGDB_Conn::GetValueName(const RWCString& path, int index) {
+  RWCString name;
+  if (index >= 0) children("GetValueName", path, false, index, &name, nullptr);
+  return name;
+}
+
+int CFGDB_Conn::GetValueNum(const RWCString& path) {
+  return children("GetValueNum", path, false, -1, nullptr, nullptr);
+}
+
+int CFGDB_Conn::GetSubTreeNum(const RWCString& path) {
+  return children("GetSubTreeNum", path, true, -1, nullptr, nullptr);
+}
+
+int CFGDB_Conn::GetSubTreeEntriesCount(const RWCString& path) {
+  const Db_Path at(path);
+  const Use use(*this, "GetSubTreeEntriesCount", at);
+  const Db_Range range(at);
+  int64_t rows = 0;
+  if (!use || use.failed(m_store->count(range.from, range.to, rows))) return 0;
+  return static_cast<int>(rows);
+}
+
+int CFGDB_Conn::IsSubTreeExist(const RWCString& path, int) {
+  const Db_Path at(path);
+  const Use use(*this, "IsSubTreeExist", at);
+  std::string value;
+  if (!use) return 0;
+  const Db_Result result = m_store->get(at, value);
+  return !use.failed(result) && result == Db_Result::OK && value.empty();
+}
+
+bool CFGDB_Conn::GetSubTreePathes(const RWCString& path, std::vector<RWCString>& names) {
+  const Db_Path at(path);
+  const Use use(*this, "GetSubTreePathes", at);
+  names.clear();
+  if (!use || !IsSubTreeExist(path, 0)) return false;
+  const auto take = [&names](std::string_view name, std::string_view value) {
+    if (value.empty()) names.emplace_back(name);
+    return true;
+  };
+  return !use.failed(Db_EachChild(*m_store, at, take));
+}
+
+Tmr_PtrSortedVector<Tree_NodeInfo>* CFGDB_Conn::GetSubTreeValues(const RWCString& path) {
+  const Db_Path at(path);
+  const Use use(*this, "GetSubTreeValues", at);
+  if (!use || !IsSubTreeExist(path, 0)) return nullptr;
+  auto values = std::make_unique<Tmr_PtrSortedVector<Tree_NodeInfo>>();
+  const auto take = [&values](std::string_view name, std::string_view value) {
+    if (!value.empty()) values->append(new Tree_NodeInfo(RWCString(name), RWCString(value)));
+    return true;
+  };
+  if (use.failed(Db_EachChild(*m_store, at, take))) return nullptr;
+  return values.release();
+}
+
+// --- record by record -------------------------------------------------------------------------
+
+int CFGDB_Conn::StartTreeQuery(const RWCString& path, bool wildcard, bool,
+                               const RWCString* sequence, bool deleted, bool all_deleted) {
+  const Db_Path at(path);
+  const Use use(*this, "StartTreeQuery", at);
+  m_query.reset();
+  m_query_root.clear();
+  m_is_query_failed = false;
+  if (!use) return -1;
+  Db_TreeQuery::Asked asked{std::string(std::string_view(at)), wildcard, 0, deleted};
+  if (sequence && !all_deleted) {
+    asked.above_sequence = std::strtoll(sequence->data(), nullptr, 10);
+  }
+  m_query = std::make_unique<Db_TreeQuery>(*m_store, asked);
+  if (m_query->is_failed()) {
+    use.failed(Db_Result::FAILED);
+    m_query.reset();
+    return -1;
+  }
+  m_query_root = m_query->top();
+  return 1;
+}
+
+bool CFGDB_Conn::next_record(std::string_view& path, std::string_view& value) {
+  const Use use(*this, "GetNextFromQuery", m_query_root);
+  if (!use || !m_query) return false;
+  if (m_query->next(path, value)) return true;
+  if (m_query->is_failed() && !m_is_query_failed) {
+    m_is_query_failed = use.failed(Db_Result::FAILED);
+  }
+  return false;
+}
+
+Tree_NodeInfo* CFGDB_Conn::GetNextFromQuery() {
+  std::string_view path, value;
+  if (!next_record(path, value)) return nullptr;
+  return new Tree_NodeInfo(RWCString(path), RWCString(value));
+}
+
+bool CFGDB_Conn::has_tree() {
+  const Use use(*this, "StartTreeQuery", m_query_root);
+  if (!use || !m_query) return false;
+  const bool has = m_query->has_tree();
+  if (m_query->is_failed() && !m_is_query_failed) {
+    m_is_query_failed = use.failed(Db_Result::FAILED);
+  }
+  return has;
+}
+
+bool CFGDB_Conn::is_query_failed() const { return m_is_query_failed; }
+
+int CFGDB_Conn::CloseTreeQuery(bool) {
+  const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
+  m_query.reset();
+  return 1;
+}
+
+bool CFGDB_Conn::CheckIntegrity(std::string& reason) {
+  const Use use(*this, "CheckIntegrity");
+  if (!use) {
+    reason = "not connected to a database";
+    return false;
+  }
+  const Db_Result result = m_store->check(reason);
+  if (result == Db_Result::FAILED) reason = m_store->error();
+  return result == Db_Result::OK && is_tree(reason);
+}
+
+bool CFGDB_Conn::is_tree(std::string& reason) {
+  const auto cursor = m_store->range("", "\xff\xff\xff\xff", 0, false);
+  Db_KeyCheck check;
+  Db_Entry entry;
+  Db_Result result = cursor ? Db_Result::OK : Db_Result::FAILED;
+  while (result == Db_Result::OK && (result = cursor->next(entry)) == Db_Result::OK) {
+    const Db_KeyCheck::Fault fault = check.add(entry.path, entry.value.empty());
+    if (fault == Db_KeyCheck::NONE) continue;
+    reason = "what is above <" + std::string(entry.path) + "> is " +
+             (fault == Db_KeyCheck::NO_PARENT ? "missing" : "a value");
+    return false;
+  }
+  if (result == Db_Result::FAILED) reason = m_store->error();
+  return result == Db_Result::NOT_FOUND;
+}

@@ -1,0 +1,29 @@
+// For the sources of CFGDB_Conn.
+#pragma once
+
+#include <database/CFGDB_Conn.h>
+#include <database/Db_Store.h>
+
+// One operation on the store. False when there is no store; that is logged.
+class CFGDB_Conn::Use {
+ public:
+  Use(CFGDB_Conn& conn, const char* op, std::string_view path = std::string_view())
+      : m_conn(conn), m_op(op), m_path(path), m_guard(conn.m_use_mutex) {
+    m_is_usable = conn.is_usable(op, path) && (!conn.m_removal.is_held || conn.settle(op) == OK);
+  }
+
+  explicit operator bool() const { return m_is_usable; }
+  // Whether the store failed, which is logged.
+  bool failed(Db_Result result) const {
+    if (result != Db_Result::FAILED) return false;
+    return !m_conn.reject(m_op, m_path, m_conn.m_store->error());
+  }
+  const char* op() const { return m_op; }
+
+ private:
+  CFGDB_Conn& m_conn;
+  const char* m_op;
+  std::string_view m_path;
+  std::lock_guard<std::recursive_mutex> m_guard;
+  bool m_is_usable;
+};

@@ -1,0 +1,50 @@
+#include <database/sqlite/Sqlite_Cursor.h>
+
+Db_Result Sqlite_Cursor::read(Db_Entry& entry) {
+  const Db_Result result = step();
+  if (result == Db_Result::OK) entry = m_statement.entry();
+  return result;
+}
+
+Db_Result Sqlite_Cursor::next(Db_Entry& entry) {
+  if (!m_is_kept) return read(entry);
+  if (m_next == m_rest.size()) return m_end;
+  const Row& row = m_rest[m_next++];
+  entry = {row.path, row.value, row.sequence};
+  return Db_Result::OK;
+}
+
+void Sqlite_Cursor::keep_rest() {
+  if (m_is_kept) return;
+  Db_Entry entry;
+  while ((m_end = read(entry)) == Db_Result::OK) {
+    m_rest.push_back({std::string(entry.path), std::string(entry.value), entry.sequence});
+  }
+  m_is_kept = true;
+  m_statement.rewind();
+}
+
+Sqlite_ChildCursor::Sqlite_ChildCursor(Sqlite_Session& session, Open& open, std::string_view path)
+    : Sqlite_Cursor(session, Sqlite_Sql::RANGE, open), m_below(path.empty() ? 0 : path.size() + 1) {
+  if (!path.empty()) m_from.assign(path).append("\\");
+  m_to = path.empty() ? std::string("\xff\xff\xff\xff") : std::string(path) + "]";
+  if (!is_ready()) return;
+  statement().bind(1, m_from);
+  statement().bind(2, m_to);
+}
+
+Db_Result Sqlite_ChildCursor::read(Db_Entry& entry) {
+  for (;;) {
+    const Db_Result result = Sqlite_Cursor::read(entry);
+    if (result != Db_Result::OK) return result;
+    const size_t cut = entry.path.find('\\', m_below);
+    if (cut == entry.path.npos) break;
+    if (++m_passed < kSteps) continue;
+    m_passed = 0;
+    m_from.assign(entry.path.substr(0, cut)).append("]");
+    statement().rewind();
+    statement().bind(1, m_from);
+  }
+  m_passed = 0;
+  return Db_Result::OK;
+}

@@ -1,0 +1,156 @@
+#include <database/sqlite/Sqlite_Session.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+namespace {
+
+// What changed after a number is found through the index of single changes, unless so much
+// changed, or a bulk write did, that going through the range is quicker.
+#define BY_INDEX "?3 >= (SELECT max(last_bulk, last_sequence - 50000) FROM store)"
+
+constexpr const char* kSql[] = {
+    "SELECT value FROM entry WHERE path = ?",
+    "SELECT path, value, sequence FROM entry WHERE path >= ?1 AND path < ?2 ORDER BY path",
+    "SELECT path, value, sequence FROM entry INDEXED BY entry_changed"
+    "  WHERE single = 1 AND sequence > ?3 AND path >= ?1 AND path < ?2 AND " BY_INDEX
+    " UNION ALL SELECT path, value, sequence FROM entry NOT INDEXED"
+    "  WHERE path >= ?1 AND path < ?2 AND sequence > ?3 AND NOT " BY_INDEX " ORDER BY path",
+    "SELECT path, '', sequence FROM deleted WHERE path >= ?1 AND path < ?2 ORDER BY path",
+    "SELECT path, '', sequence FROM deleted INDEXED BY deleted_sequence"
+    "  WHERE sequence > ?3 AND path >= ?1 AND path < ?2 ORDER BY path",
+    "SELECT count(*) FROM entry WHERE path >= ?1 AND path < ?2",
+    "SELECT max((SELECT coalesce(max(sequence), 0) FROM entry WHERE path >= ?1 AND path < ?2),"
+    "           (SELECT coalesce(max(sequence), 0) FROM deleted NOT INDEXED"
+    "             WHERE path >= ?1 AND path < ?2))",
+    "SELECT last_sequence FROM store",
+    "SELECT oldest_deletion FROM store",
+    "SELECT sync_id FROM store",
+    "SELECT datetime('now')",
+    "INSERT INTO entry (path, value, sequence, single) VALUES (?1, ?2, ?3, 1)"
+    "  ON CONFLICT (path) DO UPDATE SET value = ?2, sequence = ?3, single = 1",
+    "INSERT INTO entry (path, value, sequence, single) VALUES (?1, ?2, ?3, 0)",
+    "DELETE FROM deleted WHERE path = ?",
+    "DELETE FROM deleted WHERE path >= ?1 AND path <= ?2"
+    "  AND EXISTS (SELECT 1 FROM entry WHERE entry.path = deleted.path)",
+    "DELETE FROM entry WHERE path = ?",
+    "INSERT OR REPLACE INTO deleted (path, sequence, at)"
+    "  VALUES (?1, ?2, CAST(strftime('%s', 'now') AS INTEGER))",
+    "DELETE FROM entry WHERE path >= ?1 AND path < ?2",
+    "INSERT OR REPLACE INTO deleted (path, sequence, at)"
+    "  SELECT path, ?3 - 1 + row_number() OVER (ORDER BY path),"
+    "         CAST(strftime('%s', 'now') AS INTEGER)"
+    "    FROM entry WHERE path >= ?1 AND path < ?2 ORDER BY path",
+    "UPDATE store SET last_sequence = ?",
+    "UPDATE store SET last_sequence = ?1, last_bulk = ?1",
+    "SELECT coalesce(max(sequence), 0) FROM deleted"
+    "  WHERE at < CAST(strftime('%s', 'now') AS INTEGER) - ?1 * 86400",
+    "DELETE FROM deleted WHERE sequence <= ?",
+    "UPDATE store SET oldest_deletion = max(oldest_deletion, ? + 1)",
+};
+static_assert(std::size(kSql) == static_cast<size_t>(Sqlite_Sql::END));
+
+// Once the log is this long, a commit waits a moment for readers, so that it starts anew: readers
+// that come one upon the other would let it grow for ever otherwise. In pages of 4 KB.
+constexpr int kLogPages = 16384;
+constexpr int kLogWait = 250;  // milliseconds
+
+int after_commit(void*, sqlite3* handle, const char* name, int pages) {
+  if (pages >= kLogPages) {
+    sqlite3_busy_timeout(handle, kLogWait);
+    sqlite3_wal_checkpoint_v2(handle, name, SQLITE_CHECKPOINT_RESTART, nullptr, nullptr);
+  } else if (pages >= 1000) {
+    sqlite3_wal_checkpoint_v2(handle, name, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+  }
+  return SQLITE_OK;  // the commit is safe whatever became of this
+}
+
+}  // namespace
+
+Sqlite_Session::~Sqlite_Session() {
+  for (auto& statements : m_free) {
+    for (sqlite3_stmt* statement : statements) sqlite3_finalize(statement);
+  }
+  sqlite3_close(m_handle);
+}
+
+bool Sqlite_Session::open(const std::string& file) {
+  m_file = file;
+  if (file.empty()) return fail("open", "no file is named");
+  const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+  if (sqlite3_open_v2(file.c_str(), &m_handle, flags, nullptr) != SQLITE_OK) return fail("open");
+  sqlite3_extended_result_codes(m_handle, 1);
+  if (sqlite3_db_readonly(m_handle, "main") == 1) {
+    return fail("open", "the file may not be written");
+  }
+  set_wait(10000);
+  const bool is_set = run("PRAGMA journal_mode = WAL", "read") &&
+                      run("PRAGMA synchronous = FULL", "set up") &&
+                      run("PRAGMA cache_size = -262144", "set up") &&
+                      run("PRAGMA journal_size_limit = 67108864", "set up");
+  sqlite3_wal_hook(m_handle, after_commit, nullptr);
+  return is_set;
+}
+
+bool Sqlite_Session::fail(const char* what, const std::string& why) {
+  m_error = std::string("cannot ") + what + " database <" + m_file + ">: " + why;
+  return false;
+}
+
+bool Sqlite_Session::fail(const char* what) {
+  if (!m_handle) return fail(what, "no memory");
+  std::string why = sqlite3_errmsg(m_handle);
+  const int code = sqlite3_errcode(m_handle) & 0xff;
+  const bool is_of_system = code == SQLITE_CANTOPEN || code == SQLITE_IOERR || code == SQLITE_FULL;
+  const int reason = is_of_system ? sqlite3_system_errno(m_handle) : 0;
+  if (reason) why += std::string(" (") + std::strerror(reason) + ")";
+  return fail(what, why);
+}
+
+bool Sqlite_Session::run(const char* sql, const char* what) {
+  return sqlite3_exec(m_handle, sql, nullptr, nullptr, nullptr) == SQLITE_OK || fail(what);
+}
+
+bool Sqlite_Session::ask(const char* sql, int64_t& number, const char* what) {
+  const auto keep = [](void* to, int, char** texts, char**) {
+    if (texts[0]) *static_cast<int64_t*>(to) = std::strtoll(texts[0], nullptr, 10);
+    return 0;
+  };
+  return sqlite3_exec(m_handle, sql, keep, &number, nullptr) == SQLITE_OK || fail(what);
+}
+
+sqlite3_stmt* Sqlite_Session::take(Sqlite_Sql sql) {
+  auto& statements = m_free[static_cast<size_t>(sql)];
+  if (!statements.empty()) {
+    sqlite3_stmt* statement = statements.back();
+    statements.pop_back();
+    return statement;
+  }
+  sqlite3_stmt* statement = nullptr;
+  if (sqlite3_prepare_v3(m_handle, kSql[static_cast<size_t>(sql)], -1, SQLITE_PREPARE_PERSISTENT,
+                         &statement, nullptr) != SQLITE_OK) {
+    fail("use");
+  }
+  return statement;
+}
+
+void Sqlite_Session::give_back(Sqlite_Sql sql, sqlite3_stmt* statement) {
+  sqlite3_reset(statement);
+  m_free[static_cast<size_t>(sql)].push_back(statement);
+}
+
+Db_Result Sqlite_Statement::step(const char* what) {
+  if (!m_statement) return Db_Result::FAILED;
+  const int code = sqlite3_step(m_statement);
+  if (code == SQLITE_ROW) return Db_Result::OK;
+  if (code == SQLITE_DONE) return Db_Result::NOT_FOUND;
+  m_session.fail(what);
+  return Db_Result::FAILED;
+}
+
+Db_Result Sqlite_Statement::execute(const char* what) {
+  const Db_Result result = step(what);
+  rewind();
+  return result == Db_Result::FAILED ? result : Db_Result::OK;
+}

@@ -1,0 +1,278 @@
+#include <database/sqlite/Sqlite_Store.h>
+
+#include <database/sqlite/Sqlite_Schema.h>
+
+namespace {
+
+// How long a read waits where it has to: while another process restores the log after a crash.
+constexpr int kReadWait = 10000;
+
+// A cursor with the ends of its range, to which the statement is bound.
+class RangeCursor : public Sqlite_Cursor {
+ public:
+  RangeCursor(Sqlite_Session& session, Sqlite_Sql sql, Open& open, std::string_view from,
+              std::string_view to)
+      : Sqlite_Cursor(session, sql, open), m_from(from), m_to(to) {
+    if (!is_ready()) return;
+    statement().bind(1, m_from);
+    statement().bind(2, m_to);
+  }
+
+ private:
+  const std::string m_from, m_to;
+};
+
+}  // namespace
+
+std::unique_ptr<Sqlite_Store> Sqlite_Store::Open(const std::string& file, std::string& reason) {
+  std::unique_ptr<Sqlite_Store> store(new Sqlite_Store());
+  if (store->m_session.open(file) && Sqlite_PrepareSchema(store->m_session)) return store;
+  reason = store->error();
+  return nullptr;
+}
+
+Sqlite_Store::~Sqlite_Store() = default;
+
+void Sqlite_Store::set_trace(Trace trace, void* context) {
+  m_trace = trace;
+  m_trace_context = context;
+  const auto tell = [](unsigned, void* self, void* statement, void*) {
+    const auto* store = static_cast<const Sqlite_Store*>(self);
+    char* sql = sqlite3_expanded_sql(static_cast<sqlite3_stmt*>(statement));
+    store->m_trace(store->m_trace_context, sql ? sql : "");
+    sqlite3_free(sql);
+    return 0;
+  };
+  sqlite3_trace_v2(m_session.handle(), trace ? SQLITE_TRACE_STMT : 0, tell, this);
+}
+
+// --- reads
+// ----------------------------------------------------------------------------------------
+
+Db_Result Sqlite_Store::get(std::string_view path, std::string& value) {
+  Sqlite_Statement statement(m_session, Sqlite_Sql::GET);
+  if (!statement.is_ready()) return Db_Result::FAILED;
+  statement.bind(1, path);
+  const Db_Result result = statement.step("read");
+  if (result == Db_Result::OK) value.assign(statement.text(0));
+  return result;
+}
+
+std::unique_ptr<Db_Cursor> Sqlite_Store::range(std::string_view from, std::string_view to,
+                                               int64_t above_sequence, bool deleted) {
+  const bool all = above_sequence <= 0;
+  const Sqlite_Sql sql = deleted ? all ? Sqlite_Sql::DELETED : Sqlite_Sql::DELETED_ABOVE
+                         : all   ? Sqlite_Sql::RANGE
+                                 : Sqlite_Sql::RANGE_ABOVE;
+  auto cursor = std::make_unique<RangeCursor>(m_session, sql, m_cursors, from, to);
+  if (!cursor->is_ready()) return nullptr;
+  if (!all) cursor->statement().bind(3, above_sequence);
+  if (!cursor->start()) return nullptr;
+  return cursor;
+}
+
+std::unique_ptr<Db_Cursor> Sqlite_Store::children(std::string_view path) {
+  auto cursor = std::make_unique<Sqlite_ChildCursor>(m_session, m_cursors, path);
+  if (!cursor->is_ready() || !cursor->start()) return nullptr;
+  return cursor;
+}
+
+Db_Result Sqlite_Store::number(Sqlite_Sql sql, int64_t& number) {
+  Sqlite_Statement statement(m_session, sql);
+  const Db_Result result = statement.step("read");
+  if (result == Db_Result::OK) number = statement.number(0);
+  return result;
+}
+
+Db_Result Sqlite_Store::text(Sqlite_Sql sql, std::string& text) {
+  Sqlite_Statement statement(m_session, sql);
+  const Db_Result result = statement.step("read");
+  if (result == Db_Result::OK) text.assign(statement.text(0));
+  return result;
+}
+
+Db_Result Sqlite_Store::count(std::string_view from, std::string_view to, int64_t& rows) {
+  Sqlite_Statement statement(m_session, Sqlite_Sql::COUNT);
+  if (!statement.is_ready()) return Db_Result::FAILED;
+  statement.bind(1, from);
+  statement.bind(2, to);
+  const Db_Result result = statement.step("read");
+  if (result == Db_Result::OK) rows = statement.number(0);
+  return result;
+}
+
+Db_Result Sqlite_Store::max_sequence(std::string_view from, std::string_view to, int64_t& number) {
+  Sqlite_Statement statement(m_session, Sqlite_Sql::MAX_SEQUENCE);
+  if (!statement.is_ready()) return Db_Result::FAILED;
+  statement.bind(1, from);
+  statement.bind(2, to);
+  const Db_Result result = statement.step("read");
+  if (result == Db_Result::OK) number = statement.number(0);
+  return result;
+}
+
+Db_Result Sqlite_Store::last_sequence(int64_t& number) {
+  return this->number(Sqlite_Sql::LAST_SEQUENCE, number);
+}
+Db_Result Sqlite_Store::oldest_deletion(int64_t& number) {
+  return this->number(Sqlite_Sql::OLDEST_DELETION, number);
+}
+Db_Result Sqlite_Store::sync_id(std::string& id) { return text(Sqlite_Sql::SYNC_ID, id); }
+Db_Result Sqlite_Store::date_time(std::string& text) {
+  return this->text(Sqlite_Sql::DATE_TIME, text);
+}
+
+Db_Result Sqlite_Store::check(std::string& reason) {
+  sqlite3_stmt* statement = nullptr;
+  sqlite3_prepare_v2(m_session.handle(), "PRAGMA integrity_check(1)", -1, &statement, nullptr);
+  const int code = sqlite3_step(statement);
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
+  reason = code != SQLITE_ROW ? sqlite3_errmsg(m_session.handle()) : text ? text : "no memory";
+  sqlite3_finalize(statement);
+  if (reason != "ok") return Db_Result::NOT_FOUND;
+  int64_t wrong = 0;
+  const char numbers[] =
+      "SELECT count(*) FROM (SELECT sequence, count(*) AS times FROM"
+      "  (SELECT sequence FROM entry UNION ALL SELECT sequence FROM deleted)"
+      "  GROUP BY sequence) WHERE times > 1 OR sequence < 1"
+      "  OR sequence > (SELECT last_sequence FROM store)";
+  if (!m_session.ask(numbers, wrong, "check")) return Db_Result::FAILED;
+  reason = wrong ? std::to_string(wrong) + " sequence numbers are out of range or given twice" : "";
+  return wrong ? Db_Result::NOT_FOUND : Db_Result::OK;
+}
+
+// --- changes
+// --------------------------------------------------------------------------------------
+
+Db_Result Sqlite_Store::begin(int wait_milliseconds, int64_t& last_sequence) {
+  for (Sqlite_Cursor* cursor : m_cursors) cursor->keep_rest();
+  m_session.set_wait(wait_milliseconds);
+  const bool is_begun = m_session.run("BEGIN IMMEDIATE", "lock");
+  const bool was_busy = !is_begun && m_session.was_busy();
+  m_session.set_wait(kReadWait);
+  if (!is_begun) return was_busy ? Db_Result::BUSY : Db_Result::FAILED;
+  m_is_bulk = false;
+  const Db_Result result = this->last_sequence(last_sequence);
+  m_last_sequence = last_sequence;
+  if (result == Db_Result::OK) return result;
+  rollback();
+  return Db_Result::FAILED;
+}
+
+Db_Result Sqlite_Store::execute(Sqlite_Sql sql, int64_t number, const char* what) {
+  Sqlite_Statement statement(m_session, sql);
+  if (!statement.is_ready()) return Db_Result::FAILED;
+  statement.bind(1, number);
+  return statement.execute(what);
+}
+
+Db_Result Sqlite_Store::commit(int64_t last_sequence) {
+  const Sqlite_Sql sql = m_is_bulk ? Sqlite_Sql::SET_LAST_BULK : Sqlite_Sql::SET_LAST;
+  const bool is_counted =
+      last_sequence == m_last_sequence || execute(sql, last_sequence, "write") == Db_Result::OK;
+  if (is_counted && m_session.run("COMMIT", "write")) {
+    m_session.set_wait(kReadWait);
+    return Db_Result::OK;
+  }
+  rollback();
+  return Db_Result::FAILED;
+}
+
+// Some failures have rolled back already.
+void Sqlite_Store::rollback() {
+  for (Sqlite_Cursor* cursor : m_cursors) cursor->keep_rest();
+  if (sqlite3_get_autocommit(m_session.handle())) return;
+  sqlite3_exec(m_session.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+Db_Result Sqlite_Store::put(const Db_Entry* entries, size_t count) {
+  Sqlite_Statement put(m_session, Sqlite_Sql::PUT);
+  Sqlite_Statement forget(m_session, Sqlite_Sql::FORGET_DELETION);
+  if (!put.is_ready() || !forget.is_ready()) return Db_Result::FAILED;
+  for (const Db_Entry* entry = entries; entry != entries + count; ++entry) {
+    put.bind(1, entry->path);
+    put.bind(2, entry->value);
+    put.bind(3, entry->sequence);
+    forget.bind(1, entry->path);
+    if (put.execute("write") != Db_Result::OK || forget.execute("write") != Db_Result::OK) {
+      return Db_Result::FAILED;
+    }
+  }
+  return Db_Result::OK;
+}
+
+Db_Result Sqlite_Store::put_new(const Db_Entry* entries, size_t count) {
+  if (!count) return Db_Result::OK;
+  m_is_bulk = true;
+  Sqlite_Statement put(m_session, Sqlite_Sql::PUT_NEW);
+  Sqlite_Statement forget(m_session, Sqlite_Sql::FORGET_DELETIONS);
+  if (!put.is_ready() || !forget.is_ready()) return Db_Result::FAILED;
+  for (const Db_Entry* entry = entries; entry != entries + count; ++entry) {
+    put.bind(1, entry->path);
+    put.bind(2, entry->value);
+    put.bind(3, entry->sequence);
+    if (put.execute("write") != Db_Result::OK) return Db_Result::FAILED;
+  }
+  forget.bind(1, entries[0].path);
+  forget.bind(2, entries[count - 1].path);
+  return forget.execute("write");
+}
+
+Db_Result Sqlite_Store::erase(const Db_Entry* entries, size_t count) {
+  Sqlite_Statement erase(m_session, Sqlite_Sql::ERASE);
+  Sqlite_Statement keep(m_session, Sqlite_Sql::KEEP_DELETION);
+  if (!erase.is_ready() || !keep.is_ready()) return Db_Result::FAILED;
+  for (const Db_Entry* entry = entries; entry != entries + count; ++entry) {
+    erase.bind(1, entry->path);
+    keep.bind(1, entry->path);
+    keep.bind(2, entry->sequence);
+    if (erase.execute("write") != Db_Result::OK || keep.execute("write") != Db_Result::OK) {
+      return Db_Result::FAILED;
+    }
+  }
+  return Db_Result::OK;
+}
+
+Db_Result Sqlite_Store::erase_range(std::string_view from, std::string_view to, int64_t sequence,
+                                    int64_t& rows) {
+  Sqlite_Statement keep(m_session, Sqlite_Sql::KEEP_DELETIONS);
+  Sqlite_Statement erase(m_session, Sqlite_Sql::ERASE_RANGE);
+  if (!erase.is_ready() || !keep.is_ready()) return Db_Result::FAILED;
+  keep.bind(1, from);
+  keep.bind(2, to);
+  keep.bind(3, sequence);
+  erase.bind(1, from);
+  erase.bind(2, to);
+  if (keep.execute("write") != Db_Result::OK || erase.execute("write") != Db_Result::OK) {
+    return Db_Result::FAILED;
+  }
+  rows = sqlite3_changes64(m_session.handle());
+  return Db_Result::OK;
+}
+
+Db_Result Sqlite_Store::purge_deletions(int days, int64_t& rows) {
+  int64_t newest = 0;
+  {
+    Sqlite_Statement statement(m_session, Sqlite_Sql::NEWEST_BEFORE);
+    if (!statement.is_ready()) return Db_Result::FAILED;
+    statement.bind(1, int64_t{days});
+    if (statement.step("read") != Db_Result::OK) return Db_Result::FAILED;
+    newest = statement.number(0);
+  }
+  rows = 0;
+  if (!newest) return Db_Result::OK;
+  if (execute(Sqlite_Sql::PURGE, newest, "write") != Db_Result::OK) return Db_Result::FAILED;
+  rows = sqlite3_changes64(m_session.handle());
+  return execute(Sqlite_Sql::SET_OLDEST, newest, "write");
+}
+
+// --- the module
+// -----------------------------------------------------------------------------------
+
+extern "C" __attribute__((visibility("default"))) Db_Store* halvoria_open_store(
+    const char* connection, const char*, std::string& reason) {
+  constexpr std::string_view scheme = "sqlite:";
+  std::string_view file = connection ? connection : "";
+  if (file.substr(0, scheme.size()) == scheme) file.remove_prefix(scheme.size());
+  return Sqlite_Store::Open(std::string(file), reason).release();
+}

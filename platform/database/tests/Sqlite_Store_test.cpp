@@ -1,0 +1,107 @@
+#include <sqlite3.h>
+#include <sys/resource.h>
+#include <csignal>
+
+#include <fstream>
+
+#include <database/tests/Test_Database.h>
+
+using ::testing::HasSubstr;
+
+class SqliteFile : public ::testing::Test {
+ protected:
+  // The message with which a file is refused; empty when it is not.
+  std::string refusal(const std::string& file) {
+    const Log_Capture log;
+    CFGDB_Conn conn(true);
+    return conn.Init(("sqlite:" + file).c_str(), "", false) ? "" : log.last();
+  }
+  void run(const std::string& file, const char* sql) {
+    sqlite3* handle = nullptr;
+    ASSERT_EQ(sqlite3_open(file.c_str(), &handle), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(handle, sql, nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(handle);
+  }
+
+  Test_Folder m_folder;
+};
+
+TEST_F(SqliteFile, IsRefusedWithTheReason) {
+  const std::string text = m_folder / "text", newer = m_folder / "newer",
+                    foreign = m_folder / "foreign", missing = m_folder / "none/cfg.db";
+  std::ofstream(text) << std::string(5000, 'x');
+  EXPECT_THAT(refusal(text), HasSubstr("database <" + text + ">: file is not a database"));
+  EXPECT_THAT(refusal(missing), HasSubstr("<" + missing +
+                                          ">: unable to open database file "
+                                          "(No such file or directory)"));
+  EXPECT_EQ(refusal(newer), "");
+  run(newer, "PRAGMA user_version = 99");
+  EXPECT_THAT(refusal(newer), HasSubstr("its schema has version 99, this program knows versions "
+                                        "up to 1"));
+  run(foreign, "CREATE TABLE t (x)");
+  EXPECT_THAT(refusal(foreign), HasSubstr("it is the file of another program"));
+  EXPECT_THAT(refusal(""), HasSubstr("no file is named"));
+}
+
+TEST_F(SqliteFile, ModuleIsLookedForWhereTheVariableSays) {
+  setenv("HALVORIA_MODULES", "/nowhere", 1);
+  EXPECT_THAT(refusal(m_folder / "cfg.db"),
+              HasSubstr("module libhalvoria_sqlite.so is not in /nowhere"));
+  setenv("HALVORIA_MODULES", (m_folder / "").c_str(), 1);
+  std::ofstream(m_folder / "libhalvoria_sqlite.so") << "no library";
+  EXPECT_THAT(refusal(m_folder / "cfg.db"), HasSubstr("libhalvoria_sqlite.so cannot be used: "));
+  unsetenv("HALVORIA_MODULES");
+  EXPECT_EQ(refusal(m_folder / "cfg.db"), "");
+}
+
+// What was damaged behind our back is found.
+TEST_F(SqliteFile, IsCheckedForItsOwnRules) {
+  const struct {
+    const char* damage;
+    const char* reason;
+  } cases[] = {
+      {"INSERT INTO entry VALUES ('t\\none\\x', 'v', 1, 1)",
+       "what is above <t\\none\\x> is missing"},
+      {"INSERT INTO entry VALUES ('t\\v\\x', 'v', 1, 1)", "what is above <t\\v\\x> is a value"},
+      {"UPDATE entry SET sequence = 1", "out of range or given twice"},
+      {"UPDATE store SET last_sequence = 1", "out of range or given twice"}};
+  for (const auto& one : cases) {
+    const std::string file = m_folder / std::to_string(&one - cases);
+    CFGDB_Conn conn(true);
+    ASSERT_TRUE(conn.Init(("sqlite:" + file).c_str(), "", false));
+    ASSERT_EQ(conn.InsertLine(Tree_NodeInfo("t\\v", "1"), 1, true), CFGDB_Conn::OK);
+    std::string reason;
+    EXPECT_TRUE(conn.CheckIntegrity(reason)) << reason;
+    run(file, "UPDATE entry SET sequence = sequence + 1");
+    run(file, "UPDATE store SET last_sequence = 3");
+    run(file, one.damage);
+    EXPECT_FALSE(conn.CheckIntegrity(reason));
+    EXPECT_THAT(reason, HasSubstr(one.reason));
+  }
+}
+
+// The disk is full in the middle of a transaction: it is lost as a whole, and told so.
+TEST_F(SqliteFile, LosesAllOfATransactionWhenTheDiskIsFull) {
+  const std::string file = m_folder / "cfg.db";
+  CFGDB_Conn conn(true);
+  ASSERT_TRUE(conn.Init(("sqlite:" + file).c_str(), "", false));
+  ASSERT_EQ(conn.InsertLine(Tree_NodeInfo("t\\a", "1"), 1, true), CFGDB_Conn::OK);
+  const rlim_t room = 600 << 10;
+  const rlimit limit = {room, room};
+  signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  const Log_Capture log;
+  const RWCString big(std::string(400 << 10, 'b'));
+  conn.SetAutoCommit(0);
+  ASSERT_EQ(conn.InsertLine(Tree_NodeInfo("t\\b", "2"), 1, true), CFGDB_Conn::OK);
+  for (int i = 0; i < 3; ++i) {
+    conn.InsertLine(Tree_NodeInfo(RWCString("t\\") + std::to_string(i).c_str(), big), 1, true);
+  }
+  EXPECT_EQ(conn.uncommitted, 1);
+  EXPECT_EQ(conn.Commit(0), 0);
+  EXPECT_EQ(conn.uncommitted, 0);
+  conn.SetAutoCommit(1);
+  EXPECT_STREQ(conn.GetValue("t\\a").data(), "1");
+  EXPECT_STREQ(conn.GetValue("t\\b").data(), "");
+  EXPECT_THAT(log.text(), HasSubstr("database <" + file + ">"));
+}

@@ -1,0 +1,52 @@
+#include <database/tests/Test_Database.h>
+
+void Database::SetUp() {
+  m_connection = "sqlite:" + (m_folder / "cfg.db");
+  m_conn = connect();
+  ASSERT_TRUE(m_conn) << m_log.text();
+}
+
+std::unique_ptr<CFGDB_Conn> Database::connect() {
+  auto conn = std::make_unique<CFGDB_Conn>(true);
+  return conn->Init(m_connection.c_str(), "", false) ? std::move(conn) : nullptr;
+}
+
+int Database::set(CFGDB_Conn& conn, const std::string& path, const std::string& value) {
+  const Tree_NodeInfo record(path, value);
+  const RWCString parent = record.GetParentPath();
+  int result = parent.isNull() ? CFGDB_Conn::OK : conn.CreatePath(parent, 0, true);
+  if (result == CFGDB_Conn::OK) result = conn.RemoveLeafLine(path, 0);
+  return result == CFGDB_Conn::OK ? conn.InsertLine(record, 1, true) : result;
+}
+
+int Database::write(const std::vector<std::pair<std::string, std::string>>& rows) {
+  Tmr_PtrSortedVector<Tree_NodeInfo> records;
+  for (const auto& [path, value] : rows) {
+    records.append(new Tree_NodeInfo(path, value));
+  }
+  return m_conn->WriteSubTree(records, rows.empty() ? "" : rows[0].first.c_str());
+}
+
+std::vector<std::string> Database::query(const std::string& path, bool wildcard,
+                                         const char* sequence, bool deleted, bool all_deleted) {
+  const RWCString number(sequence ? sequence : "");
+  std::vector<std::string> found;
+  if (m_conn->StartTreeQuery(path, wildcard, false, sequence ? &number : nullptr, deleted,
+                             all_deleted) == -1) {
+    return {"failed"};
+  }
+  const bool has_tree = m_conn->has_tree();
+  std::string_view name, value;
+  while (m_conn->next_record(name, value)) {
+    found.push_back(std::string(name) + (value.empty() ? "" : "=" + std::string(value)));
+  }
+  if (!found.empty() && !has_tree) found.push_back("no tree");
+  if (m_conn->is_query_failed()) found.push_back("failed");
+  m_conn->CloseTreeQuery(true);
+  return found;
+}
+
+std::vector<std::string> Database::rows(const std::string& path) { return query(path); }
+
+INSTANTIATE_TEST_SUITE_P(Stores, Database, ::testing::Values("sqlite"),
+                         [](const auto& kind) { return std::string(kind.param); });

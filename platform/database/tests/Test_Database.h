@@ -1,0 +1,51 @@
+// What the tests of the database share: a case runs over every kind of store.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <database/CFGDB_Conn.h>
+#include <logging/Log_Capture.h>
+
+// A folder of its own for each case.
+class Test_Folder {
+ public:
+  Test_Folder() {
+    std::string name = (std::filesystem::temp_directory_path() / "halvoria_db_XXXXXX").string();
+    m_path = mkdtemp(name.data());
+  }
+  ~Test_Folder() { std::filesystem::remove_all(m_path); }
+  std::string operator/(const std::string& name) const { return (m_path / name).string(); }
+
+ private:
+  std::filesystem::path m_path;
+};
+
+// An empty store of one kind, and connections to it.
+class Database : public ::testing::TestWithParam<const char*> {
+ protected:
+  void SetUp() override;
+
+  std::unique_ptr<CFGDB_Conn> connect();
+  int set(CFGDB_Conn& conn, const std::string& path, const std::string& value);
+  // As the repository does: in four steps of one transaction.
+  int set(const std::string& path, const std::string& value) { return set(*m_conn, path, value); }
+  int write(const std::vector<std::pair<std::string, std::string>>& rows);
+  // "path=value" of all rows below a path; a key without the "=".
+  std::vector<std::string> rows(const std::string& path = "t");
+  std::vector<std::string> query(const std::string& path, bool wildcard = false,
+                                 const char* sequence = nullptr, bool deleted = false,
+                                 bool all_deleted = false);
+  int number() { return std::atoi(m_conn->GetMaxSeqNumber().data()); }
+
+  Test_Folder m_folder;
+  std::string m_connection;
+  Log_Capture m_log;
+  std::unique_ptr<CFGDB_Conn> m_conn;
+};
