@@ -1,5 +1,6 @@
 #include <CFG/CFG_Factory.h>
 
+#include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_Extern_hook.h>
 #include <CFG/CFG_FileRepository.h>
 #include <CFG/CFG_MemoryRepository.h>
@@ -265,6 +266,13 @@ CFG_Factory::RepositoryPtr CFG_Factory::build_repository(const Parameters& param
     }
     return std::make_unique<CFG_FileRepository>(RWWString::fromUTF8(parameters.xml_file));
   }
+  if (parameters.cfg_type == "db") {
+    if (cfg_mode != CFG_MODE_DIRECT) {
+      logger.warning("there is no cache yet, cfg type <%s> works without one\n",
+                     parameters.cfg_type);
+    }
+    return std::make_unique<CFG_DBRepository>();
+  }
   return logger.reject(RepositoryPtr(),
                        "GetRepositoryServices() : not supported cfg type <%s> , return NULL\n",
                        parameters.cfg_type);
@@ -294,6 +302,12 @@ bool CFG_Factory::set_properties(const Parameters& parameters) {
     if (!text.isNull()) cfg->SetProperty(property, text);
     return !text.isNull();
   };
+  if (parameters.cfg_type == "db") {
+    cfg->SetProperty("conn_string", parameters.conn_string);
+    cfg->SetProperty("user", parameters.user);
+    cfg->SetProperty("sql_trace", parameters.sql_trace);
+    cfg->SetProperty("set_nls_lang", parameters.set_nls_lang);
+  }
   cfg->SetProperty("cfg_type", parameters.cfg_type);
   set_if_given("mapping", parameters.mapping);
   set_if_given("client_or_server", parameters.client_or_server);

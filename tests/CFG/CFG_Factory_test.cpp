@@ -74,6 +74,8 @@ TEST_F(Factory, ReadsParametersFilesAsPeopleWriteThem) {
        "InitInstance() : cfg file does not contain user value, return NULL\n"},
       {"cfg_type = db\nuser = u",
        "InitInstance() : cfg file does not contain conn_string value, return NULL\n"},
+      {"cfg_type = db\nuser = u\nconn_string = sqlite:/none/tree.db",
+       "GetRepositoryServices() - fail to connect to cfg, return NULL\n"},
       {"cfg_type = Remote",
        "GetRepositoryServices() : not supported cfg type <remote> , return NULL\n"},
       {"cfg_type = synced_file",
@@ -129,16 +131,37 @@ TEST_F(Factory, StoresTheParametersAsProperties) {
   EXPECT_EQ(repository->GetServerNodeName(), "here");
 }
 
+TEST_F(Factory, ServesADatabaseThatThePropertiesName) {
+  const std::string lines =
+      "cfg_type = DB\nuser = Someone\nset_nls_lang = No\nsql_trace = Yes\n"
+      "conn_string = sqlite:" +
+      (m_folder / "Tree.db").string();
+  for (int i = 0; i < 2; ++i) {
+    CFG_RepositoryServices* repository = get(parameters(lines));
+    ASSERT_NE(repository, nullptr);
+    EXPECT_EQ(repository->GetProperty("user"), "Someone");
+    EXPECT_EQ(repository->GetProperty("sql_trace"), "TRUE");
+    EXPECT_EQ(repository->GetProperty("set_nls_lang"), "FALSE");
+    EXPECT_EQ(repository->GetValue("halvoria\\v"), i ? "1" : "");
+    EXPECT_TRUE(repository->SetValue("halvoria\\v", "1"));
+    EXPECT_EQ(repository->GetServerNodeName(), "here");
+    EXPECT_EQ(repository->GetOracleContext(), nullptr);
+    CFG_Factory::DisconnectRepositoryServices();
+  }
+  EXPECT_TRUE(std::filesystem::exists(m_folder / "Tree.db"));
+}
+
 TEST_F(Factory, TheCallerOverridesTheEnvironmentAndThatTheFile) {
-  setenv(
-      "HALVORIA_CFG_FILE",
-      parameters("cfg_type = remote\nuser = u\nconn_string = c\nxml_file = " + tree_file()).c_str(),
-      1);
+  setenv("HALVORIA_CFG_FILE",
+         parameters("cfg_type = remote\nuser = u\nconn_string = sqlite:/none/tree.db\nxml_file = " +
+                    tree_file())
+             .c_str(),
+         1);
   setenv("KESTRAL_G_Connection_Type", "File", 1);
   setenv("KESTRAL_G_Server_Port", "4711", 1);
   Log_Capture capture;
   EXPECT_EQ(CFG_Factory::GetRepositoryServices("DB", true), nullptr);
-  EXPECT_TRUE(capture.has("not supported cfg type <db>"));
+  EXPECT_TRUE(capture.has("before connect to cfg repository type db\n"));
   EXPECT_EQ(CFG_Factory::GetRepositoryServices(), nullptr) << "the override stays in force";
   CFG_RepositoryServices* repository = CFG_Factory::GetRepositoryServices("DB", false);
   ASSERT_NE(repository, nullptr);

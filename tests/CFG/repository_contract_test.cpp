@@ -1,5 +1,5 @@
-// What every services object over a tree promises: the same rows over a handle, a memory
-// repository and an XML-file repository. What differs is a column.
+// What every services object over a tree promises: the same rows over a handle and each kind of
+// repository. What differs is a column.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -10,8 +10,11 @@
 
 namespace {
 
-constexpr WorldKind all_kinds[] = {HANDLE, MEMORY, XML_FILE};
-constexpr WorldKind repositories[] = {MEMORY, XML_FILE};
+constexpr WorldKind all_kinds[] = {HANDLE, MEMORY, XML_FILE, DB_SQLITE};
+constexpr WorldKind repositories[] = {MEMORY, XML_FILE, DB_SQLITE};
+constexpr WorldKind in_memory[] = {MEMORY, XML_FILE};
+
+bool is_database(WorldKind kind) { return world_traits[kind].is_database; }
 
 CFG_SubTree sample() {
   return tree_of("halvoria", {{"version", "7"},
@@ -96,6 +99,7 @@ struct ReadCase {
   Ask ask;
   const char* path;
   const char* expected;
+  const char* database = nullptr;  // what a database answers; null: the same
 };
 const ReadCase read_cases[] = {
     {value, "s\\name", "Clinic"},
@@ -122,7 +126,7 @@ const ReadCase read_cases[] = {
     {records, "s", "name=Clinic,zone=A"},
     {records, "none", "NULL"},
     {names, "s\\n", "n1,n2"},
-    {names, "s\\n\\n1\\p", ""},
+    {names, "s\\n\\n1\\p", "", "NULL"},
     {exists, "s\\n", "1"},
     {exists, "s\\zone", "0"},
     {exists, "", "1"},
@@ -142,7 +146,8 @@ TEST(Contract, EveryReadGivesTheSameAnswer) {
     World world(kind, sample());
     world.services().SetProperty("test_node", "N2");
     for (const ReadCase& c : read_cases) {
-      EXPECT_EQ(c.ask(world.services(), world.at(c.path)), c.expected)
+      const char* expected = is_database(kind) && c.database ? c.database : c.expected;
+      EXPECT_EQ(c.ask(world.services(), world.at(c.path)), expected)
           << "row " << &c - read_cases << ", path " << c.path << ", kind " << kind;
     }
   }
@@ -190,7 +195,8 @@ struct WriteCase {
   Write write;
   const char* path;
   int expected;
-  const char* content;  // of "t{k{a=1 b=2}}" afterwards
+  const char* content;                     // of "t{k{a=1 b=2}}" afterwards
+  const char* database_content = nullptr;  // where that differs, from a TRUE
 };
 const WriteCase write_cases[] = {
     {set, "t\\k\\a", TRUE, "t{k{a=New b=2}}"},
@@ -200,11 +206,11 @@ const WriteCase write_cases[] = {
     {set, "t\\k\\a\\x", FALSE, "t{k{a=1 b=2}}"},
     {set_empty, "t\\k\\a", FALSE, "t{k{a=1 b=2}}"},
     {remove_key, "t\\k", TRUE, "t{}"},
-    {remove_key, "t\\k\\a", FALSE, "t{k{a=1 b=2}}"},
-    {remove_key, "t\\none", FALSE, "t{k{a=1 b=2}}"},
+    {remove_key, "t\\k\\a", FALSE, "t{k{a=1 b=2}}", "t{k{b=2}}"},
+    {remove_key, "t\\none", FALSE, "t{k{a=1 b=2}}", "t{k{a=1 b=2}}"},
     {remove_value, "t\\k\\a", TRUE, "t{k{b=2}}"},
     {remove_value, "t\\none", TRUE, "t{k{a=1 b=2}}"},
-    {remove_value, "t\\k", FALSE, "t{k{a=1 b=2}}"},
+    {remove_value, "t\\k", FALSE, "t{k{a=1 b=2}}", "t{k{a=1 b=2}}"},
     {rename, "t\\k", TRUE, "t{renamed{a=1 b=2}}"},
     {rename, "t\\none", FALSE, "t{k{a=1 b=2}}"},
     {rename_to_none, "t\\k", FALSE, "t{k{a=1 b=2}}"},
@@ -213,9 +219,10 @@ const WriteCase write_cases[] = {
     {add, "t\\k\\a", FALSE, "t{k{a=1 b=2}}"},
     {add_merged, "t", TRUE, "t{k{a=1 b=new sub{c=new}}}"},
     {add_merged, "t\\n", TRUE, "t{k{a=1 b=2} n{k{b=new sub{c=new}}}}"},
-    {add_more, "t", TRUE, "t{k{b=2 sub{c=new} a=1}}"},
+    {add_more, "t", TRUE, "t{k{b=2 sub{c=new} a=1}}", "t{k{a=1 b=2 sub{c=new}}}"},
     {add_null, "t", FALSE, "t{k{a=1 b=2}}"},
-    {add_text, "t\\blob", TRUE, "t{k{a=1 b=2} blob{chunk0000=text blobencoding=chunks_num=1}}"},
+    {add_text, "t\\blob", TRUE, "t{k{a=1 b=2} blob{chunk0000=text blobencoding=chunks_num=1}}",
+     "t{blob{blobencoding=chunks_num=1 chunk0000=text} k{a=1 b=2}}"},
 };
 
 TEST(Contract, EveryWriteLeavesTheSameTree) {
@@ -225,8 +232,10 @@ TEST(Contract, EveryWriteLeavesTheSameTree) {
       world.services().SetProperty("test_key", "K");
       const auto where = testing::Message()
                          << "row " << &c - write_cases << ", path " << c.path << ", kind " << kind;
-      EXPECT_EQ(c.write(world.services(), world.at(c.path)), c.expected) << where;
-      EXPECT_EQ(world.content(), "halvoria{" + std::string(c.content) + "}") << where;
+      const bool differs = is_database(kind) && c.database_content;
+      const char* content = differs ? c.database_content : c.content;
+      EXPECT_EQ(c.write(world.services(), world.at(c.path)), differs ? TRUE : c.expected) << where;
+      EXPECT_EQ(world.content(), "halvoria{" + std::string(content) + "}") << where;
     }
     World world(kind, sample());
     EXPECT_TRUE(add_root(world.services(), ""));
@@ -238,7 +247,11 @@ TEST(Contract, ReadKeysAreCopiesOrShareAsTheKindSays) {
   const struct {
     WorldKind kind;
     bool by_path_shares;
-  } cases[] = {{HANDLE, true}, {MEMORY, false}, {XML_FILE, false}};
+    bool by_index_shares;
+  } cases[] = {{HANDLE, true, true},
+               {MEMORY, false, true},
+               {XML_FILE, false, true},
+               {DB_SQLITE, false, false}};
   for (const auto& c : cases) {
     World world(c.kind, sample());
     const SubTreePtr by_path(world.services().GetSubTree(world.at("s\\n")));
@@ -247,7 +260,9 @@ TEST(Contract, ReadKeysAreCopiesOrShareAsTheKindSays) {
         << c.kind;
     const SubTreePtr by_index(world.services().GetSubTree(world.at("s\\n"), 0));
     by_index->SetValue("by_index", "y");
-    EXPECT_EQ(world.services().GetValue(world.at("s\\n\\n1\\by_index")), "y") << c.kind;
+    EXPECT_EQ(world.services().GetValue(world.at("s\\n\\n1\\by_index")),
+              c.by_index_shares ? "y" : "")
+        << c.kind;
   }
 }
 
@@ -261,6 +276,8 @@ TEST(Contract, SearchGivesFullPathsFromARepositoryAndRelativeOnesFromAHandle) {
       {MEMORY, "halvoria\\s\\n\\n1\\p\\ip,halvoria\\s\\n\\n2\\p\\ip",
        "path halvoria\\s\\zone represent a value, return NULL\n"},
       {XML_FILE, "halvoria\\s\\n\\n1\\p\\ip,halvoria\\s\\n\\n2\\p\\ip",
+       "path halvoria\\s\\zone represent a value, return NULL\n"},
+      {DB_SQLITE, "halvoria\\s\\n\\n1\\p\\ip,halvoria\\s\\n\\n2\\p\\ip",
        "path halvoria\\s\\zone represent a value, return NULL\n"},
   };
   for (const auto& c : cases) {
@@ -280,7 +297,7 @@ TEST(Contract, SearchGivesFullPathsFromARepositoryAndRelativeOnesFromAHandle) {
 // --- what only repositories have -----------------------------------------------------------------
 
 TEST(Repository, DropsTheFirstComponentWhateverItSays) {
-  for (const WorldKind kind : repositories) {
+  for (const WorldKind kind : in_memory) {
     World world(kind, sample());
     CFG_Services& services = world.services();
     EXPECT_EQ(services.GetValue("other\\s\\zone"), "A");
@@ -295,7 +312,7 @@ TEST(Repository, DropsTheFirstComponentWhateverItSays) {
 // A first component that stands for two is stripped as one by reads, and loses only its own
 // first part in subtree writes.
 TEST(Repository, ReadsStripTheRootBeforeSubstitutionAndSubtreeWritesAfterIt) {
-  for (const WorldKind kind : repositories) {
+  for (const WorldKind kind : in_memory) {
     World world(kind, sample());
     CFG_Services& services = world.services();
     services.SetProperty("test_top", "halvoria\\s");
@@ -312,9 +329,12 @@ TEST(Repository, CutsPathsOfKeysAtTheFirstWildcard) {
     World world(kind, sample());
     CFG_RepositoryServicesImp& repository = world.repository();
     const char* n1_path = "halvoria\\s\\n\\%\\p";
-    EXPECT_EQ(SubTreePtr(repository.GetSubTree(n1_path))->GetPath(), "halvoria\\s\\n");
-    EXPECT_EQ(SubTreePtr(repository.GetSubTreeWithPrecentAndWildcard(n1_path))->GetKeyName(), "n");
-    EXPECT_EQ(SubTreePtr(repository.GetSubTree("halvoria\\n%\\n1"))->GetKeyName(), "halvoria");
+    EXPECT_EQ(SubTreePtr(repository.GetSubTreeWithPrecentAndWildcard(n1_path))->GetPath(),
+              "halvoria\\s\\n");
+    const SubTreePtr plain(repository.GetSubTree(n1_path));
+    EXPECT_EQ(plain ? plain->GetPath() : "", is_database(kind) ? "" : "halvoria\\s\\n");
+    const SubTreePtr within_name(repository.GetSubTree("halvoria\\n%\\n1"));
+    EXPECT_EQ(within_name ? within_name->GetPath() : "", is_database(kind) ? "" : "halvoria");
     EXPECT_EQ(repository.GetPathBeforeFirstPrecent("%\\a"), "");
     EXPECT_EQ(repository.GetPathBeforeFirstPrecent("a\\b"), "a\\b");
   }
@@ -324,7 +344,10 @@ TEST(Repository, ReadsOfValuesOnlyDropEmptyKeysWhereTheKindFilters) {
   const struct {
     WorldKind kind;
     const char* filtered;
-  } cases[] = {{MEMORY, "n2{empty{} p{ip=10.0.0.2}}"}, {XML_FILE, "n2{p{ip=10.0.0.2}}"}};
+    const char* filtered_wildcard;
+  } cases[] = {{MEMORY, "n2{empty{} p{ip=10.0.0.2}}", "n2{empty{} p{ip=10.0.0.2}}"},
+               {XML_FILE, "n2{p{ip=10.0.0.2}}", "n2{empty{} p{ip=10.0.0.2}}"},
+               {DB_SQLITE, "n2{p{ip=10.0.0.2}}", "n2{p{ip=10.0.0.2}}"}};
   for (const auto& c : cases) {
     World world(c.kind, sample());
     CFG_RepositoryServicesImp& repository = world.repository();
@@ -337,7 +360,7 @@ TEST(Repository, ReadsOfValuesOnlyDropEmptyKeysWhereTheKindFilters) {
     EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeWithLongValues(path))),
               "n2{empty{} p{ip=10.0.0.2}}");
     EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValuesWithPrecentAndWildcard(path))),
-              "n2{empty{} p{ip=10.0.0.2}}");
+              c.filtered_wildcard);
     EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValues("halvoria\\none"))), "NULL");
   }
 }
@@ -346,29 +369,34 @@ TEST(Repository, FillPathFindsWhatAPatternSelectsInTreeOrder) {
   const struct {
     const char* pattern;
     const char* memory;
-    const char* file;  // null: the same
+    const char* file;      // null: the same
+    const char* database;  // null: as the file
   } cases[] = {
-      {"halvoria\\s\\n\\%\\p", "halvoria\\s\\n\\n1\\p,halvoria\\s\\n\\n2\\p", nullptr},
-      {"halvoria\\s\\n\\%\\empty", "halvoria\\s\\n\\n2\\empty", nullptr},
-      {"halvoria\\S\\%\\<test_node>", "halvoria\\s\\n\\n2", nullptr},
-      {"halvoria\\s\\n\\%", "halvoria\\s\\n\\n1,halvoria\\s\\n\\n2", nullptr},
-      {"halvoria\\%\\%\\n1\\%", "halvoria\\s\\n\\n1\\p", nullptr},
-      {"halvoria\\s\\n", "halvoria\\s\\n", nullptr},
-      {"halvoria\\%\\zone", "NULL", "halvoria\\s\\zone"},
-      {"halvoria\\s\\n\\%\\p\\ip", "NULL", "halvoria\\s\\n\\n1\\p\\ip,halvoria\\s\\n\\n2\\p\\ip"},
-      {"halvoria\\s\\n\\%\\none", "NULL", nullptr},
-      {"halvoria\\s\\zone\\%", "NULL", nullptr},
-      {"halvoria\\s\\n%\\n1", "NULL", nullptr},
-      {"halvoria\\s\\n\\%1\\p", "NULL", nullptr},
-      {"halvoria", "NULL", nullptr},
-      {"", "NULL", nullptr},
+      {"halvoria\\s\\n\\%\\p", "halvoria\\s\\n\\n1\\p,halvoria\\s\\n\\n2\\p", nullptr, nullptr},
+      {"halvoria\\s\\n\\%\\empty", "halvoria\\s\\n\\n2\\empty", nullptr, nullptr},
+      {"halvoria\\S\\%\\<test_node>", "halvoria\\s\\n\\n2", nullptr, nullptr},
+      {"halvoria\\s\\n\\%", "halvoria\\s\\n\\n1,halvoria\\s\\n\\n2", nullptr, nullptr},
+      {"halvoria\\%\\%\\n1\\%", "halvoria\\s\\n\\n1\\p", nullptr, nullptr},
+      {"halvoria\\s\\n", "halvoria\\s\\n", nullptr, nullptr},
+      {"halvoria\\%\\zone", "NULL", "halvoria\\s\\zone", nullptr},
+      {"halvoria\\s\\n\\%\\p\\ip", "NULL", "halvoria\\s\\n\\n1\\p\\ip,halvoria\\s\\n\\n2\\p\\ip",
+       nullptr},
+      {"halvoria\\s\\n\\%\\none", "NULL", nullptr, nullptr},
+      {"halvoria\\s\\zone\\%", "NULL", nullptr, nullptr},
+      {"halvoria\\s\\n%\\n1", "NULL", nullptr, nullptr},
+      {"halvoria\\s\\n\\%1\\p", "NULL", nullptr, nullptr},
+      {"", "NULL", nullptr, nullptr},
+      {"halvoria", "NULL", nullptr, "halvoria"},
+      {"halvoria\\none\\%", "NULL", nullptr, nullptr},
   };
   for (const WorldKind kind : repositories) {
     World world(kind, sample());
     world.services().SetProperty("test_node", "n2");
     Log_Capture capture;
     for (const auto& c : cases) {
-      const char* expected = kind == XML_FILE && c.file ? c.file : c.memory;
+      const char* expected = is_database(kind) && c.database ? c.database
+                             : kind != MEMORY && c.file      ? c.file
+                                                             : c.memory;
       EXPECT_EQ(list(world.repository().FillPath(c.pattern)), expected)
           << c.pattern << ", kind " << kind;
     }
@@ -387,7 +415,8 @@ TEST(Repository, FillPathFindsTheFirstKeyWithAValue) {
     const char* name;
     const char* value;
     const char* memory;
-    const char* file;  // null: the same
+    const char* file;                // null: the same
+    const char* database = nullptr;  // null: as the file
   } cases[] = {
       {"halvoria\\h\\%\\p", "v", "two", "halvoria\\h\\b\\p", nullptr},
       {"halvoria\\h\\%", "p\\V", "two", "halvoria\\h\\b", nullptr},
@@ -402,13 +431,15 @@ TEST(Repository, FillPathFindsTheFirstKeyWithAValue) {
       {"halvoria\\h\\%", "p\\inet_e%", "two", "", "halvoria\\h\\c"},
       {"halvoria\\h\\%", "%\\v", "two", "", nullptr},
       {"halvoria\\h\\%", "p%\\v%", "two", "", nullptr},
-      {"halvoria", "v", "top", "", nullptr},
+      {"halvoria", "v", "top", "", nullptr, "halvoria"},
       {"halvoria", "v%", "top", "", "halvoria"},
   };
   for (const WorldKind kind : repositories) {
     World world(kind, tree);
     for (const auto& c : cases) {
-      const char* expected = kind == XML_FILE && c.file ? c.file : c.memory;
+      const char* expected = is_database(kind) && c.database ? c.database
+                             : kind != MEMORY && c.file      ? c.file
+                                                             : c.memory;
       EXPECT_EQ(world.repository().FillPath(c.pattern, c.name, c.value), expected)
           << c.pattern << " " << c.name << ", kind " << kind;
     }
@@ -429,36 +460,42 @@ TEST(Repository, NodesAreFoundByEveryAddressTheKindLooksAt) {
     const char* address;
     const char* memory;
     const char* file;
+    const char* database;
   } cases[] = {
-      {"10.0.0.1", "first", "first"},
-      {"10.0.0.9", "n", "n"},
-      {"10.0.1.9", "", "n"},
-      {"10.0.3.9", "n", "n"},
-      {"10.0.6.9", "", "n"},
-      {"fe80::ab", "v6", "v6"},
-      {"[FE80::AB]", "", "v6"},
-      {"::FFFF:10.0.0.9", "", "n"},
-      {"[::ffff:10.0.0.7]", "", "mapped"},
-      {"10.0.0.2", "", ""},
-      {"", "", ""},
+      {"10.0.0.1", "first", "first", "first"},
+      {"10.0.0.9", "n", "n", "n"},
+      {"10.0.1.9", "", "n", ""},
+      {"10.0.3.9", "n", "n", "n"},
+      {"10.0.6.9", "", "n", ""},
+      {"fe80::ab", "v6", "v6", "v6"},
+      {"[fe80::ab]", "", "v6", "v6"},
+      {"[FE80::AB]", "", "v6", ""},
+      {"::FFFF:10.0.0.9", "", "n", "n"},
+      {"::ffff:10.0.0.7", "mapped", "mapped", "mapped"},
+      {"[::ffff:10.0.0.7]", "", "mapped", ""},
+      {"10.0.0.2", "", "", ""},
+      {"", "", "", ""},
   };
   for (const WorldKind kind : repositories) {
     World world(kind, tree);
     for (const auto& c : cases) {
-      EXPECT_EQ(world.repository().GetNodeNameByIp(c.address), kind == XML_FILE ? c.file : c.memory)
-          << c.address;
+      const char* expected = is_database(kind) ? c.database : kind == MEMORY ? c.memory : c.file;
+      EXPECT_EQ(world.repository().GetNodeNameByIp(c.address), expected)
+          << c.address << ", kind " << kind;
     }
     EXPECT_EQ(world.repository().GetNodeName("STORE"), "n");
     EXPECT_EQ(world.repository().GetNodeName("store"), "");
   }
 }
 
-// Two objects without a tree: a file that was never read, and a memory repository over nothing.
+// Objects without a tree: a file that was never read, a memory repository over nothing, and a
+// database that nobody connected to.
 TEST(Repository, WithoutATreeEveryPathOperationAnswersNothing) {
   CFG_FileRepository file(L"/none.xml");
   CFG_MemoryRepository memory(nullptr);
-  for (CFG_RepositoryServicesImp* repository : {static_cast<CFG_RepositoryServicesImp*>(&file),
-                                                static_cast<CFG_RepositoryServicesImp*>(&memory)}) {
+  CFG_DBRepository database("sqlite:/none", "");
+  for (CFG_RepositoryServicesImp* repository :
+       std::initializer_list<CFG_RepositoryServicesImp*>{&file, &memory, &database}) {
     World world(HANDLE, sample());
     const Ask nothing[] = {value,   value_0, name_1, values, keys,  entries,
                            records, names,   exists, key,    key_1, by_rule};
@@ -466,7 +503,9 @@ TEST(Repository, WithoutATreeEveryPathOperationAnswersNothing) {
       Log_Capture capture;
       const std::string answer = ask(*repository, "halvoria\\s");
       EXPECT_TRUE(answer.empty() || answer == "0" || answer == "NULL") << answer;
-      EXPECT_TRUE(capture.has("no tree") || capture.has("data is null")) << capture.text();
+      EXPECT_TRUE(capture.has("no tree") || capture.has("data is null") ||
+                  capture.has("not connected"))
+          << capture.text();
     }
     for (const Write write :
          {set, remove_key, remove_value, rename, add, add_merged, add_more, add_root}) {
@@ -478,6 +517,7 @@ TEST(Repository, WithoutATreeEveryPathOperationAnswersNothing) {
     EXPECT_EQ(shown(SubTreePtr(repository->GetSubTreeOnlyWithValues("halvoria"))), "NULL");
   }
   EXPECT_FALSE(file.UnLock());
+  EXPECT_FALSE(database.UnLock());
 }
 
 TEST(MemoryRepository, LeavesTheHeldSubtreeToItsCaller) {

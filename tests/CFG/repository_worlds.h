@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_FileRepository.h>
 #include <CFG/CFG_MemoryRepository.h>
 #include "test_trees.h"
@@ -31,23 +32,65 @@ inline void write_tree(CFG_SubTree& tree, const RWWString& file) {
   ASSERT_TRUE(writer.ExportSubTreeToFile(&tree, file, tree.GetPath()));
 }
 
-enum WorldKind { HANDLE, MEMORY, XML_FILE };
+// A repository over a tree, and what must live as long as it: a service, a server.
+struct WorldParts {
+  std::shared_ptr<void> behind;
+  std::unique_ptr<CFG_RepositoryServicesImp> repository;
+};
+
+inline WorldParts memory_world(CFG_SubTree& tree, const TemporaryFolder&) {
+  return {nullptr, std::make_unique<CFG_MemoryRepository>(&tree)};
+}
+
+inline WorldParts xml_world(CFG_SubTree& tree, const TemporaryFolder& folder) {
+  write_tree(tree, folder.file("tree.xml"));
+  return {nullptr, std::make_unique<CFG_FileRepository>(folder.file("tree.xml"))};
+}
+
+inline std::unique_ptr<CFG_DBRepository> sqlite_repository(const TemporaryFolder& folder) {
+  return std::make_unique<CFG_DBRepository>("sqlite:" + (folder / "tree.db").string(), "test");
+}
+
+inline WorldParts sqlite_world(CFG_SubTree& tree, const TemporaryFolder& folder) {
+  auto repository = sqlite_repository(folder);
+  EXPECT_TRUE(repository->Connect() && repository->AddOrReplaceSubTree(&tree, ""));
+  return {nullptr, std::move(repository)};
+}
+
+enum WorldKind { HANDLE, MEMORY, XML_FILE, DB_SQLITE };
+
+struct WorldTraits {
+  const char* name;
+  WorldParts (*make)(CFG_SubTree& tree, const TemporaryFolder& folder);
+  bool holds_tree;   // in memory: what was written stays in its order
+  bool is_database;  // rows: names come in order of their bytes
+};
+
+constexpr WorldTraits world_traits[] = {
+    {"handle", nullptr, true, false},
+    {"memory", memory_world, true, false},
+    {"XML file", xml_world, true, false},
+    {"SQLite", sqlite_world, false, true},
+};
+
+inline std::ostream& operator<<(std::ostream& out, WorldKind kind) {
+  return out << world_traits[kind].name;
+}
 
 // A services object over a tree whose root key is `halvoria`.
 class World {
  public:
   World(WorldKind kind, const CFG_SubTree& tree) : m_kind(kind), m_tree(tree) {
-    if (kind == MEMORY) m_repository = std::make_unique<CFG_MemoryRepository>(&m_tree);
-    if (kind != XML_FILE) return;
-    write_tree(m_tree, m_folder.file("tree.xml"));
-    m_repository = std::make_unique<CFG_FileRepository>(m_folder.file("tree.xml"));
-    EXPECT_TRUE(m_repository->Connect());
+    if (!traits().make) return;
+    m_parts = traits().make(m_tree, m_folder);
+    EXPECT_TRUE(repository().Connect());
   }
 
+  const WorldTraits& traits() const { return world_traits[m_kind]; }
   CFG_Services& services() {
-    return m_repository ? *m_repository : static_cast<CFG_Services&>(m_tree);
+    return m_parts.repository ? repository() : static_cast<CFG_Services&>(m_tree);
   }
-  CFG_RepositoryServicesImp& repository() { return *m_repository; }
+  CFG_RepositoryServicesImp& repository() { return *m_parts.repository; }
   // How this object is asked for a path below the root key.
   RWCString at(const char* path) const {
     if (m_kind == HANDLE) return path;
@@ -55,7 +98,7 @@ class World {
   }
   // All that is stored, as text.
   std::string content() {
-    if (m_kind != XML_FILE) return shown(m_tree);
+    if (m_kind == HANDLE) return shown(m_tree);
     return shown(SubTreePtr(services().GetSubTree("halvoria")));
   }
   RWWString file() const { return m_folder.file("tree.xml"); }
@@ -64,5 +107,5 @@ class World {
   WorldKind m_kind;
   TemporaryFolder m_folder;
   CFG_SubTree m_tree;
-  std::unique_ptr<CFG_RepositoryServicesImp> m_repository;
+  WorldParts m_parts;
 };

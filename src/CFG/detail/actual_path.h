@@ -38,6 +38,27 @@ class actual_path {
   char m_short[256];
 };
 
+// The same for operations that take a string: the caller's own when the path needs no change.
+class actual_string {
+ public:
+  explicit actual_string(const RWCString& path) : m_text(&path) {
+    const actual_path actual(path);
+    if (actual.view().data() == path.data()) return;
+    m_changed = actual.copy();
+    m_text = &m_changed;
+  }
+  actual_string(const actual_string&) = delete;
+  actual_string& operator=(const actual_string&) = delete;
+
+  operator const RWCString&() const { return *m_text; }
+  const RWCString& text() const { return *m_text; }
+  bool empty() const { return m_text->isNull(); }
+
+ private:
+  RWCString m_changed;
+  const RWCString* m_text;
+};
+
 // `text` with its placeholders replaced up to the first whose property is not set; what was
 // put in is not searched again.
 std::string replace_placeholders(std::string_view text);

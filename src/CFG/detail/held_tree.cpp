@@ -71,10 +71,10 @@ String_Arr* held_tree::search(const Log_Logger& log, const RWCString& name,
   return key->Search(name, key, FALSE);
 }
 
-String_Arr* filled_paths(const Log_Logger& log, const std::vector<RWCString>& paths) {
+String_Arr* filled_paths(const Log_Logger& log, const std::vector<RWCString>& paths,
+                         const char* op) {
   if (paths.empty()) {
-    return log.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : no paths found , return NULL\n",
-                         "FillPath(const RWCString path)");
+    return log.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : no paths found , return NULL\n", op);
   }
   auto result = std::make_unique<String_Arr>(static_cast<int>(paths.size()));
   for (const RWCString& path : paths) result->AddStr(path);

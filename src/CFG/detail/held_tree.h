@@ -52,7 +52,9 @@ class held_tree {
   CFG_SubTree* m_sub_tree;
 };
 
-// The array of these paths, null after a line in the log when there are none.
-String_Arr* filled_paths(const Log_Logger& log, const std::vector<RWCString>& paths);
+// The array of these paths, null after a line in the log, in the name of `op`, when there are
+// none.
+String_Arr* filled_paths(const Log_Logger& log, const std::vector<RWCString>& paths,
+                         const char* op = "FillPath(const RWCString path)");
 
 }  // namespace cfg

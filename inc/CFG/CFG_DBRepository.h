@@ -1,0 +1,179 @@
+// A repository over a table of a relational database.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include <CFG/CFG_RepositoryServicesImp.h>
+
+class CFGDB_Conn;
+
+// What the configuration server works on: keeps no tree, but reads and writes the rows of the
+// database and builds the trees that it is asked for. Names and paths come in order of their
+// bytes. Subtrees are detached copies. Values are stored below `halvoria` only, not where a key
+// is, and not below a value; the keys above a value are made.
+//
+// Each change is durable when its operation returns. Between Lock and UnLock changes are
+// pending: seen by this object only, and gone after Rollback or DisConnect. Another repository
+// on the same database that changes something meanwhile waits, and fails after a while.
+//
+// Ownership: the connection is this object's. Threads: any; they take turns, and a Lock is that
+// of all threads. Who reads a query record by record holds the mutex that
+// GetMutexForSVCFGStartQuery gives from StartTreeQuery to CloseTreeQuery, as every read of a tree
+// does, so it must not ask for a tree meanwhile; and nobody else changes anything. Failure: as
+// CFG_RepositoryServices; before Connect nothing is answered.
+class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
+ public:
+  using CFG_RepositoryServicesImp::AddOrReplaceSubTree;
+  using CFG_RepositoryServicesImp::GetMaxSeqNumber;
+  using CFG_RepositoryServicesImp::GetSubTree;
+  using CFG_RepositoryServicesImp::GetSubTreeNum;
+  using CFG_RepositoryServicesImp::GetSubTreeOnlyWithValues;
+  using CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesLong;
+  using CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWildcard;
+  using CFG_RepositoryServicesImp::GetSubTreeWithPrecentAndWildcard;
+  using CFG_RepositoryServicesImp::GetValue;
+  using CFG_RepositoryServicesImp::GetValueName;
+  using CFG_RepositoryServicesImp::GetValueNum;
+
+  // Connect reads the properties `user`, `conn_string`, `sql_trace` and `set_nls_lang`.
+  CFG_DBRepository();
+  // Connect takes these and no property: `sqlite:FILE` or a libpq connection string, and the
+  // role for a connection string that names none.
+  CFG_DBRepository(const RWCString& conn_string, const RWCString& user);
+  ~CFG_DBRepository() override;
+
+  // --- CFG_Services ------------------------------------------------------------------------
+
+  CFG_SubTree* GetSubTree(RWCString& path, int index) override;
+  CFG_SubTree* GetSubTree(RWCString& path) override;
+  RWCString GetValue(RWCString& path, int index) override;
+  RWCString GetValue(const RWCString& path) override;
+  RWCString GetValueName(RWCString& path, int index) override;
+  int GetValueNum(RWCString& path) override;
+  int GetSubTreeNum(RWCString& path) override;
+  int GetSubTreeEntriesCount(const RWCString& path) override;
+  Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) override;
+  // Null also for a key without keys below it.
+  String_Arr* GetSubTreePaths(const RWCString& path) override;
+  int SetValue(const RWCString& value_path, const RWCString& value_data) override;
+  int AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) override;
+  int DeleteSubTree(const RWCString& path) override;  // TRUE also when nothing is there
+  int DeleteValue(const RWCString& path) override;
+  int IsSubTreeExist(const RWCString& path) override;
+
+  // --- CFG_RepositoryServices --------------------------------------------------------------
+
+  RWCString GetNodeName(RWCString ae) override;
+  RWCString GetNodeNameByIp(RWCString ip) override;
+  String_Arr* FillPath(RWCString path) override;
+  // A name with "inet_address" is that of an address: with or without brackets, IPv4 also as
+  // mapped to IPv6, under any name with that beginning or as an additional address.
+  RWCString FillPath(RWCString path, RWCString value_name, RWCString value_data) override;
+  // The keys that match the path and all, or any, of 1 to 10 rules: values at paths below them.
+  String_Arr* FillPathWithRuleList(RWCString path, Tree_PathAndValueArray* rules,
+                                   int is_case_sensitive, int is_and_rule) override;
+  CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path) override;
+  CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) override;
+  CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) override;
+  CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
+  CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
+  CFG_SubTree* GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq) override;
+  CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq, bool all) override;
+
+  int Connect() override;
+  int DisConnect() override;
+  int Lock() override;
+  int UnLock() override;
+  int Rollback() override;
+  int SetSessionInfo(const std::string& session, int info) override;
+
+  RWCString GetCfgPass() override;
+  RWCString GetConnectionAlias() override;
+  RWCString GetDbServerDateTime() override;
+  RWCString GetServerNodeName() override;
+  RWCString GetMinSeqNumberOfDeletedEntry() override;
+  RWCString GetMaxSeqNumber(const RWCString& path) override;
+  RWCString GetMaxSeqNumber() override;
+  RWCString GetServerSyncID() override;
+
+  int StartTreeQuery(RWCString& path, bool wildcard, const RWCString* seq, bool deleted) override;
+  Tree_NodeInfo* GetNextFromQuery() override;
+  int CloseTreeQuery() override;
+  const RWCString& GetQueryRootPath() override;
+
+  // --- added here ------------------------------------------------------------------------------
+
+  int Commit();  // TRUE when what was pending is stored
+  int GetAutoCommit();
+  void SetAutoCommit(int on);
+  Mutex* GetMutexForSVCFGStartQuery();  // null before Connect
+  bool HasPendingChanges();
+
+  // Makes the key and those above it.
+  int CreatePath(const RWCString& path);
+  // Renames a value below the key at `path`.
+  int SetValueName(const RWCString& path, const RWCString& old_name, const RWCString& new_name);
+  // Full paths of the keys, of the values by name, and of the values by text, that hold the
+  // pattern, or are it. Names are compared without case. Null when there are none.
+  String_Arr* SearchPatternExtended(const RWCString& pattern, const RWCString path, bool find_key,
+                                    bool find_value_name, bool find_value_data,
+                                    bool value_case_sensitive, bool match_whole_word);
+
+  // GetNextFromQuery without a copy: false at the end and on an error, views until the next call.
+  bool NextFromQuery(std::string_view& path, std::string_view& value);
+  bool QueryHasTree();   // false where nothing is at the path, and nothing was asked for besides
+  bool IsQueryFailed();  // the records so far are not all
+
+  // How long a change waits for another one's end.
+  void SetWriteWait(int milliseconds);
+  // The database's own check of what it holds; false with the reason.
+  bool CheckIntegrity(std::string& reason);
+  // Forgets deletions of more than so many days ago. How many went, -1 on failure.
+  int PurgeDeletedEntries(int days);
+
+ protected:
+  int WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) override;
+  String_Arr* SearchKeyOrValueName(const RWCString& name, const RWCString& path) override;
+  int SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) override;
+  Tree_NodePtr GetTreeNode(const RWCString& path) override;
+  Tree_NodePtr GetTreeNodeOnlyWithValuesLong(const RWCString& path) override;
+  Tree_NodePtr GetTreeNodeOnlyWithValues(const RWCString& path) override;
+  Tree_NodePtr GetTreeNodeWithPrecentAndWildcard(const RWCString& path) override;
+  Tree_NodePtr GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
+  Tree_NodePtr GetTreeNodeWithLongValues(const RWCString& path);
+  Tree_NodePtr GetTreeNodeBySeqNumber(const RWCString& path, const RWCString& seq);
+
+ private:
+  struct Given {  // what the second constructor was given
+    RWCString conn_string, user;
+  };
+  struct TreeQuery;
+
+  // What `asked` makes of the connection; before Connect nothing, with a line in the log.
+  template <class Asked>
+  auto ask(const char* op, const Asked& asked) -> std::invoke_result_t<Asked, CFGDB_Conn&> {
+    CFGDB_Conn* const connection = m_connection.load(std::memory_order_acquire);
+    if (connection) return asked(*connection);
+    say_not_connected(op);
+    return std::invoke_result_t<Asked, CFGDB_Conn&>();
+  }
+  static void say_not_connected(const char* op);
+
+  Tree_NodePtr GetTreeByParams(const TreeQuery& query);
+  Tree_NodePtr tree_of(CFGDB_Conn& connection, const TreeQuery& query);
+  // Steps of writes; false after a line in the log.
+  bool is_free_for_value(const RWCString& path);
+  bool make_parent(const RWCString& path, const RWCString& parent);
+
+  const std::unique_ptr<const Given> m_given;      // null: the properties hold
+  std::atomic<CFGDB_Conn*> m_connection{nullptr};  // owned; made by Connect, once
+  // Held by every change, so that the steps of several are not mixed, and while a tree is read,
+  // since a change moves the records away. Taken after the connection's query mutex.
+  std::recursive_mutex m_changes;
+  bool m_query_flag = false;  // of the connection's tree queries
+};

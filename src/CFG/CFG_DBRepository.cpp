@@ -1,0 +1,146 @@
+// Connection, transactions, and what the store says of itself.
+#include <CFG/CFG_DBRepository.h>
+
+#include <CFG/detail/actual_path.h>
+#include <database/CFGDB_Conn.h>
+#include <logging/Logger.h>
+
+using Step = std::lock_guard<std::recursive_mutex>;
+
+namespace {
+constexpr Log_Logger logger("src/CFG/CFG_DBRepository", 502);
+}
+
+CFG_DBRepository::CFG_DBRepository() = default;
+CFG_DBRepository::CFG_DBRepository(const RWCString& conn_string, const RWCString& user)
+    : m_given(new Given{conn_string, user}) {}
+CFG_DBRepository::~CFG_DBRepository() { delete m_connection.load(); }
+
+void CFG_DBRepository::say_not_connected(const char* op) {
+  logger.error("%s : not connected to the database\n", op);
+}
+
+// --- connection ----------------------------------------------------------------------------------
+
+int CFG_DBRepository::Connect() {
+  const RecursiveThreadMutexWrapper::WriteGuard guard(m_connection_lock);
+  if (m_is_connected) return m_is_connected;
+  const RWCString user = m_given ? m_given->user : GetProperty("user");
+  const RWCString conn_string = m_given ? m_given->conn_string : GetProperty("conn_string");
+  const bool is_traced = !m_given && GetProperty("sql_trace") == "TRUE";
+  const bool sets_nls_lang = m_given || GetProperty("set_nls_lang") != "FALSE";
+  const Step one_step(m_changes);
+  if (!m_connection) m_connection = new CFGDB_Conn(sets_nls_lang);
+  m_is_connected = m_connection.load()->Init(conn_string, user, is_traced) != 0;
+  return m_is_connected;
+}
+
+int CFG_DBRepository::DisConnect() {
+  const RecursiveThreadMutexWrapper::WriteGuard guard(m_connection_lock);
+  if (!m_is_connected) return TRUE;
+  const Step one_step(m_changes);
+  m_connection.load()->disconnect();
+  m_is_connected = false;
+  return TRUE;
+}
+
+// --- transactions --------------------------------------------------------------------------------
+
+int CFG_DBRepository::Lock() {
+  SetAutoCommit(FALSE);
+  return TRUE;
+}
+
+// Auto-commit comes back also when nothing could be saved: changes that follow would be pending
+// with nobody who ends them, and keep all other writers out.
+int CFG_DBRepository::UnLock() {
+  logger.trace("Start UnLock()\n");
+  const Step one_step(m_changes);
+  return ask("UnLock()", [](CFGDB_Conn& db) -> int {
+    if (!db.uncommitted) {
+      logger.trace(
+          "UnLock() : Action does not done without commit, return TRUE and set auto commit to true\n");
+      db.SetAutoCommit(TRUE);
+      return TRUE;
+    }
+    logger.trace("UnLock() : Action done without commit, perform Commit()\n");
+    const int result = db.Commit(0);
+    db.SetAutoCommit(TRUE);
+    if (result == 0) {
+      return logger.reject_at(LOG_LEVEL_TRACE, FALSE, "UnLock() : Commit() Failed, return FALSE\n");
+    }
+    return logger.reject_at(LOG_LEVEL_TRACE, TRUE,
+                            "UnLock() : Commit() OK, return TRUE and set auto commit to true\n");
+  });
+}
+
+int CFG_DBRepository::Rollback() {
+  const Step one_step(m_changes);
+  return ask("Rollback()", [](CFGDB_Conn& db) { return db.RollBack(0); });
+}
+int CFG_DBRepository::Commit() {
+  const Step one_step(m_changes);
+  return ask("Commit()", [](CFGDB_Conn& db) { return db.Commit(0) == CFGDB_Conn::COMMIT_OK; });
+}
+int CFG_DBRepository::GetAutoCommit() {
+  return ask("GetAutoCommit()", [](CFGDB_Conn& db) { return db.GetAutoCommit(); });
+}
+void CFG_DBRepository::SetAutoCommit(int on) {
+  const Step one_step(m_changes);
+  ask("SetAutoCommit(int)", [&](CFGDB_Conn& db) { db.SetAutoCommit(on); });
+}
+bool CFG_DBRepository::HasPendingChanges() {
+  return ask("HasPendingChanges()", [](CFGDB_Conn& db) { return db.uncommitted != 0; });
+}
+int CFG_DBRepository::SetSessionInfo(const std::string& session, int info) {
+  ask("SetSessionInfo(const std::string&, int)",
+      [&](CFGDB_Conn& db) { return db.SetSessionInfo(session, info); });
+  return TRUE;
+}
+Mutex* CFG_DBRepository::GetMutexForSVCFGStartQuery() {
+  return ask("GetMutexForSVCFGStartQuery()", [](CFGDB_Conn& db) { return db.GetMutexPtr(); });
+}
+
+// --- the store -----------------------------------------------------------------------------------
+
+RWCString CFG_DBRepository::GetCfgPass() {
+  return ask("GetCfgPass()", [](CFGDB_Conn& db) { return db.GetCfgPass(); });
+}
+RWCString CFG_DBRepository::GetConnectionAlias() {
+  return ask("GetConnectionAlias()", [](CFGDB_Conn& db) { return db.GetConnectionAlias(); });
+}
+RWCString CFG_DBRepository::GetDbServerDateTime() {
+  return ask("GetDbServerDateTime()", [](CFGDB_Conn& db) { return db.GetDbServerDateTime(); });
+}
+RWCString CFG_DBRepository::GetServerNodeName() { return GetProperty("CurrMachine"); }
+RWCString CFG_DBRepository::GetMinSeqNumberOfDeletedEntry() {
+  return ask("GetMinSeqNumberOfDeletedEntry()",
+             [](CFGDB_Conn& db) { return db.GetMinSeqNumberOfDeletedEntry(); });
+}
+RWCString CFG_DBRepository::GetMaxSeqNumber(const RWCString& path) {
+  const cfg::actual_string actual(path);
+  return ask("GetMaxSeqNumber(const RWCString&)",
+             [&](CFGDB_Conn& db) { return db.GetMaxSeqNumber(actual); });
+}
+RWCString CFG_DBRepository::GetMaxSeqNumber() {
+  return ask("GetMaxSeqNumber()", [](CFGDB_Conn& db) { return db.GetMaxSeqNumber(); });
+}
+RWCString CFG_DBRepository::GetServerSyncID() {
+  return ask("GetServerSyncID()", [](CFGDB_Conn& db) { return db.GetServerSyncID(); });
+}
+
+void CFG_DBRepository::SetWriteWait(int milliseconds) {
+  ask("SetWriteWait(int)", [&](CFGDB_Conn& db) { db.SetWriteWait(milliseconds); });
+}
+bool CFG_DBRepository::CheckIntegrity(std::string& reason) {
+  reason = "not connected to the database";
+  return ask("CheckIntegrity(std::string&)",
+             [&](CFGDB_Conn& db) { return db.CheckIntegrity(reason); });
+}
+int CFG_DBRepository::PurgeDeletedEntries(int days) {
+  const Step one_step(m_changes);
+  CFGDB_Conn* const db = m_connection;
+  if (db) return db->PurgeDeletedEntries(days);
+  say_not_connected("PurgeDeletedEntries(int)");
+  return -1;
+}

@@ -1,0 +1,213 @@
+// Trees built from the records of a query, and the query itself for who streams them.
+#include <CFG/CFG_DBRepository.h>
+
+#include <CFG/CFG_PerformanceEvent.h>
+#include <CFG/CFG_SubTree.h>
+#include <CFG/detail/actual_path.h>
+#include <CFG/detail/tree_builder.h>
+#include <database/CFGDB_Conn.h>
+#include <logging/Logger.h>
+
+using cfg::actual_string;
+
+// What a tree is made of.
+struct CFG_DBRepository::TreeQuery {
+  const RWCString& path;
+  bool wildcard = false;           // the path may hold `%` components
+  const RWCString* seq = nullptr;  // only what changed after this number
+  bool deleted = false;            // only the entries deleted after it
+  bool all_deleted = false;
+};
+
+namespace {
+
+constexpr Log_Logger logger("src/CFG/CFG_DBRepository", 502);
+
+Tree_NodePtr without_empty_branches(const Tree_NodePtr& tree) {
+  if (tree) tree->RemoveEmptyBranches();
+  return tree;
+}
+
+// A subtree for who asked `op`; `builder` had to make the tree.
+CFG_SubTree* sub_tree_of(const Tree_NodePtr& tree, const char* op, const char* builder) {
+  if (tree) return new CFG_SubTree(tree);
+  return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s %s return null, return NULL: \n", op,
+                          builder);
+}
+
+bool is_path_given(const RWCString& path, const char* op) {
+  if (!path.isNull()) return true;
+  return logger.reject(false,
+                       "%s : _path parameter is an empty string, return NULL_TREE_NODE_PTR\n", op);
+}
+
+}  // namespace
+
+// --- building ------------------------------------------------------------------------------------
+
+Tree_NodePtr CFG_DBRepository::GetTreeByParams(const TreeQuery& query) {
+  CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
+                             CFG_PerformanceEvent::PERFORMANCE_GET_SUB_TREE, query.path.view());
+  Mutex* const one_query = GetMutexForSVCFGStartQuery();
+  if (!one_query) return nullptr;
+  const MutexGuard guard(*one_query);
+  const std::lock_guard<std::recursive_mutex> unchanged(m_changes);
+  const Tree_NodePtr tree =
+      ask("GetTreeByParams", [&](CFGDB_Conn& db) { return tree_of(db, query); });
+  if (tree && event.is_enabled()) event.set_count(tree->GetSubTreeEntriesCount("", tree));
+  return tree;
+}
+
+Tree_NodePtr CFG_DBRepository::tree_of(CFGDB_Conn& db, const TreeQuery& query) {
+  if (db.StartTreeQuery(query.path, query.wildcard, m_query_flag, query.seq, query.deleted,
+                        query.all_deleted) == -1) {
+    return logger.reject(Tree_NodePtr(), "open query failed \n");
+  }
+  logger.trace(
+      "GetTreeByParams : paremeters path %s wildCard %d sequence %s deleted %d all deleted %d\n",
+      query.path, query.wildcard, query.seq ? query.seq->view() : std::string_view(), query.deleted,
+      query.all_deleted);
+  Tree_NodePtr tree;
+  if (db.has_tree()) {
+    cfg::tree_builder builder(GetPathBeforeFirstPrecent(query.path));
+    std::string_view path, value;
+    while (db.next_record(path, value)) builder.add(path, value);
+    tree = builder.tree();
+  }
+  if (db.is_query_failed()) tree = nullptr;
+  db.CloseTreeQuery(true);
+  return tree;
+}
+
+Tree_NodePtr CFG_DBRepository::GetTreeNode(const RWCString& path) {
+  logger.trace("Start GetTreeNode(const RWCString & path)\n");
+  Tree_NodePtr tree = GetTreeByParams({actual_string(path)});
+  logger.trace("End GetTreeNode(const RWCString & path)\n");
+  return tree;
+}
+
+Tree_NodePtr CFG_DBRepository::GetTreeNodeBySeqNumber(const RWCString& path, const RWCString& seq) {
+  logger.trace("Start GetTreeNodeBySeqNumber(const RWCString & path)\n");
+  Tree_NodePtr tree = GetTreeByParams({actual_string(path), false, &seq});
+  logger.trace("End GetTreeNodeBySeqNumber(const RWCString & path)\n");
+  return tree;
+}
+
+Tree_NodePtr CFG_DBRepository::GetTreeNodeWithLongValues(const RWCString& path) {
+  logger.trace("Start GetTreeNodeWithLongValues(const RWCString path)\n");
+  return GetTreeByParams({actual_string(path)});
+}
+
+Tree_NodePtr CFG_DBRepository::GetTreeNodeOnlyWithValues(const RWCString& path) {
+  return without_empty_branches(GetTreeByParams({actual_string(path)}));
+}
+
+Tree_NodePtr CFG_DBRepository::GetTreeNodeOnlyWithValuesLong(const RWCString& path) {
+  logger.trace("Start GetTreeNodeOnlyWithValuesLong(const RWCString path)\n");
+  return without_empty_branches(GetTreeByParams({actual_string(path)}));
+}
+
+Tree_NodePtr CFG_DBRepository::GetTreeNodeWithPrecentAndWildcard(const RWCString& path) {
+  constexpr char op[] = "GetTreeNodeWithPrecentAndWildcard(const RWCString & _path)";
+  logger.trace("Start %s\n", op);
+  const actual_string actual(path);
+  return is_path_given(actual, op) ? GetTreeByParams({actual, true}) : nullptr;
+}
+
+Tree_NodePtr CFG_DBRepository::GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(
+    const RWCString& path) {
+  constexpr char op[] = "GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString & _path)";
+  logger.trace("Start %s\n", op);
+  const actual_string actual(path);
+  if (!is_path_given(actual, op)) return nullptr;
+  return without_empty_branches(GetTreeByParams({actual, true}));
+}
+
+// --- subtrees ------------------------------------------------------------------------------------
+
+CFG_SubTree* CFG_DBRepository::GetSubTree(RWCString& path) {
+  logger.trace("Start GetSubTree(RWCString & path) %s\n", path);
+  return sub_tree_of(GetTreeNode(path), "GetSubTree(RWCString & path)", "GetTreeNode");
+}
+
+CFG_SubTree* CFG_DBRepository::GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq) {
+  constexpr char op[] = "GetSubTreeBySeqNumber(RWCString & path)";
+  logger.trace("Start GetSubTreeBySeqNumber(RWCString & path)\n");
+  return sub_tree_of(GetTreeNodeBySeqNumber(path, seq), op, "GetTreeNodeBySeqNumber");
+}
+
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq,
+                                                          bool all) {
+  logger.trace("Start GetSubTreeOnlyDeletedNodes\n");
+  return sub_tree_of(GetTreeByParams({actual_string(path), false, &seq, true, all}),
+                     "GetSubTreeOnlyDeletedNodes", "BuildSubTree");
+}
+
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValues(const RWCString& path) {
+  constexpr char op[] = "GetSubTreeOnlyWithValues(RWCString & path)";
+  logger.trace("Start GetSubTreeOnlyWithValues(RWCString & path)\n");
+  return sub_tree_of(GetTreeNodeOnlyWithValues(path), op, "GetTreeNodeOnlyWithValues");
+}
+
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesLong(const RWCString& path) {
+  constexpr char op[] = "GetSubTreeOnlyWithValuesLong(RWCString & path)";
+  logger.trace("Start GetSubTreeOnlyWithValuesLong(RWCString & path)\n");
+  return sub_tree_of(GetTreeNodeOnlyWithValuesLong(path), op, "GetTreeNodeOnlyWithValuesLong");
+}
+
+CFG_SubTree* CFG_DBRepository::GetSubTreeWithLongValues(const RWCString& path) {
+  constexpr char op[] = "GetSubTreeWithLongValues(RWCString & path)";
+  logger.trace("Start GetSubTreeWithLongValues(RWCString & path)\n");
+  return sub_tree_of(GetTreeNodeWithLongValues(path), op, "GetTreeNodeWithLongValues");
+}
+
+CFG_SubTree* CFG_DBRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
+  constexpr char op[] = "GetSubTreeWithPrecentAndWildcard(const RWCString & path)";
+  logger.trace("Start %s for path <%s>\n", op, path);
+  return sub_tree_of(GetTreeNodeWithPrecentAndWildcard(path), op,
+                     "GetTreeNodeWithPrecentAndWildcard");
+}
+
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+    const RWCString& path) {
+  constexpr char op[] = "GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString & path)";
+  logger.trace("Start %s\n", op);
+  return sub_tree_of(GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(path), op,
+                     "GetTreeNodeOnlyWithValuesWithPrecentAndWildcard");
+}
+
+// --- record by record ----------------------------------------------------------------------------
+
+// What is asked for each record does not say that there is no connection: StartTreeQuery did.
+
+int CFG_DBRepository::StartTreeQuery(RWCString& path, bool wildcard, const RWCString* seq,
+                                     bool deleted) {
+  const actual_string actual(path);
+  CFGDB_Conn* const db = m_connection;
+  if (db) return db->StartTreeQuery(actual, wildcard, false, seq, deleted, false);
+  say_not_connected("StartTreeQuery");
+  return -1;
+}
+Tree_NodeInfo* CFG_DBRepository::GetNextFromQuery() {
+  CFGDB_Conn* const db = m_connection;
+  return db ? db->GetNextFromQuery() : nullptr;
+}
+bool CFG_DBRepository::NextFromQuery(std::string_view& path, std::string_view& value) {
+  CFGDB_Conn* const db = m_connection;
+  return db && db->next_record(path, value);
+}
+bool CFG_DBRepository::QueryHasTree() {
+  CFGDB_Conn* const db = m_connection;
+  return db && db->has_tree();
+}
+bool CFG_DBRepository::IsQueryFailed() {
+  CFGDB_Conn* const db = m_connection;
+  return !db || db->is_query_failed();
+}
+int CFG_DBRepository::CloseTreeQuery() {
+  return ask("CloseTreeQuery()", [](CFGDB_Conn& db) { return db.CloseTreeQuery(true); });
+}
+const RWCString& CFG_DBRepository::GetQueryRootPath() {
+  CFGDB_Conn* const db = m_connection;
+  return db ? db->GetQueryRootPath() : m_query_root_path;
+}

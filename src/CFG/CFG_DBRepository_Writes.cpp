@@ -1,0 +1,296 @@
+// Changes.
+#include <CFG/CFG_DBRepository.h>
+
+#include <CFG/CFG_PerformanceEvent.h>
+#include <CFG/CFG_SubTree.h>
+#include <CFG/detail/actual_path.h>
+#include <CFG/detail/paths.h>
+#include <database/CFGDB_Conn.h>
+#include <logging/Logger.h>
+
+using cfg::actual_string;
+using Step = std::lock_guard<std::recursive_mutex>;
+
+namespace {
+
+constexpr Log_Logger logger("src/CFG/CFG_DBRepository", 502);
+
+constexpr char kRoot[] = "halvoria";
+constexpr char kBelowRoot[] = "halvoria\\";
+
+// The tree at `node` as rows in order of path.
+std::unique_ptr<Tmr_PtrSortedVector<Tree_NodeInfo>> rows_of(const Tree_NodePtr& node,
+                                                            const RWCString& path) {
+  const auto count = static_cast<size_t>(node->GetNodeNum());
+  auto rows = std::make_unique<Tmr_PtrSortedVector<Tree_NodeInfo>>(count);
+  Tree_Node::ConvertTreeNodeToVec(node, path, rows.get());
+  return rows;
+}
+
+}  // namespace
+
+// --- values --------------------------------------------------------------------------------------
+
+int CFG_DBRepository::SetValue(const RWCString& value_path, const RWCString& value_data) {
+  const actual_string actual(value_path);
+  const RWCString& path = actual;
+  logger.info("Start SetValue for path <%s> and value <%s>\n", path, value_data);
+  if (path.isNull()) {
+    return logger.reject(
+        FALSE,
+        "SetValue(const RWCString & value_path,const RWCString & value_data)value <%s> : value_path is Null,return FALSE\n",
+        value_data);
+  }
+  if (value_data.isNull()) {
+    return logger.reject(
+        FALSE,
+        "SetValue(const RWCString & value_path,const RWCString & value_data) for path <%s> : value_data is Null,return FALSE\n",
+        path);
+  }
+  if (!IsValidPath(path, "CFG_DBRepository::SetValue")) return FALSE;
+  if (!path.view().starts_with(kBelowRoot)) {
+    return logger.reject(
+        FALSE,
+        "SetValue(const RWCString & value_path,const RWCString & value_data) for path <%s> : Path does not start with 'halvoria\\',return FALSE\n",
+        path);
+  }
+  const CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
+                                   CFG_PerformanceEvent::PERFORMANCE_SET_VALUE, path);
+  const Step one_step(m_changes);
+  const RWCString parent(cfg::split_path(path).parent);
+  if (!is_free_for_value(path) || !make_parent(path, parent)) return FALSE;
+  logger.trace("SetValue  : before  RemoveLeafLine path <%s>\n", path);
+  const int removed = ask("SetValue", [&](CFGDB_Conn& db) { return db.RemoveLeafLine(path, 0); });
+  if (removed == CFGDB_Conn::DB_ERROR) {
+    return logger.reject(
+        FALSE,
+        "SetValue(const RWCString & value_path,const RWCString & value_data) path <%s>: RemoveLine return db error ,return FALSE\n",
+        path);
+  }
+  const Tree_NodeInfo row(path, value_data);
+  logger.detail("SetValue : before insert line for path <%s> and value <%s>\n", path, value_data);
+  const int inserted = ask("SetValue", [&](CFGDB_Conn& db) { return db.InsertLine(row, 1, true); });
+  if (inserted == CFGDB_Conn::DB_ERROR) {
+    return logger.reject(
+        FALSE,
+        "SetValue(const RWCString & value_path,const RWCString & value_data) : InsertLine return db error ,return FALSE\n");
+  }
+  if (inserted == CFGDB_Conn::COMMIT_ERROR) {
+    return logger.reject(
+        FALSE,
+        "SetValue(const RWCString & value_path,const RWCString & value_data) : InsertLine  return commit error ,return FALSE\n");
+  }
+  return inserted == CFGDB_Conn::OK;
+}
+
+bool CFG_DBRepository::is_free_for_value(const RWCString& path) {
+  if (!ask("SetValue", [&](CFGDB_Conn& db) { return db.IsSubTreeExist(path, 0); })) return true;
+  return logger.reject(
+      false,
+      "SetValue(const RWCString & value_path,const RWCString & value_data) : path <%s> exist as sub tree ,return FALSE\n",
+      path);
+}
+
+bool CFG_DBRepository::make_parent(const RWCString& path, const RWCString& parent) {
+  if (parent.isNull()) return true;
+  logger.trace("SetValue  : before  CreatePath path <%s>\n", path);
+  const int made = ask("SetValue", [&](CFGDB_Conn& db) { return db.CreatePath(parent, 0, true); });
+  if (made == CFGDB_Conn::DB_ERROR) {
+    return logger.reject(
+        false,
+        "SetValue(const RWCString & value_path,const RWCString & value_data) <%s>: db error in create parent path <%s> ,return FALSE\n",
+        path, parent);
+  }
+  if (made == CFGDB_Conn::PARENT_IS_VALUE) {
+    return logger.reject(
+        false,
+        "SetValue(const RWCString & value_path,const RWCString & value_data) path <%s>:  one of parent path <%s> nodes exist as value,return FALSE\n",
+        path, parent);
+  }
+  return made == CFGDB_Conn::OK;
+}
+
+int CFG_DBRepository::DeleteValue(const RWCString& given) {
+  const actual_string actual(given);
+  const RWCString& path = actual;
+  logger.info("Start DeleteValue(const RWCString & path) %s\n", path);
+  if (path.isNull()) {
+    return logger.reject(
+        FALSE, "DeleteValue(const RWCString & path) : path is empty string, return FALSE\n");
+  }
+  const CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
+                                   CFG_PerformanceEvent::PERFORMANCE_DELETE_VALUE, path);
+  const Step one_step(m_changes);
+  const int removed =
+      ask("DeleteValue", [&](CFGDB_Conn& db) { return db.RemoveLeafLine(path, 1); });
+  if (removed == CFGDB_Conn::DB_ERROR) {
+    return logger.reject(
+        FALSE,
+        "DeleteValue(const RWCString & path)  for path <%s>: RemoveLine return db error , return FALSE\n",
+        path);
+  }
+  if (removed == CFGDB_Conn::COMMIT_ERROR) {
+    return logger.reject(
+        FALSE,
+        "DeleteValue(const RWCString & path) for path <%s> : RemoveLine return commit error , return FALSE\n",
+        path);
+  }
+  return removed == CFGDB_Conn::OK;
+}
+
+int CFG_DBRepository::SetValueName(const RWCString& given_path, const RWCString& old_name,
+                                   const RWCString& new_name) {
+  constexpr char op[] = "CFG_DBRepository::SetValueName";
+  const actual_string actual(given_path);
+  const RWCString& path = actual;
+  logger.info("SetValueName>> path:<%s>, old_name:<%s>, new_name:<%s> \n", path, old_name,
+              new_name);
+  if (!IsValidPath(path, op) || !IsValidPath(old_name, op) || !IsValidPath(new_name, op)) {
+    return logger.reject(
+        FALSE,
+        "in %s : Path or value names are not valid returning FALSE. path <%s>  old name <%s>  new name <%s>\n",
+        op, path, old_name, new_name);
+  }
+  const RWCString old_path = cfg::actual_path(cfg::join(path, old_name)).copy();
+  const RWCString new_path = cfg::actual_path(cfg::join(path, new_name)).copy();
+  const Step one_step(m_changes);
+  // A row without a text would be a key, and a value in the place of a key lose what is below.
+  const RWCString value = GetValue(old_path);
+  if (value.isNull() || new_name.isNull() || IsSubTreeExist(new_path)) {
+    return logger.reject(FALSE, "in %s : value <%s> can not be renamed to <%s>, returning FALSE\n",
+                         op, old_path, new_path);
+  }
+  logger.info("SetValueName>> Removing <%s>,<%s> \n", path, old_name);
+  const int removed = ask(op, [&](CFGDB_Conn& db) { return db.RemoveLeafLine(old_path, 0); });
+  if (removed == CFGDB_Conn::DB_ERROR) {
+    return logger.reject(FALSE,
+                         "SetValueName(): db error in RemoveLeafLine <%s>,<%s> ,return FALSE\n",
+                         path, old_name);
+  }
+  logger.info("SetValueName>> Inserting <%s>,<%s> \n", path, new_name);
+  const Tree_NodeInfo row(new_path, value);
+  const int inserted = ask(op, [&](CFGDB_Conn& db) { return db.InsertLine(row, 1, true); });
+  if (inserted == CFGDB_Conn::DB_ERROR) {
+    return logger.reject(FALSE, "SetValueName(): db error in InsertLine path <%s> ,return FALSE\n",
+                         new_path);
+  }
+  if (inserted == CFGDB_Conn::COMMIT_ERROR) {
+    return logger.reject(FALSE, "SetValueName() : InsertLine  return commit error ,return FALSE\n");
+  }
+  return inserted == CFGDB_Conn::OK;
+}
+
+// --- keys ----------------------------------------------------------------------------------------
+
+int CFG_DBRepository::CreatePath(const RWCString& path) {
+  constexpr char op[] = "CreatePath(const RWCString& path)";
+  const actual_string actual(path);
+  logger.trace("Start %s for path <%s>\n", op, actual.text());
+  if (actual.empty()) {
+    return logger.reject(FALSE, "%s : path is an empty string , return empty string\n", op);
+  }
+  const Step one_step(m_changes);
+  const int made = ask(op, [&](CFGDB_Conn& db) { return db.CreatePath(actual, 1, true); });
+  if (made == CFGDB_Conn::DB_ERROR) {
+    return logger.reject(FALSE, "CreatePath(): db error in CreatePath <%s> ,return FALSE\n",
+                         actual.text());
+  }
+  if (made == CFGDB_Conn::OK) return TRUE;
+  return logger.reject(FALSE, "CreatePath(): path <%s> was not created (%d), return FALSE\n",
+                       actual.text(), made);
+}
+
+int CFG_DBRepository::DeleteSubTree(const RWCString& given) {
+  constexpr char op[] = "CFG_DBRepository::DeleteSubTree";
+  const actual_string actual(given);
+  const RWCString& path = actual;
+  logger.trace("Start %s for path <%s>\n", op, path);
+  if (path.isNull()) {
+    return logger.reject(
+        FALSE, "DeleteSubTree(const RWCString & path) : path is empty string, return FALSE\n");
+  }
+  if (!IsValidPath(path, op)) return FALSE;
+  const CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
+                                   CFG_PerformanceEvent::PERFORMANCE_DELETE_SUB_TREE, path);
+  const Step one_step(m_changes);
+  const int removed = ask(op, [&](CFGDB_Conn& db) { return db.RemoveSubTree(path, 1, true); });
+  if (removed == CFGDB_Conn::DB_ERROR) {
+    return logger.reject(
+        FALSE, "DeleteSubTree(const RWCString & path) for path <%s> : db error, return FALSE\n",
+        path);
+  }
+  if (removed == CFGDB_Conn::COMMIT_ERROR) {
+    return logger.reject(
+        FALSE, "DeleteSubTree(const RWCString & path) for path <%s> : commit error, return FALSE\n",
+        path);
+  }
+  return removed == CFGDB_Conn::OK;
+}
+
+int CFG_DBRepository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+  constexpr char op[] = "CFG_DBRepository::AddOrReplaceSubTree";
+  const actual_string actual(path);
+  logger.trace("Start %s for path <%s>\n", op, actual.text());
+  if (!sub_tree) {
+    return logger.reject(FALSE, "%s, for path <%s> sub_tree is NULL, return FALSE\n", op,
+                         actual.text());
+  }
+  if (!IsValidPath(actual, op)) return FALSE;
+  Tree_NodePtr data = sub_tree->GetData();
+  return WriteSubTree(data, actual);
+}
+
+int CFG_DBRepository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) {
+  logger.info("Start WriteSubTree for path <%s>\n", path);
+  if (!sub_tree) {
+    return logger.reject(FALSE, "path <%s> sub tree data is null, return FALSE\n", path);
+  }
+  if (path.isNull() && sub_tree->NameView() != kRoot) {
+    return logger.reject(FALSE, "path is empty string, key is <%s> return FALSE\n",
+                         sub_tree->NameView());
+  }
+  if (sub_tree->NameView().empty()) {
+    return logger.reject(
+        FALSE, "path <%s>: sub_tree->GetKeyName return empty string, return FALSE\n", path);
+  }
+  const CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
+                                   CFG_PerformanceEvent::PERFORMANCE_WRITE_SUB_TREE, path);
+  const auto rows = rows_of(sub_tree, path);
+  const Step one_step(m_changes);
+  const int written =
+      ask("WriteSubTree", [&](CFGDB_Conn& db) { return db.WriteSubTree(*rows, path); });
+  if (written == CFGDB_Conn::OK) return TRUE;
+  return logger.reject(FALSE, "path <%s>: sub tree <%s> was not written (%d), return FALSE\n", path,
+                       sub_tree->NameView(), written);
+}
+
+// One step, so that nothing is lost when the second half fails.
+int CFG_DBRepository::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) {
+  constexpr char op[] = "SetOrRanameKeyName(const RWCString & path,const RWCString & key_name)";
+  logger.info("Start %s for path <%s> new key name <%s>\n", op, path, key_name);
+  if (key_name.isNull()) {
+    return logger.reject(FALSE, "%s for path <%s>: key_name is empty string, return FALSE\n", op,
+                         path);
+  }
+  if (path.isNull()) {
+    return logger.reject(FALSE, "%s : path is empty string, return FALSE new key name <%s>\n", op,
+                         key_name);
+  }
+  const cfg::split_path where(path);
+  if (key_name.first('\\') != RWCString::npos || (!where.has_parent && key_name != kRoot)) {
+    return logger.reject(FALSE, "%s : path <%s> can not be renamed to <%s>, return FALSE\n", op,
+                         path, key_name);
+  }
+  Tree_NodePtr renamed = GetTreeNode(path);
+  if (!renamed) {
+    return logger.reject(
+        FALSE, "%s : path <%s> does not exist or not represent a sub tree, return FALSE\n", op,
+        path);
+  }
+  renamed->SetKeyName(key_name);
+  const Step one_step(m_changes);
+  if (ask(op, [&](CFGDB_Conn& db) { return db.RemoveSubTree(path, 0, true); }) != CFGDB_Conn::OK) {
+    return logger.reject(FALSE, "%s : fail to delete path <%s>, return FALSE\n", op, path);
+  }
+  return WriteSubTree(renamed, RWCString(where.parent));
+}
