@@ -4,12 +4,40 @@
 #include <logging/Log_Capture.h>
 
 #include "echo_service.h"
+#include "raw_socket.h"
 
 namespace {
 
 using std::chrono::milliseconds;
 using testing::HasSubstr;
 using testing::StartsWith;
+
+constexpr milliseconds kShort(150), kLong(20000);
+
+// Longer than a connection is trusted to be there without being looked at.
+void let_it_idle() { std::this_thread::sleep_for(milliseconds(110)); }
+
+std::string address_of(int port) { return "127.0.0.1:" + std::to_string(port); }
+
+// A service that can be ended and started again at the same port.
+struct Restarted {
+  void end() { service.reset(); }
+  void begin() {
+    Conn_ServerSettings settings = echo_settings();
+    settings.port = port;
+    service = std::make_unique<EchoServer>(settings);
+  }
+  std::unique_ptr<EchoServer> service = std::make_unique<EchoServer>();
+  const int port = service->port();
+};
+
+int lines_with(const Log_Capture& log, std::string_view part, int level) {
+  int count = 0;
+  for (const auto& line : log.lines()) {
+    count += line.level == level && line.text.find(part) != std::string::npos;
+  }
+  return count;
+}
 
 TEST(Connector, AsksOverOneConnection) {
   EchoServer service;
@@ -33,7 +61,17 @@ TEST(Connector, ReadsStreamsOfManyFrames) {
   for (const char* name : {"STREAM", "STREAM_LATER"}) {
     for (const int count : {1, 2, 300}) EXPECT_EQ(connector.stream(name, count), count);
   }
+  // What is left of an answer is passed over.
+  EchoParams params("STREAM");
+  {
+    Conn_Helper helper("test", connector, params, true, false);
+    helper.Writer().WriteInt(FLD_NUMBER, 100);
+    std::string_view chunk;
+    EXPECT_EQ(helper.GetResponseHeaders(), 0);
+    EXPECT_TRUE(helper.ReadView(FLD_CHUNK, chunk));
+  }
   EXPECT_EQ(connector.ask("ECHO", "then"), "then");
+  EXPECT_EQ(connector.session, 1);
 }
 
 TEST(Connector, KnowsARefusal) {
@@ -41,12 +79,273 @@ TEST(Connector, KnowsARefusal) {
   EchoConnector connector(service.port());
   Log_Capture log;
   EXPECT_EQ(connector.ask("REFUSE", ""), "failed");
-  EXPECT_THAT(connector.LastError().str(), HasSubstr("refused the request: not today"));
+  EXPECT_EQ(connector.LastError().str(),
+            address_of(service.port()) + " refused the request: not today");
   EXPECT_TRUE(log.has("EchoConnector::ask: REFUSE fails: 127.0.0.1:"));
   EXPECT_EQ(connector.stream("STREAM_REFUSED", 9), -1);
   EXPECT_THAT(connector.LastError().str(), HasSubstr("in the middle"));
   EXPECT_EQ(connector.ask("ECHO", "then"), "then");
+  EXPECT_EQ(connector.session, 1);
   EXPECT_EQ(connector.ask("THROW", ""), "failed");
+
+  // Of a request that is not waited for, the refusal does not answer the next one.
+  connector.Disconnect();
+  EchoParams one_way("REFUSE");
+  {
+    Conn_Helper helper("test", connector, one_way, true, true);
+    helper.FreeLogGuard();
+    EXPECT_TRUE(helper.IsValid());
+  }
+  EXPECT_EQ(connector.ask("ECHO", "mine"), "mine");
+  EXPECT_TRUE(log.has("an earlier request was refused, <RES_REFUSE>: not today"));
+}
+
+TEST(Connector, SaysWhyItCannotConnect) {
+  const int nobody = [] { return RawService().port(); }();
+  EchoConnector connector(nobody);
+  Log_Capture log;
+  EXPECT_EQ(connector.ask("ECHO", ""), "failed");
+  EXPECT_EQ(connector.LastError().str(),
+            "cannot connect to " + address_of(nobody) + ": Connection refused");
+  EXPECT_EQ(lines_with(log, "Connection refused", 3), 1);
+
+  EXPECT_EQ(connector.InitConn("no.such.host.invalid", 1, "tcp", "test", 1, 0), 1);
+  EXPECT_EQ(connector.ask("ECHO", ""), "failed");
+  EXPECT_THAT(connector.LastError().str(),
+              StartsWith("cannot connect to no.such.host.invalid:1: "));
+
+  struct {
+    const char* server;
+    int port;
+    const char* type;
+    int token;
+    const char* reason;
+  } const rows[] = {
+      {"localhost", 1, "", 4, "TLS"},        {"localhost", 1, "", 2, "token property"},
+      {"localhost", 1, "pipe", 1, "<pipe>"}, {"", 1, "", 1, "no server"},
+      {"localhost", 0, "", 1, "port"},       {"localhost", 65536, "", 1, "port"}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(connector.InitConn(row.server, row.port, row.type, "test", row.token, 0), 0);
+    EXPECT_THAT(log.last(), HasSubstr(row.reason));
+    EXPECT_EQ(connector.ask("ECHO", ""), "failed");
+  }
+}
+
+TEST(Connector, TriesAllAddressesOfAName) {
+  EchoServer service;  // on the older of the families that the name may stand for
+  EchoConnector connector(service.port());
+  EXPECT_EQ(connector.InitConn("localhost", service.port(), "", "test", 1, 0), 1);
+  EXPECT_EQ(connector.ask("ECHO", "text"), "text");
+
+  Conn_ServerSettings settings = echo_settings();
+  settings.address = "::1";
+  EchoHandler handler;
+  Conn_Server newer(settings, handler);
+  std::string reason;
+  if (!newer.start(reason)) GTEST_SKIP() << reason;
+  EXPECT_EQ(connector.InitConn("::1", newer.port(), "", "test", 1, 0), 1);
+  EXPECT_EQ(connector.ask("ECHO", "text"), "text");
+  EXPECT_EQ(connector.Address().str(), "[::1]:" + std::to_string(newer.port()));
+}
+
+TEST(Connector, OpensABrokenConnectionAnew) {
+  Restarted service;
+  EchoConnector connector(service.port);
+  EXPECT_EQ(connector.ask("ECHO", "before"), "before");
+  connector.SetTokenSent(true);
+  EXPECT_TRUE(connector.IsTokenSent());
+  service.end();
+  service.begin();
+  let_it_idle();
+  EXPECT_FALSE(connector.IsTokenSent());
+  EXPECT_EQ(connector.ask("ECHO", "after"), "after");
+
+  // While there is no service, each request fails; the first one behind its return does not.
+  service.end();
+  EXPECT_EQ(connector.ask("ECHO", ""), "failed");
+  EXPECT_EQ(connector.ask("ECHO", ""), "failed");
+  EXPECT_THAT(connector.LastError().str(), StartsWith("cannot connect to"));
+  service.begin();
+  EXPECT_EQ(connector.ask("ECHO", "again"), "again");
+}
+
+TEST(Connector, OpensAConnectionAnewThatWasIdleForTooLong) {
+  EchoServer service;
+  EchoConnector connector(service.port());
+  connector.SetTimeOuts({kLong, kLong, milliseconds(10)});
+  EXPECT_EQ(connector.ask("ECHO", ""), "");
+  std::this_thread::sleep_for(milliseconds(20));
+  EXPECT_EQ(connector.ask("ECHO", ""), "");
+  EXPECT_EQ(connector.session, 2);
+  // But not in a transaction.
+  EXPECT_EQ(connector.StartTransaction(), 1);
+  EXPECT_EQ(connector.ask("ECHO", ""), "");
+  std::this_thread::sleep_for(milliseconds(20));
+  EXPECT_EQ(connector.ask("ECHO", ""), "");
+  EXPECT_EQ(connector.session, 2);
+}
+
+TEST(Transactions, NestByCount) {
+  EchoServer service;
+  EchoConnector connector(service.port());
+  EXPECT_EQ(connector.EndTransaction(), 0);
+  EXPECT_EQ(connector.StartTransaction(), 1);
+  EXPECT_EQ(connector.StartTransaction(), 1);
+  EXPECT_EQ(connector.ask("ECHO", ""), "");
+  EXPECT_EQ(connector.EndTransaction(), 0);
+  EXPECT_EQ(connector.IsInTransaction(), 1);
+  EXPECT_EQ(connector.EndTransaction(), 1);
+  EXPECT_EQ(connector.IsInTransaction(), 0);
+  EXPECT_EQ(connector.EndTransaction(), 0);
+}
+
+TEST(Transactions, AreNotContinuedOnAnotherConnection) {
+  Restarted service;
+  for (const bool is_noticed_by_looking : {false, true}) {
+    EchoConnector connector(service.port);
+    EXPECT_EQ(connector.StartTransaction(), 1);
+    EXPECT_EQ(connector.StartTransaction(), 1);
+    EXPECT_EQ(connector.ask("ECHO", "in it"), "in it");
+    service.end();
+    service.begin();
+    if (is_noticed_by_looking) let_it_idle();
+    Log_Capture log;
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(connector.ask("ECHO", "in it"), "failed");
+    EXPECT_EQ(connector.EndTransaction(), 0);
+    EXPECT_EQ(connector.ask("ECHO", "in it"), "failed");
+    EXPECT_THAT(connector.LastError().str(), HasSubstr("in the middle of a transaction"));
+    EXPECT_EQ(lines_with(log, "ECHO fails", 3), 1);
+    EXPECT_EQ(connector.EndTransaction(), 1);
+    EXPECT_EQ(connector.ask("ECHO", "after it"), "after it");
+    EXPECT_EQ(service.service->handler.open_now.count(), 1);
+  }
+}
+
+TEST(Transactions, BeginOnALiveConnection) {
+  Restarted service;
+  EchoConnector connector(service.port);
+  EXPECT_EQ(connector.ask("ECHO", "before"), "before");
+  service.end();
+  service.begin();
+  let_it_idle();
+  EXPECT_EQ(connector.StartTransaction(), 1);
+  EXPECT_EQ(connector.ask("ECHO", "in it"), "in it");
+  EXPECT_EQ(connector.EndTransaction(), 1);
+}
+
+TEST(TimeOuts, EndARequestAndItsConnection) {
+  EchoServer service;
+  EchoConnector connector(service.port());
+  connector.SetTimeOuts({kLong, kShort, kLong});
+  EXPECT_EQ(connector.ask("NEVER", ""), "failed");
+  EXPECT_THAT(connector.LastError().str(), HasSubstr("no answer within 150 ms"));
+  EXPECT_FALSE(connector.IsConnected());
+  EXPECT_EQ(connector.ask("ECHO", "then"), "then");
+
+  // One of a single request, whose end is not put off by what comes little by little.
+  RawService slow;
+  EchoConnector other(slow.port());
+  std::thread dripping([&slow] {
+    RawSocket peer(slow.accept());
+    peer.send(raw_length(1000));
+    for (int i = 0; i < 100; ++i) {
+      peer.send("x");
+      std::this_thread::sleep_for(milliseconds(5));
+    }
+  });
+  EchoParams params("ECHO");
+  {
+    Conn_Helper helper("test", other, params, true, false);
+    EXPECT_EQ(helper.GetResponseHeaders(0, 100), -1);
+    EXPECT_FALSE(helper.IsValid());
+  }
+  EXPECT_THAT(other.LastError().str(), HasSubstr("no answer within"));
+  dripping.join();
+}
+
+TEST(TimeOuts, EndAConnectThatIsNotAnswered) {
+  // A service whose queue of connections is full answers no more.
+  const int listening = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in own = RawSocket::loopback(0);
+  socklen_t size = sizeof own;
+  ASSERT_EQ(::bind(listening, reinterpret_cast<sockaddr*>(&own), size), 0);
+  ASSERT_EQ(::listen(listening, 0), 0);
+  getsockname(listening, reinterpret_cast<sockaddr*>(&own), &size);
+  const RawSocket first(RawSocket::connect_to(ntohs(own.sin_port)));
+  EchoConnector connector(ntohs(own.sin_port));
+  connector.SetTimeOuts({kShort, kLong, kLong});
+  EXPECT_EQ(connector.ask("ECHO", ""), "failed");
+  EXPECT_THAT(connector.LastError().str(), HasSubstr("no answer within 150 ms"));
+  ::close(listening);
+}
+
+TEST(Connector, BelievesNoAnswerThatIsNotWellFormed) {
+  Conn_FormWriter other, endless;
+  other.begin("RES_OTHER");
+  endless.begin("RES_ECHO");
+  endless.WriteString(FLD_CHUNK, "aaa");
+  const std::string begun(endless.finish(true));
+  const struct {
+    std::string bytes;
+    const char* reason;
+  } rows[] = {{raw_length(0xffffffff), "not well formed"},
+              {raw_length(0), "not well formed"},
+              {raw_length(3) + "abc", "not well formed"},
+              {std::string(other.finish()), "the answer is to another request, <RES_OTHER>"},
+              {raw_length(100) + "abc", "closed by the other side"},
+              {"", "closed by the other side"},
+              {begun, "closed by the other side"}};
+  RawService service;
+  for (const auto& row : rows) {
+    EchoConnector connector(service.port());
+    std::thread peer([&] {
+      RawSocket socket(service.accept());
+      EXPECT_FALSE(socket.receive_frame().empty());
+      socket.send(row.bytes);
+      socket.end_sending();
+      EXPECT_TRUE(socket.is_closed());
+    });
+    Log_Capture log;
+    EXPECT_EQ(connector.stream("ECHO", 1), -1);
+    EXPECT_THAT(connector.LastError().str(), HasSubstr(row.reason));
+    EXPECT_EQ(lines_with(log, "ECHO fails", 3), 1);
+    EXPECT_FALSE(connector.IsConnected());
+    connector.Disconnect();
+    peer.join();
+  }
+}
+
+TEST(Ping, TellsWhetherAServiceIsThere) {
+  EchoServer service;
+  int status = -1;
+  EXPECT_FALSE(Conn_PingClient::GetServerPingStatus("127.0.0.1", service.port(), status));
+  EXPECT_EQ(Conn_PingClient::PingServer("127.0.0.1", service.port(), "", 1), 1);
+  EXPECT_TRUE(Conn_PingClient::GetServerPingStatus("127.0.0.1", service.port(), status));
+  EXPECT_EQ(status, 1);
+  const auto answer = Conn_PingClient::Ping("127.0.0.1", service.port(), "", 1, kLong);
+  EXPECT_TRUE(answer.is_alive);
+  EXPECT_EQ(answer.service.str(), "ECHO_SERVICE");
+  EXPECT_EQ(answer.reason.str(), "");
+
+  RawService silent;
+  const auto none = Conn_PingClient::Ping("127.0.0.1", silent.port(), "", 1, kShort);
+  EXPECT_FALSE(none.is_alive);
+  EXPECT_THAT(none.reason.str(), HasSubstr("no answer within 150 ms"));
+  EXPECT_TRUE(Conn_PingClient::GetServerPingStatus("127.0.0.1", silent.port(), status));
+  EXPECT_EQ(status, 0);
+}
+
+TEST(TokenHook, GivesWhatTheGetterSays) {
+  RWCString session_id = "old";
+  EXPECT_FALSE(Conn_TokenManagerHook::GetToken("cfg_modify", session_id));
+  EXPECT_TRUE(session_id.isNull());
+  Conn_TokenManagerHook::RegisterSecmSessionIdGetter([] { return RWCString("id-7"); }, 0);
+  const auto token = Conn_TokenManagerHook::GetToken("cfg_modify", session_id);
+  ASSERT_TRUE(token);
+  EXPECT_EQ(*token, "id-7");
+  EXPECT_EQ(session_id.str(), "id-7");
+  Conn_TokenManagerHook::RegisterSecmSessionIdGetter(nullptr, 0);
+  EXPECT_FALSE(Conn_TokenManagerHook::GetToken("cfg_modify", session_id));
 }
 
 }  // namespace
