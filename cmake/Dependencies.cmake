@@ -18,7 +18,9 @@ pkg_check_modules(hiredis REQUIRED IMPORTED_TARGET hiredis)
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(asio INTERFACE)
 target_include_directories(asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
-target_compile_definitions(asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+# Left to itself, asio takes its memory in one way or the other, by which header comes first.
+target_compile_definitions(asio INTERFACE
+  ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_DISABLE_STD_ALIGNED_ALLOC)
 target_link_libraries(asio INTERFACE Threads::Threads)
 if(HALVORIA_SANITIZE MATCHES thread)  # does not know fences; asio's locks are enough for it
   target_compile_definitions(asio INTERFACE ASIO_DISABLE_FENCED_BLOCK)
