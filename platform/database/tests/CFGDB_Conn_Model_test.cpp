@@ -148,5 +148,4 @@ TEST_P(DatabaseModel, HoldsWhatAMapHolds) {
   EXPECT_TRUE(m_conn->CheckIntegrity(reason)) << reason;
 }
 
-INSTANTIATE_TEST_SUITE_P(Stores, DatabaseModel, ::testing::Values("sqlite"),
-                         [](const auto& kind) { return std::string(kind.param); });
+OVER_EVERY_STORE(DatabaseModel);

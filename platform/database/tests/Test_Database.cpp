@@ -2,6 +2,12 @@
 
 void Database::SetUp() {
   m_connection = "sqlite:" + (m_folder / "cfg.db");
+  if (GetParam() == std::string("postgresql")) {
+    if (!Test_Postgres::IsInstalled()) GTEST_SKIP() << "no PostgreSQL server is installed";
+    m_server = std::make_unique<Test_Postgres>();
+    ASSERT_TRUE(m_server->is_running()) << m_server->problem();
+    m_connection = m_server->connection();
+  }
   m_conn = connect();
   ASSERT_TRUE(m_conn) << m_log.text();
 }
@@ -48,5 +54,4 @@ std::vector<std::string> Database::query(const std::string& path, bool wildcard,
 
 std::vector<std::string> Database::rows(const std::string& path) { return query(path); }
 
-INSTANTIATE_TEST_SUITE_P(Stores, Database, ::testing::Values("sqlite"),
-                         [](const auto& kind) { return std::string(kind.param); });
+OVER_EVERY_STORE(Database);

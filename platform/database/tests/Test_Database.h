@@ -12,6 +12,7 @@
 
 #include <database/CFGDB_Conn.h>
 #include <logging/Log_Capture.h>
+#include <servers/Test_Postgres.h>
 
 // A folder of its own for each case.
 class Test_Folder {
@@ -45,7 +46,13 @@ class Database : public ::testing::TestWithParam<const char*> {
   int number() { return std::atoi(m_conn->GetMaxSeqNumber().data()); }
 
   Test_Folder m_folder;
+  std::unique_ptr<Test_Postgres> m_server;
   std::string m_connection;
   Log_Capture m_log;
   std::unique_ptr<CFGDB_Conn> m_conn;
 };
+
+// Every case of a fixture over each store.
+#define OVER_EVERY_STORE(fixture)                                                      \
+  INSTANTIATE_TEST_SUITE_P(Stores, fixture, ::testing::Values("sqlite", "postgresql"), \
+                           [](const auto& kind) { return std::string(kind.param); })

@@ -1,0 +1,229 @@
+#include <database/postgresql/Pg_Store.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include <database/postgresql/Pg_Schema.h>
+
+namespace {
+
+constexpr size_t kRowsOfCall = 5000;  // of one statement that takes many
+
+// An array of one dimension in the server's binary form.
+class Pg_Array {
+ public:
+  Pg_Array(int type, size_t count) {
+    Pg_Append(m_bytes, 1, 4);
+    Pg_Append(m_bytes, 0, 4);
+    Pg_Append(m_bytes, type, 4);
+    Pg_Append(m_bytes, static_cast<int64_t>(count), 4);
+    Pg_Append(m_bytes, 1, 4);
+  }
+  void add(std::string_view bytes) {
+    Pg_Append(m_bytes, static_cast<int64_t>(bytes.size()), 4);
+    m_bytes += bytes;
+  }
+  void add(int64_t number) {
+    Pg_Append(m_bytes, 8, 4);
+    Pg_Append(m_bytes, number, 8);
+  }
+  const std::string& bytes() const { return m_bytes; }
+
+ private:
+  std::string m_bytes;
+};
+constexpr int kBytea = 17, kInt8 = 20;
+
+}  // namespace
+
+std::unique_ptr<Pg_Store> Pg_Store::Open(const std::string& connection, const std::string& user,
+                                         std::string& reason) {
+  std::unique_ptr<Pg_Store> store(new Pg_Store());
+  if (store->m_session.open(connection, user, Pg_PrepareSchema)) return store;
+  reason = store->error();
+  return nullptr;
+}
+
+// --- reads
+// ----------------------------------------------------------------------------------------
+
+Db_Result Pg_Store::get(std::string_view path, std::string& value) {
+  const Pg_Result result = m_session.call(Pg_Sql::GET, {path}, "read");
+  if (!result) return Db_Result::FAILED;
+  if (!PQntuples(result.get())) return Db_Result::NOT_FOUND;
+  value.assign(Pg_Bytes(result.get(), 0, 0));
+  return Db_Result::OK;
+}
+
+std::unique_ptr<Db_Cursor> Pg_Store::read(Pg_Sql sql, const Pg_Values& values) {
+  auto cursor = std::make_unique<Pg_Cursor>(m_session);
+  if (!m_session.start(sql, values, *cursor)) return nullptr;
+  return cursor;
+}
+
+std::unique_ptr<Db_Cursor> Pg_Store::range(std::string_view from, std::string_view to,
+                                           int64_t above_sequence, bool deleted) {
+  Pg_Values values{from, to};
+  if (above_sequence <= 0) return read(deleted ? Pg_Sql::DELETED : Pg_Sql::RANGE, values);
+  values.add(above_sequence);
+  return read(deleted ? Pg_Sql::DELETED_ABOVE : Pg_Sql::RANGE_ABOVE, values);
+}
+
+std::unique_ptr<Db_Cursor> Pg_Store::children(std::string_view path) {
+  const std::string from = path.empty() ? std::string() : std::string(path) + "\\";
+  const std::string to = path.empty() ? "\xff\xff\xff\xff" : std::string(path) + "]";
+  std::string names_from;
+  Pg_Append(names_from, static_cast<int64_t>(from.size()) + 1, 4);
+  return read(Pg_Sql::CHILDREN, {from, to, names_from});
+}
+
+Db_Result Pg_Store::number(Pg_Sql sql, const Pg_Values& values, int64_t& number) {
+  const Pg_Result result = m_session.call(sql, values, "read");
+  if (!result || !PQntuples(result.get())) return Db_Result::FAILED;
+  number = Pg_Number(result.get(), 0, 0);
+  return Db_Result::OK;
+}
+
+Db_Result Pg_Store::text(Pg_Sql sql, std::string& text) {
+  const Pg_Result result = m_session.call(sql, {}, "read");
+  if (!result || !PQntuples(result.get())) return Db_Result::FAILED;
+  text.assign(Pg_Bytes(result.get(), 0, 0));
+  return Db_Result::OK;
+}
+
+Db_Result Pg_Store::count(std::string_view from, std::string_view to, int64_t& rows) {
+  return number(Pg_Sql::COUNT, {from, to}, rows);
+}
+Db_Result Pg_Store::max_sequence(std::string_view from, std::string_view to, int64_t& number) {
+  return this->number(Pg_Sql::MAX_SEQUENCE, {from, to}, number);
+}
+Db_Result Pg_Store::last_sequence(int64_t& number) {
+  return this->number(Pg_Sql::LAST_SEQUENCE, {}, number);
+}
+Db_Result Pg_Store::oldest_deletion(int64_t& number) {
+  return this->number(Pg_Sql::OLDEST_DELETION, {}, number);
+}
+Db_Result Pg_Store::sync_id(std::string& id) { return text(Pg_Sql::SYNC_ID, id); }
+Db_Result Pg_Store::date_time(std::string& text) { return this->text(Pg_Sql::DATE_TIME, text); }
+
+Db_Result Pg_Store::check(std::string& reason) {
+  int64_t wrong = 0;
+  if (number(Pg_Sql::CHECK, {}, wrong) != Db_Result::OK) return Db_Result::FAILED;
+  reason = wrong ? std::to_string(wrong) + " sequence numbers are out of range or given twice" : "";
+  return wrong ? Db_Result::NOT_FOUND : Db_Result::OK;
+}
+
+// --- changes
+// --------------------------------------------------------------------------------------
+
+Db_Result Pg_Store::begin(int wait_milliseconds, int64_t& last_sequence) {
+  // Told with each transaction, as the session may be a new one: 0 would be to wait for ever.
+  const std::string wait = std::to_string(std::max(wait_milliseconds, 1));
+  const Pg_Result row =
+      m_session.call({{Pg_Sql::BEGIN, {}}, {Pg_Sql::SET_WAIT, {wait}}, {Pg_Sql::LOCK, {}}}, "lock");
+  m_session.set_in_transaction(row != nullptr);
+  m_is_bulk = false;
+  if (row && PQntuples(row.get())) {
+    m_last_sequence = last_sequence = Pg_Number(row.get(), 0, 0);
+    return Db_Result::OK;
+  }
+  const bool was_busy = !row && m_session.state() == "55P03";  // lock_not_available
+  rollback();
+  return was_busy ? Db_Result::BUSY : Db_Result::FAILED;
+}
+
+Db_Result Pg_Store::commit(int64_t last_sequence) {
+  std::vector<Pg_Call> calls(1);
+  calls[0].sql = m_is_bulk ? Pg_Sql::SET_LAST_BULK : Pg_Sql::SET_LAST;
+  calls[0].values.add(last_sequence);
+  if (last_sequence == m_last_sequence) calls.clear();
+  calls.push_back({Pg_Sql::COMMIT, {}});
+  const Pg_Result result = m_session.call(calls, "write");
+  // A transaction that had failed answers otherwise.
+  if (result && std::string_view(PQcmdStatus(result.get())) == "COMMIT") {
+    m_session.set_in_transaction(false);
+    return Db_Result::OK;
+  }
+  rollback();
+  return Db_Result::FAILED;
+}
+
+// The server rolls back what a lost connection leaves.
+void Pg_Store::rollback() {
+  m_session.keep_rest();
+  m_session.set_in_transaction(false);
+  if (PQtransactionStatus(m_session.handle()) == PQTRANS_IDLE) return;
+  PQclear(PQexec(m_session.handle(), "ROLLBACK"));
+}
+
+Db_Result Pg_Store::change(Pg_Sql sql, const Pg_Values& values, int64_t* rows) {
+  const Pg_Result result = m_session.call(sql, values, "write");
+  if (!result) return Db_Result::FAILED;
+  if (rows) *rows = std::strtoll(PQcmdTuples(result.get()), nullptr, 10);
+  return Db_Result::OK;
+}
+
+Db_Result Pg_Store::put(const Db_Entry* entries, size_t count) {
+  if (count == 1) {
+    Pg_Values values{entries->path, entries->value};
+    values.add(entries->sequence);
+    return change(Pg_Sql::PUT, values);
+  }
+  for (size_t at = 0; at < count; at += kRowsOfCall) {
+    const size_t rows = std::min(kRowsOfCall, count - at);
+    Pg_Array paths(kBytea, rows), texts(kBytea, rows), numbers(kInt8, rows);
+    for (const Db_Entry* entry = entries + at; entry != entries + at + rows; ++entry) {
+      paths.add(entry->path);
+      texts.add(entry->value);
+      numbers.add(entry->sequence);
+    }
+    if (change(Pg_Sql::PUT_MANY, {paths.bytes(), texts.bytes(), numbers.bytes()}) !=
+        Db_Result::OK) {
+      return Db_Result::FAILED;
+    }
+  }
+  return Db_Result::OK;
+}
+
+Db_Result Pg_Store::put_new(const Db_Entry* entries, size_t count) {
+  if (!count) return Db_Result::OK;
+  m_is_bulk = true;
+  if (!m_session.copy_in(entries, count)) return Db_Result::FAILED;
+  return change(Pg_Sql::FORGET_DELETIONS, {entries[0].path, entries[count - 1].path});
+}
+
+Db_Result Pg_Store::erase(const Db_Entry* entries, size_t count) {
+  for (size_t at = 0; at < count; at += kRowsOfCall) {
+    const size_t rows = std::min(kRowsOfCall, count - at);
+    Pg_Array paths(kBytea, rows), numbers(kInt8, rows);
+    for (const Db_Entry* entry = entries + at; entry != entries + at + rows; ++entry) {
+      paths.add(entry->path);
+      numbers.add(entry->sequence);
+    }
+    if (change(Pg_Sql::ERASE_MANY, {paths.bytes(), numbers.bytes()}) != Db_Result::OK) {
+      return Db_Result::FAILED;
+    }
+  }
+  return Db_Result::OK;
+}
+
+Db_Result Pg_Store::erase_range(std::string_view from, std::string_view to, int64_t sequence,
+                                int64_t& rows) {
+  Pg_Values values{from, to};
+  values.add(sequence);
+  return change(Pg_Sql::ERASE_RANGE, values, &rows);
+}
+
+Db_Result Pg_Store::purge_deletions(int days, int64_t& rows) {
+  Pg_Values values;
+  values.add(int64_t{days});
+  return change(Pg_Sql::PURGE, values, &rows);
+}
+
+// --- the module
+// -----------------------------------------------------------------------------------
+
+extern "C" __attribute__((visibility("default"))) Db_Store* halvoria_open_store(
+    const char* connection, const char* user, std::string& reason) {
+  return Pg_Store::Open(connection ? connection : "", user ? user : "", reason).release();
+}

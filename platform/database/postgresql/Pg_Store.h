@@ -1,0 +1,49 @@
+// The store on a server.
+#pragma once
+
+#include <database/postgresql/Pg_Session.h>
+
+// Db_Store over PostgreSQL, in a schema of its own. Paths and values are bytes there, too
+// (bytea), so that any text is kept whatever the encoding of the database.
+class Pg_Store : public Db_Store {
+ public:
+  // Null with the reason.
+  static std::unique_ptr<Pg_Store> Open(const std::string& connection, const std::string& user,
+                                        std::string& reason);
+
+  const std::string& error() const override { return m_session.error(); }
+  void set_trace(Trace trace, void* context) override { m_session.set_trace(trace, context); }
+
+  Db_Result get(std::string_view path, std::string& value) override;
+  std::unique_ptr<Db_Cursor> range(std::string_view from, std::string_view to,
+                                   int64_t above_sequence, bool deleted) override;
+  std::unique_ptr<Db_Cursor> children(std::string_view path) override;
+  Db_Result count(std::string_view from, std::string_view to, int64_t& rows) override;
+  Db_Result max_sequence(std::string_view from, std::string_view to, int64_t& number) override;
+  Db_Result last_sequence(int64_t& number) override;
+  Db_Result oldest_deletion(int64_t& number) override;
+  Db_Result sync_id(std::string& id) override;
+  Db_Result date_time(std::string& text) override;
+  Db_Result check(std::string& reason) override;
+
+  Db_Result begin(int wait_milliseconds, int64_t& last_sequence) override;
+  Db_Result commit(int64_t last_sequence) override;
+  void rollback() override;
+  Db_Result put(const Db_Entry* entries, size_t count) override;
+  Db_Result put_new(const Db_Entry* entries, size_t count) override;
+  Db_Result erase(const Db_Entry* entries, size_t count) override;
+  Db_Result erase_range(std::string_view from, std::string_view to, int64_t sequence,
+                        int64_t& rows) override;
+  Db_Result purge_deletions(int days, int64_t& rows) override;
+
+ private:
+  Pg_Store() = default;
+  std::unique_ptr<Db_Cursor> read(Pg_Sql sql, const Pg_Values& values);
+  Db_Result number(Pg_Sql sql, const Pg_Values& values, int64_t& number);
+  Db_Result text(Pg_Sql sql, std::string& text);
+  Db_Result change(Pg_Sql sql, const Pg_Values& values, int64_t* rows = nullptr);
+
+  Pg_Session m_session;
+  int64_t m_last_sequence = 0;  // when the transaction began
+  bool m_is_bulk = false;       // the transaction wrote in bulk
+};

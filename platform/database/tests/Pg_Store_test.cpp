@@ -1,0 +1,91 @@
+#include <libpq-fe.h>
+
+#include <thread>
+
+#include <database/tests/Test_Database.h>
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class PostgresServer : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!Test_Postgres::IsInstalled()) GTEST_SKIP() << "no PostgreSQL server is installed";
+    m_server = std::make_unique<Test_Postgres>();
+    ASSERT_TRUE(m_server->is_running()) << m_server->problem();
+    m_conn = std::make_unique<CFGDB_Conn>(true);
+    ASSERT_EQ(m_conn->Init(m_server->connection(), "", false), 1) << m_log.text();
+  }
+  int set(const char* path, const char* value) {
+    return m_conn->InsertLine(Tree_NodeInfo(path, value), 1, true);
+  }
+  std::string refusal(const std::string& connection, const char* user = "") {
+    const Log_Capture log;
+    CFGDB_Conn conn(true);
+    return conn.Init(connection, user, false) ? "" : log.last();
+  }
+  void run(const char* sql) {
+    PGconn* handle = PQconnectdb(m_server->connection().c_str());
+    PQsetNoticeProcessor(
+        handle, [](void*, const char*) {}, nullptr);
+    PQclear(PQexec(handle, sql));
+    PQfinish(handle);
+  }
+
+  Log_Capture m_log;
+  std::unique_ptr<Test_Postgres> m_server;
+  std::unique_ptr<CFGDB_Conn> m_conn;
+};
+
+TEST_F(PostgresServer, IsReachedAgainAfterTheConnectionWasLost) {
+  ASSERT_EQ(set("t\\a", "1"), CFGDB_Conn::OK);
+  m_server->disconnect_clients();
+  EXPECT_STREQ(m_conn->GetValue("t\\a").data(), "1");
+  m_server->disconnect_clients();
+  EXPECT_EQ(set("t\\b", "2"), CFGDB_Conn::OK);
+  m_server->disconnect_clients();
+  ASSERT_NE(m_conn->StartTreeQuery("t", false, false, nullptr, false, false), -1);
+  EXPECT_TRUE(m_conn->has_tree());
+  m_conn->CloseTreeQuery(true);
+
+  // What was pending is lost as a whole, and whoever commits it is told.
+  m_conn->SetAutoCommit(0);
+  ASSERT_EQ(set("t\\c", "3"), CFGDB_Conn::OK);
+  m_server->disconnect_clients();
+  EXPECT_EQ(set("t\\d", "4"), CFGDB_Conn::DB_ERROR);
+  EXPECT_EQ(set("t\\e", "5"), CFGDB_Conn::DB_ERROR);
+  EXPECT_EQ(m_conn->uncommitted, 1);
+  EXPECT_EQ(m_conn->Commit(0), 0);
+  EXPECT_EQ(m_conn->uncommitted, 0);
+  m_conn->SetAutoCommit(1);
+  EXPECT_EQ(set("t\\f", "6"), CFGDB_Conn::OK);
+  EXPECT_EQ(m_conn->GetSubTreeEntriesCount("t"), 3);
+}
+
+TEST_F(PostgresServer, IsRefusedWithTheReason) {
+  EXPECT_THAT(refusal("host=127.0.0.1 port=1 dbname=none"),
+              HasSubstr("cannot open database <none> at <127.0.0.1:1>: connection to server"));
+  EXPECT_THAT(refusal(m_server->connection() + " dbname=none"),
+              HasSubstr("database \"none\" does not exist"));
+  const std::string nobody =
+      "host=127.0.0.1 dbname=postgres port=" + std::string(m_server->connection().substr(20, 5));
+  EXPECT_THAT(refusal(nobody, "somebody"), HasSubstr("role \"somebody\" does not exist"));
+  EXPECT_EQ(refusal(m_server->connection(), "somebody"), "");  // the string names one
+  run("UPDATE halvoria_cfg.store SET schema_version = 99");
+  EXPECT_THAT(refusal(m_server->connection()), HasSubstr("its schema has version 99"));
+}
+
+TEST_F(PostgresServer, LetsTwoMakeTheTablesAtOnce) {
+  m_conn->disconnect();
+  run("DROP SCHEMA halvoria_cfg CASCADE");
+  int results[4] = {};
+  std::vector<std::thread> threads;
+  for (int& result : results) {
+    threads.emplace_back([this, &result] {
+      CFGDB_Conn conn(true);
+      result = conn.Init(m_server->connection(), "", false);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(results, ElementsAre(1, 1, 1, 1)) << m_log.text();
+}
