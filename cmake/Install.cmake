@@ -2,9 +2,9 @@
 include(CMakePackageConfigHelpers)
 
 set(HALVORIA_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/halvoria)
-# The stores of the database, loaded when one is asked for.
+# What is loaded when it is asked for: stores of the database, the client of the datagrid.
 get_property(HALVORIA_STORES GLOBAL PROPERTY HALVORIA_STORES)
-install(TARGETS ${HALVORIA_STORES} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/halvoria)
+install(TARGETS ${HALVORIA_STORES} halvoria_redis LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/halvoria)
 
 set(HALVORIA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/HalvoriaCFG)
 
@@ -13,7 +13,7 @@ install(TARGETS CFG EXPORT HalvoriaCFG
   INCLUDES DESTINATION ${HALVORIA_INCLUDE_DIR})
 install(DIRECTORY inc/ DESTINATION ${HALVORIA_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
 # Of the platform, the libraries that the public headers include.
-foreach(library strings thread utility tree connection)
+foreach(library strings thread utility tree connection datagrid)
   install(DIRECTORY platform/${library} DESTINATION ${HALVORIA_INCLUDE_DIR}
     FILES_MATCHING PATTERN "*.h" PATTERN tests EXCLUDE)
 endforeach()
