@@ -6,6 +6,10 @@
 #include <strings/Export.h>
 #include <strings/RWCString.h>
 
+// The path of the one record that stands for a tree without children where a tree travels as
+// records. No key can have it: a name holds no backslash, and none stands at either end of a path.
+constexpr char Tree_EmptySubTree_DummyName[] = "\\EMPTY_SUB_TREE\\";
+
 // Trees are flattened to such records and built from them. An empty value marks a
 // key, a non-empty one a value node. Records sort by the bytes of their path, so that
 // a parent comes before its children.

@@ -4,6 +4,7 @@
 #include <CFG/CFG_Extern_hook.h>
 #include <CFG/CFG_FileRepository.h>
 #include <CFG/CFG_MemoryRepository.h>
+#include <CFG/CFG_Repository.h>
 #include <CFG/CFG_RepositoryTransaction.h>
 #include <CFG/CFG_SubTree.h>
 #include <connection/Conn_TokenManagerHook.h>
@@ -259,19 +260,15 @@ CFG_RepositoryServices* CFG_Factory::InitCfgINI(Tmr_INI& ini) {
 CFG_Factory::RepositoryPtr CFG_Factory::build_repository(const Parameters& parameters,
                                                          CFG_SubTree* sub_tree) {
   if (parameters.cfg_type == "memory") return std::make_unique<CFG_MemoryRepository>(sub_tree);
-  if (parameters.cfg_type == "file") {
-    if (cfg_mode == CFG_MODE_INPROCESS_CACHE) {
-      logger.warning("there is no in-process cache yet, cfg type <%s> works without one\n",
-                     parameters.cfg_type);
-    }
-    return std::make_unique<CFG_FileRepository>(RWWString::fromUTF8(parameters.xml_file));
+  // The datagrid cache is never put before a file.
+  if (cfg_mode == CFG_MODE_INPROCESS_CACHE ||
+      (cfg_mode == CFG_MODE_DATAGRID_CACHE && parameters.cfg_type != "file")) {
+    logger.warning("there is no cache yet, cfg type <%s> works without one\n", parameters.cfg_type);
   }
-  if (parameters.cfg_type == "db") {
-    if (cfg_mode != CFG_MODE_DIRECT) {
-      logger.warning("there is no cache yet, cfg type <%s> works without one\n",
-                     parameters.cfg_type);
-    }
-    return std::make_unique<CFG_DBRepository>();
+  if (parameters.cfg_type == "remote") return std::make_unique<CFG_Repository>();
+  if (parameters.cfg_type == "db") return std::make_unique<CFG_DBRepository>();
+  if (parameters.cfg_type == "file") {
+    return std::make_unique<CFG_FileRepository>(RWWString::fromUTF8(parameters.xml_file));
   }
   return logger.reject(RepositoryPtr(),
                        "GetRepositoryServices() : not supported cfg type <%s> , return NULL\n",
