@@ -244,50 +244,33 @@ TEST(Contract, EveryWriteLeavesTheSameTree) {
 }
 
 TEST(Contract, ReadKeysAreCopiesOrShareAsTheKindSays) {
-  const struct {
-    WorldKind kind;
-    bool by_path_shares;
-    bool by_index_shares;
-  } cases[] = {{HANDLE, true, true},
-               {MEMORY, false, true},
-               {XML_FILE, false, true},
-               {DB_SQLITE, false, false}};
-  for (const auto& c : cases) {
-    World world(c.kind, sample());
+  for (const WorldKind kind : all_kinds) {
+    World world(kind, sample());
     const SubTreePtr by_path(world.services().GetSubTree(world.at("s\\n")));
     by_path->SetValue("by_path", "x");
-    EXPECT_EQ(world.services().GetValue(world.at("s\\n\\by_path")), c.by_path_shares ? "x" : "")
-        << c.kind;
+    EXPECT_EQ(world.services().GetValue(world.at("s\\n\\by_path")), kind == HANDLE ? "x" : "")
+        << kind;
     const SubTreePtr by_index(world.services().GetSubTree(world.at("s\\n"), 0));
     by_index->SetValue("by_index", "y");
     EXPECT_EQ(world.services().GetValue(world.at("s\\n\\n1\\by_index")),
-              c.by_index_shares ? "y" : "")
-        << c.kind;
+              world.traits().holds_tree ? "y" : "")
+        << kind;
   }
 }
 
 TEST(Contract, SearchGivesFullPathsFromARepositoryAndRelativeOnesFromAHandle) {
-  const struct {
-    WorldKind kind;
-    const char* all;
-    const char* in_value;  // the last message for a search in a value
-  } cases[] = {
-      {HANDLE, "n1\\p\\ip,n2\\p\\ip", "path s\\zone represent a value, return NULL\n"},
-      {MEMORY, "halvoria\\s\\n\\n1\\p\\ip,halvoria\\s\\n\\n2\\p\\ip",
-       "path halvoria\\s\\zone represent a value, return NULL\n"},
-      {XML_FILE, "halvoria\\s\\n\\n1\\p\\ip,halvoria\\s\\n\\n2\\p\\ip",
-       "path halvoria\\s\\zone represent a value, return NULL\n"},
-      {DB_SQLITE, "halvoria\\s\\n\\n1\\p\\ip,halvoria\\s\\n\\n2\\p\\ip",
-       "path halvoria\\s\\zone represent a value, return NULL\n"},
-  };
-  for (const auto& c : cases) {
-    World world(c.kind, sample());
+  for (const WorldKind kind : all_kinds) {
+    World world(kind, sample());
     CFG_Services& services = world.services();
+    const std::string above = kind == HANDLE ? "" : "halvoria\\s\\n\\";
     Log_Capture capture;
-    EXPECT_EQ(list(services.Search("IP", world.at("s\\n"))), c.all);
+    EXPECT_EQ(list(services.Search("IP", world.at("s\\n"))),
+              above + "n1\\p\\ip," + above + "n2\\p\\ip");
     EXPECT_EQ(list(services.Search("nowhere", world.at("s"))), "");
     EXPECT_EQ(list(services.Search("ip", world.at("s\\zone"))), "NULL");
-    EXPECT_TRUE(capture.has(c.in_value)) << capture.last();
+    EXPECT_TRUE(
+        capture.has("path " + world.at("s\\zone").str() + " represent a value, return NULL\n"))
+        << capture.last();
     EXPECT_EQ(list(services.Search("ip", world.at("none"))), "NULL");
     EXPECT_TRUE(capture.has("fail to get sub tree for path : "));
     EXPECT_EQ(list(services.Search("", world.at("s"))), "NULL");
@@ -341,26 +324,20 @@ TEST(Repository, CutsPathsOfKeysAtTheFirstWildcard) {
 }
 
 TEST(Repository, ReadsOfValuesOnlyDropEmptyKeysWhereTheKindFilters) {
-  const struct {
-    WorldKind kind;
-    const char* filtered;
-    const char* filtered_wildcard;
-  } cases[] = {{MEMORY, "n2{empty{} p{ip=10.0.0.2}}", "n2{empty{} p{ip=10.0.0.2}}"},
-               {XML_FILE, "n2{p{ip=10.0.0.2}}", "n2{empty{} p{ip=10.0.0.2}}"},
-               {DB_SQLITE, "n2{p{ip=10.0.0.2}}", "n2{p{ip=10.0.0.2}}"}};
-  for (const auto& c : cases) {
-    World world(c.kind, sample());
+  for (const WorldKind kind : repositories) {
+    const char* const all = "n2{empty{} p{ip=10.0.0.2}}";
+    const char* const filtered = kind == MEMORY ? all : "n2{p{ip=10.0.0.2}}";
+    World world(kind, sample());
     CFG_RepositoryServicesImp& repository = world.repository();
     const RWCString path = "halvoria\\s\\n\\n2";
-    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValues(path))), c.filtered);
-    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValuesLong(path))), c.filtered);
+    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValues(path))), filtered);
+    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValuesLong(path))), filtered);
     const char* rule[] = {"halvoria\\s\\n"};
     EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValues("n2", rule, TRUE, 1))),
-              c.filtered);
-    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeWithLongValues(path))),
-              "n2{empty{} p{ip=10.0.0.2}}");
+              filtered);
+    EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeWithLongValues(path))), all);
     EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValuesWithPrecentAndWildcard(path))),
-              c.filtered_wildcard);
+              is_database(kind) ? filtered : all);
     EXPECT_EQ(shown(SubTreePtr(repository.GetSubTreeOnlyWithValues("halvoria\\none"))), "NULL");
   }
 }
