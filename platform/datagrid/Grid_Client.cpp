@@ -12,7 +12,6 @@ namespace {
 constexpr Log_Logger logger("platform/datagrid/Grid_Client", 507);
 
 using Clock = std::chrono::steady_clock;
-constexpr auto kBetweenAttempts = std::chrono::seconds(30);
 
 // "host:port", or "[address]:port".
 Grid_Address address_of(const std::string& text) {
@@ -43,7 +42,8 @@ struct Grid_Client::Inside {
   std::unique_ptr<Grid_Store> store;  // null while there is no connection
 };
 
-Grid_Client::Grid_Client() = default;
+Grid_Client::Grid_Client(std::chrono::milliseconds between_attempts)
+    : m_between_attempts(between_attempts) {}
 Grid_Client::~Grid_Client() = default;
 
 void Grid_Client::Connect(const std::string& cache, const std::string& address, bool reconnect,
@@ -75,7 +75,7 @@ std::string Grid_Client::open() {
 bool Grid_Client::IsConnected() {
   if (!m_inside) return false;
   if (m_inside->store) return true;
-  if (!m_inside->reconnects || Clock::now() - m_inside->last_attempt < kBetweenAttempts) {
+  if (!m_inside->reconnects || Clock::now() - m_inside->last_attempt < m_between_attempts) {
     return false;
   }
   const std::string reason = open();

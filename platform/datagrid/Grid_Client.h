@@ -9,10 +9,13 @@
 
 class Grid_Store;
 
-// What all IgniteCacheClients have in common. One thread at a time.
+// What all IgniteCacheClients have in common, and says what its operations do. One thread at a
+// time.
 class HALVORIA_API Grid_Client {
  public:
-  Grid_Client();
+  // Of attempts to reach a grid that is away.
+  explicit Grid_Client(
+      std::chrono::milliseconds between_attempts = std::chrono::milliseconds(30000));
   Grid_Client(const Grid_Client&) = delete;
   Grid_Client& operator=(const Grid_Client&) = delete;
   ~Grid_Client();
@@ -31,5 +34,6 @@ class HALVORIA_API Grid_Client {
   std::string open();
   bool done(bool is_done);
 
+  const std::chrono::milliseconds m_between_attempts;
   std::unique_ptr<Inside> m_inside;
 };
