@@ -3,6 +3,7 @@
 
 #include <CFG/CFG_Connector.h>
 #include <CFG/CFG_Repository.h>
+#include <logging/Logger.h>
 
 namespace cfg {
 
@@ -24,4 +25,17 @@ class connector_lease {
   CFG_Connector* m_connector;
 };
 
+// Every operation: lease a connector, log the entry line, ask, give back.
+template <class Call, class... A>
+auto request(const Log_Logger& logger, CFG_Repository& repository, Log_Format<A...> entry,
+             Call call, const A&... args) {
+  const connector_lease connector(repository);
+  logger.trace(entry, args...);
+  return call(*connector, args...);
+}
+
 }  // namespace cfg
+
+// What `request` calls, for an operation that takes what is logged.
+#define CONNECTOR_CALL(operation) \
+  [](CFG_Connector& connector, const auto&... args) { return connector.operation(args...); }
