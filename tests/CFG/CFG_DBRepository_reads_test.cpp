@@ -7,6 +7,8 @@
 
 namespace {
 
+class DatabaseReads : public Database {};
+
 std::string taken(String_Arr* names) {
   const std::unique_ptr<String_Arr> owned(names);
   if (!owned) return "NULL";
@@ -17,7 +19,7 @@ std::string taken(String_Arr* names) {
 
 // --- finding -------------------------------------------------------------------------------------
 
-TEST_F(Database, FindsAddressesHoweverTheyAreWritten) {
+TEST_P(DatabaseReads, FindsAddressesHoweverTheyAreWritten) {
   write(tree_of("halvoria", {{"n\\a\\p\\inet_address", "10.0.0.1"},
                              {"n\\b\\p\\inet_address_optional", "10.0.0.2"},
                              {"n\\c\\p\\additional_inet_address_7", "10.0.0.3"},
@@ -45,7 +47,8 @@ TEST_F(Database, FindsAddressesHoweverTheyAreWritten) {
   };
   for (const auto& c : cases) {
     const RWCString expected = *c.node ? RWCString("halvoria\\n\\") + c.node + "\\p" : RWCString();
-    EXPECT_EQ(m_repository.FillPath("halvoria\\n\\%\\p", c.name, c.address), expected) << c.address;
+    EXPECT_EQ(m_repository->FillPath("halvoria\\n\\%\\p", c.name, c.address), expected)
+        << c.address;
   }
 }
 
@@ -59,7 +62,7 @@ TEST(DBRepository, KnowsTheLocalHostWithoutAConnection) {
   EXPECT_EQ(repository.GetMutexForSVCFGStartQuery(), nullptr);
 }
 
-TEST_F(Database, FillsPathsByOneToTenRules) {
+TEST_P(DatabaseReads, FillsPathsByOneToTenRules) {
   write(tree_of("halvoria", {{"h\\a\\p\\os", "Linux"},
                              {"h\\a\\p\\role", "Core"},
                              {"h\\b\\p\\os", "Linux"},
@@ -82,14 +85,14 @@ TEST_F(Database, FillsPathsByOneToTenRules) {
        "NULL"},
       {{}, true, true, "NULL"},
   };
-  m_repository.SetProperty("test_role", "CORE");
+  m_repository->SetProperty("test_role", "CORE");
   for (const auto& c : cases) {
     const int count = static_cast<int>(c.rules.size());
     Tree_PathAndValueArray rules(count);
     for (int i = 0; i < count; ++i) rules.SetPV(i, c.rules[i].first, c.rules[i].second);
     Log_Capture capture;
-    EXPECT_EQ(taken(m_repository.FillPathWithRuleList("halvoria\\h\\%", &rules, c.is_case_sensitive,
-                                                      c.is_and)),
+    EXPECT_EQ(taken(m_repository->FillPathWithRuleList("halvoria\\h\\%", &rules,
+                                                       c.is_case_sensitive, c.is_and)),
               c.expected)
         << &c - cases;
     const bool is_refused = count < 1 || count > 10;
@@ -97,12 +100,12 @@ TEST_F(Database, FillsPathsByOneToTenRules) {
               is_refused);
   }
   Tree_PathAndValueArray rules(1);
-  EXPECT_EQ(taken(m_repository.FillPathWithRuleList("", &rules, TRUE, TRUE)), "NULL");
-  EXPECT_EQ(taken(m_repository.FillPathWithRuleList("halvoria\\h\\%", nullptr, TRUE, TRUE)),
+  EXPECT_EQ(taken(m_repository->FillPathWithRuleList("", &rules, TRUE, TRUE)), "NULL");
+  EXPECT_EQ(taken(m_repository->FillPathWithRuleList("halvoria\\h\\%", nullptr, TRUE, TRUE)),
             "NULL");
 }
 
-TEST_F(Database, SearchesKeysNamesAndTexts) {
+TEST_P(DatabaseReads, SearchesKeysNamesAndTexts) {
   write(tree_of(
       "halvoria",
       {{"s\\core_node\\v", "x"}, {"s\\n\\core", "y"}, {"s\\n\\w", "The Core."}, {"t\\core", "z"}}));
@@ -122,8 +125,8 @@ TEST_F(Database, SearchesKeysNamesAndTexts) {
       {"none", true, true, true, false, false, "NULL"},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(taken(m_repository.SearchPatternExtended(c.pattern, "Halvoria\\s", c.key, c.name,
-                                                       c.data, c.is_case_sensitive, c.whole_word)),
+    EXPECT_EQ(taken(m_repository->SearchPatternExtended(c.pattern, "Halvoria\\s", c.key, c.name,
+                                                        c.data, c.is_case_sensitive, c.whole_word)),
               c.expected)
         << &c - cases;
   }
@@ -132,22 +135,22 @@ TEST_F(Database, SearchesKeysNamesAndTexts) {
 // --- trees ---------------------------------------------------------------------------------------
 
 // What does not fit a Tree_ValueAndPath goes through every read of a tree whole.
-TEST_F(Database, CutsNeitherLongValuesNorLongPathsInTrees) {
+TEST_P(DatabaseReads, CutsNeitherLongValuesNorLongPathsInTrees) {
   const RWCString name(std::string(700, 'n')), text(std::string(100000, 'x') + "end");
   const RWCString key = "halvoria\\k\\" + name;
-  EXPECT_TRUE(m_repository.SetValue(key + "\\" + name + "\\v", text));
-  EXPECT_EQ(m_repository.GetValue(key + "\\" + name + "\\v"), text);
+  EXPECT_TRUE(m_repository->SetValue(key + "\\" + name + "\\v", text));
+  EXPECT_EQ(m_repository->GetValue(key + "\\" + name + "\\v"), text);
   RWCString none;
   const SubTreePtr trees[] = {
-      SubTreePtr(m_repository.GetSubTree("halvoria\\k")),
-      SubTreePtr(m_repository.GetSubTree("halvoria", 0)),
-      SubTreePtr(m_repository.GetSubTreeOnlyWithValues("halvoria\\k")),
-      SubTreePtr(m_repository.GetSubTreeOnlyWithValuesLong("halvoria\\k")),
-      SubTreePtr(m_repository.GetSubTreeWithLongValues("halvoria\\k")),
-      SubTreePtr(m_repository.GetSubTreeBySeqNumber("halvoria\\k", none)),
-      SubTreePtr(m_repository.GetSubTreeWithPrecentAndWildcard("halvoria\\k\\%\\" + name)),
+      SubTreePtr(m_repository->GetSubTree("halvoria\\k")),
+      SubTreePtr(m_repository->GetSubTree("halvoria", 0)),
+      SubTreePtr(m_repository->GetSubTreeOnlyWithValues("halvoria\\k")),
+      SubTreePtr(m_repository->GetSubTreeOnlyWithValuesLong("halvoria\\k")),
+      SubTreePtr(m_repository->GetSubTreeWithLongValues("halvoria\\k")),
+      SubTreePtr(m_repository->GetSubTreeBySeqNumber("halvoria\\k", none)),
+      SubTreePtr(m_repository->GetSubTreeWithPrecentAndWildcard("halvoria\\k\\%\\" + name)),
       SubTreePtr(
-          m_repository.GetSubTreeOnlyWithValuesWithPrecentAndWildcard("halvoria\\k\\%\\" + name)),
+          m_repository->GetSubTreeOnlyWithValuesWithPrecentAndWildcard("halvoria\\k\\%\\" + name)),
   };
   for (const SubTreePtr& tree : trees) {
     ASSERT_TRUE(tree) << &tree - trees;
@@ -155,11 +158,11 @@ TEST_F(Database, CutsNeitherLongValuesNorLongPathsInTrees) {
     EXPECT_EQ(tree->GetValue(name + "\\" + name + "\\v"), text) << &tree - trees;
   }
   CFG_SubTree copy(*trees[0]);
-  EXPECT_TRUE(m_repository.AddOrReplaceSubTree(&copy, "halvoria\\copy"));
-  EXPECT_EQ(m_repository.GetValue("halvoria\\copy\\k\\" + name + "\\" + name + "\\v"), text);
+  EXPECT_TRUE(m_repository->AddOrReplaceSubTree(&copy, "halvoria\\copy"));
+  EXPECT_EQ(m_repository->GetValue("halvoria\\copy\\k\\" + name + "\\" + name + "\\v"), text);
 }
 
-TEST_F(Database, WildcardTreesHoldWhatMatchesAndTheKeysLeadingThere) {
+TEST_P(DatabaseReads, WildcardTreesHoldWhatMatchesAndTheKeysLeadingThere) {
   write(tree_of("halvoria", {{"n\\a\\p\\v", "1"},
                              {"n\\a\\q\\v", "2"},
                              {"n\\b\\p\\w", "3"},
@@ -177,29 +180,30 @@ TEST_F(Database, WildcardTreesHoldWhatMatchesAndTheKeysLeadingThere) {
       {"halvoria\\n\\%\\none", "NULL", "NULL"},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(shown(SubTreePtr(m_repository.GetSubTreeWithPrecentAndWildcard(c.path))), c.all);
+    EXPECT_EQ(shown(SubTreePtr(m_repository->GetSubTreeWithPrecentAndWildcard(c.path))), c.all);
     EXPECT_EQ(
-        shown(SubTreePtr(m_repository.GetSubTreeOnlyWithValuesWithPrecentAndWildcard(c.path))),
+        shown(SubTreePtr(m_repository->GetSubTreeOnlyWithValuesWithPrecentAndWildcard(c.path))),
         c.with_values);
   }
 }
 
-TEST_F(Database, StreamsTheRecordsOfATree) {
+TEST_P(DatabaseReads, StreamsTheRecordsOfATree) {
   write(tree_of("halvoria", {{"k\\a\\v", "1"}, {"k\\b", "2"}, {"empty", ""}}));
   const auto streamed = [&](RWCString path, bool copies) {
-    EXPECT_NE(m_repository.StartTreeQuery(path, false, nullptr, false), -1);
-    std::string text = m_repository.QueryHasTree() ? m_repository.GetQueryRootPath().str() : "none";
+    EXPECT_NE(m_repository->StartTreeQuery(path, false, nullptr, false), -1);
+    std::string text =
+        m_repository->QueryHasTree() ? m_repository->GetQueryRootPath().str() : "none";
     std::string_view name, value;
-    while (!copies && m_repository.NextFromQuery(name, value)) {
+    while (!copies && m_repository->NextFromQuery(name, value)) {
       text.append(" ").append(name).append("=").append(value);
     }
     while (copies) {
-      const std::unique_ptr<Tree_NodeInfo> record(m_repository.GetNextFromQuery());
+      const std::unique_ptr<Tree_NodeInfo> record(m_repository->GetNextFromQuery());
       if (!record) break;
       text.append(" ").append(record->PathView()).append("=").append(record->ValueView());
     }
-    EXPECT_FALSE(m_repository.IsQueryFailed());
-    m_repository.CloseTreeQuery();
+    EXPECT_FALSE(m_repository->IsQueryFailed());
+    m_repository->CloseTreeQuery();
     return text;
   };
   for (const bool copies : {false, true}) {
@@ -210,14 +214,14 @@ TEST_F(Database, StreamsTheRecordsOfATree) {
   }
 }
 
-TEST_F(Database, ReportsThePerformanceOfTreeReadsAndChanges) {
+TEST_P(DatabaseReads, ReportsThePerformanceOfTreeReadsAndChanges) {
   CFGDB_Conn connection(true);  // the first change of a repository asks for the switch
-  EXPECT_TRUE(connection.Init("sqlite:" + (m_folder / "tree.db").string(), "", false));
+  EXPECT_TRUE(connection.Init(m_connection, "", false));
   const RWCString path = "halvoria\\system\\applications\\events\\activation\\cfgperformance";
   EXPECT_EQ(connection.InsertLine(Tree_NodeInfo(path, "true"), 1, true), CFGDB_Conn::OK);
   write(tree_of("halvoria", {{"k\\v", "1"}}));
   CFG_SubTree tree = tree_of("t", {{"a", "1"}});
-  CFG_DBRepository& r = m_repository;
+  CFG_DBRepository& r = *m_repository;
   Log_Capture capture;
   delete r.GetSubTree("halvoria\\K");
   EXPECT_TRUE(r.SetValue("halvoria\\x", "1") && r.DeleteValue("halvoria\\x"));
@@ -235,5 +239,7 @@ TEST_F(Database, ReportsThePerformanceOfTreeReadsAndChanges) {
   }
   EXPECT_EQ(text.find("\"number\":260"), text.npos);
 }
+
+OVER_EVERY_DATABASE(DatabaseReads);
 
 }  // namespace

@@ -74,11 +74,11 @@ const Refusal refusals[] = {
 };
 #undef SET
 
-TEST_F(Database, RefusesAndFindsNothingWithTheMessageOfTheOperation) {
+TEST_P(Database, RefusesAndFindsNothingWithTheMessageOfTheOperation) {
   write(tree_of("halvoria", {{"k\\v", "1"}}));
   for (const Refusal& c : refusals) {
     Log_Capture capture;
-    EXPECT_FALSE(c.ask(m_repository)) << c.message;
+    EXPECT_FALSE(c.ask(*m_repository)) << c.message;
     int level = 0;
     for (const auto& line : capture.lines()) level = line.text == c.message ? line.level : level;
     EXPECT_EQ(level, c.level) << c.message << capture.text();
@@ -86,10 +86,10 @@ TEST_F(Database, RefusesAndFindsNothingWithTheMessageOfTheOperation) {
   EXPECT_EQ(content(), "halvoria{k{v=1}}");
 }
 
-TEST_F(Database, SaysThatTheDatabaseFailedWhenItIsGone) {
+TEST_P(Database, SaysThatTheDatabaseFailedWhenItIsGone) {
   write(tree_of("halvoria", {{"k\\v", "1"}}));
-  EXPECT_TRUE(m_repository.DisConnect());
-  EXPECT_TRUE(m_repository.DisConnect());
+  EXPECT_TRUE(m_repository->DisConnect());
+  EXPECT_TRUE(m_repository->DisConnect());
   const struct {
     int (*ask)(Repository&);
     const char* message;
@@ -112,89 +112,89 @@ TEST_F(Database, SaysThatTheDatabaseFailedWhenItIsGone) {
   };
   for (const auto& c : cases) {
     Log_Capture capture;
-    EXPECT_FALSE(c.ask(m_repository)) << c.message;
+    EXPECT_FALSE(c.ask(*m_repository)) << c.message;
     EXPECT_TRUE(capture.has(c.message)) << c.message << capture.text();
   }
-  EXPECT_EQ(m_repository.GetValue("halvoria\\k\\v"), "");
-  EXPECT_TRUE(m_repository.Connect());
-  EXPECT_EQ(m_repository.GetValue("halvoria\\k\\v"), "1");
+  EXPECT_EQ(m_repository->GetValue("halvoria\\k\\v"), "");
+  EXPECT_TRUE(m_repository->Connect());
+  EXPECT_EQ(m_repository->GetValue("halvoria\\k\\v"), "1");
 }
 
 // --- transactions --------------------------------------------------------------------------------
 
-TEST_F(Database, ShowsChangesToOthersWhenTheyAreCommitted) {
+TEST_P(Database, ShowsChangesToOthersWhenTheyAreCommitted) {
   const auto other = another();
   write(tree_of("halvoria", {{"a", "1"}, {"k\\b", "1"}}));
   const auto change = [&](const char* text) {
-    EXPECT_TRUE(m_repository.SetValue("halvoria\\a", text));
-    EXPECT_TRUE(m_repository.DeleteSubTree("halvoria\\k"));
-    EXPECT_TRUE(m_repository.HasPendingChanges());
-    EXPECT_EQ(m_repository.GetValue("halvoria\\a"), text) << "seen by who made it";
+    EXPECT_TRUE(m_repository->SetValue("halvoria\\a", text));
+    EXPECT_TRUE(m_repository->DeleteSubTree("halvoria\\k"));
+    EXPECT_TRUE(m_repository->HasPendingChanges());
+    EXPECT_EQ(m_repository->GetValue("halvoria\\a"), text) << "seen by who made it";
     EXPECT_EQ(shown(SubTreePtr(other->GetSubTree("halvoria"))), "halvoria{a=1 k{b=1}}");
   };
   Log_Capture capture;
-  EXPECT_TRUE(m_repository.Lock());
+  EXPECT_TRUE(m_repository->Lock());
   change("2");
-  EXPECT_TRUE(m_repository.Rollback());
+  EXPECT_TRUE(m_repository->Rollback());
   EXPECT_EQ(content(), "halvoria{a=1 k{b=1}}");
-  EXPECT_TRUE(m_repository.UnLock());
+  EXPECT_TRUE(m_repository->UnLock());
   EXPECT_EQ(capture.last(),
             "UnLock() : Action does not done without commit, return TRUE and set auto commit to "
             "true\n");
-  EXPECT_TRUE(m_repository.GetAutoCommit());
+  EXPECT_TRUE(m_repository->GetAutoCommit());
 
-  EXPECT_TRUE(m_repository.StartTransactionUpdate());
+  EXPECT_TRUE(m_repository->StartTransactionUpdate());
   change("3");
-  EXPECT_TRUE(m_repository.EndTransactionUpdate(true));
+  EXPECT_TRUE(m_repository->EndTransactionUpdate(true));
   EXPECT_EQ(content(), "halvoria{a=1 k{b=1}}");
 
-  EXPECT_TRUE(m_repository.Lock());
+  EXPECT_TRUE(m_repository->Lock());
   change("4");
-  EXPECT_TRUE(m_repository.DisConnect()) << "what was pending is lost";
-  EXPECT_TRUE(m_repository.Connect());
-  EXPECT_TRUE(m_repository.UnLock());
+  EXPECT_TRUE(m_repository->DisConnect()) << "what was pending is lost";
+  EXPECT_TRUE(m_repository->Connect());
+  EXPECT_TRUE(m_repository->UnLock());
   EXPECT_EQ(content(), "halvoria{a=1 k{b=1}}");
 
-  EXPECT_TRUE(m_repository.Lock());
+  EXPECT_TRUE(m_repository->Lock());
   change("5");
-  EXPECT_TRUE(m_repository.Commit());
+  EXPECT_TRUE(m_repository->Commit());
   EXPECT_EQ(other->GetValue("halvoria\\a"), "5");
-  EXPECT_TRUE(m_repository.SetValue("halvoria\\a", "6"));
-  EXPECT_TRUE(m_repository.UnLock());
+  EXPECT_TRUE(m_repository->SetValue("halvoria\\a", "6"));
+  EXPECT_TRUE(m_repository->UnLock());
   EXPECT_EQ(capture.last(), "UnLock() : Commit() OK, return TRUE and set auto commit to true\n");
   EXPECT_EQ(shown(SubTreePtr(other->GetSubTree("halvoria"))), "halvoria{a=6}");
 }
 
-TEST_F(Database, LetsOneWriterInAndRefusesWhoWaitedTooLong) {
+TEST_P(Database, LetsOneWriterInAndRefusesWhoWaitedTooLong) {
   const auto other = another();
   write(tree_of("halvoria", {{"a", "1"}}));
-  EXPECT_TRUE(m_repository.Lock());
-  EXPECT_TRUE(m_repository.SetValue("halvoria\\a", "2"));
+  EXPECT_TRUE(m_repository->Lock());
+  EXPECT_TRUE(m_repository->SetValue("halvoria\\a", "2"));
   other->SetWriteWait(20);
   EXPECT_FALSE(other->SetValue("halvoria\\b", "1"));
   EXPECT_FALSE(other->DeleteValue("halvoria\\a"));
   other->SetWriteWait(10000);
   std::thread waits([&] { EXPECT_TRUE(other->SetValue("halvoria\\b", "2")); });
-  EXPECT_TRUE(m_repository.UnLock());
+  EXPECT_TRUE(m_repository->UnLock());
   waits.join();
   EXPECT_EQ(content(), "halvoria{a=2 b=2}");
 }
 
 // A refused change of several steps leaves none of them.
-TEST_F(Database, LeavesNoHalfOfAChange) {
+TEST_P(Database, LeavesNoHalfOfAChange) {
   write(tree_of("halvoria", {{"k\\v", "1"}, {"other", "2"}}));
-  const RWCString before = m_repository.GetMaxSeqNumber();
-  EXPECT_FALSE(m_repository.SetValue("halvoria\\k\\v\\x", "3"));
-  EXPECT_FALSE(m_repository.SetKeyName("halvoria", "other"));
-  EXPECT_FALSE(m_repository.SetKeyName("halvoria\\k", "a\\b"));
-  EXPECT_FALSE(m_repository.SetValueName("halvoria", "other", "k"));
-  EXPECT_FALSE(m_repository.SetValueName("halvoria", "other", ""));
+  const RWCString before = m_repository->GetMaxSeqNumber();
+  EXPECT_FALSE(m_repository->SetValue("halvoria\\k\\v\\x", "3"));
+  EXPECT_FALSE(m_repository->SetKeyName("halvoria", "other"));
+  EXPECT_FALSE(m_repository->SetKeyName("halvoria\\k", "a\\b"));
+  EXPECT_FALSE(m_repository->SetValueName("halvoria", "other", "k"));
+  EXPECT_FALSE(m_repository->SetValueName("halvoria", "other", ""));
   EXPECT_EQ(content(), "halvoria{k{v=1} other=2}");
-  EXPECT_EQ(m_repository.GetMaxSeqNumber(), before);
-  EXPECT_FALSE(m_repository.HasPendingChanges());
+  EXPECT_EQ(m_repository->GetMaxSeqNumber(), before);
+  EXPECT_FALSE(m_repository->HasPendingChanges());
 }
 
-TEST_F(Database, ServesSeveralThreads) {
+TEST_P(Database, ServesSeveralThreads) {
   write(tree_of("halvoria", {{"a", "1"}}));
   std::vector<std::thread> threads;
   for (int t = 0; t < 3; ++t) {
@@ -202,54 +202,56 @@ TEST_F(Database, ServesSeveralThreads) {
       const RWCString key = "halvoria\\k" + std::to_string(t);
       for (int i = 0; i < 20; ++i) {
         const RWCString text = std::to_string(i), path = key + "\\v" + text;
-        EXPECT_TRUE(m_repository.SetValue(path, text));
-        EXPECT_EQ(m_repository.GetValue(path), text);
-        EXPECT_EQ(SubTreePtr(m_repository.GetSubTree(key))->GetSubTreeEntriesCount(""), i + 1);
+        EXPECT_TRUE(m_repository->SetValue(path, text));
+        EXPECT_EQ(m_repository->GetValue(path), text);
+        EXPECT_EQ(SubTreePtr(m_repository->GetSubTree(key))->GetSubTreeEntriesCount(""), i + 1);
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(m_repository.GetSubTreeEntriesCount("halvoria"), 1 + 3 * 21);
+  EXPECT_EQ(m_repository->GetSubTreeEntriesCount("halvoria"), 1 + 3 * 21);
 }
 
 // --- changes by name and number ------------------------------------------------------------------
 
-TEST_F(Database, RenamesKeysAndValues) {
+TEST_P(Database, RenamesKeysAndValues) {
   write(tree_of("halvoria", {{"k\\v", "1"}, {"k\\s\\w", "2"}, {"m\\x", "3"}}));
-  EXPECT_TRUE(m_repository.SetKeyName("halvoria\\k", "New"));
-  EXPECT_TRUE(m_repository.SetValueName("Halvoria\\new", "V", "renamed"));
+  EXPECT_TRUE(m_repository->SetKeyName("halvoria\\k", "New"));
+  EXPECT_TRUE(m_repository->SetValueName("Halvoria\\new", "V", "renamed"));
   EXPECT_EQ(content(), "halvoria{m{x=3} new{renamed=1 s{w=2}}}");
-  EXPECT_TRUE(m_repository.SetKeyName("halvoria\\m", "new")) << "what had the name is replaced";
+  EXPECT_TRUE(m_repository->SetKeyName("halvoria\\m", "new")) << "what had the name is replaced";
   EXPECT_EQ(content(), "halvoria{new{x=3}}");
-  EXPECT_TRUE(m_repository.CreatePath("halvoria\\p\\Q"));
-  EXPECT_FALSE(m_repository.CreatePath("halvoria\\new\\x\\y"));
+  EXPECT_TRUE(m_repository->CreatePath("halvoria\\p\\Q"));
+  EXPECT_FALSE(m_repository->CreatePath("halvoria\\new\\x\\y"));
   EXPECT_EQ(content(), "halvoria{new{x=3} p{q{}}}");
 }
 
-TEST_F(Database, GivesWhatChangedAndWhatWasDeletedAfterANumber) {
+TEST_P(Database, GivesWhatChangedAndWhatWasDeletedAfterANumber) {
   write(tree_of("halvoria", {{"a\\v", "1"}, {"b\\v", "2"}, {"c\\d\\v", "3"}}));
-  RWCString number = m_repository.GetMaxSeqNumber();
-  EXPECT_EQ(shown(SubTreePtr(m_repository.GetSubTreeBySeqNumber("halvoria", number))), "NULL");
-  EXPECT_TRUE(m_repository.SetValue("halvoria\\b\\v", "changed"));
-  EXPECT_TRUE(m_repository.SetValue("halvoria\\n\\v", "new"));
-  EXPECT_TRUE(m_repository.DeleteSubTree("halvoria\\c\\d"));
-  const SubTreePtr changed(m_repository.GetSubTreeBySeqNumber("halvoria", number));
+  RWCString number = m_repository->GetMaxSeqNumber();
+  EXPECT_EQ(shown(SubTreePtr(m_repository->GetSubTreeBySeqNumber("halvoria", number))), "NULL");
+  EXPECT_TRUE(m_repository->SetValue("halvoria\\b\\v", "changed"));
+  EXPECT_TRUE(m_repository->SetValue("halvoria\\n\\v", "new"));
+  EXPECT_TRUE(m_repository->DeleteSubTree("halvoria\\c\\d"));
+  const SubTreePtr changed(m_repository->GetSubTreeBySeqNumber("halvoria", number));
   EXPECT_EQ(shown(changed), "halvoria{b{v=changed} n{v=new}}");
-  const SubTreePtr deleted(m_repository.GetSubTreeOnlyDeletedNodes("halvoria", number, false));
+  const SubTreePtr deleted(m_repository->GetSubTreeOnlyDeletedNodes("halvoria", number, false));
   EXPECT_EQ(shown(deleted), "halvoria{c{d{v{}}}}");
   EXPECT_EQ(
-      shown(SubTreePtr(m_repository.GetSubTreeOnlyDeletedNodes("halvoria\\c", number, false))),
+      shown(SubTreePtr(m_repository->GetSubTreeOnlyDeletedNodes("halvoria\\c", number, false))),
       "c{d{v{}}}");
-  number = m_repository.GetMaxSeqNumber();
-  EXPECT_GT(std::stoi(number.str()), std::stoi(m_repository.GetMaxSeqNumber("halvoria\\b").str()));
-  const SubTreePtr none(m_repository.GetSubTreeOnlyDeletedNodes("halvoria", number, false));
+  number = m_repository->GetMaxSeqNumber();
+  EXPECT_GT(std::stoi(number.str()), std::stoi(m_repository->GetMaxSeqNumber("halvoria\\b").str()));
+  const SubTreePtr none(m_repository->GetSubTreeOnlyDeletedNodes("halvoria", number, false));
   EXPECT_EQ(shown(none), "NULL");
-  const SubTreePtr all(m_repository.GetSubTreeOnlyDeletedNodes("halvoria", number, true));
+  const SubTreePtr all(m_repository->GetSubTreeOnlyDeletedNodes("halvoria", number, true));
   EXPECT_EQ(shown(all), "halvoria{c{d{v{}}}}");
   number = "";
-  EXPECT_EQ(shown(SubTreePtr(m_repository.GetSubTreeBySeqNumber("halvoria", number))), content());
-  EXPECT_FALSE(m_repository.GetServerSyncID().isNull());
-  EXPECT_EQ(another()->GetServerSyncID(), m_repository.GetServerSyncID());
+  EXPECT_EQ(shown(SubTreePtr(m_repository->GetSubTreeBySeqNumber("halvoria", number))), content());
+  EXPECT_FALSE(m_repository->GetServerSyncID().isNull());
+  EXPECT_EQ(another()->GetServerSyncID(), m_repository->GetServerSyncID());
 }
+
+OVER_EVERY_DATABASE(Database);
 
 }  // namespace

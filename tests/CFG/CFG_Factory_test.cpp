@@ -11,7 +11,8 @@
 #include <logging/Log_Capture.h>
 #include <utility/Tmr_CfgHook.h>
 #include <utility/Tmr_SocketWrapper.h>
-#include "repository_worlds.h"
+#include "temporary_folder.h"
+#include "test_trees.h"
 
 namespace {
 

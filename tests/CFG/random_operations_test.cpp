@@ -22,7 +22,8 @@ namespace {
 
 using Repository = CFG_RepositoryServicesImp;
 
-constexpr WorldKind kinds[] = {MEMORY, XML_FILE, DB_SQLITE};  // the first is the model
+// The first is the model.
+const auto kinds = available({MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES});
 constexpr int kOperations = 10000;
 constexpr int kCompareEvery = 250;
 

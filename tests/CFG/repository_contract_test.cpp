@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr WorldKind all_kinds[] = {HANDLE, MEMORY, XML_FILE, DB_SQLITE};
-constexpr WorldKind repositories[] = {MEMORY, XML_FILE, DB_SQLITE};
+const auto all_kinds = available({HANDLE, MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES});
+const auto repositories = available({MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES});
 constexpr WorldKind in_memory[] = {MEMORY, XML_FILE};
 
 bool is_database(WorldKind kind) { return world_traits[kind].is_database; }

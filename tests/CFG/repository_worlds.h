@@ -1,36 +1,16 @@
 // The same tree behind each kind of services object, for tests that run over all of them.
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_FileRepository.h>
 #include <CFG/CFG_MemoryRepository.h>
+#include <servers/Test_Postgres.h>
+#include "temporary_folder.h"
 #include "test_trees.h"
-
-// A folder that goes with this object.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "cfg_test_XXXXXX").string();
-    m_path = mkdtemp(name.data());
-  }
-  ~TemporaryFolder() { std::filesystem::remove_all(m_path); }
-
-  std::filesystem::path operator/(const char* name) const { return m_path / name; }
-  RWWString file(const char* name) const { return RWWString::fromUTF8((m_path / name).string()); }
-
- private:
-  std::filesystem::path m_path;
-};
-
-inline void write_tree(CFG_SubTree& tree, const RWWString& file) {
-  CFG_MemoryRepository writer(&tree);
-  ASSERT_TRUE(writer.ExportSubTreeToFile(&tree, file, tree.GetPath()));
-}
 
 // A repository over a tree, and what must live as long as it: a service, a server.
 struct WorldParts {
@@ -57,7 +37,17 @@ inline WorldParts sqlite_world(CFG_SubTree& tree, const TemporaryFolder& folder)
   return {nullptr, std::move(repository)};
 }
 
-enum WorldKind { HANDLE, MEMORY, XML_FILE, DB_SQLITE };
+// One server serves all worlds of the process, one after the other.
+inline WorldParts postgres_world(CFG_SubTree& tree, const TemporaryFolder&) {
+  static Test_Postgres server;
+  EXPECT_TRUE(server.is_running()) << server.problem();
+  auto repository = std::make_unique<CFG_DBRepository>(server.connection(), "");
+  EXPECT_TRUE(repository->Connect() && repository->DeleteSubTree("halvoria") &&
+              repository->AddOrReplaceSubTree(&tree, ""));
+  return {nullptr, std::move(repository)};
+}
+
+enum WorldKind { HANDLE, MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES };
 
 struct WorldTraits {
   const char* name;
@@ -71,7 +61,14 @@ constexpr WorldTraits world_traits[] = {
     {"memory", memory_world, true, false},
     {"XML file", xml_world, true, false},
     {"SQLite", sqlite_world, false, true},
+    {"PostgreSQL", postgres_world, false, true},
 };
+
+// Those of the kinds that this machine has what it takes for.
+inline std::vector<WorldKind> available(std::vector<WorldKind> kinds) {
+  if (!Test_Postgres::IsInstalled()) std::erase(kinds, DB_POSTGRES);
+  return kinds;
+}
 
 inline std::ostream& operator<<(std::ostream& out, WorldKind kind) {
   return out << world_traits[kind].name;

@@ -9,7 +9,8 @@
 #include <utility>
 
 #include <logging/Log_Capture.h>
-#include "repository_worlds.h"
+#include "temporary_folder.h"
+#include "test_trees.h"
 
 inline const std::string xml_prologue =
     "<?xml  version=\"1.0\" encoding=\"UTF-8\"?>\n"

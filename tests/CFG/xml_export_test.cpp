@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <functional>
 
+#include <CFG/CFG_FileRepository.h>
 #include <CFG/detail/xml_writer.h>
 #include "recording_repository.h"
 #include "xml_documents.h"
