@@ -29,6 +29,7 @@ constexpr suite suites[] = {
     {"crypto", "ciphers", bench::crypto_suite},
     {"children", "many children", bench::children_suite},
     {"growth", "growth", bench::growth_suite},
+    {"wire", "over the network", bench::wire_suite},
 };
 
 void write_json(const nlohmann::json& content, const std::filesystem::path& name) {

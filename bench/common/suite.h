@@ -18,6 +18,7 @@ struct scale {
   std::vector<int> growing_hosts;  // of whole trees, growing
   int few_rounds;                  // of samples that take about a second
   int many_rounds;                 // of samples that take milliseconds
+  double wire_seconds;             // of reads over the network, a sample
   std::string scratch;             // a folder for files
 };
 
@@ -31,6 +32,7 @@ inline scale full_scale() {
           .growing_hosts = {200, 2000, 20000, 80000},
           .few_rounds = 5,
           .many_rounds = 15,
+          .wire_seconds = 0.25,
           .scratch = "."};
 }
 inline scale quick_scale() {
@@ -43,6 +45,7 @@ inline scale quick_scale() {
           .growing_hosts = {2, 20, 60},
           .few_rounds = 2,
           .many_rounds = 2,
+          .wire_seconds = 0.02,
           .scratch = "."};
 }
 
@@ -57,5 +60,6 @@ report crypto_suite(const scale&);
 report children_suite(const scale&);
 report growth_suite(const scale&);
 report services_suite(const scale&);
+report wire_suite(const scale&);
 
 }  // namespace bench
