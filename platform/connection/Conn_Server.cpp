@@ -26,7 +26,7 @@ struct Conn_Server::Inside {
 
   bool listen(std::string& reason);
   void accept();
-  void accepted(const asio::error_code& error, tcp::socket socket);
+  void accepted(const asio::error_code& error, Conn_ServerStream::Socket socket);
   void take_in(std::shared_ptr<Conn_ServerSession> session, Conn_ServerThread& thread);
 
   const std::shared_ptr<Conn_ServerShared> shared;
@@ -93,12 +93,14 @@ bool Conn_Server::Inside::listen(std::string& reason) {
 
 void Conn_Server::Inside::accept() {
   const auto& thread = threads[next_thread];
-  acceptor->async_accept(thread->io(), [this](const asio::error_code& error, tcp::socket socket) {
-    accepted(error, std::move(socket));
-  });
+  acceptor->async_accept(thread->io(),
+                         [this](const asio::error_code& error, Conn_ServerStream::Socket socket) {
+                           accepted(error, std::move(socket));
+                         });
 }
 
-void Conn_Server::Inside::accepted(const asio::error_code& error, tcp::socket socket) {
+void Conn_Server::Inside::accepted(const asio::error_code& error,
+                                   Conn_ServerStream::Socket socket) {
   if (shared->is_stopping) return;
   if (error) {
     // Such as too many open files: those who are there go on.

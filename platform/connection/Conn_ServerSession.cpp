@@ -14,7 +14,8 @@ constexpr std::chrono::milliseconds kDrainTime(2000);
 
 }  // namespace
 
-Conn_ServerSession::Conn_ServerSession(uint64_t id, std::string peer, asio::ip::tcp::socket socket,
+Conn_ServerSession::Conn_ServerSession(uint64_t id, std::string peer,
+                                       Conn_ServerStream::Socket socket,
                                        std::shared_ptr<Conn_ServerThread> thread)
     : m_id(id),
       m_peer(std::move(peer)),

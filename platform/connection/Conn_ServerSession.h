@@ -13,7 +13,7 @@
 // writer belongs to the waiting thread; the operations of Conn_Session hand over to it.
 class Conn_ServerSession final : public Conn_Session {
  public:
-  Conn_ServerSession(uint64_t id, std::string peer, asio::ip::tcp::socket socket,
+  Conn_ServerSession(uint64_t id, std::string peer, Conn_ServerStream::Socket socket,
                      std::shared_ptr<Conn_ServerThread> thread);
 
   uint64_t id() const override { return m_id; }

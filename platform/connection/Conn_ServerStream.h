@@ -10,7 +10,10 @@
 // nothing waits. An operation under way when the stream is closed is called back with an error.
 class Conn_ServerStream {
  public:
-  explicit Conn_ServerStream(asio::ip::tcp::socket socket) : m_socket(std::move(socket)) {
+  // Bound to its thread's executor by type: one of any type costs each operation more.
+  using Socket = asio::basic_stream_socket<asio::ip::tcp, asio::io_context::executor_type>;
+
+  explicit Conn_ServerStream(Socket socket) : m_socket(std::move(socket)) {
     asio::error_code ignored;
     m_socket.non_blocking(true, ignored);
     m_socket.set_option(asio::ip::tcp::no_delay(true), ignored);
@@ -41,5 +44,5 @@ class Conn_ServerStream {
   }
 
  private:
-  asio::ip::tcp::socket m_socket;
+  Socket m_socket;
 };
