@@ -87,7 +87,8 @@ bool Sqlite_Session::open(const std::string& file) {
   set_wait(10000);
   const bool is_set = run("PRAGMA journal_mode = WAL", "read") &&
                       run("PRAGMA synchronous = FULL", "set up") &&
-                      run("PRAGMA cache_size = -262144", "set up") &&
+                      run("PRAGMA cache_size = -16384", "set up") &&
+                      run("PRAGMA mmap_size = 1073741824", "set up") &&
                       run("PRAGMA journal_size_limit = 67108864", "set up");
   sqlite3_wal_hook(m_handle, after_commit, nullptr);
   return is_set;
