@@ -1,6 +1,7 @@
 #include <system/Sys_Process.h>
 
 #include <limits.h>
+#include <pwd.h>
 #include <unistd.h>
 
 static RWCString executable() {
@@ -13,6 +14,14 @@ RWCString Sys_ComputerName() {
   char name[HOST_NAME_MAX + 1] = "";
   if (gethostname(name, sizeof name - 1) != 0) return RWCString();
   return name;
+}
+
+RWCString Sys_UserName() {
+  char buffer[4096];
+  passwd entry;
+  passwd* found = nullptr;
+  getpwuid_r(geteuid(), &entry, buffer, sizeof buffer, &found);
+  return found ? RWCString(found->pw_name) : RWCString();
 }
 
 int Sys_ProcessId() { return getpid(); }

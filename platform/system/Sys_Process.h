@@ -8,6 +8,9 @@
 // The computer's name as its administrator set it; empty when the system does not tell.
 HALVORIA_API RWCString Sys_ComputerName();
 
+// Whom this process acts for, as the system calls them; empty when it does not tell.
+HALVORIA_API RWCString Sys_UserName();
+
 HALVORIA_API int Sys_ProcessId();
 
 // The program file of this process with its folder, and its bare name; empty when

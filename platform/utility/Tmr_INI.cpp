@@ -189,6 +189,13 @@ bool Tmr_INI::GetValue(const RWCString& key, RWCString& value) const {
   return true;
 }
 
+std::vector<std::string> Tmr_INI::Names() const {
+  std::vector<std::string> names;
+  const MutexGuard guard(m_mutex);
+  for (const auto& entry : m_values) names.push_back(entry.first);
+  return names;
+}
+
 bool Tmr_INI::SetValue(const RWCString& key, const RWCString& value, bool replace) {
   const std::string name = lower(key);
   const MutexGuard guard(m_mutex);

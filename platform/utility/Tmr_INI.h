@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include <strings/Export.h>
 #include <strings/RWCString.h>
@@ -39,6 +40,9 @@ class HALVORIA_API Tmr_INI {
 
   // Copies the value to `value` and returns true; leaves `value` alone when there is none.
   bool GetValue(const RWCString& key, RWCString& value) const;
+
+  // The names of all parameters, in lower case and in no order.
+  std::vector<std::string> Names() const;
 
   // Sets a value in memory; with `replace` false only where there is none. True when it was set.
   bool SetValue(const RWCString& key, const RWCString& value, bool replace);
