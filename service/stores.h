@@ -1,0 +1,48 @@
+// The connections to the store.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CFG/CFG_DBRepository.h>
+#include <thread/Mutex.h>
+
+namespace service {
+
+// A repository over one connection, with what a service may do besides.
+class StoreRepository : public CFG_DBRepository {
+ public:
+  using CFG_DBRepository::CFG_DBRepository;
+  using CFG_DBRepository::WriteSubTree;
+};
+
+// Makes connections as they are needed, and keeps those that came back for the next. Any thread.
+class Stores {
+ public:
+  struct Return {
+    Stores* stores;
+    void operator()(StoreRepository* repository) const { stores->take_back(repository); }
+  };
+  // A connection for one user at a time. It goes back when this goes.
+  using Lease = std::unique_ptr<StoreRepository, Return>;
+
+  // `write_wait`: how long a change waits for a writer outside this process, in milliseconds.
+  Stores(RWCString connection, RWCString user, int write_wait);
+  Stores(const Stores&) = delete;
+  Stores& operator=(const Stores&) = delete;
+
+  // Null, with the reason in the log, when the store cannot be reached.
+  Lease lease();
+
+ private:
+  void take_back(StoreRepository* repository);
+
+  const RWCString m_connection;
+  const RWCString m_user;
+  const int m_write_wait;
+  Mutex m_mutex;
+  std::vector<std::unique_ptr<StoreRepository>> m_free THREADAPI_GUARDED_BY(m_mutex);
+};
+
+}  // namespace service

@@ -1,0 +1,45 @@
+// The arguments of every command, as the service reads and carries them out.
+//
+// The first byte chooses the command, the rest are the fields behind the connection's own ones.
+// The store is a file in memory, which keeps what earlier inputs wrote.
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include <logging/Tmr_GLog.h>
+#include <service/commands.h>
+
+using namespace cfg::protocol;
+
+namespace {
+
+service::StoreRepository& store() {
+  static service::StoreRepository& repository = []() -> service::StoreRepository& {
+    TmrGLog.SetLevel(0);
+    auto* made = new service::StoreRepository(RWCString("sqlite::memory:"), RWCString());
+    if (!made->Connect()) std::abort();
+    made->SetValue("halvoria\\a\\b", "text");
+    return *made;
+  }();
+  return repository;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const CommandRow& row = row_of(static_cast<Command>(data[0] % COMMAND_COUNT));
+  const std::string_view fields(reinterpret_cast<const char*>(data) + 1, size - 1);
+  service::Caller caller;
+  service::Request request;
+  std::string fault;
+  if (!service::read_request(fields, row, caller, request, fault)) {
+    if (fault.empty()) std::abort();
+    return 0;
+  }
+  Conn_FormWriter frame;
+  frame.begin("answer");
+  int result = 0;
+  service::carry_out(store(), request, frame, result, fault);
+  return 0;
+}

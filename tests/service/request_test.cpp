@@ -1,0 +1,125 @@
+// Requests taken apart, and whose turn it is to write.
+#include <gtest/gtest.h>
+
+#include <connection/Conn_Form.h>
+#include <service/request.h>
+#include <service/write_turn.h>
+
+namespace {
+
+using namespace cfg::protocol;
+using service::Caller;
+using service::Request;
+using Clock = std::chrono::steady_clock;
+
+constexpr char with_nul[] = {'a', '\0', 'b'};
+
+// A request's fields as the connection hands them on: behind its own ones.
+struct Fields {
+  Conn_FormWriter writer;
+  size_t own = 0;
+
+  Fields() {
+    writer.begin("X");
+    own = writer.size();
+  }
+  Fields& text(Field field, std::string_view value) {
+    writer.WriteString(field, value);
+    return *this;
+  }
+  Fields& number(Field field, long value) {
+    writer.WriteLong(field, value);
+    return *this;
+  }
+  Fields& header() { return text(CFG_FLD_USER_NAME, "mia").text(CFG_FLD_APPLICATION, "viewer"); }
+  std::string_view view() { return std::string_view(writer.buffer()).substr(own); }
+};
+
+std::string read(Fields& fields, const char* command, Caller& caller, Request& request) {
+  std::string fault;
+  const bool is_read =
+      service::read_request(fields.view(), *find_command(command), caller, request, fault);
+  return is_read ? "read" : fault;
+}
+
+TEST(Requests, ArgumentsStandInTheOrderOfTheTable) {
+  Caller caller;
+  Request request;
+  Fields merge;
+  merge.header()
+      .text(CFG_FLD_PATH, "name")
+      .number(CFG_FLD_COUNT, 2)
+      .text(CFG_FLD_PATH, "halvoria\\a")
+      .text(CFG_FLD_PATH, "")
+      .number(CFG_FLD_MERGE, -1);
+  EXPECT_EQ(read(merge, "CFG_GET_SUB_MERGE", caller, request), "read");
+  EXPECT_EQ(caller.user, "mia");
+  EXPECT_EQ(caller.application, "viewer");
+  EXPECT_EQ(request.path, "name");
+  EXPECT_EQ(request.merge, -1);
+  ASSERT_EQ(request.rules.size(), 2u);
+  EXPECT_EQ(request.rules[0], "halvoria\\a");
+
+  Fields set;
+  set.header()
+      .text(CFG_FLD_SECURITY_TOKEN, "t0ken")
+      .text(CFG_FLD_PATH, "p")
+      .text(CFG_FLD_VALUE, "v");
+  EXPECT_EQ(read(set, "CFG_SET_VALUE", caller, request), "read");
+  EXPECT_EQ(caller.token, "t0ken");
+  EXPECT_EQ(request.value, "v");
+}
+
+TEST(Requests, WhatIsMissingOrTooMuchIsNamed) {
+  Fields none, half, wrong_order, no_value, more, nul, many, negative;
+  half.text(CFG_FLD_USER_NAME, "mia");
+  wrong_order.header().text(CFG_FLD_VALUE, "v").text(CFG_FLD_PATH, "p");
+  no_value.header().text(CFG_FLD_PATH, "p");
+  more.header().text(CFG_FLD_PATH, "p").text(CFG_FLD_VALUE, "v").text(CFG_FLD_VALUE, "w");
+  nul.header().text(CFG_FLD_PATH, std::string_view(with_nul, 3));
+  many.header().text(CFG_FLD_PATH, "p").number(CFG_FLD_COUNT, 1001);
+  negative.header().text(CFG_FLD_PATH, "p").number(CFG_FLD_COUNT, -1);
+  const struct {
+    Fields& fields;
+    const char* command;
+    const char* expected;
+  } cases[] = {
+      {none, "CFG_SET_VALUE", "the user is missing"},
+      {half, "CFG_SET_VALUE", "the application is missing"},
+      {wrong_order, "CFG_SET_VALUE", "the path is missing"},
+      {no_value, "CFG_SET_VALUE", "the value is missing"},
+      {more, "CFG_SET_VALUE", "there is more than its arguments"},
+      {nul, "CFG_GET_VAL", "the path holds a NUL byte"},
+      {many, "CFG_GET_SUB_MERGE", "1001 rules are not between 0 and 1000"},
+      {negative, "CFG_GET_SUB_MERGE", "-1 rules are not between 0 and 1000"},
+  };
+  Caller caller;
+  Request request;
+  for (const auto& c : cases) EXPECT_EQ(read(c.fields, c.command, caller, request), c.expected);
+}
+
+TEST(Turns, GoByTheOrderOfAskingAndTheLateAreRefused) {
+  service::WriteTurn turn;
+  std::string order;
+  const auto asks = [&](char who, std::chrono::seconds wait) {
+    turn.ask(Clock::now() + wait, [&order, who](bool is_granted) {
+      order += is_granted ? who : static_cast<char>(who - 'a' + 'A');
+    });
+  };
+  const std::chrono::seconds soon(-1), later(1000);
+  asks('a', later);
+  asks('b', soon);
+  asks('c', later);
+  asks('d', later);
+  EXPECT_EQ(order, "a");
+  turn.refuse_late(Clock::now());
+  EXPECT_EQ(order, "aB");
+  turn.give_back();
+  turn.give_back();
+  EXPECT_EQ(order, "aBcd");
+  turn.give_back();
+  asks('e', later);
+  EXPECT_EQ(order, "aBcde");
+}
+
+}  // namespace

@@ -1,0 +1,190 @@
+// Sessions of the service: locks, limits, and clients that do not behave.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include <asio.hpp>
+
+#include <CFG/CFG_Connector.h>
+#include <CFG/CFG_Repository.h>
+#include <logging/Log_Capture.h>
+#include <service/service.h>
+#include "../CFG/repository_worlds.h"
+
+namespace {
+
+using asio::ip::tcp;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// The service in this process, over a fresh store.
+class ServiceWorld {
+ public:
+  explicit ServiceWorld(const std::function<void(service::Settings&)>& change = nullptr) {
+    service::SettingsReader reader;
+    service::Settings settings;
+    std::string fault;
+    EXPECT_TRUE(reader.read(
+        {{"store", "sqlite:" + (m_folder / "tree.sqlite").string()}, {"port", "0"}}, "", settings,
+        fault))
+        << fault;
+    if (change) change(settings);
+    m_service = std::make_unique<service::Service>(settings);
+    EXPECT_TRUE(m_service->start(fault)) << fault;
+    CFG_SubTree properties{RWCString("properties")};
+    properties.SetProperty("HALVORIA_REMOTE_SERVER_NAME", "127.0.0.1");
+    properties.SetProperty("HALVORIA_REMOTE_SERVER_PORT", std::to_string(m_service->port()));
+  }
+  service::Service& service() { return *m_service; }
+
+  // A client that sends what it likes.
+  tcp::socket raw() {
+    tcp::socket socket(m_io);
+    socket.connect({asio::ip::address_v4::loopback(), static_cast<uint16_t>(m_service->port())});
+    return socket;
+  }
+
+ private:
+  TemporaryFolder m_folder;
+  asio::io_context m_io;
+  std::unique_ptr<service::Service> m_service;
+};
+
+// A client with a pool of its own, connected.
+struct Client : CFG_Repository {
+  Client() { Connect(); }
+};
+
+constexpr char path[] = "halvoria\\a\\b";
+
+
+TEST(Sessions, OnlyTheSessionWithTheLockSeesWhatItChanges) {
+  ServiceWorld world;
+  Client writer, reader;
+  ASSERT_TRUE(writer.SetValue(path, "old"));
+  ASSERT_TRUE(writer.StartTransactionUpdate());
+  ASSERT_TRUE(writer.SetValue(path, "new"));
+  ASSERT_TRUE(writer.SetValue("halvoria\\a\\c", "more"));
+  EXPECT_EQ(writer.GetValue(path), "new");
+  EXPECT_EQ(reader.GetValue(path), "old");
+  EXPECT_EQ(shown(SubTreePtr(reader.GetSubTree("halvoria\\a"))), "a{b=old}");
+  EXPECT_EQ(shown(SubTreePtr(writer.GetSubTree("halvoria\\a"))), "a{b=new c=more}");
+  ASSERT_TRUE(writer.EndTransactionUpdate(false));
+  EXPECT_EQ(reader.GetValue(path), "new");
+
+  ASSERT_TRUE(writer.StartTransactionUpdate());
+  ASSERT_TRUE(writer.DeleteSubTree("halvoria\\a"));
+  EXPECT_EQ(writer.GetValue(path), "");
+  ASSERT_TRUE(writer.EndTransactionUpdate(true));
+  EXPECT_EQ(writer.GetValue(path), "new");
+}
+
+TEST(Sessions, ALostConnectionUndoes) {
+  ServiceWorld world;
+  Client other;
+  ASSERT_TRUE(other.SetValue(path, "old"));
+  {
+    Client lost;
+    ASSERT_TRUE(lost.StartTransactionUpdate());
+    ASSERT_TRUE(lost.SetValue(path, "half"));
+  }
+  EXPECT_TRUE(other.SetValue("halvoria\\a\\c", "goes on"));
+  EXPECT_EQ(other.GetValue(path), "old");
+}
+
+TEST(Sessions, WritersTakeTurnsAndTheOneThatWaitsTooLongIsRefused) {
+  ServiceWorld world([](service::Settings& settings) { settings.write_wait = 1; });
+  Client first, second;
+  ASSERT_TRUE(first.StartTransactionUpdate());
+  ASSERT_TRUE(first.SetValue(path, "first"));
+  {
+    Log_Capture log;
+    EXPECT_FALSE(second.SetValue(path, "second"));
+    EXPECT_TRUE(log.has("CFG_SET_VALUE halvoria\\a\\b is refused: another client writes"))
+        << log.text();
+  }
+  EXPECT_EQ(second.GetValue("halvoria"), "");  // and it is served as before
+  std::thread waits([&] { EXPECT_TRUE(second.SetValue(path, "second")); });
+  std::this_thread::sleep_for(milliseconds(50));
+  EXPECT_TRUE(first.EndTransactionUpdate(false));
+  waits.join();
+  EXPECT_EQ(first.GetValue(path), "second");
+}
+
+TEST(Sessions, WhoHoldsTheLockTooLongLosesIt) {
+  ServiceWorld world([](service::Settings& settings) { settings.transaction_time = 1; });
+  Client silent, other;
+  CFG_Connector& connector = *silent.GetConnector();  // without the extended time-out
+  ASSERT_TRUE(connector.StartTransaction());
+  ASSERT_TRUE(connector.Lock());
+  ASSERT_TRUE(connector.SetValue(path, "half"));
+  EXPECT_TRUE(other.SetValue("halvoria\\a\\c", "goes on"));
+  EXPECT_EQ(other.GetValue(path), "");
+  EXPECT_FALSE(connector.SetValue(path, "more of it"));
+  EXPECT_FALSE(connector.UnLock());
+  connector.EndTransaction();
+  EXPECT_TRUE(connector.SetValue(path, "alone"));
+  silent.FreeConnector(&connector);
+  EXPECT_EQ(other.GetValue(path), "alone");
+}
+
+TEST(Sessions, ClientsThatDoNotBehaveDisturbNobody) {
+  ServiceWorld world([](service::Settings& settings) { settings.progress_time = 1; });
+  Client good;
+  ASSERT_TRUE(good.SetValue(path, "x"));
+  std::vector<tcp::socket> bad;
+  const std::string_view sends[] = {
+      "GET / HTTP/1.1\r\n\r\n",
+      std::string_view("\xff\xff\xff\xff\x00\x00", 6),       // 4 GB
+      std::string_view("\x00\x00\x00\x20\x0a\x05half", 10),  // and no more
+      std::string_view("\x00\x00\x00\x00", 4),
+      std::string_view("\x00\x00\x00\x04\xff\xff\xff\xff", 8),
+      "",
+  };
+  for (const std::string_view text : sends) {
+    bad.push_back(world.raw());
+    asio::write(bad.back(), asio::buffer(text));
+  }
+  for (int i = 0; i < 50; ++i) EXPECT_EQ(good.GetValue(path), "x");
+  for (tcp::socket& socket : bad) {
+    if (&socket == &bad.back()) break;  // it may stay
+    asio::error_code error;
+    char answer[4096];
+    while (socket.read_some(asio::buffer(answer), error) > 0) {
+    }
+    EXPECT_TRUE(error) << "the connection is still open";
+  }
+  EXPECT_EQ(good.GetValue(path), "x");
+}
+
+TEST(Sessions, ManyTreesAreSentOneAfterTheOther) {
+  ServiceWorld world([](service::Settings& settings) { settings.max_streams = 2; });
+  Client writer;
+  CFG_SubTree large{RWCString("large")};
+  const std::string text(500, 'x');
+  for (int i = 0; i < 2000; ++i) large.SetValue("v" + std::to_string(i), RWCString(text));
+  ASSERT_TRUE(writer.AddOrReplaceSubTree(&large, "halvoria"));
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 12; ++i) {
+    threads.emplace_back([] {
+      Client reader;
+      const SubTreePtr tree(reader.GetSubTree("halvoria\\large"));
+      EXPECT_EQ(tree ? tree->GetSubTreeEntriesCount("") : 0, 2000);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST(Sessions, AnOpenTransactionIsUndoneAtTheEnd) {
+  ServiceWorld world;
+  Client client;
+  ASSERT_TRUE(client.SetValue(path, "old"));
+  ASSERT_TRUE(client.StartTransactionUpdate());
+  ASSERT_TRUE(client.SetValue(path, "half"));
+  world.service().stop();
+  EXPECT_FALSE(client.EndTransactionUpdate(false));
+}
+
+}  // namespace
