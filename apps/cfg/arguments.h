@@ -10,6 +10,7 @@ namespace cli {
 struct Arguments {
   // Which tree, and how to talk about it; the same for all verbs.
   std::string tree_file;                // --file
+  std::string server;                   // --server
   std::string params_file;              // --params
   std::vector<std::string> properties;  // name=value
   bool create = false;

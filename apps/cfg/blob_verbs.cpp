@@ -84,7 +84,7 @@ int run_blob_put(Session& session) {
     throw Failure(REFUSED,
                   path + " is " + (is_value ? "a value" : "the root") + " and cannot hold a blob");
   }
-  return change_tree(session, "", [&](CFG_RepositoryServices& draft) {
+  return change_tree(session, {path}, "", [&](CFG_RepositoryServices& draft) {
     require("cannot store the blob " + path, [&] {
       return draft.WriteBlobFromBuffer(path.c_str(), bytes.data(), static_cast<int>(bytes.size()),
                                        arguments.base64, RWCString(arguments.encoding));

@@ -21,24 +21,54 @@ void print_changes(Session& session, const std::vector<Difference>& changes) {
   }
 }
 
-}  // namespace
+using Edit = std::function<void(CFG_RepositoryServices& draft)>;
+using Changes = std::vector<Difference>;
 
-int change_tree(Session& session, const std::string& done,
-                const std::function<void(CFG_RepositoryServices& draft)>& edit) {
+void change_copy(Session& session, const Edit& edit,
+                 const std::function<void(const Changes&)>& tell) {
   Store& store = session.store();
   Tree_Node* before = store.node(store.root());
   CFG_SubTree after(before->DuplicateFromHereDown(true));
   CFG_MemoryRepository draft(&after);
   edit(draft);
 
-  const auto changes = find_differences(before, after.GetData().get());
+  const Changes changes = find_differences(before, after.GetData().get());
   if (!session.arguments.dry_run && !changes.empty()) {
     const Activity activity("saving " + store.name());
     store.replace_tree(after);
   }
-  print_changes(session, changes);
-  if (!done.empty() && !session.arguments.dry_run)
-    say(done + ": " + changes_text(count_changes(changes)));
+  tell(changes);
+}
+
+// The update sees its own changes before anybody else does, and so can be tried.
+void change_shared(Session& session, const std::set<std::string>& paths, const Edit& edit,
+                   const std::function<void(const Changes&)>& tell) {
+  SharedTree& shared = *session.store().shared();
+  CFG_SubTree before = shared.mirror().copy(paths);
+  const Activity activity("changing " + shared.name());
+  edit(shared.repository());
+  shared.mirror().forget();
+  CFG_SubTree after = shared.mirror().copy(paths);
+  const Changes changes = find_differences(before.GetData().get(), after.GetData().get());
+  if (!session.arguments.dry_run && !changes.empty()) shared.commit();
+  tell(changes);
+}
+
+}  // namespace
+
+int change_tree(Session& session, const std::set<std::string>& paths, const std::string& done,
+                const Edit& edit) {
+  const auto tell = [&](const Changes& changes) {
+    print_changes(session, changes);
+    if (!done.empty() && !session.arguments.dry_run) {
+      say(done + ": " + changes_text(count_changes(changes)));
+    }
+  };
+  if (session.store().shared()) {
+    change_shared(session, paths, edit, tell);
+  } else {
+    change_copy(session, edit, tell);
+  }
   return DONE;
 }
 

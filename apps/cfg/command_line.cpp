@@ -16,10 +16,10 @@ constexpr char FOOTER[] =
     "path holds no \\. Exit codes: 0 done, 1 differences or a refused write, 2 usage,\n"
     "3 not found, 4 bad input, 5 store unreachable. See cfg(1).";
 constexpr char READER_FOOTER[] =
-    "Besides these: --file, --params, --property, --json and -v; see cfg --help.";
+    "Besides these: --file, --server, --params, --property, --json and -v; see cfg --help.";
 constexpr char WRITER_FOOTER[] =
-    "Besides these: --file, --params, --property, --json, -v, --dry-run, --create and --wait;\n"
-    "see cfg --help.";
+    "Besides these: --file, --server, --params, --property, --json, -v, --dry-run, --create and\n"
+    "--wait; see cfg --help.";
 constexpr char VERBS[] = "Verbs";  // the heading of their list
 
 void add_parameter(CLI::App& app, Arguments& arguments, const Parameter& parameter) {

@@ -40,13 +40,15 @@ Words paths_from(const Store& store, const std::string& text) {
     if (store.root().substr(0, typed.size()) == typed) paths.push_back(store.root() + "\\");
   } else {
     const std::string parent(parent_of(typed));
-    const Tree_Node* key = store.node(parent);
-    const bool is_in_tree = first_of(parent) == store.root() && key && !key->IsLeaf();
-    if (is_in_tree) paths = children_of(*key, parent, name_of(typed));
+    const Tree_NodePtr key =
+        first_of(parent) == store.root() ? store.listing(parent) : Tree_NodePtr();
+    if (key) paths = children_of(*key, parent, name_of(typed));
   }
   while (paths.size() == 1 && paths.front().back() == '\\') {
     const std::string path(parent_of(paths.front()));
-    Words below = children_of(*store.node(path), path, "");
+    const Tree_NodePtr key = store.listing(path);
+    if (!key) break;
+    Words below = children_of(*key, path, "");
     if (below.empty()) break;
     paths = std::move(below);
   }

@@ -138,8 +138,12 @@ ValueList read_value_list(const InputFile& file, const std::string& root) {
   ValueList list;
   if (!records) return list;
   list.count = records->entries();
+  if (list.count > 0) list.common = parent_of((*records)[0]->PathView());
   for (size_t i = 0; i < records->entries() && list.outside.empty(); ++i) {
     const std::string_view path = (*records)[i]->PathView();
+    while (!list.common.empty() && !is_within(path, list.common)) {
+      list.common.resize(parent_of(list.common).size());
+    }
     if (first_of(path) != root || parent_of(path).empty()) list.outside = path;
   }
   return list;

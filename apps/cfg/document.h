@@ -33,6 +33,7 @@ std::vector<std::string> read_branch_paths(const InputFile& file);
 struct ValueList {
   size_t count = 0;
   std::string outside;  // a path that does not begin with `root`; empty when all do
+  std::string common;   // the key that all of them lie below
 };
 ValueList read_value_list(const InputFile& file, const std::string& root);
 

@@ -99,7 +99,7 @@ int import_value_list(Session& session, const InputFile& file) {
   const ValueList list = read_value_list(file, store.root());
   if (!list.outside.empty()) require_root(store, file, list.outside);
   const bool overrides = !session.arguments.keep;
-  return change_tree(session, "import " + file.shown(), [&](CFG_RepositoryServices& draft) {
+  return change_tree(session, {list.common}, "import " + file.shown(), [&](auto& draft) {
     require("cannot import " + file.shown(),
             [&] { return draft.ImportXMLValueList(file.name(), overrides); });
   });
@@ -120,8 +120,9 @@ int import_bytes(Session& session, const InputFile& file) {
     parent = store.path(arguments.path);
     store.key(parent);
   }
-  require_root(store, file, child_of(parent, branch.GetKeyName().view()));
-  return change_tree(session, "import " + file.shown(), [&](CFG_RepositoryServices& draft) {
+  const std::string path = child_of(parent, branch.GetKeyName().view());
+  require_root(store, file, path);
+  return change_tree(session, {path}, "import " + file.shown(), [&](auto& draft) {
     require("cannot import " + file.shown(), [&] {
       if (arguments.mode == "no-overwrite") {
         return draft.AddMoreInfoToSubTreeWithLongValues(&branch, RWCString(parent));
@@ -158,10 +159,12 @@ int run_import(Session& session) {
   if (!is_xml) return import_bytes(session, file);
   if (!arguments.path.empty()) throw Failure(USAGE, "--under is for byte arrays");
 
-  for (const std::string& path : read_branch_paths(file)) require_root(store, file, path);
+  const std::vector<std::string> paths = read_branch_paths(file);
+  for (const std::string& path : paths) require_root(store, file, path);
   const ImportMode* mode = std::begin(import_modes);
   while (mode->name != arguments.mode) ++mode;
-  return change_tree(session, "import " + file.shown(), [&](CFG_RepositoryServices& draft) {
+  const std::set<std::string> places(paths.begin(), paths.end());
+  return change_tree(session, places, "import " + file.shown(), [&](auto& draft) {
     require("cannot import " + file.shown(),
             [&] { return draft.ImportXmlFileWithType(file.name(), mode->type); });
   });

@@ -150,9 +150,11 @@ std::string path_or_root(Session& session) {
 int run_ls(Session& session) {
   Store& store = session.store();
   const std::string path = path_or_root(session);
-  const Tree_Node* node = store.node(path);
-  if (!node) throw store.not_found(path);
   const bool is_long = session.arguments.long_lines;
+  // The names below a key are told without fetching what is below them; their counts are not.
+  const Tree_NodePtr listing = is_long ? Tree_NodePtr() : store.listing(path);
+  const Tree_Node* node = listing ? listing.get() : store.node(path);
+  if (!node) throw store.not_found(path);
   if (session.arguments.json) {
     session.out.json(node->IsLeaf() ? Json({{"path", path}, {"value", node->GetText()}})
                                     : listing_of(*node, path));

@@ -26,14 +26,33 @@ Tree_NodePtr root_of(CFG_RepositoryServices& repository) {
   return copy ? copy->GetData() : Tree_NodePtr();
 }
 
+// What parameters say, unless the environment says something else.
+RWCString parameter(const Tmr_INI& parameters, const char* key, const char* variable) {
+  RWCString text;
+  parameters.GetValue(key, text);
+  Sys_Environment::Get(variable, text);
+  return text;
+}
+
+RWCString type_of(const Tmr_INI& parameters) {
+  RWCString type = parameter(parameters, "cfg_type", "KESTRAL_G_Connection_Type");
+  type.toLower();
+  return type;
+}
+
 // The tree file that the parameters name, empty when they name another kind of store.
 std::string tree_file_of(const Tmr_INI& parameters) {
-  RWCString type, file;
-  parameters.GetValue("cfg_type", type);
-  Sys_Environment::Get("KESTRAL_G_Connection_Type", type);
-  type.toLower();
+  RWCString file;
   parameters.GetValue("xml_file", file);
-  return type == "file" ? file.str() : "";
+  return type_of(parameters) == "file" ? file.str() : "";
+}
+
+ServiceAddress service_of(const Tmr_INI& parameters) {
+  ServiceAddress address;
+  address.host = parameter(parameters, "remote_server_name", "KESTRAL_G_Server_Name").str();
+  address.port =
+      std::atoi(parameter(parameters, "remote_server_port", "KESTRAL_G_Server_Port").data());
+  return address;
 }
 
 Failure no_tree_chosen(const Tmr_CfgINI& parameters) {
@@ -43,7 +62,8 @@ Failure no_tree_chosen(const Tmr_CfgINI& parameters) {
             "HALVORIA_CFG_FILE names " + places.front().toUTF8().str() + ", which does not exist"};
   }
   std::string text =
-      "no tree is chosen: give --file TREE.xml or --params FILE, or set HALVORIA_CFG_FILE; there "
+      "no tree is chosen: give --file TREE.xml, --server HOST:PORT or --params FILE, or set "
+      "HALVORIA_CFG_FILE; there "
       "is no parameters file at";
   for (const RWWString& place : places) text += " " + place.toUTF8().str();
   return {UNREACHABLE, text};
@@ -55,9 +75,12 @@ Store::Store(const Arguments& arguments, Access access) : m_access(access) {
   set_properties(arguments.properties);
   if (!arguments.tree_file.empty()) {
     open_tree_file(arguments, access);
+  } else if (!arguments.server.empty()) {
+    open_shared(SharedTree::of_service(ServiceAddress::of(arguments.server)));
   } else {
     open_with_parameters(arguments, access);
   }
+  if (m_shared) return;
   m_root = root_of(*m_repository);
   if (!m_root) throw Failure(UNREACHABLE, m_name + " holds no tree");
   m_root_name = m_root->NameView();
@@ -96,6 +119,16 @@ void Store::open_tree_file(const Arguments& arguments, Access access) {
   m_repository = m_own.get();
 }
 
+void Store::open_shared(std::unique_ptr<SharedTree> tree) {
+  m_shared = std::move(tree);
+  m_name = m_shared->name();
+  m_root_name = m_shared->root();
+  m_repository = &m_shared->repository();
+  if (m_access == READ) return;
+  m_repository->InitValidatePathProperties();
+  m_shared->begin();
+}
+
 void Store::open_with_parameters(const Arguments& arguments, Access access) {
   const Reasons reasons;
   Tmr_INI given;
@@ -115,6 +148,9 @@ void Store::open_with_parameters(const Arguments& arguments, Access access) {
     parameters = &found;
   }
 
+  const RWCString type = type_of(*parameters);
+  std::unique_ptr<SharedTree> service;  // asked before the factory, which would not say
+  if (type == "remote") service = SharedTree::of_service(service_of(*parameters));
   const std::string tree_file = tree_file_of(*parameters);
   if (access == WRITE && !arguments.dry_run && !tree_file.empty()) {
     m_lock.emplace(tree_file, arguments.wait);
@@ -126,6 +162,8 @@ void Store::open_with_parameters(const Arguments& arguments, Access access) {
   if (!m_repository) {
     throw Failure(UNREACHABLE, with_reason("cannot open the tree of " + m_name, reasons));
   }
+  if (service) open_shared(std::move(service));
+  if (type == "db") open_shared(SharedTree::of_database(m_name));
   if (!tree_file.empty()) m_name = tree_file;
 }
 
@@ -146,8 +184,7 @@ std::string Store::writable_path(const std::string& typed) const {
   const std::string fault = path_fault(written);
   if (!fault.empty()) throw Failure(BAD_INPUT, written + " cannot be written: " + fault);
   for (std::string_view above = parent_of(written); !above.empty(); above = parent_of(above)) {
-    const Tree_Node* there = node(above);
-    if (there && there->IsLeaf()) {
+    if (kind(above) == Kind::VALUE) {
       throw Failure(REFUSED, written + " cannot be written: " + std::string(above) + " is a value");
     }
   }
@@ -155,7 +192,19 @@ std::string Store::writable_path(const std::string& typed) const {
 }
 
 Tree_Node* Store::node(std::string_view path) const {
+  if (m_shared) return m_shared->mirror().node(path);
   return m_root->Find(path.substr(std::min(m_root_name.size() + 1, path.size())));
+}
+
+Kind Store::kind(std::string_view path) const {
+  if (m_shared) return m_shared->mirror().kind(path);
+  const Tree_Node* there = node(path);
+  return !there ? Kind::NOTHING : there->IsLeaf() ? Kind::VALUE : Kind::KEY;
+}
+
+Tree_NodePtr Store::listing(const std::string& path) const {
+  if (m_shared) return m_shared->mirror().listing(path);
+  return Tree_NodePtr(kind(path) == Kind::KEY ? node(path) : nullptr);
 }
 
 Tree_Node& Store::key(const std::string& path) const {
@@ -180,7 +229,7 @@ Failure Store::not_found(const std::string& path) const {
                            " is not set (--property NAME=VALUE)"};
   }
   std::string_view missing = path, parent = parent_of(path);
-  while (!parent.empty() && !node(parent)) {
+  while (!parent.empty() && kind(parent) == Kind::NOTHING) {
     missing = parent;
     parent = parent_of(parent);
   }

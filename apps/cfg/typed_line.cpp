@@ -57,6 +57,7 @@ void TypedLine::take_option(const std::string& text) {
 
 void TypedLine::take_value(const Parameter& option, const std::string& text) {
   if (has_name(option, "--file")) m_arguments.tree_file = text;
+  if (has_name(option, "--server")) m_arguments.server = text;
   if (has_name(option, "--params")) m_arguments.params_file = text;
   if (has_name(option, "--property")) m_arguments.properties.push_back(text);
 }

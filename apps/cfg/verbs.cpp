@@ -138,6 +138,7 @@ const std::vector<Verb>& verbs() {
         {"file", "FILE", "the file; - is standard input", &A::file, REQUIRED},
         {"--base64", "", "for bytes that are not text", &A::base64},
         {"--encoding", "NAME", "what to note about the text, as utf-8", &A::encoding}}},
+      {"ping", "ask whether the service of --server is there", Effect::READS, run_ping, {}},
       {"__complete",
        "",
        Effect::READS,
@@ -150,6 +151,7 @@ const std::vector<Verb>& verbs() {
 const std::vector<Parameter>& common_parameters() {
   static const std::vector<Parameter> table = {
       {"--file", "FILE", "the tree is this XML file", &A::tree_file},
+      {"--server", "HOST:PORT", "the tree is that of the service there", &A::server},
       {"--params", "FILE", "the tree is what this parameters file names", &A::params_file},
       {"--property", "NAME=VALUE", "put VALUE for <NAME> in paths", &A::properties},
       {"--json", "", "print JSON", &A::json},

@@ -66,6 +66,8 @@ int run_validate(Session& session);
 // blob_verbs.cpp
 int run_blob_get(Session& session);
 int run_blob_put(Session& session);
+// ping_verb.cpp
+int run_ping(Session& session);
 // complete_verb.cpp
 int run_complete(Session& session);
 

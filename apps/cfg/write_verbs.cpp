@@ -36,7 +36,7 @@ int run_set(Session& session) {
   const std::string path = store.writable_path(session.arguments.path);
   const Tree_Node* there = store.node(path);
   if (there && !there->IsLeaf()) throw Failure(REFUSED, path + " is a key and cannot hold a text");
-  return change_tree(session, "", [&](CFG_RepositoryServices& draft) {
+  return change_tree(session, {path}, "", [&](CFG_RepositoryServices& draft) {
     require("cannot set " + path, [&] { return draft.SetValue(RWCString(path), RWCString(text)); });
   });
 }
@@ -60,15 +60,16 @@ int run_rm(Session& session) {
     if (!store.node(path)) throw store.not_found(path);
     if (is_root(store, path)) throw Failure(REFUSED, path + " is the root and cannot be removed");
   }
-  return change_tree(session, "rm", [&](CFG_RepositoryServices& draft) {
-    for (const std::string& path : paths) {
-      // It may have gone with a key named before.
-      const bool is_value = store.node(path)->IsLeaf();
-      const bool is_there = is_value ? !draft.GetValue(RWCString(path)).isNull()
-                                     : draft.IsSubTreeExist(RWCString(path));
-      if (is_there) remove(draft, path, is_value);
-    }
-  });
+  return change_tree(session, {paths.begin(), paths.end()}, "rm",
+                     [&](CFG_RepositoryServices& draft) {
+                       for (const std::string& path : paths) {
+                         // It may have gone with a key named before.
+                         const bool is_value = store.node(path)->IsLeaf();
+                         const bool is_there = is_value ? !draft.GetValue(RWCString(path)).isNull()
+                                                        : draft.IsSubTreeExist(RWCString(path));
+                         if (is_there) remove(draft, path, is_value);
+                       }
+                     });
 }
 
 namespace {
@@ -124,7 +125,7 @@ void write_copy(Store& store, CFG_RepositoryServices& draft, const Move& move) {
 int run_cp(Session& session) {
   const Move move = move_of(session);
   if (move.source == move.target) throw Failure(REFUSED, move.source + " is source and target");
-  return change_tree(session, "cp", [&](CFG_RepositoryServices& draft) {
+  return change_tree(session, {move.target}, "cp", [&](CFG_RepositoryServices& draft) {
     write_copy(session.store(), draft, move);
   });
 }
@@ -142,7 +143,7 @@ int run_mv(Session& session) {
   if (is_within(move.source, move.target)) {
     throw Failure(REFUSED, move.target + " holds " + move.source + " and cannot be replaced by it");
   }
-  return change_tree(session, "mv", [&](CFG_RepositoryServices& draft) {
+  return change_tree(session, {move.source, move.target}, "mv", [&](CFG_RepositoryServices& draft) {
     remove(draft, move.source, move.is_value);
     write_copy(session.store(), draft, move);
   });
@@ -160,7 +161,7 @@ int run_merge(Session& session) {
   copy->SetKeyName(name_of(target));
   CFG_SubTree tree(copy);
   const RWCString parent(parent_of(target));
-  return change_tree(session, "merge", [&](CFG_RepositoryServices& draft) {
+  return change_tree(session, {target}, "merge", [&](CFG_RepositoryServices& draft) {
     require("cannot merge into " + target, [&] {
       return session.arguments.keep ? draft.AddMoreInfoToSubTree(&tree, parent)
                                     : draft.AddOrReplaceSubTree(&tree, parent, TRUE);

@@ -149,11 +149,12 @@ WRITES = [
 ]
 
 
-class Verbs(CfgTest):
+class VerbTables(CfgTest):
+    """With the files that the tables above import."""
+
     def setUp(self):
         super().setUp()
         shutil.copy(self.folder / "tree.xml", self.folder / "before.xml")
-        # What the tables above import.
         self.on_tree("set halvoria/users/osei/language fr")
         self.on_tree("set halvoria/users/osei/town Wick")
         self.on_tree("rm halvoria/users/osei/viewer/zoom")
@@ -166,6 +167,8 @@ class Verbs(CfgTest):
         (self.folder / "cut.xml").write_text(piece[:900])
         self.fresh_tree()
 
+
+class Verbs(VerbTables):
     def test_reads_print_what_is_there(self):
         for line, code, output, error in READS:
             with self.subTest(line):

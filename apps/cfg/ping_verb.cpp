@@ -1,0 +1,42 @@
+// ping: whether the service is there.
+#include <connection/Conn_PingClient.h>
+
+#include "shared_tree.h"
+#include "verbs.h"
+
+namespace cli {
+
+namespace {
+
+constexpr std::chrono::seconds TIME_OUT(5);
+
+std::string milliseconds(std::chrono::microseconds time) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f", static_cast<double>(time.count()) / 1000);
+  return text;
+}
+
+}  // namespace
+
+int run_ping(Session& session) {
+  const Arguments& arguments = session.arguments;
+  if (arguments.server.empty()) throw Failure(USAGE, "ping wants --server HOST:PORT");
+  const ServiceAddress address = ServiceAddress::of(arguments.server);
+  const Conn_PingClient::Answer answer =
+      Conn_PingClient::Ping(RWCString(address.host), address.port, "", 1, TIME_OUT);
+  if (!answer.is_alive) {
+    throw Failure(UNREACHABLE,
+                  "no service answers at " + address.text() + ": " + answer.reason.str());
+  }
+  if (arguments.json) {
+    session.out.json({{"server", address.text()},
+                      {"service", answer.service.str()},
+                      {"milliseconds", static_cast<double>(answer.took.count()) / 1000}});
+  } else {
+    session.out.line(answer.service.str() + " at " + address.text() + " answers in " +
+                     milliseconds(answer.took) + " ms");
+  }
+  return DONE;
+}
+
+}  // namespace cli

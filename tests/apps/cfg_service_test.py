@@ -1,0 +1,155 @@
+"""Every verb over the central service: what it does with a file, it does with a service."""
+import json
+import signal
+import subprocess
+
+import cfg_runner
+import cfg_verbs_test
+from cfg_runner import CfgTest, unittest
+from svcfg_runner import Service, run_svcfg
+
+NODE = r"halvoria\system\nodes\pacs01"
+
+
+def sorted_lines(text):
+    """Children come in the order of their names from a service, in their own from a file."""
+    return sorted(text.splitlines())
+
+
+class OverTheService(cfg_verbs_test.VerbTables):
+    def setUp(self):
+        self.service = None
+        super().setUp()
+        self.service = Service(self.folder)
+        self.addCleanup(self.service.stop)
+        self.fresh_tree()
+
+    def fresh_tree(self):
+        super().fresh_tree()
+        if self.service:
+            code, _, error = self.on_service("import tree.xml --mode replace")
+            self.assertEqual(code, 0, error)
+
+    def on_service(self, line, stdin=""):
+        return self.run_cfg(f"--server {self.service.address} " + line, stdin)
+
+    def test_reads_print_what_they_print_from_a_file(self):
+        for line, code, _, error in cfg_verbs_test.READS:
+            with self.subTest(line):
+                got_code, output, got_error = self.on_service(line)
+                self.assertEqual(got_code, code, got_error)
+                self.assertIn(error.replace("tree.xml", self.service.address), got_error)
+                from_file = self.on_tree(line)[1]
+                if not line.startswith("stat"):
+                    self.assertEqual(sorted_lines(output.replace("├", "└")),
+                                     sorted_lines(from_file.replace("├", "└")))
+
+    def test_writes_change_just_that_and_dry_runs_print_it(self):
+        for line, stdin, code, error, changes in cfg_verbs_test.WRITES:
+            with self.subTest(line):
+                self.fresh_tree()
+                self.assertEqual(self.on_service("export halvoria before.xml")[0], 0)
+                got_code, dry_output, got_error = self.on_service("--dry-run " + line, stdin)
+                self.assertEqual(got_code, code, got_error)
+                self.assertEqual(self.on_service("diff before.xml halvoria")[1], "")
+                got_code, output, got_error = self.on_service(line, stdin)
+                self.assertEqual((got_code, output), (code, ""), got_error)
+                self.assertIn(error.replace("tree.xml", self.service.address), got_error)
+                difference = self.on_service("diff before.xml halvoria")[1]
+                self.assertEqual(sorted_lines(dry_output), sorted_lines(difference))
+                if changes is not None:
+                    self.assertEqual(sorted_lines(difference), sorted(changes))
+
+    def test_a_parameters_file_names_the_service_or_the_database(self):
+        remote = (f"cfg_type = remote\nremote_server_name = 127.0.0.1\n"
+                  f"remote_server_port = {self.service.port}\nlocal_host_ip = 127.0.0.1\n")
+        database = (f"cfg_type = db\nuser = x\nconn_string = sqlite:{self.folder}/tree.sqlite\n"
+                    f"local_host_ip = 127.0.0.1\n")
+        for kind, text in (("remote", remote), ("db", database)):
+            with self.subTest(kind):
+                (self.folder / "params.txt").write_text(text)
+                line = "--params params.txt "
+                self.assertEqual(self.run_cfg(f"{line} get '{NODE}\\properties\\inet_address'")[:2],
+                                 (0, "192.0.2.11\n"))
+                self.assertEqual(self.run_cfg(f"{line} set halvoria/by {kind}")[0], 0)
+                self.assertEqual(self.on_service("get halvoria/by")[1], kind + "\n")
+
+    def test_the_log_says_who_changed_what(self):
+        self.on_service("set halvoria/conf/reports/paper A5")
+        self.on_service("rm halvoria/users/osei")
+        log = self.service.log_text()
+        self.assertRegex(log, r"user '\w+', application 'cfg', session \d+ from 127.0.0.1:\d+: "
+                              r"CFG_SET_VALUE halvoria\\conf\\reports\\paper")
+        self.assertIn(r"CFG_DEL_SUB halvoria\users\osei", log)
+        self.assertNotIn("A5", log)
+
+    def test_a_service_that_is_not_there_is_exit_code_5(self):
+        code, output, error = self.on_service("ping")
+        self.assertEqual((code, error), (0, ""))
+        self.assertRegex(output, r"^CFG_SERVICE at 127.0.0.1:\d+ answers in [0-9.]+ ms\n$")
+        self.assertEqual(json.loads(self.on_service("--json ping")[1])["service"], "CFG_SERVICE")
+        other = Service(self.folder / "..", "--store", f"sqlite:{self.folder}/other.sqlite")
+        self.assertEqual(other.stop(), 0)
+        for verb in ("ping", "get halvoria/x", "set halvoria/x y", "ls"):
+            code, output, error = self.run_cfg(f"--server {other.address} {verb}")
+            self.assertEqual((code, output), (5, ""))
+            self.assertIn(other.address, error)
+            self.assertIn("refused", error)
+        for address in ("", "host:", ":1", "[::1", "host:http", "host:99999"):
+            self.assertEqual(self.run_cfg(f"--server '{address}' ping")[0], 2, address)
+
+    def test_a_killed_run_leaves_nothing_half_done(self):
+        command = [cfg_runner.CFG, "--server", self.service.address, "set", "halvoria/slow", "-"]
+        with subprocess.Popen(command, stdin=subprocess.PIPE, env=cfg_runner.ENVIRONMENT) as waiting:
+            waiting.kill()
+        self.assertEqual(self.on_service("set halvoria/after x")[0], 0)
+        self.assertEqual(self.on_service("get halvoria/slow")[0], 3)
+
+
+class TheServiceItself(CfgTest):
+    def test_settings_are_printed_with_their_origin(self):
+        (self.folder / "svcfg.conf").write_text("workers = 7\n")
+        code, output, error = run_svcfg("--config", str(self.folder / "svcfg.conf"), "--port", "7001",
+                                        "--print-config", SVCFG_MAX_SESSIONS="9")
+        self.assertEqual((code, error), (0, ""))
+        lines = {line.split(" = ")[0]: line for line in output.splitlines()}
+        self.assertRegex(lines["port"], r"^port = 7001 +# flag$")
+        self.assertRegex(lines["max_sessions"], r"^max_sessions = 9 +# SVCFG_MAX_SESSIONS$")
+        self.assertRegex(lines["workers"], r"^workers = 7 +# .*svcfg.conf$")
+        self.assertRegex(lines["listen"], r"^listen = 127.0.0.1 +# default$")
+        (self.folder / "again.conf").write_text(output)
+        code, again, _ = run_svcfg("--config", str(self.folder / "again.conf"), "--print-config")
+        self.assertEqual(code, 0)
+        self.assertIn("port = 7001", again)
+
+    def test_it_says_what_it_cannot_do(self):
+        first = Service(self.folder)
+        for arguments, code, error in [
+            (["--listen", "0.0.0.0"], 2, "not an address of this computer's loopback"),
+            (["--port", "http"], 2, "port (flag): 'http' is not a number"),
+            (["--prot", "1"], 2, "--prot"),
+            (["--config", "/none/svcfg.conf"], 2, "/none/svcfg.conf"),
+            (["--log-level", "loud"], 2, "loud"),
+            (["--store", "sqlite:/none/tree.sqlite", "--port", "0"], 1, "/none/tree.sqlite"),
+            (["--store", f"sqlite:{self.folder}/other.sqlite", "--port", str(first.port)], 1,
+             f"{first.port} is in use"),
+            (["--store", f"sqlite:{self.folder}/tree.xml", "--port", "0"], 1, "tree.xml"),
+        ]:
+            with self.subTest(arguments):
+                got_code, output, got_error = run_svcfg("--config", "/dev/null", *arguments)
+                self.assertEqual((got_code, output), (code, ""), got_error)
+                self.assertIn(error, got_error)
+        self.assertEqual(first.stop(), 0)
+
+    def test_it_ends_at_sigterm_and_comes_back_with_everything(self):
+        service = Service(self.folder)
+        line = f"--server {service.address} "
+        self.assertEqual(self.run_cfg(line + "set halvoria/x kept")[0], 0)
+        self.assertEqual(service.stop(signal.SIGTERM), 0)
+        again = Service(self.folder, port=service.port)
+        self.assertEqual(self.run_cfg(line + "get halvoria/x")[:2], (0, "kept\n"))
+        self.assertEqual(again.stop(signal.SIGINT), 0)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
