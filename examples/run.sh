@@ -1,40 +1,70 @@
 #!/usr/bin/env bash
-# The main job, end to end: opens an example installation, reads it, changes it, compares.
+# The main job, end to end: a central service over a fresh store, an installation imported into it,
+# and two client processes that read, write, and see each other's changes.
 # usage: examples/run.sh BUILD-FOLDER
 set -euo pipefail
 cd "$(dirname "$0")/.."
-cfg=$PWD/$1/bin/cfg
+build=$(cd "$1" && pwd)
+cfg=$build/bin/cfg
+source=$PWD
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cp examples/installation.xml "$work/tree.xml"
+service=
+finish() {
+  [ -z "$service" ] || { kill "$service" 2>/dev/null && wait "$service" 2>/dev/null; } || true
+  rm -rf "$work"
+}
+trap finish EXIT
 cd "$work"
 
+printf 'A central service over a fresh store, %s/tree.sqlite:\n' "$work"
+printf '\n$ svcfg --store sqlite:tree.sqlite --port 0 --print-port &\n'
+mkfifo port
+"$build/bin/svcfg" --config /dev/null --store "sqlite:$work/tree.sqlite" --port 0 --print-port >port 2>svcfg.log &
+service=$!
+read -r port <port || { cat svcfg.log >&2; exit 1; }
+echo "$port"
+server=127.0.0.1:$port
+
 show() {
-  printf '\n$ %s\n' "$*"
-  local status=0
-  "$cfg" --file tree.xml "${@:2}" || status=$?
-  [ $status -le 1 ] || exit $status  # 1: cfg diff found differences
+  printf '\n$ cfg --server %s %s\n' "$server" "$*"
+  "$cfg" --server "$server" "$@"
 }
 
-echo "A small imaging installation, in a file of its own: $work/tree.xml"
-show cfg stat
-show cfg tree --depth 2 halvoria/system
-show cfg get halvoria/system/nodes/pacs01/properties/inet_address
-show cfg find --long ae --under halvoria/system/nodes
-show cfg set halvoria/system/nodes/pacs01/properties/description "Picture archive, moved to rack 2"
-show cfg cp halvoria/system/nodes/read02 halvoria/system/nodes/read03
-printf '\nWhat changed, compared with the file we began with:\n'
-printf '\n$ cfg diff installation.xml tree.xml\n'
-"$cfg" diff "$OLDPWD/examples/installation.xml" tree.xml || [ $? = 1 ]
+show ping
+show import "$source/examples/installation.xml"
+show tree --depth 1 halvoria/system
+show get halvoria/system/nodes/pacs01/properties/inet_address
 
-printf '\nThe same tree from a C++ program, through the factory:\n'
-printf 'cfg_type = file\nxml_file = %s/tree.xml\nlocal_host_ip = 127.0.0.1\n' "$work" >params.txt
-printf '\n$ first_program params.txt\n'
-"$OLDPWD/$1/examples/first_program" params.txt
+printf '\nOne client process, through the library, waits for a value to change:\n'
+printf 'cfg_type = remote\nremote_server_name = 127.0.0.1\nremote_server_port = %s\nlocal_host_ip = 127.0.0.1\n' "$port" >params.txt
+printf '\n$ wait_for_change params.txt "halvoria\\conf\\reports\\paper" &\n'
+mkfifo lines
+"$build/examples/wait_for_change" params.txt 'halvoria\conf\reports\paper' >lines &
+waiting=$!
+exec 3<lines
+read -r line <&3 && echo "$line"
+printf '\nAnother one changes it:\n'
+show set halvoria/conf/reports/paper A5
+printf '\nand the first one prints:\n'
+read -r line <&3 && echo "$line"
+wait "$waiting"
 
-cat <<EOF
+printf '\nTried first, then done, in one transaction:\n'
+show --dry-run cp halvoria/system/nodes/read02 halvoria/system/nodes/read03
+show cp halvoria/system/nodes/read02 halvoria/system/nodes/read03
+printf '\nWho changed what, from the log of the service:\n'
+grep -o 'user .*: CFG_.*' svcfg.log | tail -n 4
 
-To go on: $1/bin/cfg --help
+printf '\nThe service ends when it is told to:\n\n$ kill %s\n' "$service"
+kill "$service"
+wait "$service" || { echo "svcfg ended with $?" >&2; exit 1; }
+service=
+tail -n 1 svcfg.log
+
+cat <<TEXT
+
+To go on: $1/bin/svcfg --help              the service and its settings
+          $1/bin/cfg --help                the command
           $1/bin/cfg --file examples/installation.xml tree
-          docs/guide.md
-EOF
+          docs/guide.md, docs/operating.md
+TEXT
