@@ -4,8 +4,7 @@
 
 #include <CFG/CFG_SubTree.h>
 
-Test_Service::Test_Service(std::string store, std::string log_file,
-                               std::vector<std::string> flags)
+Test_Service::Test_Service(std::string store, std::string log_file, std::vector<std::string> flags)
     : m_store(std::move(store)), m_log_file(std::move(log_file)), m_flags(std::move(flags)) {}
 
 bool Test_Service::start() {

@@ -12,7 +12,7 @@ class Test_Service {
  public:
   // `store`: a connection string; its log goes to `log_file`. `flags` come last.
   explicit Test_Service(std::string store, std::string log_file = "",
-                          std::vector<std::string> flags = {});
+                        std::vector<std::string> flags = {});
 
   // False when it ends instead of listening.
   bool start();

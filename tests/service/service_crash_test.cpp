@@ -10,8 +10,8 @@
 #include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_Repository.h>
 #include "../CFG/repository_worlds.h"
-#include "../servers/Test_Service.h"
 #include "../servers/Test_Seed.h"
+#include "../servers/Test_Service.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 
 #include <CFG/CFG_Repository.h>
 #include "../CFG/repository_worlds.h"
-#include "../servers/Test_Service.h"
 #include "../servers/Test_Seed.h"
+#include "../servers/Test_Service.h"
 
 namespace {
 

@@ -26,9 +26,9 @@ class ServiceWorld {
     service::SettingsReader reader;
     service::Settings settings;
     std::string fault;
-    EXPECT_TRUE(reader.read(
-        {{"store", "sqlite:" + (m_folder / "tree.sqlite").string()}, {"port", "0"}}, "", settings,
-        fault))
+    EXPECT_TRUE(
+        reader.read({{"store", "sqlite:" + (m_folder / "tree.sqlite").string()}, {"port", "0"}}, "",
+                    settings, fault))
         << fault;
     if (change) change(settings);
     m_service = std::make_unique<service::Service>(settings);
@@ -58,7 +58,6 @@ struct Client : CFG_Repository {
 };
 
 constexpr char path[] = "halvoria\\a\\b";
-
 
 TEST(Sessions, OnlyTheSessionWithTheLockSeesWhatItChanges) {
   ServiceWorld world;
