@@ -80,7 +80,7 @@ bool read_file(const std::string& file, Tmr_INI& ini, std::string& fault) {
   Log_Capture reasons;
   if (!ini.ReadINIFile(RWCString(file))) {
     fault = "cannot read the settings file " + file;
-    for (const auto& line : reasons.lines()) fault += ": " + line.text;
+    for (const auto& line : reasons.lines()) fault.append(": ").append(line.text);
     while (!fault.empty() && fault.back() == '\n') fault.pop_back();
     return false;
   }
