@@ -27,6 +27,7 @@ constexpr suite suites[] = {
     {"xml", "XML", bench::xml_suite},
     {"bytes", "byte arrays", bench::bytes_suite},
     {"crypto", "ciphers", bench::crypto_suite},
+    {"store", "stored tree", bench::store_suite},
     {"children", "many children", bench::children_suite},
     {"growth", "growth", bench::growth_suite},
     {"wire", "over the network", bench::wire_suite},

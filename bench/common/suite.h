@@ -61,5 +61,6 @@ report children_suite(const scale&);
 report growth_suite(const scale&);
 report services_suite(const scale&);
 report wire_suite(const scale&);
+report store_suite(const scale&);
 
 }  // namespace bench

@@ -48,6 +48,7 @@ std::unique_ptr<Pg_Store> Pg_Store::Open(const std::string& connection, const st
 // ----------------------------------------------------------------------------------------
 
 Db_Result Pg_Store::get(std::string_view path, std::string& value) {
+  if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
   const Pg_Result result = m_session.call(Pg_Sql::GET, {path}, "read");
   if (!result) return Db_Result::FAILED;
   if (!PQntuples(result.get())) return Db_Result::NOT_FOUND;
@@ -56,6 +57,7 @@ Db_Result Pg_Store::get(std::string_view path, std::string& value) {
 }
 
 std::unique_ptr<Db_Cursor> Pg_Store::read(Pg_Sql sql, const Pg_Values& values) {
+  if (carry_out() != Db_Result::OK) return nullptr;
   auto cursor = std::make_unique<Pg_Cursor>(m_session);
   if (!m_session.start(sql, values, *cursor)) return nullptr;
   return cursor;
@@ -78,6 +80,7 @@ std::unique_ptr<Db_Cursor> Pg_Store::children(std::string_view path) {
 }
 
 Db_Result Pg_Store::number(Pg_Sql sql, const Pg_Values& values, int64_t& number) {
+  if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
   const Pg_Result result = m_session.call(sql, values, "read");
   if (!result || !PQntuples(result.get())) return Db_Result::FAILED;
   number = Pg_Number(result.get(), 0, 0);
@@ -85,6 +88,7 @@ Db_Result Pg_Store::number(Pg_Sql sql, const Pg_Values& values, int64_t& number)
 }
 
 Db_Result Pg_Store::text(Pg_Sql sql, std::string& text) {
+  if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
   const Pg_Result result = m_session.call(sql, {}, "read");
   if (!result || !PQntuples(result.get())) return Db_Result::FAILED;
   text.assign(Pg_Bytes(result.get(), 0, 0));
@@ -133,10 +137,13 @@ Db_Result Pg_Store::begin(int wait_milliseconds, int64_t& last_sequence) {
 }
 
 Db_Result Pg_Store::commit(int64_t last_sequence) {
-  std::vector<Pg_Call> calls(1);
-  calls[0].sql = m_is_bulk ? Pg_Sql::SET_LAST_BULK : Pg_Sql::SET_LAST;
-  calls[0].values.add(last_sequence);
-  if (last_sequence == m_last_sequence) calls.clear();
+  const std::unique_ptr<Pending> pending = std::move(m_pending);
+  std::vector<Pg_Call> calls;
+  if (pending) calls.push_back(pending->call());
+  if (last_sequence != m_last_sequence) {
+    calls.push_back({m_is_bulk ? Pg_Sql::SET_LAST_BULK : Pg_Sql::SET_LAST, {}});
+    calls.back().values.add(last_sequence);
+  }
   calls.push_back({Pg_Sql::COMMIT, {}});
   const Pg_Result result = m_session.call(calls, "write");
   // A transaction that had failed answers otherwise.
@@ -150,13 +157,27 @@ Db_Result Pg_Store::commit(int64_t last_sequence) {
 
 // The server rolls back what a lost connection leaves.
 void Pg_Store::rollback() {
+  m_pending.reset();
   m_session.keep_rest();
   m_session.set_in_transaction(false);
   if (PQtransactionStatus(m_session.handle()) == PQTRANS_IDLE) return;
   PQclear(PQexec(m_session.handle(), "ROLLBACK"));
 }
 
+Pg_Call Pg_Store::Pending::call() const {
+  Pg_Call call{Pg_Sql::PUT, {path, value}};
+  call.values.add(sequence);
+  return call;
+}
+
+Db_Result Pg_Store::carry_out() {
+  if (!m_pending) return Db_Result::OK;
+  const std::unique_ptr<Pending> pending = std::move(m_pending);
+  return m_session.call({pending->call()}, "write") ? Db_Result::OK : Db_Result::FAILED;
+}
+
 Db_Result Pg_Store::change(Pg_Sql sql, const Pg_Values& values, int64_t* rows) {
+  if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
   const Pg_Result result = m_session.call(sql, values, "write");
   if (!result) return Db_Result::FAILED;
   if (rows) *rows = std::strtoll(PQcmdTuples(result.get()), nullptr, 10);
@@ -165,9 +186,10 @@ Db_Result Pg_Store::change(Pg_Sql sql, const Pg_Values& values, int64_t* rows) {
 
 Db_Result Pg_Store::put(const Db_Entry* entries, size_t count) {
   if (count == 1) {
-    Pg_Values values{entries->path, entries->value};
-    values.add(entries->sequence);
-    return change(Pg_Sql::PUT, values);
+    if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
+    m_pending.reset(
+        new Pending{std::string(entries->path), std::string(entries->value), entries->sequence});
+    return Db_Result::OK;
   }
   for (size_t at = 0; at < count; at += kRowsOfCall) {
     const size_t rows = std::min(kRowsOfCall, count - at);
@@ -187,6 +209,7 @@ Db_Result Pg_Store::put(const Db_Entry* entries, size_t count) {
 
 Db_Result Pg_Store::put_new(const Db_Entry* entries, size_t count) {
   if (!count) return Db_Result::OK;
+  if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
   m_is_bulk = true;
   if (!m_session.copy_in(entries, count)) return Db_Result::FAILED;
   return change(Pg_Sql::FORGET_DELETIONS, {entries[0].path, entries[count - 1].path});

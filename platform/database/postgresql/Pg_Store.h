@@ -43,7 +43,17 @@ class Pg_Store : public Db_Store {
   Db_Result text(Pg_Sql sql, std::string& text);
   Db_Result change(Pg_Sql sql, const Pg_Values& values, int64_t* rows = nullptr);
 
+  Db_Result carry_out();
+
+  // A single row waits for the next statement, with which it is sent: mostly that is the commit.
+  struct Pending {
+    std::string path, value;
+    int64_t sequence;
+    Pg_Call call() const;
+  };
+
   Pg_Session m_session;
+  std::unique_ptr<Pending> m_pending;
   int64_t m_last_sequence = 0;  // when the transaction began
   bool m_is_bulk = false;       // the transaction wrote in bulk
 };
