@@ -1,4 +1,6 @@
 // svcfg, the central configuration service.
+#include <sys/resource.h>
+
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -42,7 +44,16 @@ sigset_t ending_signals() {
   return signals;
 }
 
+// Each session takes one, and a login shell's limit is often below what is to be served.
+void allow_many_files() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 int serve(const service::Settings& settings, bool prints_port) {
+  allow_many_files();
   CFG_SubTree properties{RWCString("properties")};
   properties.SetProperty("CurrMachine",
                          settings.node.empty() ? Sys_ComputerName() : RWCString(settings.node));
