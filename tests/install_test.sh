@@ -30,3 +30,15 @@ export PKG_CONFIG_PATH
 # shellcheck disable=SC2046
 g++ -std=c++17 "$work/program/first_program.cpp" $(pkg-config --cflags --libs cfg) -o "$work/by-pkg-config"
 check "$work/by-pkg-config" pkg-config
+
+# The installed service finds its store's module, and the installed command the service.
+mkfifo "$work/port"
+"$work/prefix/bin/svcfg" --config /dev/null --store "sqlite:$work/tree.sqlite" --port 0 --print-port >"$work/port" 2>"$work/svcfg.log" &
+service=$!
+read -r port <"$work/port" || { cat "$work/svcfg.log" >&2; exit 1; }
+"$work/prefix/bin/cfg" --server "127.0.0.1:$port" import "$work/installation.xml"
+got=$("$work/prefix/bin/cfg" --server "127.0.0.1:$port" get 'halvoria\system\nodes\pacs01\properties\inet_address')
+kill "$service"
+wait "$service"
+[ "$got" = "$expected" ] || { echo "svcfg: got '$got', expected '$expected'" >&2; exit 1; }
+echo "svcfg: $got"
