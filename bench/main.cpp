@@ -31,6 +31,8 @@ constexpr suite suites[] = {
     {"children", "many children", bench::children_suite},
     {"growth", "growth", bench::growth_suite},
     {"wire", "over the network", bench::wire_suite},
+    {"service", "reads of the service", bench::service_suite},
+    {"service_trees", "trees and writes of the service", bench::service_trees_suite},
 };
 
 void write_json(const nlohmann::json& content, const std::filesystem::path& name) {

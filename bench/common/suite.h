@@ -61,6 +61,8 @@ report children_suite(const scale&);
 report growth_suite(const scale&);
 report services_suite(const scale&);
 report wire_suite(const scale&);
+report service_suite(const scale&);
+report service_trees_suite(const scale&);
 report store_suite(const scale&);
 
 }  // namespace bench

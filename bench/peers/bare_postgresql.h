@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <common/need.h>
 
@@ -25,6 +26,15 @@ class bare_postgresql {
   }
   ~bare_postgresql() { PQfinish(m_handle); }
   void run(const char* sql) { check(PQexec(m_handle, sql)); }
+  // Makes the table, with pairs of a path and a value in it.
+  template <class Pairs>
+  void fill(const Pairs& pairs) {
+    run("CREATE TABLE cfg (path bytea PRIMARY KEY, value bytea)");
+    std::vector<entry> rows;
+    for (const auto& [path, value] : pairs) rows.push_back({path, value});
+    insert("cfg", rows);
+    run("VACUUM ANALYZE cfg");
+  }
   void prepare() {
     const auto add = [this](const char* statement, const char* sql) {
       check(PQprepare(m_handle, statement, sql, 0, nullptr));
@@ -53,6 +63,15 @@ class bare_postgresql {
       count += static_cast<size_t>(PQntuples(result));
       PQclear(result);
     }
+    return count;
+  }
+  // The whole table in one result.
+  size_t read_all() {
+    PGresult* result = PQexecParams(m_handle, "SELECT path, value FROM cfg", 0, nullptr, nullptr,
+                                    nullptr, nullptr, 1);
+    need(PQresultStatus(result) == PGRES_TUPLES_OK, PQerrorMessage(m_handle));
+    const auto count = static_cast<size_t>(PQntuples(result));
+    PQclear(result);
     return count;
   }
   template <class Rows>
@@ -98,6 +117,9 @@ class bare_postgresql {
   }
 
  private:
+  struct entry {
+    std::string_view path, value;
+  };
   struct texts {
     std::string_view first, second;
   };

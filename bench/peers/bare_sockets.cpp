@@ -12,6 +12,8 @@
 #include <absl/container/flat_hash_map.h>
 
 #include <common/need.h>
+#include <common/scratch_database.h>
+#include <peers/bare_sqlite.h>
 #include <peers/wire_peer.h>
 
 namespace bench {
@@ -163,19 +165,44 @@ wire_peer bare_tcp() {
           [port = server->port()] { return std::make_unique<plain_client>(port); }, server};
 }
 
-wire_peer bare_fields(const wire_data& data) {
+namespace {
+
+// Answers a value by its path.
+using looking_up = std::function<string_view(string_view path)>;
+
+wire_peer fields_peer(const char* name, const std::function<looking_up()>& prepare) {
   const auto server = std::make_shared<wire_server>([&](const auto& told) {
-    const absl::flat_hash_map<std::string, std::string> map(data.begin(), data.end());
+    const looking_up value_of = prepare();
     serve(told, [&](string_view request, char* out) -> size_t {
       if (!is_whole(request)) return 0;
-      const string_view path = find(request.substr(4), PATH);
-      const auto found = map.find(absl::string_view(path.data(), path.size()));
-      const string_view value = found == map.end() ? string_view() : string_view(found->second);
-      return frame(out, put(out + 4, RESULT, value)).size();
+      return frame(out, put(out + 4, RESULT, value_of(find(request.substr(4), PATH)))).size();
     });
   });
-  return {"numbered fields and a hash lookup, epoll",
-          [port = server->port()] { return std::make_unique<fields_client>(port); }, server};
+  return {name, [port = server->port()] { return std::make_unique<fields_client>(port); }, server};
+}
+
+}  // namespace
+
+wire_peer bare_fields(const wire_data& data) {
+  return fields_peer("numbered fields and a hash lookup, epoll", [&]() -> looking_up {
+    using table = absl::flat_hash_map<std::string, std::string>;
+    return [map = std::make_shared<table>(data.begin(), data.end())](string_view path) {
+      const auto found = map->find(absl::string_view(path.data(), path.size()));
+      return found == map->end() ? string_view() : string_view(found->second);
+    };
+  });
+}
+
+wire_peer bare_fields_and_sqlite(const wire_data& data, const std::string& folder) {
+  const auto file = std::make_shared<scratch_database>(folder, "fields");
+  wire_peer peer = fields_peer("numbered fields and a row of SQLite, epoll", [&]() -> looking_up {
+    const auto database = std::make_shared<bare_sqlite>(file->file());
+    database->fill(data);
+    return [database](string_view path) -> string_view { return database->read(path); };
+  });
+  peer.server =
+      std::make_shared<std::pair<decltype(file), std::shared_ptr<void>>>(file, peer.server);
+  return peer;
 }
 
 }  // namespace bench

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <common/need.h>
 
@@ -27,6 +28,15 @@ class bare_sqlite {
   void run(const char* sql) {
     need(sqlite3_exec(m_handle, sql, nullptr, nullptr, nullptr) == SQLITE_OK,
          sqlite3_errmsg(m_handle));
+  }
+  // Makes the table, with pairs of a path and a value in it, ready to be read.
+  template <class Pairs>
+  void fill(const Pairs& pairs) {
+    run("CREATE TABLE cfg (path TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID");
+    std::vector<entry> rows;
+    for (const auto& [path, value] : pairs) rows.push_back({path, value});
+    insert("cfg", rows);
+    prepare();
   }
   void prepare() {
     prepare("SELECT value FROM cfg WHERE path = ?", m_point);
@@ -75,6 +85,10 @@ class bare_sqlite {
   }
 
  private:
+  struct entry {
+    std::string_view path, value;
+  };
+
   void prepare(const char* sql, sqlite3_stmt*& statement) {
     need(sqlite3_prepare_v3(m_handle, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) ==
              SQLITE_OK,

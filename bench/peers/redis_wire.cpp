@@ -1,5 +1,3 @@
-#include <arpa/inet.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <hiredis/hiredis.h>
@@ -42,19 +40,6 @@ class redis_client final : public wire_client {
  private:
   context m_context;
 };
-
-// One that was free a moment ago: redis is told its port.
-int free_port() {
-  const int made = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in own{};
-  own.sin_family = AF_INET;
-  own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof own;
-  ::bind(made, reinterpret_cast<sockaddr*>(&own), size);
-  getsockname(made, reinterpret_cast<sockaddr*>(&own), &size);
-  ::close(made);
-  return ntohs(own.sin_port);
-}
 
 bool is_there(int port) {
   for (int i = 0; i < 200; ++i) {

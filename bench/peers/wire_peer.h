@@ -37,6 +37,9 @@ class wire_server {
   int m_port = 0;
 };
 
+// One that was free a moment ago, for servers that are told theirs.
+int free_port();
+
 struct wire_peer {
   const char* name;
   std::function<std::unique_ptr<wire_client>()> connect;
@@ -47,7 +50,14 @@ struct wire_peer {
 wire_peer bare_tcp();
 // A frame of numbered fields of fixed length, and a lookup in a hash table.
 wire_peer bare_fields(const wire_data& data);
+// The same with a prepared read of SQLite, from a file in the folder, in the place of the lookup.
+wire_peer bare_fields_and_sqlite(const wire_data& data, const std::string& folder);
 // Null when no redis-server is installed.
 std::unique_ptr<wire_peer> redis_get(const wire_data& data, const std::string& folder);
+// Null when no PostgreSQL server is installed.
+std::unique_ptr<wire_peer> postgresql_select(const wire_data& data);
+// Null when etcd, or gRPC when this was built, is not installed. There are threads from then on:
+// start what is forked first.
+std::unique_ptr<wire_peer> etcd_range(const wire_data& data, const std::string& folder);
 
 }  // namespace bench

@@ -1,5 +1,7 @@
+#include <arpa/inet.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,6 +32,18 @@ wire_server::wire_server(const std::function<void(const told&)>& serve) {
 wire_server::~wire_server() {
   ::kill(m_process, SIGTERM);
   ::waitpid(m_process, nullptr, 0);
+}
+
+int free_port() {
+  const int made = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in own{};
+  own.sin_family = AF_INET;
+  own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof own;
+  ::bind(made, reinterpret_cast<sockaddr*>(&own), size);
+  getsockname(made, reinterpret_cast<sockaddr*>(&own), &size);
+  ::close(made);
+  return ntohs(own.sin_port);
 }
 
 }  // namespace bench
