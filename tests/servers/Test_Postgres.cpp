@@ -22,8 +22,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Runs the server until its input ends, which it does when the test is gone. Interrupts from the
-// terminal are for the test.
+// Runs the server until its input ends, which it does when the test is gone.
 constexpr char kWatch[] = R"(
 trap '' INT TERM HUP
 cd "$2" || exit 1
@@ -31,7 +30,10 @@ cp -a "$1" data || exit 1
 { "$3/postgres" -D "$2/data" -k "$2" -p "$4" -c listen_addresses=127.0.0.1 $5; touch gone; } \
   </dev/null >log 2>&1 &
 cat >/dev/null
-[ -e gone ] || kill -QUIT $(head -n 1 data/postmaster.pid)
+while [ ! -e gone ]; do  # again, as a server that is just starting has no such file
+  kill -QUIT $(head -n 1 data/postmaster.pid) 2>/dev/null
+  sleep 0.1
+done
 wait
 cd / && rm -rf "$2"
 )";
@@ -73,8 +75,15 @@ int shell(const char* script, const std::vector<std::string>& arguments, int* in
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, ends[0], 0);
+  // Signals that are for the group of the test's processes must not end it before its work.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
   pid_t process = -1;
-  if (posix_spawnp(&process, texts[0], &actions, nullptr, texts.data(), environ) != 0) process = -1;
+  if (posix_spawnp(&process, texts[0], &actions, &attributes, texts.data(), environ) != 0) {
+    process = -1;
+  }
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   close(ends[0]);
   if (input && process > 0) {
