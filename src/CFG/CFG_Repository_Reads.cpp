@@ -5,6 +5,7 @@
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/connector_lease.h>
 #include <CFG/detail/paths.h>
+#include <CFG/detail/patterns.h>
 #include <logging/Logger.h>
 
 using cfg::connector_lease;
@@ -40,6 +41,11 @@ CFG_SubTree* sub_tree_of_bytes(Read read, std::string_view parent_path = {}) {
     sub_tree->GetData()->SetVirtualParentPath(RWCString(parent_path));
   }
   return sub_tree;
+}
+
+// Of the key that a path, or what stands before its first `%`, leads to.
+std::string_view parent_of(const RWCString& path) {
+  return cfg::split_path(cfg::before_wildcard(path)).parent;
 }
 
 // A search rule with its properties in place.
@@ -279,7 +285,7 @@ CFG_SubTree* CFG_Repository::GetSubTreeWithLongValues(const RWCString& path) {
   logger.trace("GetSubTreeWithLongValues(): _path = %s\n", actual);
   return sub_tree_of_bytes(
       [&](long& length) { return connector->GetSubTreeWithLongValues(actual, length); },
-      cfg::split_path(actual).parent);
+      parent_of(actual));
 }
 
 CFG_SubTree* CFG_Repository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
@@ -287,16 +293,19 @@ CFG_SubTree* CFG_Repository::GetSubTreeWithPrecentAndWildcard(const RWCString& p
   const connector_lease connector(*this);
   logger.trace("GetSubTreeWithPrecentAndWildcard(): _path = %s\n", actual);
   return sub_tree_of_bytes(
-      [&](long& length) { return connector->GetSubTreeWithPrecentAndWildcard(actual, length); });
+      [&](long& length) { return connector->GetSubTreeWithPrecentAndWildcard(actual, length); },
+      parent_of(actual));
 }
 
 CFG_SubTree* CFG_Repository::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) {
   const RWCString actual = change_string_with_properties(path);
   const connector_lease connector(*this);
   logger.trace("GetSubTreeOnlyWithValuesWithPrecentAndWildcard(): _path = %s\n", actual);
-  return sub_tree_of_bytes([&](long& length) {
-    return connector->GetSubTreeOnlyWithValuesWithPrecentAndWildcard(actual, length);
-  });
+  return sub_tree_of_bytes(
+      [&](long& length) {
+        return connector->GetSubTreeOnlyWithValuesWithPrecentAndWildcard(actual, length);
+      },
+      parent_of(actual));
 }
 
 Tree_NodePtr CFG_Repository::GetTreeNode(const RWCString&) { return {}; }
