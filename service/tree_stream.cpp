@@ -14,8 +14,7 @@ bool TreeStream::start(const Request& request) {
   RWCString path = request.path;
   const RWCString* since = request.seq_number.isNull() ? nullptr : &request.seq_number;
   const bool deleted = request.row->command == Command::GET_SUB_DEL_SEQ;
-  const bool is_wildcard = path.first('%') != RWCString::npos;
-  m_is_started = m_store.StartTreeQuery(path, is_wildcard, since, deleted) != -1;
+  m_is_started = m_store.StartTreeQuery(path, false, since, deleted) != -1;
   if (m_is_started) m_path = m_store.GetQueryRootPath();
   m_chunk.reserve(CHUNK);
   return m_is_started;
