@@ -10,11 +10,14 @@
 
 namespace {
 
-const auto all_kinds = available({HANDLE, MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES});
-const auto repositories = available({MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES});
+const auto all_kinds =
+    available({HANDLE, MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE, REMOTE_POSTGRES});
+const auto repositories =
+    available({MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE, REMOTE_POSTGRES});
 constexpr WorldKind in_memory[] = {MEMORY, XML_FILE};
 
 bool is_database(WorldKind kind) { return world_traits[kind].is_database; }
+bool is_remote(WorldKind kind) { return world_traits[kind].is_remote; }
 
 CFG_SubTree sample() {
   return tree_of("halvoria", {{"version", "7"},
@@ -52,6 +55,10 @@ using Ask = std::string (*)(CFG_Services&, RWCString path);
 constexpr Ask value = [](CFG_Services& s, RWCString path) { return s.GetValue(path).str(); };
 constexpr Ask value_0 = [](CFG_Services& s, RWCString path) { return s.GetValue(path, 0).str(); };
 constexpr Ask value_1 = [](CFG_Services& s, RWCString path) { return s.GetValue(path, 1).str(); };
+constexpr Ask before_first = [](CFG_Services& s, RWCString path) {
+  return s.GetValue(path, -1).str() + s.GetValueName(path, -1).str() +
+         shown(SubTreePtr(s.GetSubTree(path, -1)));
+};
 constexpr Ask name_1 = [](CFG_Services& s, RWCString path) {
   return s.GetValueName(path, 1).str();
 };
@@ -99,7 +106,7 @@ struct ReadCase {
   Ask ask;
   const char* path;
   const char* expected;
-  const char* database = nullptr;  // what a database answers; null: the same
+  const char* database = nullptr;  // what a database itself answers; null: the same
 };
 const ReadCase read_cases[] = {
     {value, "s\\name", "Clinic"},
@@ -112,6 +119,7 @@ const ReadCase read_cases[] = {
     {value_1, "s", "A"},
     {value_0, "", "7"},
     {value_1, "", ""},
+    {before_first, "s", "NULL"},
     {name_1, "s", "zone"},
     {name_1, "none", ""},
     {or_default, "s\\zone", "A"},
@@ -124,9 +132,12 @@ const ReadCase read_cases[] = {
     {entries, "s\\n\\n2", "3"},
     {entries, "none", "0"},
     {records, "s", "name=Clinic,zone=A"},
+    {records, "s\\n", "", "NULL"},
     {records, "none", "NULL"},
     {names, "s\\n", "n1,n2"},
     {names, "s\\n\\n1\\p", "", "NULL"},
+    {names, "s\\zone", "NULL"},
+    {names, "none", "NULL"},
     {exists, "s\\n", "1"},
     {exists, "s\\zone", "0"},
     {exists, "", "1"},
@@ -146,7 +157,8 @@ TEST(Contract, EveryReadGivesTheSameAnswer) {
     World world(kind, sample());
     world.services().SetProperty("test_node", "N2");
     for (const ReadCase& c : read_cases) {
-      const char* expected = is_database(kind) && c.database ? c.database : c.expected;
+      const bool differs = is_database(kind) && !is_remote(kind) && c.database;
+      const char* expected = differs ? c.database : c.expected;
       EXPECT_EQ(c.ask(world.services(), world.at(c.path)), expected)
           << "row " << &c - read_cases << ", path " << c.path << ", kind " << kind;
     }
@@ -268,9 +280,11 @@ TEST(Contract, SearchGivesFullPathsFromARepositoryAndRelativeOnesFromAHandle) {
               above + "n1\\p\\ip," + above + "n2\\p\\ip");
     EXPECT_EQ(list(services.Search("nowhere", world.at("s"))), "");
     EXPECT_EQ(list(services.Search("ip", world.at("s\\zone"))), "NULL");
-    EXPECT_TRUE(
-        capture.has("path " + world.at("s\\zone").str() + " represent a value, return NULL\n"))
-        << capture.last();
+    const std::string zone = world.at("s\\zone").str();
+    EXPECT_TRUE(capture.has(is_remote(kind)
+                                ? "fail to get sub tree for path : " + zone + ", return NULL\n"
+                                : "path " + zone + " represent a value, return NULL\n"))
+        << capture.text();
     EXPECT_EQ(list(services.Search("ip", world.at("none"))), "NULL");
     EXPECT_TRUE(capture.has("fail to get sub tree for path : "));
     EXPECT_EQ(list(services.Search("", world.at("s"))), "NULL");
@@ -314,6 +328,9 @@ TEST(Repository, CutsPathsOfKeysAtTheFirstWildcard) {
     const char* n1_path = "halvoria\\s\\n\\%\\p";
     EXPECT_EQ(SubTreePtr(repository.GetSubTreeWithPrecentAndWildcard(n1_path))->GetPath(),
               "halvoria\\s\\n");
+    EXPECT_EQ(
+        SubTreePtr(repository.GetSubTreeOnlyWithValuesWithPrecentAndWildcard(n1_path))->GetPath(),
+        "halvoria\\s\\n");
     const SubTreePtr plain(repository.GetSubTree(n1_path));
     EXPECT_EQ(plain ? plain->GetPath() : "", is_database(kind) ? "" : "halvoria\\s\\n");
     const SubTreePtr within_name(repository.GetSubTree("halvoria\\n%\\n1"));
@@ -377,7 +394,11 @@ TEST(Repository, FillPathFindsWhatAPatternSelectsInTreeOrder) {
       EXPECT_EQ(list(world.repository().FillPath(c.pattern)), expected)
           << c.pattern << ", kind " << kind;
     }
-    EXPECT_EQ(capture.last(), "FillPath(const RWCString path) : no paths found , return NULL\n");
+    if (is_remote(kind)) {
+      EXPECT_TRUE(capture.has("Failed to get response from server.\n")) << "none is no list";
+    } else {
+      EXPECT_EQ(capture.last(), "FillPath(const RWCString path) : no paths found , return NULL\n");
+    }
   }
 }
 
@@ -465,15 +486,18 @@ TEST(Repository, NodesAreFoundByEveryAddressTheKindLooksAt) {
   }
 }
 
-// Objects without a tree: a file that was never read, a memory repository over nothing, and a
-// database that nobody connected to.
+// Objects without a tree: a file that was never read, a memory repository over nothing, a
+// database that nobody connected to, and a service that is not there.
 TEST(Repository, WithoutATreeEveryPathOperationAnswersNothing) {
   CFG_FileRepository file(L"/none.xml");
   CFG_MemoryRepository memory(nullptr);
   CFG_DBRepository database("sqlite:/none", "");
+  CFG_Repository remote;
+  CFG_SubTree properties{RWCString("properties")};
+  properties.SetProperty("HALVORIA_REMOTE_SERVER_NAME", "127.0.0.1");
+  properties.SetProperty("HALVORIA_REMOTE_SERVER_PORT", "1");
   for (CFG_RepositoryServicesImp* repository :
-       std::initializer_list<CFG_RepositoryServicesImp*>{&file, &memory, &database}) {
-    World world(HANDLE, sample());
+       std::initializer_list<CFG_RepositoryServicesImp*>{&file, &memory, &database, &remote}) {
     const Ask nothing[] = {value,   value_0, name_1, values, keys,  entries,
                            records, names,   exists, key,    key_1, by_rule};
     for (const Ask ask : nothing) {
@@ -481,7 +505,7 @@ TEST(Repository, WithoutATreeEveryPathOperationAnswersNothing) {
       const std::string answer = ask(*repository, "halvoria\\s");
       EXPECT_TRUE(answer.empty() || answer == "0" || answer == "NULL") << answer;
       EXPECT_TRUE(capture.has("no tree") || capture.has("data is null") ||
-                  capture.has("not connected"))
+                  capture.has("not connected") || capture.has("cannot connect"))
           << capture.text();
     }
     for (const Write write :
@@ -495,6 +519,7 @@ TEST(Repository, WithoutATreeEveryPathOperationAnswersNothing) {
   }
   EXPECT_FALSE(file.UnLock());
   EXPECT_FALSE(database.UnLock());
+  EXPECT_FALSE(remote.UnLock());
 }
 
 TEST(MemoryRepository, LeavesTheHeldSubtreeToItsCaller) {

@@ -8,7 +8,9 @@
 #include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_FileRepository.h>
 #include <CFG/CFG_MemoryRepository.h>
+#include <CFG/CFG_Repository.h>
 #include <servers/Test_Postgres.h>
+#include <servers/Test_Service.h>
 #include "temporary_folder.h"
 #include "test_trees.h"
 
@@ -47,26 +49,61 @@ inline WorldParts postgres_world(CFG_SubTree& tree, const TemporaryFolder&) {
   return {nullptr, std::move(repository)};
 }
 
-enum WorldKind { HANDLE, MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES };
+// A client of the service. The first request opens the connection that the repository keeps, so
+// that a service of another world may be used after it.
+inline WorldParts remote_world(CFG_SubTree& tree, const Test_Service& service) {
+  service.use();
+  auto repository = std::make_unique<CFG_Repository>();
+  EXPECT_TRUE(repository->Connect() && repository->DeleteSubTree("halvoria") &&
+              repository->AddOrReplaceSubTree(&tree, ""));
+  return {nullptr, std::move(repository)};
+}
+
+// One service of each kind serves all worlds of the process, one after the other.
+inline WorldParts remote_sqlite_world(CFG_SubTree& tree, const TemporaryFolder&) {
+  static TemporaryFolder folder;
+  static Test_Service service("sqlite:" + (folder / "tree.db").string(), (folder / "log").string());
+  static const bool is_started = service.start();
+  EXPECT_TRUE(is_started);
+  return remote_world(tree, service);
+}
+
+inline WorldParts remote_postgres_world(CFG_SubTree& tree, const TemporaryFolder&) {
+  static Test_Postgres server;
+  EXPECT_TRUE(server.is_running()) << server.problem();
+  static TemporaryFolder folder;
+  static Test_Service service(server.connection(), (folder / "log").string());
+  static const bool is_started = service.start();
+  EXPECT_TRUE(is_started);
+  return remote_world(tree, service);
+}
+
+enum WorldKind { HANDLE, MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE, REMOTE_POSTGRES };
 
 struct WorldTraits {
   const char* name;
   WorldParts (*make)(CFG_SubTree& tree, const TemporaryFolder& folder);
   bool holds_tree;   // in memory: what was written stays in its order
   bool is_database;  // rows: names come in order of their bytes
+  bool is_remote;    // a service answers
 };
 
 constexpr WorldTraits world_traits[] = {
-    {"handle", nullptr, true, false},
-    {"memory", memory_world, true, false},
-    {"XML file", xml_world, true, false},
-    {"SQLite", sqlite_world, false, true},
-    {"PostgreSQL", postgres_world, false, true},
+    {"handle", nullptr, true, false, false},
+    {"memory", memory_world, true, false, false},
+    {"XML file", xml_world, true, false, false},
+    {"SQLite", sqlite_world, false, true, false},
+    {"PostgreSQL", postgres_world, false, true, false},
+    {"service on SQLite", remote_sqlite_world, false, true, true},
+    {"service on PostgreSQL", remote_postgres_world, false, true, true},
 };
 
 // Those of the kinds that this machine has what it takes for.
 inline std::vector<WorldKind> available(std::vector<WorldKind> kinds) {
-  if (!Test_Postgres::IsInstalled()) std::erase(kinds, DB_POSTGRES);
+  if (!Test_Postgres::IsInstalled()) {
+    std::erase_if(kinds,
+                  [](WorldKind kind) { return kind == DB_POSTGRES || kind == REMOTE_POSTGRES; });
+  }
   return kinds;
 }
 
