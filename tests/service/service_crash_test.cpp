@@ -9,7 +9,7 @@
 
 #include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_Repository.h>
-#include "../CFG/repository_worlds.h"
+#include "../CFG/temporary_folder.h"
 #include "../servers/Test_Seed.h"
 #include "../servers/Test_Service.h"
 

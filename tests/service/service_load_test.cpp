@@ -7,7 +7,8 @@
 #include <thread>
 
 #include <CFG/CFG_Repository.h>
-#include "../CFG/repository_worlds.h"
+#include "../CFG/temporary_folder.h"
+#include "../CFG/test_trees.h"
 #include "../servers/Test_Seed.h"
 #include "../servers/Test_Service.h"
 

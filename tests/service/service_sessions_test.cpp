@@ -11,7 +11,8 @@
 #include <CFG/CFG_Repository.h>
 #include <logging/Log_Capture.h>
 #include <service/service.h>
-#include "../CFG/repository_worlds.h"
+#include "../CFG/temporary_folder.h"
+#include "../CFG/test_trees.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include <service/settings.h>
-#include "../CFG/repository_worlds.h"
+#include "../CFG/temporary_folder.h"
 
 namespace {
 
