@@ -53,13 +53,13 @@ bool write_sub(Work& work) {
   return change(work, work.store.WriteSubTree(top, work.request.path));
 }
 
+// With the rule that found it. A client takes an empty one for none.
 bool found_by_rule(Work& work) {
+  const RWCString& name = work.request.value_name;
   for (const RWCString& rule : work.request.rules) {
-    const RWCString path =
-        rule.isNull() ? work.request.value_name : rule + "\\" + work.request.value_name;
-    const RWCString value = work.store.GetValue(path);
+    const RWCString value = work.store.GetValue(rule.isNull() ? name : rule + "\\" + name);
     if (value.isNull()) continue;
-    write_found(work.frame, value, path);
+    write_found(work.frame, value, rule.isNull() ? name : rule);
     return true;
   }
   write_found(work.frame, RWCString(), RWCString());
