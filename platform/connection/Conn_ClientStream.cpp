@@ -1,5 +1,6 @@
 #include <connection/Conn_ClientStream.h>
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -37,6 +38,8 @@ asio::error_code connect_one(asio::io_context& io, tcp::socket& socket,
   asio::error_code result;
   socket.open(address.protocol(), result);
   if (result) return result;
+  // A program that is started would keep the connection, and what is locked over it.
+  fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
   result = asio::error::timed_out;
   bool is_decided = false;
   socket.async_connect(address, [&](const asio::error_code& error) {

@@ -1,5 +1,7 @@
 #include <connection/Conn_Server.h>
 
+#include <fcntl.h>
+
 #include <vector>
 
 #include <connection/Conn_ServerSession.h>
@@ -16,6 +18,12 @@ constexpr milliseconds kPause(100);  // after a connection that could not be acc
 std::string text_of(const tcp::endpoint& end) {
   const std::string host = end.address().to_string();
   return (end.address().is_v6() ? "[" + host + "]" : host) + ":" + std::to_string(end.port());
+}
+
+// Programs that are started do not keep it open.
+template <class Socket>
+void close_at_exec(Socket& socket) {
+  fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
 }
 
 }  // namespace
@@ -78,6 +86,7 @@ bool Conn_Server::Inside::listen(std::string& reason) {
   const tcp::endpoint end = found.begin()->endpoint();
   acceptor = std::make_unique<tcp::acceptor>(io);
   acceptor->open(end.protocol(), error);
+  if (!error) close_at_exec(*acceptor);
   if (!error) acceptor->set_option(asio::socket_base::reuse_address(true), error);
   if (!error) acceptor->bind(end, error);
   if (!error) acceptor->listen(asio::socket_base::max_listen_connections, error);
@@ -111,6 +120,7 @@ void Conn_Server::Inside::accepted(const asio::error_code& error,
     });
     return;
   }
+  close_at_exec(socket);
   asio::error_code gone;
   const tcp::endpoint peer = socket.remote_endpoint(gone);
   if (!gone) {

@@ -1,3 +1,8 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
 #include <connection/Conn_PingClient.h>
 #include <connection/Conn_TokenManagerHook.h>
 #include <gmock/gmock.h>
@@ -53,6 +58,30 @@ TEST(Connector, AsksOverOneConnection) {
   connector.Disconnect();
   EXPECT_EQ(connector.ask("ECHO", ""), "");
   EXPECT_EQ(connector.session, 2);
+}
+
+std::set<int> open_sockets() {
+  std::set<int> sockets;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    struct stat what;
+    const int handle = std::stoi(entry.path().filename());
+    if (fstat(handle, &what) == 0 && S_ISSOCK(what.st_mode)) sockets.insert(handle);
+  }
+  return sockets;
+}
+
+TEST(Connector, AndItsServiceLeaveNoSocketToProgramsThatAreStarted) {
+  const std::set<int> before = open_sockets();
+  EchoServer service;
+  EchoConnector connector(service.port());
+  EXPECT_EQ(connector.ask("ECHO", "some text"), "some text");
+  int count = 0;
+  for (const int handle : open_sockets()) {
+    if (before.count(handle)) continue;
+    EXPECT_TRUE(fcntl(handle, F_GETFD) & FD_CLOEXEC) << handle;
+    ++count;
+  }
+  EXPECT_EQ(count, 3) << "both ends, and what listens";
 }
 
 TEST(Connector, ReadsStreamsOfManyFrames) {
