@@ -26,9 +26,12 @@ class RangeCursor : public Sqlite_Cursor {
 
 std::unique_ptr<Sqlite_Store> Sqlite_Store::Open(const std::string& file, std::string& reason) {
   std::unique_ptr<Sqlite_Store> store(new Sqlite_Store());
-  if (store->m_session.open(file) && Sqlite_PrepareSchema(store->m_session)) return store;
-  reason = store->error();
-  return nullptr;
+  if (!store->m_session.open(file) || !Sqlite_PrepareSchema(store->m_session)) {
+    reason = store->error();
+    return nullptr;
+  }
+  store->m_values.attach(store->m_session.handle());
+  return store;
 }
 
 Sqlite_Store::~Sqlite_Store() = default;
@@ -49,7 +52,20 @@ void Sqlite_Store::set_trace(Trace trace, void* context) {
 // --- reads
 // ----------------------------------------------------------------------------------------
 
+// A transaction reads its own changes, and what is read beside a cursor is as old as what that
+// reads: neither is for others, nor from them.
 Db_Result Sqlite_Store::get(std::string_view path, std::string& value) {
+  if (!m_cursors.empty() || !sqlite3_get_autocommit(m_session.handle()) || m_trace) {
+    return read(path, value);
+  }
+  Db_Result result = m_values.find(path, value);
+  if (result != Db_Result::FAILED) return result;
+  result = read(path, value);
+  if (result != Db_Result::FAILED) m_values.keep(path, result, value);
+  return result;
+}
+
+Db_Result Sqlite_Store::read(std::string_view path, std::string& value) {
   Sqlite_Statement statement(m_session, Sqlite_Sql::GET);
   if (!statement.is_ready()) return Db_Result::FAILED;
   statement.bind(1, path);

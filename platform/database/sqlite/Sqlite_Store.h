@@ -2,6 +2,7 @@
 #pragma once
 
 #include <database/sqlite/Sqlite_Cursor.h>
+#include <database/sqlite/Sqlite_ValueCache.h>
 
 // Db_Store over SQLite: a write-ahead log, so that readers and the writer do not wait for each
 // other, synced to the disk at every commit. Several processes may use the file at once.
@@ -40,9 +41,11 @@ class Sqlite_Store : public Db_Store {
   Sqlite_Store() = default;
   Db_Result number(Sqlite_Sql sql, int64_t& number);
   Db_Result text(Sqlite_Sql sql, std::string& text);
+  Db_Result read(std::string_view path, std::string& value);
   Db_Result execute(Sqlite_Sql sql, int64_t number, const char* what);
 
   Sqlite_Session m_session;
+  Sqlite_ValueCache m_values;
   Sqlite_Cursor::Open m_cursors;
   int64_t m_last_sequence = 0;  // when the transaction began
   bool m_is_bulk = false;       // the transaction wrote in bulk

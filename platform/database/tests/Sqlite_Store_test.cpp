@@ -2,7 +2,9 @@
 #include <sys/resource.h>
 #include <csignal>
 
+#include <atomic>
 #include <fstream>
+#include <thread>
 
 #include <database/tests/Test_Database.h>
 
@@ -78,6 +80,67 @@ TEST_F(SqliteFile, IsCheckedForItsOwnRules) {
     EXPECT_FALSE(conn.CheckIntegrity(reason));
     EXPECT_THAT(reason, HasSubstr(one.reason));
   }
+}
+
+// What one connection read again and again is never older than what others have committed, nor
+// newer: by another connection, by another program, or by a thread at the same time.
+TEST_F(SqliteFile, ReadsAgainWhatOthersChanged) {
+  const std::string file = m_folder / "cfg.db";
+  CFGDB_Conn reader(true), writer(true);
+  ASSERT_TRUE(reader.Init(("sqlite:" + file).c_str(), "", false));
+  ASSERT_TRUE(writer.Init(("sqlite:" + file).c_str(), "", false));
+  const auto expect = [&](const char* value) {
+    for (int i = 0; i < 4; ++i) ASSERT_STREQ(reader.GetValue("t\\a").data(), value);
+  };
+  const auto set = [](CFGDB_Conn& conn, const char* value) {
+    ASSERT_EQ(conn.InsertLine(Tree_NodeInfo("t\\a", value), 1, true), CFGDB_Conn::OK);
+  };
+  expect("");
+  set(writer, "1");
+  expect("1");
+  writer.SetAutoCommit(0);
+  set(writer, "2");
+  expect("1");
+  EXPECT_EQ(writer.Commit(0), CFGDB_Conn::COMMIT_OK);
+  expect("2");
+  set(writer, "3");
+  expect("2");
+  writer.RollBack(0);
+  writer.SetAutoCommit(1);
+  expect("2");
+  run(file, "UPDATE entry SET value = '4' WHERE path = 't\\a'; PRAGMA wal_checkpoint(TRUNCATE)");
+  expect("4");
+  reader.SetAutoCommit(0);
+  set(reader, "5");
+  expect("5");
+  reader.RollBack(0);
+  reader.SetAutoCommit(1);
+  expect("4");
+  EXPECT_EQ(writer.RemoveLeafLine("t\\a", 1), CFGDB_Conn::OK);
+  expect("");
+}
+
+TEST_F(SqliteFile, ReadsNothingOlderThanWhatWasAcknowledged) {
+  const std::string file = m_folder / "cfg.db";
+  CFGDB_Conn reader(true), writer(true);
+  ASSERT_TRUE(reader.Init(("sqlite:" + file).c_str(), "", false));
+  ASSERT_TRUE(writer.Init(("sqlite:" + file).c_str(), "", false));
+  std::atomic<int> begun{0}, acknowledged{0};
+  std::thread writing([&] {
+    for (int i = 1; i <= 300; ++i) {
+      begun = i;
+      writer.InsertLine(Tree_NodeInfo("t\\n", std::to_string(i).c_str()), 1, true);
+      acknowledged = i;
+    }
+  });
+  for (bool is_over = false; !is_over;) {
+    is_over = acknowledged == 300;
+    const int least = acknowledged;
+    const int found = std::atoi(reader.GetValue("t\\n").data());
+    ASSERT_GE(found, least);
+    ASSERT_LE(found, begun);
+  }
+  writing.join();
 }
 
 // The disk is full in the middle of a transaction: it is lost as a whole, and told so.

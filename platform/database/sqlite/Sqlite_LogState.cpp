@@ -1,0 +1,31 @@
+#include <database/sqlite/Sqlite_LogState.h>
+
+#include <atomic>
+
+namespace {
+
+constexpr int kRegion = 32 * 1024;  // in which pieces the index is mapped
+constexpr size_t kIsInit = 3;       // the word with the byte that says that there is an index
+
+}  // namespace
+
+void Sqlite_LogState::attach(sqlite3* handle) {
+  sqlite3_file* file = nullptr;
+  m_index = nullptr;
+  if (sqlite3_file_control(handle, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK) return;
+  if (!file || !file->pMethods || file->pMethods->iVersion < 2) return;
+  void volatile* region = nullptr;
+  if (file->pMethods->xShmMap(file, 0, kRegion, 0, &region) != SQLITE_OK) return;
+  m_index = static_cast<const volatile uint32_t*>(region);
+}
+
+// Who changes it writes the second copy first, so that equal copies were not being changed.
+bool Sqlite_LogState::read(State& state) const {
+  if (!m_index) return false;
+  State second;
+  for (size_t i = 0; i < state.size(); ++i) state[i] = m_index[i];
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  for (size_t i = 0; i < state.size(); ++i) second[i] = m_index[state.size() + i];
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  return state == second && state[kIsInit] != 0;
+}
