@@ -326,13 +326,24 @@ void Service::next_chunk(Conn_Session& connection, Session& session) {
     end_stream(session);
     return connection.finish();
   }
-  connection.send_part([this, streaming = connection.shared_from_this()](bool is_sent) {
-    if (is_sent) {
-      return post(streaming, [this](Conn_Session& c, Session& s) { next_chunk(c, s); });
-    }
-    end_stream(session_of(*streaming));
-    streaming->skip();
+  session.chunk_steps = 0;
+  const SessionPtr streaming = connection.shared_from_this();
+  connection.send_part([this, streaming](bool is_sent) {
+    session_of(*streaming).is_chunk_lost = !is_sent;
+    end_chunk_step(streaming);
   });
+  session.stream->read_ahead();
+  end_chunk_step(streaming);
+}
+
+void Service::end_chunk_step(const SessionPtr& streaming) {
+  Session& session = session_of(*streaming);
+  if (session.chunk_steps.fetch_add(1) == 0) return;
+  if (!session.is_chunk_lost) {
+    return post(streaming, [this](Conn_Session& c, Session& s) { next_chunk(c, s); });
+  }
+  end_stream(session);
+  streaming->skip();
 }
 
 void Service::end_stream(Session& session) {

@@ -68,6 +68,7 @@ class Service : private Conn_Handler {
   void ask_for_stream(Conn_Session& connection);
   void start_stream(Conn_Session& connection, Session& session);
   void next_chunk(Conn_Session& connection, Session& session);
+  void end_chunk_step(const SessionPtr& streaming);
   void end_stream(Session& session);
 
   // Runs the job on a worker when the connection may write; refuses it when it waits too long.

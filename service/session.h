@@ -32,6 +32,10 @@ struct Session {
   Stores::Lease stream_store;  // null when the lock's one is used
   std::optional<TreeStream> stream;
   Clock::time_point stream_since;
+  // Of the two that a chunk waits for, the one that comes last goes on: the network, which took
+  // the chunk before, and the worker, which read this one meanwhile.
+  std::atomic<int> chunk_steps{0};
+  std::atomic<bool> is_chunk_lost{false};
 };
 
 inline Session& session_of(const Conn_Session& connection) {

@@ -23,7 +23,9 @@ bool TreeStream::start(const Request& request) {
 bool TreeStream::write_next(Conn_FormWriter& frame, bool& is_last) {
   is_last = false;
   if (m_is_first && !frame.WriteString(CFG_FLD_PATH, m_path)) return false;
-  if (!fill_chunk()) return false;
+  read_ahead();
+  m_is_ahead = false;
+  if (m_is_failed) return false;
   if (m_is_first && m_is_at_end && m_chunk.empty() && m_store.QueryHasTree()) {
     // A key with nothing below it: the name stands for a record, since no chunk at all would
     // mean that there is no key.
@@ -36,18 +38,16 @@ bool TreeStream::write_next(Conn_FormWriter& frame, bool& is_last) {
   return !is_last || frame.WriteString(CFG_FLD_TREE_CHUNK, "");
 }
 
-bool TreeStream::fill_chunk() {
+void TreeStream::read_ahead() {
+  if (m_is_ahead || m_is_at_end) return;
+  m_is_ahead = true;
   m_chunk.clear();
-  std::string_view path, value;
-  while (m_chunk.size() < CHUNK) {
-    if (!m_store.NextFromQuery(path, value)) {
-      m_is_at_end = true;
-      return !m_store.IsQueryFailed();
-    }
+  m_is_at_end = !m_store.EachFromQuery([this](std::string_view path, std::string_view value) {
     m_chunk.append(path).push_back('\0');
     m_chunk.append(value).push_back('\0');
-  }
-  return true;
+    return m_chunk.size() < CHUNK;
+  });
+  m_is_failed = m_is_at_end && m_store.IsQueryFailed();
 }
 
 }  // namespace service

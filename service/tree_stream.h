@@ -27,16 +27,18 @@ class TreeStream {
   // Writes the next chunk into a frame that is begun. Sets `is_last` when it was the last one.
   // False when the store fails on the way: what was sent is no tree.
   bool write_next(Conn_FormWriter& frame, bool& is_last);
+  // Reads what write_next writes next, while the chunk before is on its way.
+  void read_ahead();
 
  private:
-  bool fill_chunk();
-
   StoreRepository& m_store;
   std::string m_chunk;
   RWCString m_path;
   bool m_is_started = false;
   bool m_is_first = true;
+  bool m_is_ahead = false;  // the chunk is the next one
   bool m_is_at_end = false;
+  bool m_is_failed = false;
 };
 
 }  // namespace service

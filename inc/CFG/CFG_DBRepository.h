@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -126,6 +127,8 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
 
   // GetNextFromQuery without a copy: false at the end and on an error, views until the next call.
   bool NextFromQuery(std::string_view& path, std::string_view& value);
+  // The same for the records from the next one on, until `take` answers false. False at the end.
+  bool EachFromQuery(const std::function<bool(std::string_view, std::string_view)>& take);
   bool QueryHasTree();   // false where nothing is at the path, and nothing was asked for besides
   bool IsQueryFailed();  // the records so far are not all
 

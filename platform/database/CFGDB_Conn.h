@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -117,6 +118,8 @@ class HALVORIA_API CFGDB_Conn {
   Tree_NodeInfo* GetNextFromQuery();
   // The same without a copy: views that hold until the next call.
   bool next_record(std::string_view& path, std::string_view& value);
+  // Gives the records from the next one on to `take` until that answers false. False at the end.
+  bool each_record(const std::function<bool(std::string_view, std::string_view)>& take);
   // Whether there is a tree at all: a key at the path, or a record.
   bool has_tree();
   bool is_query_failed() const;

@@ -124,9 +124,23 @@ int CFGDB_Conn::StartTreeQuery(const RWCString& path, bool wildcard, bool,
 }
 
 bool CFGDB_Conn::next_record(std::string_view& path, std::string_view& value) {
+  bool is_there = false;
+  each_record([&](std::string_view next_path, std::string_view next_value) {
+    path = next_path;
+    value = next_value;
+    is_there = true;
+    return false;
+  });
+  return is_there;
+}
+
+bool CFGDB_Conn::each_record(const std::function<bool(std::string_view, std::string_view)>& take) {
   const Use use(*this, "GetNextFromQuery", m_query_root);
   if (!use || !m_query) return false;
-  if (m_query->next(path, value)) return true;
+  std::string_view path, value;
+  while (m_query->next(path, value)) {
+    if (!take(path, value)) return true;
+  }
   if (m_query->is_failed() && !m_is_query_failed) {
     m_is_query_failed = use.failed(Db_Result::FAILED);
   }

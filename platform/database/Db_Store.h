@@ -14,7 +14,7 @@ enum class Db_Result { OK, NOT_FOUND, BUSY, FAILED };
 struct Db_Entry {
   std::string_view path;
   std::string_view value;
-  int64_t sequence = 0;
+  int64_t sequence = 0;  // for what is written; a cursor need not tell it
 };
 
 // Rows in order of path, as they were when the cursor was made. It goes before the store does.

@@ -70,8 +70,10 @@ Tree_NodePtr CFG_DBRepository::tree_of(CFGDB_Conn& db, const TreeQuery& query) {
   Tree_NodePtr tree;
   if (db.has_tree()) {
     cfg::tree_builder builder(GetPathBeforeFirstPrecent(query.path));
-    std::string_view path, value;
-    while (db.next_record(path, value)) builder.add(path, value);
+    db.each_record([&](std::string_view path, std::string_view value) {
+      builder.add(path, value);
+      return true;
+    });
     tree = builder.tree();
   }
   if (db.is_query_failed()) tree = nullptr;
@@ -195,6 +197,11 @@ Tree_NodeInfo* CFG_DBRepository::GetNextFromQuery() {
 bool CFG_DBRepository::NextFromQuery(std::string_view& path, std::string_view& value) {
   CFGDB_Conn* const db = m_connection;
   return db && db->next_record(path, value);
+}
+bool CFG_DBRepository::EachFromQuery(
+    const std::function<bool(std::string_view, std::string_view)>& take) {
+  CFGDB_Conn* const db = m_connection;
+  return db && db->each_record(take);
 }
 bool CFG_DBRepository::QueryHasTree() {
   CFGDB_Conn* const db = m_connection;

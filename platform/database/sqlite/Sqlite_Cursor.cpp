@@ -10,7 +10,7 @@ Db_Result Sqlite_Cursor::next(Db_Entry& entry) {
   if (!m_is_kept) return read(entry);
   if (m_next == m_rest.size()) return m_end;
   const Row& row = m_rest[m_next++];
-  entry = {row.path, row.value, row.sequence};
+  entry = {row.path, row.value, 0};
   return Db_Result::OK;
 }
 
@@ -18,7 +18,7 @@ void Sqlite_Cursor::keep_rest() {
   if (m_is_kept) return;
   Db_Entry entry;
   while ((m_end = read(entry)) == Db_Result::OK) {
-    m_rest.push_back({std::string(entry.path), std::string(entry.value), entry.sequence});
+    m_rest.push_back({std::string(entry.path), std::string(entry.value)});
   }
   m_is_kept = true;
   m_statement.rewind();

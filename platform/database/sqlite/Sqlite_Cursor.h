@@ -42,7 +42,6 @@ class Sqlite_Cursor : public Db_Cursor {
  private:
   struct Row {
     std::string path, value;
-    int64_t sequence;
   };
 
   Sqlite_Statement m_statement;

@@ -12,13 +12,13 @@ namespace {
 
 constexpr const char* kSql[] = {
     "SELECT value FROM entry WHERE path = ?",
-    "SELECT path, value, sequence FROM entry WHERE path >= ?1 AND path < ?2 ORDER BY path",
-    "SELECT path, value, sequence FROM entry INDEXED BY entry_changed"
+    "SELECT path, value FROM entry WHERE path >= ?1 AND path < ?2 ORDER BY path",
+    "SELECT path, value FROM entry INDEXED BY entry_changed"
     "  WHERE single = 1 AND sequence > ?3 AND path >= ?1 AND path < ?2 AND " BY_INDEX
-    " UNION ALL SELECT path, value, sequence FROM entry NOT INDEXED"
+    " UNION ALL SELECT path, value FROM entry NOT INDEXED"
     "  WHERE path >= ?1 AND path < ?2 AND sequence > ?3 AND NOT " BY_INDEX " ORDER BY path",
-    "SELECT path, '', sequence FROM deleted WHERE path >= ?1 AND path < ?2 ORDER BY path",
-    "SELECT path, '', sequence FROM deleted INDEXED BY deleted_sequence"
+    "SELECT path, '' FROM deleted WHERE path >= ?1 AND path < ?2 ORDER BY path",
+    "SELECT path, '' FROM deleted INDEXED BY deleted_sequence"
     "  WHERE sequence > ?3 AND path >= ?1 AND path < ?2 ORDER BY path",
     "SELECT count(*) FROM entry WHERE path >= ?1 AND path < ?2",
     "SELECT max((SELECT coalesce(max(sequence), 0) FROM entry WHERE path >= ?1 AND path < ?2),"

@@ -102,7 +102,7 @@ class Sqlite_Statement {
             static_cast<size_t>(sqlite3_column_bytes(m_statement, column))};
   }
   int64_t number(int column) const { return sqlite3_column_int64(m_statement, column); }
-  Db_Entry entry() const { return {text(0), text(1), number(2)}; }
+  Db_Entry entry() const { return {text(0), text(1), 0}; }
 
  private:
   Sqlite_Session& m_session;
