@@ -46,6 +46,8 @@ TEST(Settings, FlagsWinOverVariablesOverTheFileOverDefaults) {
   EXPECT_EQ(origin_of(reader, "workers"), "SVCFG_WORKERS");
   EXPECT_EQ(origin_of(reader, "store"), file);
   EXPECT_EQ(origin_of(reader, "threads"), "default");
+  unsetenv("SVCFG_PORT");
+  unsetenv("SVCFG_WORKERS");
 }
 
 TEST(Settings, WhatIsWrongIsNamedWithItsPlace) {
