@@ -1,9 +1,11 @@
 #include <database/sqlite/Sqlite_LogState.h>
 
+#include <cstddef>
+
 namespace {
 
 constexpr int kRegion = 32 * 1024;  // in which pieces the index is mapped
-constexpr size_t kIsInit = 3;       // the word with the byte that says that there is an index
+constexpr std::size_t kIsInit = 3;  // the word with the byte that says that there is an index
 
 }  // namespace
 
@@ -21,9 +23,11 @@ void Sqlite_LogState::attach(sqlite3* handle) {
 // loads keep their order; a fence between them is nothing that the thread sanitizer knows.
 bool Sqlite_LogState::read(State& state) const {
   if (!m_index) return false;
-  const auto load = [this](size_t i) { return __atomic_load_n(&m_index[i], __ATOMIC_SEQ_CST); };
+  const auto load = [this](std::size_t i) {
+    return __atomic_load_n(&m_index[i], __ATOMIC_SEQ_CST);
+  };
   State second;
-  for (size_t i = 0; i < state.size(); ++i) state[i] = load(i);
-  for (size_t i = 0; i < state.size(); ++i) second[i] = load(state.size() + i);
+  for (std::size_t i = 0; i < state.size(); ++i) state[i] = load(i);
+  for (std::size_t i = 0; i < state.size(); ++i) second[i] = load(state.size() + i);
   return state == second && state[kIsInit] != 0;
 }
