@@ -4,12 +4,12 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <variant>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include <CFG/CFG_Protocol.h>
 #include <connection/Conn_Server.h>
@@ -39,7 +39,7 @@ class ScriptedService : public Conn_Handler {
     settings.response_prefix = cfg::protocol::RESPONSE_PREFIX;
     m_server = std::make_unique<Conn_Server>(settings, *this);
     std::string reason;
-    EXPECT_TRUE(m_server->start(reason)) << reason;
+    if (!m_server->start(reason)) throw std::runtime_error(reason);
   }
   ~ScriptedService() override { m_server->stop(std::chrono::seconds(1)); }
 
