@@ -60,6 +60,9 @@ class RequestReader {
     std::string_view found;
     if (!m_form.ReadString(field, found)) return missing(what);
     if (found.find('\0') != found.npos) return fail(std::string(what) + " holds a NUL byte");
+    if (field != CFG_FLD_VALUE && found.size() > MAX_TEXT) {
+      return fail(std::string(what) + " is longer than " + std::to_string(MAX_TEXT) + " bytes");
+    }
     assign(out, found);
     return true;
   }

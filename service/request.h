@@ -32,6 +32,8 @@ struct Request {
 
 // Most rules of one request: as many candidates are read.
 constexpr int MAX_RULES = 1000;
+// Bytes of a text that is no value: these are kept with the session, and written to the log.
+constexpr size_t MAX_TEXT = 8192;
 
 // Reads the header, the token when there is one, and the arguments of `row`. False with what is
 // wrong: a field that is missing, out of place or not well formed, one too many, a NUL byte in a

@@ -71,7 +71,7 @@ TEST(Requests, ArgumentsStandInTheOrderOfTheTable) {
 }
 
 TEST(Requests, WhatIsMissingOrTooMuchIsNamed) {
-  Fields none, half, wrong_order, no_value, more, nul, many, negative;
+  Fields none, half, wrong_order, no_value, more, nul, many, negative, long_user, long_value;
   half.text(CFG_FLD_USER_NAME, "mia");
   wrong_order.header().text(CFG_FLD_VALUE, "v").text(CFG_FLD_PATH, "p");
   no_value.header().text(CFG_FLD_PATH, "p");
@@ -79,6 +79,9 @@ TEST(Requests, WhatIsMissingOrTooMuchIsNamed) {
   nul.header().text(CFG_FLD_PATH, std::string_view(with_nul, 3));
   many.header().text(CFG_FLD_PATH, "p").number(CFG_FLD_COUNT, 1001);
   negative.header().text(CFG_FLD_PATH, "p").number(CFG_FLD_COUNT, -1);
+  const std::string long_text(service::MAX_TEXT + 1, 'x');
+  long_user.text(CFG_FLD_USER_NAME, long_text).text(CFG_FLD_APPLICATION, "viewer");
+  long_value.header().text(CFG_FLD_PATH, "p").text(CFG_FLD_VALUE, long_text);
   const struct {
     Fields& fields;
     const char* command;
@@ -91,6 +94,8 @@ TEST(Requests, WhatIsMissingOrTooMuchIsNamed) {
       {more, "CFG_SET_VALUE", "there is more than its arguments"},
       {nul, "CFG_GET_VAL", "the path holds a NUL byte"},
       {many, "CFG_GET_SUB_MERGE", "1001 rules are not between 0 and 1000"},
+      {long_user, "CFG_GET_VAL", "the user is longer than 8192 bytes"},
+      {long_value, "CFG_SET_VALUE", "read"},
       {negative, "CFG_GET_SUB_MERGE", "-1 rules are not between 0 and 1000"},
   };
   Caller caller;
