@@ -146,7 +146,15 @@ bool Service::is_admitted(Conn_Session& connection, const Session& session) {
 
 void Service::post(SessionPtr connection, Job job) {
   m_workers->post([connection = std::move(connection), job = std::move(job)] {
-    job(*connection, session_of(*connection));
+    Session& session = session_of(*connection);
+    try {
+      job(*connection, session);
+    } catch (const std::exception& failure) {  // such as no memory
+      logger.error("%s: %s %s failed: %s\n", session.caller.text(), session.request.row->name,
+                   session.request.path, failure.what());
+      connection->close();
+      connection->refuse("the request failed");
+    }
   });
 }
 
@@ -199,8 +207,8 @@ void Service::change(Conn_Session& connection, Session& session) {
                 [this](Conn_Session& c, Session& s) { answer_from_store(c, s); });
   }
   when_it_may_write(connection, [this](Conn_Session& c, Session& s) {
+    const WriteTurnGuard turn(m_turn);
     answer_from_store(c, s);
-    m_turn.give_back();
   });
 }
 
@@ -234,11 +242,10 @@ void Service::session_command(Conn_Session& connection, Session& session) {
 void Service::lock(Conn_Session& connection, Session& session) {
   if (session.has_lock()) return answer_success(connection, TRUE);
   when_it_may_write(connection, [this](Conn_Session& c, Session& s) {
+    WriteTurnGuard turn(m_turn);
     s.store = m_stores.lease();
-    if (!s.store) {
-      m_turn.give_back();
-      return c.refuse("the service cannot reach its store");
-    }
+    if (!s.store) return c.refuse("the service cannot reach its store");
+    turn.keep();
     const int code = s.store->Lock();
     s.locked_since = Clock::now();
     {
@@ -398,11 +405,11 @@ void Service::purge_deletions() {
   m_turn.ask(Clock::now() + seconds(m_settings.write_wait), [this](bool is_granted) {
     if (!is_granted) return;
     m_workers->post([this] {
+      const WriteTurnGuard turn(m_turn);
       const Stores::Lease store = m_stores.lease();
       const int gone =
           store ? store->PurgeDeletedEntries(static_cast<int>(m_settings.keep_deletions)) : -1;
       if (gone > 0) logger.info("%d deletions are older than they are kept for\n", gone);
-      m_turn.give_back();
     });
   });
 }

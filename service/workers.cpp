@@ -1,6 +1,14 @@
 #include "workers.h"
 
+#include <exception>
+
+#include <logging/Logger.h>
+
 namespace service {
+
+namespace {
+constexpr Log_Logger logger("service/workers", 508);
+}
 
 class Workers::Worker : public Thread {
  public:
@@ -9,7 +17,13 @@ class Workers::Worker : public Thread {
 
  private:
   void Run() override {
-    for (std::function<void()> job; m_owner.take(job); job = nullptr) job();
+    for (std::function<void()> job; m_owner.take(job); job = nullptr) run(job);
+  }
+  // The others go on.
+  static void run(const std::function<void()>& job) try {
+    job();
+  } catch (const std::exception& failure) {
+    logger.error("a job failed: %s\n", failure.what());
   }
 
   Workers& m_owner;

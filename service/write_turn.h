@@ -34,4 +34,19 @@ class WriteTurn {
   std::deque<Waiting> m_waiting THREADAPI_GUARDED_BY(m_mutex);
 };
 
+// Gives a turn back at its end, whatever happens, unless it is kept.
+class WriteTurnGuard {
+ public:
+  explicit WriteTurnGuard(WriteTurn& turn) : m_turn(&turn) {}
+  WriteTurnGuard(const WriteTurnGuard&) = delete;
+  WriteTurnGuard& operator=(const WriteTurnGuard&) = delete;
+  ~WriteTurnGuard() {
+    if (m_turn) m_turn->give_back();
+  }
+  void keep() { m_turn = nullptr; }
+
+ private:
+  WriteTurn* m_turn;
+};
+
 }  // namespace service

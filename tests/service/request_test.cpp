@@ -1,8 +1,12 @@
 // Requests taken apart, and whose turn it is to write.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <new>
+
 #include <connection/Conn_Form.h>
 #include <service/request.h>
+#include <service/workers.h>
 #include <service/write_turn.h>
 
 namespace {
@@ -125,6 +129,21 @@ TEST(Turns, GoByTheOrderOfAskingAndTheLateAreRefused) {
   turn.give_back();
   asks('e', later);
   EXPECT_EQ(order, "aBcde");
+}
+
+TEST(Workers, GoOnAfterAJobThatFails) {
+  std::atomic<int> done{0};
+  {
+    service::WriteTurn turn;
+    service::Workers workers(1);
+    turn.ask(Clock::now(), [](bool) {});
+    workers.post([&] {
+      const service::WriteTurnGuard guard(turn);
+      throw std::bad_alloc();
+    });
+    workers.post([&] { turn.ask(Clock::now(), [&](bool is_granted) { done += is_granted; }); });
+  }
+  EXPECT_EQ(done, 1);
 }
 
 }  // namespace
