@@ -163,7 +163,14 @@ void Service::post(SessionPtr connection, Job job) {
 void Service::answer(Conn_Session& connection, Session& session, StoreRepository& store) {
   int result = 0;
   std::string reason;
-  const bool is_done = carry_out(store, session.request, connection.answer(), result, reason);
+  store.TakeFailure();
+  bool is_done = carry_out(store, session.request, connection.answer(), result, reason);
+  // An empty answer would say that there is nothing.
+  const std::string failure = store.TakeFailure();
+  if (!failure.empty() && (session.request.row->effect == Effect::READS || !result)) {
+    is_done = false;
+    reason = "the store failed: " + failure;
+  }
   if (session.request.row->effect == Effect::CHANGES) {
     log_change(session, !result              ? "refused"
                         : session.has_lock() ? "done, not yet committed"
@@ -264,7 +271,9 @@ void Service::unlock(Conn_Session& connection, Session& session) {
     log_change(s, !code         ? "the commit failed, nothing is changed"
                   : has_changes ? "committed"
                                 : "nothing to commit");
+    const std::string failure = s.store->TakeFailure();
     leave_lock(s);
+    if (!code && !failure.empty()) return c.refuse("the store failed: " + failure);
     answer_success(c, code);
   });
 }

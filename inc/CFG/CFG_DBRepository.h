@@ -136,6 +136,8 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   void SetWriteWait(int milliseconds);
   // The database's own check of what it holds; false with the reason.
   bool CheckIntegrity(std::string& reason);
+  // Why the database failed since the last call; empty when it did not.
+  std::string TakeFailure();
   // Forgets deletions of more than so many days ago. How many went, -1 on failure.
   int PurgeDeletedEntries(int days);
 

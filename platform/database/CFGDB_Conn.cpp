@@ -1,6 +1,7 @@
 #include <database/CFGDB_Conn.h>
 
 #include <algorithm>
+#include <utility>
 
 #include <database/CFGDB_Conn_Use.h>
 #include <database/Db_Module.h>
@@ -50,7 +51,19 @@ void CFGDB_Conn::disconnect() {
   m_store.reset();
 }
 
+void CFGDB_Conn::note_failure(const std::string& why) {
+  if (!m_has_failed.exchange(true)) m_failure = why;
+}
+
+std::string CFGDB_Conn::TakeFailure() {
+  if (!m_has_failed) return {};
+  const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
+  m_has_failed = false;
+  return std::exchange(m_failure, {});
+}
+
 bool CFGDB_Conn::reject(const char* op, std::string_view path, const std::string& why) {
+  note_failure(why);
   return logger.reject(false, "%s: path <%s>: %s\n", op, path, why);
 }
 
@@ -94,6 +107,7 @@ bool CFGDB_Conn::commit_pending(const char* op) {
   if (m_is_lost) {
     m_is_lost = false;
     uncommitted = 0;
+    note_failure("the changes were lost in a failure before");
     return logger.reject(false, "%s: the changes were lost in a failure before\n", op);
   }
   if (!m_is_changing) return is_settled;
@@ -101,6 +115,7 @@ bool CFGDB_Conn::commit_pending(const char* op) {
   if (!m_is_changed) m_store->rollback();
   forget_transaction();
   if (is_done) return true;
+  note_failure(m_store->error());
   return logger.reject(false, "%s: the changes are lost: %s\n", op, m_store->error());
 }
 
@@ -137,8 +152,9 @@ int CFGDB_Conn::end(const char* op, std::string_view path, int commit) {
   return COMMIT_ERROR;
 }
 
+// By the rules of the tree: the store has not failed.
 int CFGDB_Conn::refuse(const char* op, std::string_view path, int code, const char* why) {
-  reject(op, path, why);
+  logger.error("%s: path <%s>: %s\n", op, path, why);
   if (m_auto_commit && m_is_changing) {
     m_store->rollback();
     forget_transaction();

@@ -1,6 +1,7 @@
 // One connection to the configuration's database.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -57,6 +58,9 @@ class HALVORIA_API CFGDB_Conn {
   int Init(const RWCString& conn_string, const RWCString& user, bool sql_trace);
   void disconnect();
   bool is_connected() const { return m_store != nullptr; }
+  // What the store said when it failed for the first time since the last call of this; empty when
+  // it did not. An empty answer alone does not tell what is not there from what cannot be read.
+  std::string TakeFailure();
 
   // --- transactions ---------------------------------------------------------------------------
 
@@ -165,6 +169,7 @@ class HALVORIA_API CFGDB_Conn {
   // Of every operation: waits for those of other threads, and carries a held removal out.
   class Use;
 
+  void note_failure(const std::string& why);
   bool reject(const char* op, std::string_view path, const std::string& why);
   bool is_usable(const char* op, std::string_view path);
   bool reconnect();
@@ -189,6 +194,8 @@ class HALVORIA_API CFGDB_Conn {
 
   std::unique_ptr<Db_Store> m_store;
   std::string m_conn_string, m_user, m_session;
+  std::string m_failure;
+  std::atomic<bool> m_has_failed{false};  // there is one, to be looked at without waiting
   bool m_sql_trace = false;
   int m_auto_commit = 1;
   int m_write_wait = 10000;

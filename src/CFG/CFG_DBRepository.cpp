@@ -137,6 +137,9 @@ bool CFG_DBRepository::CheckIntegrity(std::string& reason) {
   return ask("CheckIntegrity(std::string&)",
              [&](CFGDB_Conn& db) { return db.CheckIntegrity(reason); });
 }
+std::string CFG_DBRepository::TakeFailure() {
+  return ask("TakeFailure()", [](CFGDB_Conn& db) { return db.TakeFailure(); });
+}
 int CFG_DBRepository::PurgeDeletedEntries(int days) {
   const Step one_step(m_changes);
   CFGDB_Conn* const db = m_connection;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <thread>
 
+#include <sqlite3.h>
 #include <asio.hpp>
 
 #include <CFG/CFG_Connector.h>
@@ -39,6 +40,7 @@ class ServiceWorld {
     properties.SetProperty("HALVORIA_REMOTE_SERVER_PORT", std::to_string(m_service->port()));
   }
   service::Service& service() { return *m_service; }
+  std::string store_file() const { return (m_folder / "tree.sqlite").string(); }
 
   // A client that sends what it likes.
   tcp::socket raw() {
@@ -157,6 +159,33 @@ TEST(Sessions, ClientsThatDoNotBehaveDisturbNobody) {
     EXPECT_TRUE(error) << "the connection is still open";
   }
   EXPECT_EQ(good.GetValue(path), "x");
+}
+
+// Who asks must not take a store that fails for an empty one.
+TEST(Sessions, AStoreThatFailsIsNotAnEmptyTree) {
+  ServiceWorld world;
+  Client client;
+  ASSERT_TRUE(client.SetValue(path, "x"));
+  sqlite3* file = nullptr;
+  ASSERT_EQ(sqlite3_open(world.store_file().c_str(), &file), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(file, "ALTER TABLE entry RENAME TO gone", nullptr, nullptr, nullptr), 0);
+  const std::function<bool()> requests[] = {
+      [&] { return !client.GetValue(path).isNull(); },
+      [&] { return client.IsSubTreeExist("halvoria") != 0; },
+      [&] { return client.GetSubTreeEntriesCount("halvoria") != 0; },
+      [&] { return std::unique_ptr<String_Arr>(client.GetSubTreePaths("halvoria")) != nullptr; },
+      [&] { return client.SetValue(path, "y") != 0; },
+  };
+  for (const auto& request : requests) {
+    const Log_Capture log;
+    EXPECT_FALSE(request());
+    EXPECT_TRUE(log.has("refused the request: the store failed: ")) << log.text();
+  }
+  ASSERT_EQ(sqlite3_exec(file, "ALTER TABLE gone RENAME TO entry", nullptr, nullptr, nullptr), 0);
+  sqlite3_close(file);
+  EXPECT_EQ(client.GetValue(path), "x");
+  EXPECT_EQ(client.GetValue("halvoria\\none"), "");
+  EXPECT_TRUE(client.SetValue(path, "y"));
 }
 
 TEST(Sessions, ManyTreesAreSentOneAfterTheOther) {
