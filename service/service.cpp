@@ -71,7 +71,7 @@ bool Service::start(std::string& reason) {
   for (int64_t i = 0; i < m_settings.threads; ++i) {
     m_quick_stores.push_back(m_stores.lease());
     if (m_quick_stores.back()) continue;
-    reason = "cannot open the store " + m_settings.store;
+    reason = "cannot open the store " + without_password(m_settings.store);
     return false;
   }
   // Whether the paths of writes are checked is a setting of the tree.
@@ -400,13 +400,15 @@ void Service::end_old_transaction() {
   const int64_t most =
       session.is_extended ? m_settings.extended_transaction_time : m_settings.transaction_time;
   if (Clock::now() < session.locked_since.load() + seconds(most)) return;
+  {
+    // Who has given it back meanwhile may stay, and whoever has it now.
+    const MutexGuard guard(m_mutex);
+    if (m_lock_holder.lock() != holder) return;
+    m_lock_holder.reset();
+  }
   logger.warning(
       "session %Iu from %s holds the lock for more than %Id s: its connection is closed\n",
       static_cast<size_t>(holder->id()), holder->peer(), static_cast<ptrdiff_t>(most));
-  {
-    const MutexGuard guard(m_mutex);
-    m_lock_holder.reset();
-  }
   holder->close();
 }
 
