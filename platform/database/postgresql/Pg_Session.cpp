@@ -64,7 +64,7 @@ bool Pg_Session::open(const std::string& connection, const std::string& user,
 bool Pg_Session::connect() {
   PQfinish(m_handle);
   m_is_prepared.fill(false);
-  m_is_in_transaction = false;
+  m_is_in_transaction = m_is_stuck = false;
   const char* const names[] = {"connect_timeout", "application_name",
                                m_user.empty() ? "fallback_application_name" : "user", "dbname",
                                nullptr};
@@ -185,7 +185,8 @@ Pg_Result Pg_Session::try_call(const std::vector<Pg_Call>& calls, const char* wh
     while (result && (result = PQgetResult(m_handle))) PQclear(result);
   }
   if (is_sent) PQclear(PQgetResult(m_handle));  // of the end of the pipeline
-  PQexitPipelineMode(m_handle);
+  // A connection that broke meanwhile stays in this mode, in which nothing else can be asked.
+  m_is_stuck = !PQexitPipelineMode(m_handle);
   return is_failed ? nullptr : std::move(last);
 }
 

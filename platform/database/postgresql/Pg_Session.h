@@ -124,7 +124,7 @@ class Pg_Session {
  private:
   bool connect();
   bool is_alive();
-  bool is_lost() const { return PQstatus(m_handle) != CONNECTION_OK; }
+  bool is_lost() const { return m_is_stuck || PQstatus(m_handle) != CONNECTION_OK; }
   bool prepare(Pg_Sql sql);
   bool send(Pg_Sql sql, const Pg_Values& values);
   Pg_Result check(PGresult* result, const char* what);
@@ -136,6 +136,7 @@ class Pg_Session {
   bool (*m_set_up)(Pg_Session&) = nullptr;
   std::array<bool, static_cast<size_t>(Pg_Sql::END)> m_is_prepared{};
   bool m_is_in_transaction = false;
+  bool m_is_stuck = false;
   Pg_Cursor* m_reading = nullptr;  // its rows are still to come on the connection
   std::string m_error, m_state;
   Db_Store::Trace m_trace = nullptr;

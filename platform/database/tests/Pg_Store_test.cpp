@@ -60,6 +60,16 @@ TEST_F(PostgresServer, IsReachedAgainAfterTheConnectionWasLost) {
   m_conn->SetAutoCommit(1);
   EXPECT_EQ(set("t\\f", "6"), CFGDB_Conn::OK);
   EXPECT_EQ(m_conn->GetSubTreeEntriesCount("t"), 3);
+
+  // Lost by the commit itself: what is asked next is asked anew.
+  m_conn->SetAutoCommit(0);
+  ASSERT_EQ(set("t\\g", "7"), CFGDB_Conn::OK);
+  m_server->disconnect_clients();
+  EXPECT_EQ(m_conn->Commit(0), 0);
+  EXPECT_NE(m_conn->TakeFailure(), "");
+  EXPECT_STREQ(m_conn->GetValue("t\\a").data(), "1");
+  EXPECT_STREQ(m_conn->GetValue("t\\g").data(), "");
+  EXPECT_EQ(m_conn->TakeFailure(), "");
 }
 
 TEST_F(PostgresServer, IsRefusedWithTheReason) {
