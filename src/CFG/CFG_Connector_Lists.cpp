@@ -99,6 +99,8 @@ Tree_NodePtr CFG_Connector::GetQueryTreePaths(CFG_Conn_ClientHelper& helper, RWC
     }
     has_more = has_more && is_next;
   }
+  // What came before the connection broke, or the service gave up, is no tree.
+  if (!helper.IsValid()) return Tree_NodePtr();
   helper.ConsumeForm();
   logger.detail("GetQueryTreePaths: %s - Synchronized %d paths\n", tree_path, count);
   if (count > kTooManyPaths) {

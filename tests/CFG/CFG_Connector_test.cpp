@@ -289,6 +289,15 @@ TEST_F(Connector, BuildsTreesFromChunksHoweverTheyAreCut) {
   }
 }
 
+TEST_F(Connector, ATreeThatIsBrokenOffIsNone) {
+  m_service.on("CFG_GET_SUB_SEQ", {{{{4, "k"s}, {8, "v\0001\0"s}}}, Answer::REFUSE_BEHIND});
+  const Log_Capture capture;
+  RWCString seq, path;
+  EXPECT_EQ(shown(m_connector.GetSubTreeBySeqNumber("p", seq, path, false)), "NULL");
+  EXPECT_TRUE(capture.has("refused the request: because")) << capture.text();
+  EXPECT_EQ(m_connector.GetMaxSeqNumber(), "") << "nothing of the answer is left";
+}
+
 TEST_F(Connector, WarnsOfTreesWithMoreThanHalfAMillionRecords) {
   std::vector<Frame> frames = {{{4, "k"s}}};
   std::string chunk;

@@ -24,7 +24,7 @@ using Frame = std::vector<Field>;
 // What the service does with a request.
 struct Answer {
   std::vector<Frame> frames{{}};
-  enum { FORM, OTHER_NAME, REFUSE, CLOSE, NOTHING } how = FORM;
+  enum { FORM, OTHER_NAME, REFUSE, REFUSE_BEHIND, CLOSE, NOTHING } how = FORM;
 };
 
 inline Answer answer_of(Frame frame) { return {{std::move(frame)}}; }
@@ -88,11 +88,14 @@ class ScriptedService : public Conn_Handler {
       return session.skip();
     }
     if (answer.how == Answer::OTHER_NAME) session.answer().begin("CFG_RES_OTHER");
-    send(session, std::make_shared<std::deque<Frame>>(answer.frames.begin(), answer.frames.end()));
+    if (answer.how == Answer::REFUSE_BEHIND) answer.frames.push_back({});
+    send(session, std::make_shared<std::deque<Frame>>(answer.frames.begin(), answer.frames.end()),
+         answer.how == Answer::REFUSE_BEHIND);
   }
 
  private:
-  static void send(Conn_Session& session, std::shared_ptr<std::deque<Frame>> frames) {
+  static void send(Conn_Session& session, std::shared_ptr<std::deque<Frame>> frames,
+                   bool ends_refused) {
     for (const Field& field : frames->front()) {
       const auto number = static_cast<uint32_t>(cfg::protocol::CFG_SERVICE_ID + field.number);
       if (const long* value = std::get_if<long>(&field.value)) {
@@ -102,9 +105,9 @@ class ScriptedService : public Conn_Handler {
       }
     }
     frames->pop_front();
-    if (frames->empty()) return session.finish();
-    session.send_part([held = session.shared_from_this(), frames](bool is_there) {
-      is_there ? send(*held, frames) : held->skip();
+    if (frames->empty()) return ends_refused ? session.refuse("because") : session.finish();
+    session.send_part([held = session.shared_from_this(), frames, ends_refused](bool is_there) {
+      is_there ? send(*held, frames, ends_refused) : held->skip();
     });
   }
 
