@@ -44,6 +44,25 @@ std::unique_ptr<spdlog::formatter> text_formatter() {
   return formatter;
 }
 
+// One line a message: what others sent, and a message quotes, can't pass for a line of its own or
+// move the cursor of whoever looks at it. Empty when the text can stay as it is.
+std::string in_one_line(std::string_view text) {
+  const auto is_control = [](char c) { return (c >= 0 && c < ' ' && c != '\t') || c == '\x7f'; };
+  if (std::none_of(text.begin(), text.end(), is_control)) return {};
+  std::string line;
+  for (const char c : text) {
+    constexpr char digits[] = "0123456789abcdef";
+    if (c == '\n') {
+      line += "\n\t";  // goes on, and shows it
+    } else if (is_control(c)) {
+      line.append("\\x").append({digits[c >> 4], digits[c & 15]});
+    } else {
+      line += c;
+    }
+  }
+  return line;
+}
+
 // One JSON object a line. Bytes that are not UTF-8 become U+FFFD, since JSON can't
 // carry them.
 class JsonFormatter : public spdlog::formatter {
@@ -73,14 +92,16 @@ class JsonFormatter : public spdlog::formatter {
 class SpdlogSink : public Log_Sink {
  public:
   SpdlogSink(std::unique_ptr<spdlog::sinks::sink> sink,
-             std::unique_ptr<spdlog::formatter> formatter)
-      : m_sink(std::move(sink)) {
+             std::unique_ptr<spdlog::formatter> formatter, bool is_text)
+      : m_sink(std::move(sink)), m_is_text(is_text) {
     m_sink->set_level(spdlog::level::trace);
     m_sink->set_formatter(std::move(formatter));
   }
 
   void write(const Log_Origin& origin, std::string_view text) noexcept override try {
     while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+    const std::string line = m_is_text ? in_one_line(text) : "";
+    if (!line.empty()) text = line;
     const std::string module = std::to_string(origin.module);
     m_sink->log(spdlog::details::log_msg({origin.file, origin.line, origin.function}, module,
                                          kSpdLevels[origin.level & 7], text));
@@ -91,6 +112,7 @@ class SpdlogSink : public Log_Sink {
 
  private:
   std::unique_ptr<spdlog::sinks::sink> m_sink;
+  const bool m_is_text;
 };
 
 std::unique_ptr<spdlog::sinks::sink> open_file(const Log_Settings& settings) {
@@ -113,12 +135,13 @@ std::unique_ptr<spdlog::sinks::sink> open_file(const Log_Settings& settings) {
 std::unique_ptr<Log_Sink> Log_Sink::open(const Log_Settings& settings, std::string& why) try {
   if (settings.output == Log_Settings::TO_STDERR) {
     return std::make_unique<SpdlogSink>(std::make_unique<spdlog::sinks::stderr_color_sink_st>(),
-                                        text_formatter());
+                                        text_formatter(), true);
   }
   if (settings.file.empty()) return why = "the output is a file and no path is given", nullptr;
   const bool as_json = settings.output == Log_Settings::TO_JSON;
   return std::make_unique<SpdlogSink>(
-      open_file(settings), as_json ? std::make_unique<JsonFormatter>() : text_formatter());
+      open_file(settings), as_json ? std::make_unique<JsonFormatter>() : text_formatter(),
+      !as_json);
 } catch (const std::exception& failure) {
   why = failure.what();
   return nullptr;

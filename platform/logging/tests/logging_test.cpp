@@ -240,9 +240,11 @@ TEST(LogOutput, WritesOneLineEndAndWholeJsonObjects) {
   const Folder folder;
   const std::string text = folder.file("text.log"), json = folder.file("json.log");
   ASSERT_TRUE(TmrGLog.Apply(to_file(Log_Settings::TO_FILE, text)));
-  for (const char* message : {"none", "one\n", "two\n\n"}) logger.error("%s", message);
+  for (const char* message : {"none", "one\n", "two\n\n", "\x1b[2Jthree\nmore"})
+    logger.error("%s", message);
   EXPECT_THAT(lines_of(text),
-              ElementsAre(HasSubstr(": none"), HasSubstr(": one"), HasSubstr(": two")));
+              ElementsAre(HasSubstr(": none"), HasSubstr(": one"), HasSubstr(": two"),
+                          HasSubstr(": \\x1b[2Jthree"), "\tmore"));
   ASSERT_TRUE(TmrGLog.Apply(to_file(Log_Settings::TO_JSON, json)));
   logger.severe("say \"%s\"\n\x01 \xFF\n", "x\\y");
   const auto lines = lines_of(json);
