@@ -22,7 +22,8 @@ class Db_TreeQuery;
 
 // The rules of the stored tree over a Db_Store: keys and values by full path, parents made on
 // demand, changes numbered, deletions kept. Paths are full, lower-cased and without
-// placeholders; `%` as a component of a wildcard path stands for any key.
+// placeholders; `%` as a component of a wildcard path stands for any key. Neither they nor values
+// hold NUL bytes: such records are refused, since they could not be sent.
 //
 // A change begins a store transaction when none is open. With auto-commit on, an operation
 // whose `commit` argument is not 0 ends it; one with 0 leaves it for the next operation of

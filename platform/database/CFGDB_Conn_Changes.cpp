@@ -7,11 +7,8 @@
 
 namespace {
 
-// Also for the indexes of the stores, which take no longer path.
-const char* fault_of(std::string_view path) {
-  if (path.empty()) return "an empty path is no place";
-  if (path.size() > DB_PATH_BYTES) return "the path is longer than 2600 bytes";
-  return nullptr;
+const char* fault_of(std::string_view path, std::string_view value = std::string_view()) {
+  return path.empty() ? "an empty path is no place" : Db_FaultOf(path, value);
 }
 
 }  // namespace
@@ -60,7 +57,8 @@ int CFGDB_Conn::InsertLine(const Tree_NodeInfo& record, int commit, bool) {
   const Db_Path at(path);
   const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
   if (!is_usable(op, at)) return DB_ERROR;
-  if (const char* fault = fault_of(at)) return refuse(op, at, DB_ERROR, fault);
+  const std::string_view value = record.ValueView();
+  if (const char* fault = fault_of(at, value)) return refuse(op, at, DB_ERROR, fault);
   if (begin(op, at) != OK) return DB_ERROR;
   std::string old;
   bool is_there = m_removal.is_held && m_removal.path == std::string_view(at);
@@ -73,7 +71,6 @@ int CFGDB_Conn::InsertLine(const Tree_NodeInfo& record, int commit, bool) {
     if (result == Db_Result::FAILED) return lose(op, at);
     is_there = result == Db_Result::OK;
   }
-  const std::string_view value = record.ValueView();
   if (is_there && old.empty() && !value.empty()) {
     return refuse(op, at, DB_ERROR, "it is a key, no value can be there");
   }

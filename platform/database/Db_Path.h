@@ -10,6 +10,15 @@
 // Longer paths are refused: the indexes of PostgreSQL take no more.
 constexpr size_t DB_PATH_BYTES = 2600;
 
+// What keeps a row out of every store; null when nothing does. Trees are sent as texts that end
+// with a NUL byte.
+inline const char* Db_FaultOf(std::string_view path, std::string_view value) {
+  if (path.size() > DB_PATH_BYTES) return "the path is longer than 2600 bytes";
+  if (path.find('\0') != path.npos) return "the path holds a NUL byte";
+  if (value.find('\0') != value.npos) return "the value holds a NUL byte";
+  return nullptr;
+}
+
 // A path without empty components; the text it was made of must outlive it.
 class Db_Path {
  public:

@@ -40,7 +40,7 @@ const char* Db_Replacement::take(const Tmr_PtrSortedVector<Tree_NodeInfo>& recor
 
 const char* Db_Replacement::fault_of(const Db_Entry& row) {
   if (row.path.empty() || row.path.back() == '\\') return "it has no name";
-  if (row.path.size() > DB_PATH_BYTES) return "the path is longer than 2600 bytes";
+  if (const char* fault = Db_FaultOf(row.path, row.value)) return fault;
   if (&row == m_rows.data()) {
     return Tree_Path::HasEmptyComponent(row.path) ? "a component has no name" : nullptr;
   }

@@ -6,7 +6,9 @@
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/paths.h>
 #include <database/CFGDB_Conn.h>
+#include <database/Db_Path.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Walk.h>
 
 using cfg::actual_string;
 using Step = std::lock_guard<std::recursive_mutex>;
@@ -18,12 +20,20 @@ constexpr Log_Logger logger("src/CFG/CFG_DBRepository", 502);
 constexpr char kRoot[] = "halvoria";
 constexpr char kBelowRoot[] = "halvoria\\";
 
-// The tree at `node` as rows in order of path.
+// The tree at `node` as rows in order of path, which are in lower case whoever made the tree. Ends
+// at the first path that is too long to be written: each row has its whole path, so that all rows
+// of a long chain of keys would take the square of its length.
 std::unique_ptr<Tmr_PtrSortedVector<Tree_NodeInfo>> rows_of(const Tree_NodePtr& node,
                                                             const RWCString& path) {
   const auto count = static_cast<size_t>(node->GetNodeNum());
   auto rows = std::make_unique<Tmr_PtrSortedVector<Tree_NodeInfo>>(count);
-  Tree_Node::ConvertTreeNodeToVec(node, path, rows.get());
+  for (Tree_PathsWalk walk(node.get(), path); walk; walk.Next()) {
+    std::string row = walk.Path();
+    if (cfg::scan_for_change(row) & (cfg::CAPITAL | cfg::HIGH_BYTE)) cfg::to_lower(row);
+    rows->append(new Tree_NodeInfo(RWCString(row), RWCString(walk->GetText())));
+    if (walk.Path().size() > DB_PATH_BYTES) break;
+  }
+  rows->sort();
   return rows;
 }
 
@@ -240,7 +250,9 @@ int CFG_DBRepository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString
   return WriteSubTree(data, actual);
 }
 
-int CFG_DBRepository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) {
+int CFG_DBRepository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& given) {
+  const actual_string actual(given);
+  const RWCString& path = actual;
   logger.info("Start WriteSubTree for path <%s>\n", path);
   if (!sub_tree) {
     return logger.reject(FALSE, "path <%s> sub tree data is null, return FALSE\n", path);

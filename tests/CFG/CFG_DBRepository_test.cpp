@@ -194,6 +194,36 @@ TEST_P(Database, LeavesNoHalfOfAChange) {
   EXPECT_FALSE(m_repository->HasPendingChanges());
 }
 
+// Trees come from others, too: with what no tree that is made here has.
+TEST_P(Database, KeepsTreesOutThatCouldNotBeFoundOrSent) {
+  write(tree_of("halvoria", {{"k\\v", "1"}}));
+  const Tree_NodePtr capitals(new Tree_Node("New"));
+  capitals->AddValue("Name", "x", 0);
+  CFG_SubTree found(capitals);
+  EXPECT_TRUE(m_repository->AddOrReplaceSubTree(&found, "Halvoria\\K"));
+  EXPECT_EQ(m_repository->GetValue("halvoria\\k\\new\\name"), "x");
+  EXPECT_EQ(content(), "halvoria{k{new{name=x} v=1}}");
+
+  const Tree_NodePtr nul(new Tree_Node("nul")), chain(new Tree_Node("chain"));
+  nul->AddValue("text", std::string_view("a\0b", 3), 0);
+  Tree_Node* last = chain.get();
+  for (int i = 0; i < 20000; ++i) last = last->AddKey("d");
+  const struct {
+    const Tree_NodePtr& tree;
+    const char* reason;
+  } cases[] = {{nul, "nul\\text>: the value holds a NUL byte"},
+               {chain, "d>: the path is longer than 2600 bytes"}};
+  for (const auto& c : cases) {
+    const Log_Capture log;
+    CFG_SubTree tree(c.tree);
+    EXPECT_FALSE(m_repository->AddOrReplaceSubTree(&tree, "halvoria"));
+    EXPECT_TRUE(log.has(c.reason)) << log.text();
+    EXPECT_LT(log.text().size(), 10000u);
+  }
+  EXPECT_FALSE(m_repository->SetValue("halvoria\\n", RWCString(std::string_view("a\0b", 3))));
+  EXPECT_EQ(content(), "halvoria{k{new{name=x} v=1}}");
+}
+
 TEST_P(Database, ServesSeveralThreads) {
   write(tree_of("halvoria", {{"a", "1"}}));
   std::vector<std::thread> threads;

@@ -61,11 +61,13 @@ TEST_P(Database, KeepsValuesAndKeysApart) {
   EXPECT_EQ(number(), 4);
 }
 
-TEST_P(Database, KeepsAnyBytesAndLongTexts) {
-  const std::string odd("\0\xff\x80' \"\\%_\n", 10), big(3 << 20, 'b');
+TEST_P(Database, KeepsAnyBytesButNulAndLongTexts) {
+  const std::string odd("\x01\xff\x80' \"\\%_\n"), big(3 << 20, 'b');
   ASSERT_EQ(set("t\\odd", odd), CFGDB_Conn::OK);
   ASSERT_EQ(set("t\\big", big), CFGDB_Conn::OK);
   ASSERT_EQ(write({{"t\\k", ""}, {"t\\k\\\xc3\xa4 '\xff", odd}, {"t\\k\\z", big}}), CFGDB_Conn::OK);
+  EXPECT_EQ(set("t\\nul", std::string("a\0b", 3)), CFGDB_Conn::DB_ERROR);
+  EXPECT_EQ(write({{"t\\n", ""}, {"t\\n\\v", std::string("a\0b", 3)}}), CFGDB_Conn::DB_ERROR);
   EXPECT_EQ(m_conn->GetValue("t\\odd").str(), odd);
   EXPECT_EQ(m_conn->GetValue("t\\k\\z").str(), big);
   const bool is_same =
