@@ -1,5 +1,8 @@
 #include "service.h"
 
+#include <algorithm>
+#include <thread>
+
 #include <logging/Logger.h>
 #include <thread/ThreadEvent.h>
 
@@ -32,6 +35,14 @@ Conn_ServerSettings server_settings(const Settings& settings) {
   return server;
 }
 
+// The clients of a busy service on the same computer need the other half.
+Settings with_threads(Settings settings) {
+  constexpr int64_t most = 8;
+  const int64_t half = std::thread::hardware_concurrency() / 2;
+  if (settings.threads == 0) settings.threads = std::clamp<int64_t>(half, 1, most);
+  return settings;
+}
+
 void log_change(const Session& session, const char* outcome) {
   const Request& request = session.request;
   logger.info(
@@ -60,7 +71,7 @@ class Service::Housekeeper : public Thread {
 };
 
 Service::Service(const Settings& settings)
-    : m_settings(settings),
+    : m_settings(with_threads(settings)),
       m_is_store_local(settings.store.rfind("sqlite:", 0) == 0),
       m_stores(RWCString(settings.store), RWCString(settings.store_user),
                static_cast<int>(settings.write_wait * 1000)) {}

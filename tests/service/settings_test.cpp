@@ -41,7 +41,7 @@ TEST(Settings, FlagsWinOverVariablesOverTheFileOverDefaults) {
   EXPECT_EQ(settings.workers, 8);
   EXPECT_EQ(settings.max_request, 1024 * 1024);
   EXPECT_EQ(settings.store, "sqlite:a");
-  EXPECT_EQ(settings.threads, 2);
+  EXPECT_EQ(settings.threads, 0);
   EXPECT_EQ(origin_of(reader, "port"), "flag");
   EXPECT_EQ(origin_of(reader, "workers"), "SVCFG_WORKERS");
   EXPECT_EQ(origin_of(reader, "store"), file);
