@@ -88,7 +88,8 @@ bool read_file(const std::string& file, Tmr_INI& ini, std::string& fault) {
     const bool is_known = std::any_of(rows.begin(), rows.end(),
                                       [&](const SettingRow& row) { return line_of(row) == name; });
     if (is_known) continue;
-    fault = file + ": there is no setting '" + name + "' (svcfg --help lists them)";
+    fault.assign(file).append(": there is no setting '").append(name);
+    fault.append("' (svcfg --help lists them)");
     return false;
   }
   return true;

@@ -97,7 +97,7 @@ class Sqlite_Statement {
 
   std::string_view text(int column) const {
     const void* bytes = sqlite3_column_blob(m_statement, column);
-    if (!bytes) return std::string_view("", 0);
+    if (!bytes) return "";
     return {static_cast<const char*>(bytes),
             static_cast<size_t>(sqlite3_column_bytes(m_statement, column))};
   }
