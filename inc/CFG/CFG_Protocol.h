@@ -103,8 +103,8 @@ enum class Command : uint8_t {
 constexpr int COMMAND_COUNT = static_cast<int>(Command::GET_SERVER_SYNC_ID) + 1;
 
 struct CommandRow {
-  Command command;
   const char* name;
+  Command command;
   Argument arguments[3];
   Reply reply;
   Effect effect;
