@@ -4,7 +4,7 @@
 
 #include <CFG/CFG_RepositoryServicesImp.h>
 #include "byte_arrays.h"
-#include "xml_documents.h"
+#include "xml/xml_documents.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <string_view>
 
-#include <CFG/detail/xml_layout.h>
+#include <CFG/xml/xml_layout.h>
 #include <logging/Tmr_GLog.h>
-#include "../CFG/import_outcome.h"
+#include "../CFG/xml/import_outcome.h"
 #include "written_document.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include <CFG/detail/xml_writer.h>
+#include <CFG/xml/xml_writer.h>
 #include <tree/Tree_Node.h>
 
 // Ends the process when the tree cannot be written: what was read, can.

@@ -1,0 +1,281 @@
+// Connectors: the pool, the binding of threads in transactions, and updates.
+#include <CFG/CFG_Repository.h>
+
+#include <cstdlib>
+#include <mutex>
+
+#include <CFG/CFG_Connector.h>
+#include <CFG/remote/connector_lease.h>
+#include <logging/Logger.h>
+#include <system/Sys_Environment.h>
+#include <utility/Tmr_CfgINI.h>
+#include <utility/Tmr_StackTrace.h>
+
+using cfg::connector_lease;
+
+namespace {
+
+constexpr Log_Logger logger("src/CFG/CFG_Repository", 502);
+
+enum { TOKEN_PLAIN = 1, TOKEN_TLS = 4 };
+enum { MONITOR_STACK = 2, MONITOR_EXIT = 3 };
+
+// The name of the service's node: the service is the same for all repositories of the process.
+struct ServerNodeName {
+  Mutex mutex;  // held while it is asked for
+  RWCString name THREADAPI_GUARDED_BY(mutex);
+  bool is_cached THREADAPI_GUARDED_BY(mutex) = false;
+};
+
+ServerNodeName& server_node_name() {
+  static ServerNodeName& kept = *new ServerNodeName;
+  return kept;
+}
+
+}  // namespace
+
+CFG_Repository::CFG_Repository() {
+  const MutexGuard guard(m_pool_mutex);
+  m_pool.reserve(5);
+  logger.detail("create CFG_Repository\n");
+}
+
+CFG_Repository::~CFG_Repository() {
+  {
+    ServerNodeName& node = server_node_name();
+    const MutexGuard guard(node.mutex);
+    node.is_cached = false;
+  }
+  const MutexGuard guard(m_pool_mutex);
+  m_pool.clear();
+  for (const auto& [thread, bound] : m_bound) delete bound.connector;
+}
+
+// --- connectors --------------------------------------------------------------------------------
+
+CFG_Connector* CFG_Repository::GetConnector() {
+  std::unique_ptr<CFG_Connector> connector;
+  CFG_Connector* bound = nullptr;
+  {
+    const MutexGuard guard(m_pool_mutex);
+    const auto entry = m_bound.find(std::this_thread::get_id());
+    if (entry != m_bound.end()) {
+      bound = entry->second.connector;
+      logger.trace("CFG_Repository::GetConnector() Using transaction connector\n");
+    } else if (!m_pool.empty()) {
+      connector = std::move(m_pool.front());
+      m_pool.erase(m_pool.begin());
+    }
+  }
+  const char* const kind = bound ? "existing connection" : "new connection";
+  if (const int level = GetMonitorConnStatus()) {
+    logger.warning("calling server monitor level %d using %s connection\n", level,
+                   bound ? "existing" : "new");
+    if (level >= MONITOR_STACK) Tmr_StackTrace::TraceStack();
+    if (level == MONITOR_EXIT) std::_Exit(1);  // each line of the log is written by now
+  }
+  read_statistics_switch();
+  if (!bound && !connector) connector = MakeNewConnector();
+  CFG_Connector* const given = bound ? bound : connector.release();
+  given->SetUser(GetProperty("CurrUser"));
+  given->SetApplication(GetProperty("CurrApp"));
+  given->SetConnectionKind(kind);
+  logger.trace("End get connector\n");
+  return given;
+}
+
+// A key of the parameters file of the process.
+void CFG_Repository::read_statistics_switch() {
+  static std::once_flag is_read;
+  std::call_once(is_read, [] {
+    RWCString text = "no";
+    Tmr_CfgINI::Instance().GetValue("cfg_report_to_cache", text);
+    CFG_Connector::m_report_to_cache = text.compareTo("yes", RWCString::ignoreCase) == 0;
+    logger.trace("report_to_cache = [%s],m_report_to_cache=[%d]\n", text,
+                 CFG_Connector::m_report_to_cache.load());
+  });
+}
+
+std::unique_ptr<CFG_Connector> CFG_Repository::MakeNewConnector() {
+  auto connector = std::make_unique<CFG_Connector>();
+  RWCString server = GetProperty("HALVORIA_REMOTE_SERVER_NAME");
+  RWCString port = GetProperty("HALVORIA_REMOTE_SERVER_PORT");
+  RWCString type = GetProperty("HALVORIA_CONNECTION_TYPE");
+  const bool is_secured =
+      GetProperty("HALVORIA_CONNECTION_PROPERTIES").index("connssl") != RWCString::npos;
+  RWCString local, local_server, local_port;
+  if (Sys_Environment::Get("HALVORIA_USE_LOCAL_SVCFG", local) &&
+      Sys_Environment::Get("HALVORIA_USE_LOCAL_SVCFG_SERVER", local_server) &&
+      Sys_Environment::Get("HALVORIA_USE_LOCAL_SVCFG_PORT", local_port)) {
+    server = local_server;
+    port = local_port;
+    type.clear();
+  }
+  connector->InitConn(server, std::atoi(port.data()), type, "cfg",
+                      is_secured ? TOKEN_TLS : TOKEN_PLAIN, 1);
+  return connector;
+}
+
+void CFG_Repository::FreeConnector(CFG_Connector* connector) {
+  const MutexGuard guard(m_pool_mutex);
+  if (m_bound.count(std::this_thread::get_id())) return;
+  connector->CounterDisconnect();
+  m_pool.emplace_back(connector);
+}
+
+int CFG_Repository::Connect() {
+  const RecursiveThreadMutexWrapper::WriteGuard guard(m_connection_lock);
+  if (m_is_connected) return m_is_connected;
+  SetProperty("CurrUser", "CFG");
+  SetProperty("CurrApp", "CFG");
+  m_is_connected = true;
+  return TRUE;
+}
+
+int CFG_Repository::DisConnect() {
+  logger.trace("DisConnect()\n");
+  const MutexGuard guard(m_pool_mutex);
+  for (const auto& connector : m_pool) connector->Disconnect();
+  return TRUE;
+}
+
+RWCString CFG_Repository::GetServerNodeName() {
+  ServerNodeName& node = server_node_name();
+  const MutexGuard guard(node.mutex);
+  if (node.is_cached) return node.name;
+  const connector_lease connector(*this);
+  logger.trace("Start GetServerNodeName()\n");
+  node.name = connector->GetServerNodeName();
+  node.is_cached = !node.name.isNull();  // a service that did not answer is asked again
+  logger.trace(" GetServerNodeName() - node name is %s\n", node.name);
+  return node.name;
+}
+
+// --- transactions --------------------------------------------------------------------------------
+
+int CFG_Repository::StartTransaction() {
+  const connector_lease connector(*this);
+  logger.trace("StartTransaction()\n");
+  return StartTransaction(connector.get());
+}
+
+int CFG_Repository::StartTransaction(CFG_Connector* connector) {
+  const MutexGuard guard(m_pool_mutex);
+  connector->CountConnect();
+  connector->Conn_SyncConnector::StartTransaction();
+  return m_bound.try_emplace(std::this_thread::get_id(), Bound{connector, false}).second;
+}
+
+int CFG_Repository::EndTransaction() {
+  const connector_lease connector(*this);
+  logger.trace("EndTransaction()\n");
+  return EndTransaction(connector.get());
+}
+
+int CFG_Repository::EndTransaction(CFG_Connector* connector) {
+  const MutexGuard guard(m_pool_mutex);
+  const int is_ended = connector->Conn_SyncConnector::EndTransaction();
+  if (!is_ended) return is_ended;
+  m_bound.erase(std::this_thread::get_id());
+  return TRUE;
+}
+
+int CFG_Repository::IsInTransaction() {
+  const MutexGuard guard(m_pool_mutex);
+  return m_bound.count(std::this_thread::get_id()) != 0;
+}
+
+void CFG_Repository::note_lock(bool is_locked) {
+  const MutexGuard guard(m_pool_mutex);
+  const auto entry = m_bound.find(std::this_thread::get_id());
+  if (entry != m_bound.end()) entry->second.is_locked = is_locked;
+}
+
+bool CFG_Repository::is_locked() {
+  const MutexGuard guard(m_pool_mutex);
+  const auto entry = m_bound.find(std::this_thread::get_id());
+  return entry != m_bound.end() && entry->second.is_locked;
+}
+
+// --- the lock, and updates -------------------------------------------------------------------
+
+int CFG_Repository::Lock() {
+  const connector_lease connector(*this);
+  logger.trace("Lock() = disable auto commit\n");
+  const int is_done = connector->Lock();
+  if (is_done) note_lock(true);
+  return is_done;
+}
+
+int CFG_Repository::UnLock() {
+  const connector_lease connector(*this);
+  logger.trace("UnLock() = enable auto commit\n");
+  note_lock(false);  // even where it fails: what is written next is not part of that
+  return connector->UnLock();
+}
+
+int CFG_Repository::Rollback() {
+  const connector_lease connector(*this);
+  logger.trace("Rollback() = undo changes\n");
+  return connector->Rollback();
+}
+
+int CFG_Repository::EnableExtendedTimeout() {
+  const connector_lease connector(*this);
+  logger.trace("EnableExtendedTimeout() = allow long timeout in SVCFG for long update\n");
+  return connector->EnableExtendedTimeout();
+}
+
+int CFG_Repository::DisableExtendedTimeout() {
+  const connector_lease connector(*this);
+  logger.trace("DisableExtendedTimeout() = revert to regular SVCFG timeout after long update\n");
+  return connector->DisableExtendedTimeout();
+}
+
+int CFG_Repository::StartTransactionUpdate() {
+  logger.trace("StartTransactionUpdate \n");
+  if (!StartTransaction()) {
+    EndTransaction();  // takes back what was counted: who gets 0 has nothing to end
+    return FALSE;
+  }
+  logger.trace("StartTransactionUpdate: started transaction \n");
+  if (!EnableExtendedTimeout()) return abandon_update();
+  logger.trace("StartTransactionUpdate: started extended timeout \n");
+  const int is_locked = Lock();
+  if (!is_locked) return abandon_update();
+  logger.trace("StartTransactionUpdate: disabled auto commit \n");
+  return is_locked;
+}
+
+int CFG_Repository::EndTransactionUpdate(bool failed) {
+  logger.trace("EndTransactionUpdate \n");
+  if (failed) {
+    if (!Rollback()) return abandon_update();
+    logger.trace("EndTransactionUpdate: rollback following error \n");
+  }
+  if (!UnLock()) return abandon_update();
+  logger.trace("EndTransactionUpdate: enabled auto commit \n");
+  if (!DisableExtendedTimeout()) return abandon_update();
+  logger.trace("EndTransactionUpdate: stopped extended timeout \n");
+  const int is_ended = EndTransaction();
+  if (is_ended) logger.trace("EndTransactionUpdate: ended transaction \n");
+  return is_ended;
+}
+
+// What the service holds of an update goes with the connection, and the thread is free for the
+// next one: nobody ends an update that failed to begin or to end.
+int CFG_Repository::abandon_update() {
+  connector_lease(*this)->Disconnect();
+  EndTransaction();
+  return FALSE;
+}
+
+int CFG_Repository::StartTransactionUpdateBaseRep() {
+  logger.trace("StartTransactionUpdateBaseRep \n");
+  return StartTransactionUpdate();
+}
+
+int CFG_Repository::EndTransactionUpdateBaseRep(bool failed) {
+  logger.trace("EndTransactionUpdateBaseRep \n");
+  return EndTransactionUpdate(failed);
+}

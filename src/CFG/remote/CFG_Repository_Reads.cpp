@@ -1,0 +1,338 @@
+// The operations that read.
+#include <CFG/CFG_Connector.h>
+#include <CFG/CFG_PerformanceEvent.h>
+#include <CFG/CFG_Repository.h>
+#include <CFG/CFG_SubTree.h>
+#include <CFG/detail/paths.h>
+#include <CFG/detail/patterns.h>
+#include <CFG/remote/connector_lease.h>
+#include <logging/Logger.h>
+
+using cfg::connector_lease;
+using cfg::request;
+
+namespace {
+
+constexpr Log_Logger logger("src/CFG/CFG_Repository", 502);
+constexpr char kSource[] = "Remote";
+
+using SubTreePtr = std::unique_ptr<CFG_SubTree>;
+
+CFG_SubTree* sub_tree_of(const Tree_NodePtr& tree) {
+  return tree ? new CFG_SubTree(tree) : nullptr;
+}
+
+// Whatever its sequence numbers are.
+Tree_NodePtr whole_tree(CFG_Repository& repository, const RWCString& path, bool compressed) {
+  const connector_lease connector(repository);
+  logger.trace("GetSubTree(): _path = %s\n", path);
+  RWCString seq_number, tree_path;
+  return connector->GetSubTreeBySeqNumber(path, seq_number, tree_path, compressed);
+}
+
+// The subtree in the bytes that `read` gets. It hangs under the key at `parent_path`.
+template <class Read>
+CFG_SubTree* sub_tree_of_bytes(Read read, std::string_view parent_path = {}) {
+  long length = 0;
+  const std::unique_ptr<char[]> bytes(read(length));
+  CFG_SubTree* sub_tree =
+      CFG_RepositoryServices::CreateSubTreeFromByteArray(bytes.get(), static_cast<int>(length));
+  if (sub_tree && !parent_path.empty()) {
+    sub_tree->GetData()->SetVirtualParentPath(RWCString(parent_path));
+  }
+  return sub_tree;
+}
+
+// Of the key that a path, or what stands before its first `%`, leads to.
+std::string_view parent_of(const RWCString& path) {
+  return cfg::split_path(cfg::before_wildcard(path)).parent;
+}
+
+// A search rule with its properties in place.
+class ActualRule {
+ public:
+  ActualRule(CFG_ServicesImp& services, const char** rule, int count) {
+    for (int i = 0; i < count; ++i) {
+      m_texts.push_back(services.change_string_with_properties(RWCString(rule[i])));
+    }
+    for (const RWCString& text : m_texts) m_pointers.push_back(text.data());
+  }
+  const std::vector<RWCString>& texts() const { return m_texts; }
+  const char** pointers() { return m_pointers.data(); }
+  int count() const { return static_cast<int>(m_texts.size()); }
+
+ private:
+  std::vector<RWCString> m_texts;
+  std::vector<const char*> m_pointers;
+};
+
+}  // namespace
+
+// --- values and counts -----------------------------------------------------------------------
+
+RWCString CFG_Repository::GetValue(const RWCString& path) {
+  const RWCString actual = change_string_with_properties(path);
+  const CFG_PerformanceEvent event(CFGPerformanceEnabled(), kSource,
+                                   CFG_PerformanceEvent::PERFORMANCE_GET_VALUE, actual);
+  return request(logger, *this, "GetValue(): _path = %s\n", CONNECTOR_CALL(GetValue), actual);
+}
+
+RWCString CFG_Repository::GetValue(RWCString& path, int index) {
+  return request(logger, *this, "GetValue(): _path = %s , index = %d\n", CONNECTOR_CALL(GetValue),
+                 change_string_with_properties(path), index);
+}
+
+Tree_ValueAndPath* CFG_Repository::GetValue(RWCString name, const char** search_rule,
+                                            int search_num) {
+  constexpr char op[] =
+      "GetValue(const RWCString value_name,const char** search_rule,int search_num)";
+  logger.trace("GetValue(): value_name = %s\n", name);
+  if (name.isNull()) {
+    return logger.reject(nullptr, "%s : value_name is an empty string , return NULL\n", op);
+  }
+  if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
+  const connector_lease connector(*this);
+  logger.trace("GetValue(): value name = %s\n", name);
+  ActualRule rule(*this, search_rule, search_num);
+  for (const RWCString& text : rule.texts()) logger.trace("GetValue(): search_rule = %s\n", text);
+  char *value = nullptr, *path = nullptr;
+  if (connector->GetValue(name.data(), rule.pointers(), rule.count(), &value, &path) != 0) {
+    return nullptr;
+  }
+  const std::unique_ptr<char[]> owned_value(value), owned_path(path);
+  return new Tree_ValueAndPath(path, value);
+}
+
+RWCString CFG_Repository::GetValueName(RWCString& path, int index) {
+  return request(logger, *this, "GetValueName(): _path = %s , index = %d\n",
+                 CONNECTOR_CALL(GetValueName), change_string_with_properties(path), index);
+}
+
+int CFG_Repository::GetValueNum(RWCString& path) {
+  return request(logger, *this, "GetValueNum(): _path = %s\n", CONNECTOR_CALL(GetValueNum),
+                 change_string_with_properties(path));
+}
+
+int CFG_Repository::GetSubTreeNum(RWCString& path) {
+  return request(logger, *this, "GetSubTreeNum(): _path = %s\n", CONNECTOR_CALL(GetSubTreeNum),
+                 change_string_with_properties(path));
+}
+
+int CFG_Repository::GetSubTreeEntriesCount(const RWCString& path) {
+  return request(logger, *this, "GetSubTreeEntriesCount(): _path = %s\n",
+                 CONNECTOR_CALL(GetSubTreeEntriesCount), change_string_with_properties(path));
+}
+
+int CFG_Repository::IsSubTreeExist(const RWCString& path) {
+  return request(logger, *this, "IsSubTreeExist(): _path = %s\n", CONNECTOR_CALL(IsSubTreeExist),
+                 change_string_with_properties(path));
+}
+
+String_Arr* CFG_Repository::GetSubTreePaths(const RWCString& path) {
+  return request(logger, *this, "GetSubTreePaths(): _path = %s\n", CONNECTOR_CALL(GetSubTreePaths),
+                 change_string_with_properties(path));
+}
+
+Tree_PathAndValueArray* CFG_Repository::GetSubTreeValues(const RWCString& path) {
+  const RWCString actual = change_string_with_properties(path);
+  const connector_lease connector(*this);
+  logger.detail("_path = <%s>\n", actual);
+  return connector->GetSubTreeValues(actual);
+}
+
+// --- wildcards, nodes, the store -------------------------------------------------------------
+
+String_Arr* CFG_Repository::FillPath(RWCString path) {
+  return request(logger, *this, "FillPath(): _path = %s\n", CONNECTOR_CALL(FillPath),
+                 change_string_with_properties(path));
+}
+
+RWCString CFG_Repository::FillPath(RWCString path, RWCString value_name, RWCString value_data) {
+  return request(logger, *this, "FillPath(): _path = %s , value_name = %s , value_data = %s\n",
+                 CONNECTOR_CALL(FillPath), change_string_with_properties(path), value_name,
+                 value_data);
+}
+
+RWCString CFG_Repository::GetNodeName(RWCString ae) {
+  return request(logger, *this, "GetNodeName(): ae = %s\n", CONNECTOR_CALL(GetNodeName), ae);
+}
+
+RWCString CFG_Repository::GetNodeNameByIp(RWCString ip) {
+  return request(logger, *this, "GetNodeNameByIp(): ip = %s\n", CONNECTOR_CALL(GetNodeNameByIp),
+                 ip);
+}
+
+RWCString CFG_Repository::GetDbServerDateTime() {
+  return request(logger, *this, "Start GetDbServerDateTime()\n",
+                 CONNECTOR_CALL(GetDbServerDateTime));
+}
+
+RWCString CFG_Repository::GetMaxSeqNumber(const RWCString& path) {
+  return request(logger, *this, "Start GetMaxSeqNumber\n",
+                 [&](CFG_Connector& connector) { return connector.GetMaxSeqNumber(path); });
+}
+
+RWCString CFG_Repository::GetMaxSeqNumber() {
+  return request(logger, *this, "Start GetMaxSeqNumber\n", CONNECTOR_CALL(GetMaxSeqNumber));
+}
+
+RWCString CFG_Repository::GetMinSeqNumberOfDeletedEntry() {
+  return request(logger, *this, "Start GetMinSeqNumberOfDeletedEntry\n",
+                 CONNECTOR_CALL(GetMinSeqNumberOfDeletedEntry));
+}
+
+RWCString CFG_Repository::GetServerSyncID() {
+  const RWCString id =
+      request(logger, *this, "Start GetServerSyncID\n", CONNECTOR_CALL(GetServerSyncID));
+  logger.trace("got GetServerSyncID %s\n", id);
+  return id;
+}
+
+void CFG_Repository::SetWorkCompressed(bool compressed) { m_work_compressed = compressed; }
+
+// --- subtrees ----------------------------------------------------------------------------------
+
+CFG_SubTree* CFG_Repository::GetSubTree(RWCString& path) {
+  const RWCString actual = change_string_with_properties(path);
+  CFG_PerformanceEvent event(CFGPerformanceEnabled(), kSource,
+                             CFG_PerformanceEvent::PERFORMANCE_GET_SUB_TREE, actual);
+  SubTreePtr sub_tree(sub_tree_of(whole_tree(*this, actual, m_work_compressed)));
+  if (sub_tree && event.is_enabled()) event.set_count(sub_tree->GetSubTreeEntriesCount(""));
+  return sub_tree.release();
+}
+
+CFG_SubTree* CFG_Repository::GetSubTreeOnlyWithValuesLong(const RWCString& path) {
+  const Tree_NodePtr tree =
+      whole_tree(*this, change_string_with_properties(path), m_work_compressed);
+  if (tree) tree->RemoveEmptyBranches();
+  return sub_tree_of(tree);
+}
+
+CFG_SubTree* CFG_Repository::GetSubTreeOnlyWithValues(const RWCString& path) {
+  return GetSubTreeOnlyWithValuesLong(path);
+}
+
+CFG_SubTree* CFG_Repository::GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq_number) {
+  const RWCString actual = change_string_with_properties(path);
+  const connector_lease connector(*this);
+  logger.trace("GetSubTreeBySeqNumber(): _path = %s seq_number = %s\n", actual, seq_number);
+  RWCString tree_path;
+  return sub_tree_of(
+      connector->GetSubTreeBySeqNumber(actual, seq_number, tree_path, m_work_compressed));
+}
+
+CFG_SubTree* CFG_Repository::GetSubTreeOnlyDeletedNodes(const RWCString& path,
+                                                        RWCString& seq_number, bool) {
+  const RWCString actual = change_string_with_properties(path);
+  const connector_lease connector(*this);
+  logger.trace("GetSubTreeOnlyDeletedNodes(): _path = %s seq_number = %s\n", actual, seq_number);
+  RWCString tree_path;
+  return sub_tree_of(
+      connector->GetSubTreeOnlyDeletedNodes(actual, seq_number, tree_path, m_work_compressed));
+}
+
+CFG_SubTree* CFG_Repository::GetSubTree(RWCString& path, int index) {
+  const RWCString actual = change_string_with_properties(path);
+  const connector_lease connector(*this);
+  logger.trace("Start GetSubTree(): _path = %s , index = %d \n", actual, index);
+  return sub_tree_of_bytes(
+      [&](long& length) { return connector->GetSubTree(actual, index, length); }, actual);
+}
+
+CFG_SubTree* CFG_Repository::GetSubTree(RWCString name, const char** search_rule, int search_num) {
+  return GetSubTree(name, search_rule, FALSE, search_num);
+}
+
+CFG_SubTree* CFG_Repository::GetSubTree(RWCString name, const char** search_rule, int merge,
+                                        int search_num) {
+  constexpr char op[] =
+      "GetSubTree(const RWCString name,const char ** search_rule,T_Bool merge,int search_num)";
+  if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
+  const RWCString actual = change_string_with_properties(name);
+  const connector_lease connector(*this);
+  logger.trace("GetSubTreeOnlyWithValuesLong(): name = %s\n", actual);
+  ActualRule rule(*this, search_rule, search_num);
+  for (const RWCString& text : rule.texts()) {
+    logger.trace("GetSubTreeOnlyWithValuesLong(): search_rule = %s\n", text);
+  }
+  return sub_tree_of_bytes([&](long& length) {
+    return connector->GetSubTree(actual, rule.pointers(), rule.count(), merge, length);
+  });
+}
+
+CFG_SubTree* CFG_Repository::GetSubTreeOnlyWithValues(const RWCString& path,
+                                                      const char** search_rule, int merge,
+                                                      int search_num) {
+  constexpr char op[] =
+      "GetSubTreeOnlyWithValues(const RWCString & path,const char ** search_rule,T_Bool merge,int search_num)";
+  if (!CheckSearchRule(op, path, search_rule, search_num)) return nullptr;
+  const RWCString actual = change_string_with_properties(path);
+  const connector_lease connector(*this);
+  logger.trace("GetSubTreeOnlyWithValuesLong(): _path = %s\n", actual);
+  ActualRule rule(*this, search_rule, search_num);
+  for (const RWCString& text : rule.texts()) {
+    logger.trace("GetSubTreeOnlyWithValuesLong(): search_rule = %s\n", text);
+  }
+  return sub_tree_of_bytes([&](long& length) {
+    return connector->GetSubTreeOnlyWithValues(actual, rule.pointers(), rule.count(), merge,
+                                               length);
+  });
+}
+
+CFG_SubTree* CFG_Repository::GetSubTreeWithLongValues(const RWCString& path) {
+  const RWCString actual = change_string_with_properties(path);
+  const connector_lease connector(*this);
+  logger.trace("GetSubTreeWithLongValues(): _path = %s\n", actual);
+  return sub_tree_of_bytes(
+      [&](long& length) { return connector->GetSubTreeWithLongValues(actual, length); },
+      parent_of(actual));
+}
+
+CFG_SubTree* CFG_Repository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
+  const RWCString actual = change_string_with_properties(path);
+  const connector_lease connector(*this);
+  logger.trace("GetSubTreeWithPrecentAndWildcard(): _path = %s\n", actual);
+  return sub_tree_of_bytes(
+      [&](long& length) { return connector->GetSubTreeWithPrecentAndWildcard(actual, length); },
+      parent_of(actual));
+}
+
+CFG_SubTree* CFG_Repository::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) {
+  const RWCString actual = change_string_with_properties(path);
+  const connector_lease connector(*this);
+  logger.trace("GetSubTreeOnlyWithValuesWithPrecentAndWildcard(): _path = %s\n", actual);
+  return sub_tree_of_bytes(
+      [&](long& length) {
+        return connector->GetSubTreeOnlyWithValuesWithPrecentAndWildcard(actual, length);
+      },
+      parent_of(actual));
+}
+
+Tree_NodePtr CFG_Repository::GetTreeNode(const RWCString&) { return {}; }
+Tree_NodePtr CFG_Repository::GetTreeNodeOnlyWithValuesLong(const RWCString&) { return {}; }
+Tree_NodePtr CFG_Repository::GetTreeNodeOnlyWithValues(const RWCString&) { return {}; }
+Tree_NodePtr CFG_Repository::GetTreeNodeWithPrecentAndWildcard(const RWCString&) { return {}; }
+Tree_NodePtr CFG_Repository::GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString&) {
+  return {};
+}
+
+String_Arr* CFG_Repository::SearchKeyOrValueName(const RWCString& name, const RWCString& path) {
+  constexpr char op[] = "SearchKeyOrValueName(const RWCString & name,const RWCString & path)";
+  logger.trace("SearchKeyOrValueName(): name = %s , path = %s\n", name, path);
+  if (name.isNull()) {
+    return logger.reject(nullptr, "%s : name parameter is an empty string, return NULL\n", op);
+  }
+  if (path.isNull()) {
+    return logger.reject(nullptr, "%s : path parameter is an empty string, return NULL\n", op);
+  }
+  const SubTreePtr sub_tree(CFG_Services::GetSubTree(path));
+  if (!sub_tree) {
+    return logger.reject(nullptr, "%s : fail to get sub tree for path : %s, return NULL\n", op,
+                         path);
+  }
+  const Tree_NodePtr key = sub_tree->GetData();
+  if (key->IsLeaf()) {
+    return logger.reject(nullptr, "%s : path %s represent a value, return NULL\n", op, path);
+  }
+  return key->Search(name, key, FALSE);
+}
