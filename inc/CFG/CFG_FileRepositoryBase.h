@@ -59,6 +59,7 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
   CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) override;
   CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) override;
   CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
+  int ExportPath(const RWCString& path, const RWWString& file) override;
   int UnLock() override;
   CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
 
@@ -71,7 +72,6 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
   Tree_NodePtr GetTreeNodeOnlyWithValues(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeWithPrecentAndWildcard(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeToRead(const RWCString& path) override;
 
   // --- added here ----------------------------------------------------------------------------
 

@@ -59,6 +59,7 @@ class HALVORIA_API CFG_MemoryRepository : public CFG_RepositoryServicesImp {
   CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) override;
   CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) override;
   CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
+  int ExportPath(const RWCString& path, const RWWString& file) override;
   int Connect() override;
   int UnLock() override;
   CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
@@ -73,7 +74,6 @@ class HALVORIA_API CFG_MemoryRepository : public CFG_RepositoryServicesImp {
   Tree_NodePtr GetTreeNodeOnlyWithValues(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeWithPrecentAndWildcard(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeToRead(const RWCString& path) override;
 
  private:
   CFG_SubTree& tree();

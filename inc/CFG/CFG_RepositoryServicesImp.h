@@ -1,6 +1,7 @@
 // The common base of every repository.
 #pragma once
 
+#include <functional>
 #include <list>
 #include <string>
 #include <unordered_map>
@@ -154,9 +155,10 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
   // one subtree of the list, or empty; in a longer list each subtree's root knows its own.
   virtual int WriteCFG_SubTreeVectorToFile(std::vector<CFG_SubTree*>* sub_trees,
                                            const RWCString& root_path, const RWWString& file);
-  // The subtree at a path, NULL when there is none, to be read at once: where the tree is held
-  // in memory it is not copied, but shares nodes with it. The caller deletes the handle.
-  virtual CFG_SubTree* GetSubTreeToRead(const RWCString& path);
+  // ExportPath of what `read` answers for the path: a handle that is deleted here, which may share
+  // nodes with the tree of the store, or NULL.
+  int ExportPathRead(const RWCString& path, const RWWString& file,
+                     const std::function<CFG_SubTree*(const RWCString& path)>& read);
 
  public:
   int WriteCFG_SubTreeToFile(CFG_SubTree* sub_tree, const RWCString& root_path,

@@ -146,11 +146,6 @@ CFG_SubTree* CFG_FileRepositoryBase::GetSubTree(RWCString& path) {
   before_path_used(path);
   return held_tree(m_sub_tree.get()).sub_tree_at(path);
 }
-CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeToRead(const RWCString& path) {
-  logger.trace("path is %s\n", path);
-  before_path_used(path);
-  return held_tree(m_sub_tree.get()).shared_at(path);
-}
 CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
   return GetSubTree(path);
 }
@@ -166,6 +161,14 @@ CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeOnlyWithValuesLong(const RWCStrin
 }
 CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeOnlyWithValues(const RWCString& path) {
   return without_empty_branches(GetSubTree(path));
+}
+
+int CFG_FileRepositoryBase::ExportPath(const RWCString& path, const RWWString& file) {
+  return ExportPathRead(path, file, [this](const RWCString& actual) {
+    logger.trace("path is %s\n", actual);
+    before_path_used(actual);
+    return held_tree(m_sub_tree.get()).shared_at(actual);
+  });
 }
 
 Tree_NodePtr CFG_FileRepositoryBase::GetTreeNode(const RWCString& path) {

@@ -67,9 +67,6 @@ int CFG_MemoryRepository::DeleteValue(const RWCString& path) {
 CFG_SubTree* CFG_MemoryRepository::GetSubTree(RWCString& path) {
   return held_tree(m_sub_tree).sub_tree_at(path);
 }
-CFG_SubTree* CFG_MemoryRepository::GetSubTreeToRead(const RWCString& path) {
-  return held_tree(m_sub_tree).shared_at(path);
-}
 CFG_SubTree* CFG_MemoryRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
   return GetSubTree(path);
 }
@@ -85,6 +82,12 @@ CFG_SubTree* CFG_MemoryRepository::GetSubTreeOnlyWithValuesWithPrecentAndWildcar
 }
 CFG_SubTree* CFG_MemoryRepository::GetSubTreeWithLongValues(const RWCString& path) {
   return GetSubTree(path);
+}
+
+int CFG_MemoryRepository::ExportPath(const RWCString& path, const RWWString& file) {
+  return ExportPathRead(path, file, [this](const RWCString& actual) {
+    return held_tree(m_sub_tree).shared_at(actual);
+  });
 }
 
 Tree_NodePtr CFG_MemoryRepository::GetTreeNode(const RWCString& path) {

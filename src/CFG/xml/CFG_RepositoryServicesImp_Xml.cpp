@@ -109,6 +109,12 @@ int write_imported(CFG_RepositoryServices& repository, CFG_SubTree& sub_tree,
 }  // namespace
 
 int CFG_RepositoryServicesImp::ExportPath(const RWCString& path, const RWWString& file) {
+  return ExportPathRead(path, file, [this](const RWCString& actual) { return GetSubTree(actual); });
+}
+
+int CFG_RepositoryServicesImp::ExportPathRead(
+    const RWCString& path, const RWWString& file,
+    const std::function<CFG_SubTree*(const RWCString& path)>& read) {
   constexpr char op[] = "ExportPath";
   logger.trace("%s: Exporting path <%s> to file <%S>\n", op, path, file);
   if (path.isNull()) {
@@ -118,16 +124,12 @@ int CFG_RepositoryServicesImp::ExportPath(const RWCString& path, const RWWString
     return logger.reject(FALSE, "%s : _file parameter is empty string, return FALSE\n", op);
   }
   const RWCString actual = change_string_with_properties(path);
-  const SubTreePtr sub_tree(GetSubTreeToRead(actual));
+  const SubTreePtr sub_tree(read(actual));
   if (!sub_tree) {
     return logger.reject(FALSE, "%s : sub tree at path <%s> does not exist, return FALSE\n", op,
                          actual);
   }
   return WriteCFG_SubTreeToFile(sub_tree.get(), actual, file);
-}
-
-CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeToRead(const RWCString& path) {
-  return GetSubTree(path);
 }
 
 int CFG_RepositoryServicesImp::ExportSubTreeToFile(CFG_SubTree* sub_tree, const RWWString& file) {
