@@ -25,6 +25,7 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a write that fails
   try {
     return run(argc, argv);
   } catch (const cli::Failure& failure) {

@@ -61,6 +61,7 @@ int serve(const service::Settings& settings, bool prints_port) {
   const sigset_t signals = ending_signals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);  // a store that may not grow is one that fails
 
   service::Service service(settings);
   std::string reason;

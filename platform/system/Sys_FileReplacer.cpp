@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -30,6 +32,24 @@ int descriptor_in(const RWCString& name) {
     }
   }
   return -1;
+}
+
+// write(2) to a file that may not grow beyond a limit of the process fails as on a full disk: the
+// signal that comes along would end the process.
+ssize_t write_some(int descriptor, std::string_view bytes) {
+  sigset_t signal, before, pending;
+  sigemptyset(&signal);
+  sigaddset(&signal, SIGXFSZ);
+  pthread_sigmask(SIG_BLOCK, &signal, &before);
+  sigpending(&pending);
+  const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+  const int reason = errno;
+  const bool is_ours = written < 0 && reason == EFBIG && !sigismember(&pending, SIGXFSZ);
+  constexpr timespec no_time = {};
+  if (is_ours) sigtimedwait(&signal, nullptr, &no_time);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  errno = reason;
+  return written;
 }
 
 // ".NAME.XXXXXX.tmp" in the target's folder; a long NAME is cut to what a folder can hold.
@@ -147,7 +167,7 @@ bool Sys_FileReplacer::flush() {
 
 bool Sys_FileReplacer::write_out(std::string_view bytes) {
   while (!bytes.empty()) {
-    const ssize_t written = ::write(m_descriptor, bytes.data(), bytes.size());
+    const ssize_t written = write_some(m_descriptor, bytes);
     if (written >= 0) {
       bytes.remove_prefix(static_cast<size_t>(written));
       m_written += static_cast<uint64_t>(written);

@@ -19,7 +19,8 @@
 // A symbolic link stays and the file it leads to is replaced. Permissions and, as far as
 // we may, owner of the old file are kept; other hard links keep the old bytes. A folder, a
 // file without write permission (for anybody, or for us) and a folder that may not be
-// written are refused. A target that is no regular file (/dev/stdout, a pipe, a
+// written are refused. A limit on the size of files is a failure, whatever the process does with
+// SIGXFSZ. A target that is no regular file (/dev/stdout, a pipe, a
 // terminal) is written straight through, as there is nothing to replace.
 //
 // One thread at a time. After the first failure every call returns false; `error` keeps

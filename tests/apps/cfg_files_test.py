@@ -138,7 +138,7 @@ class Files(CfgTest):
     def test_a_write_that_fails_leaves_the_tree_as_it_was(self):
         before = self.tree_bytes()
         code, _, error = self.run_cfg(
-            "--file tree.xml set halvoria/a b", restore_signals=False,  # SIGXFSZ stays ignored
+            "--file tree.xml set halvoria/a b",
             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (20000, 20000)))
         self.assertEqual(code, 1)
         self.assertRegex(error, "cannot save tree.xml: .*too large")
