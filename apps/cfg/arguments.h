@@ -30,6 +30,7 @@ struct Arguments {
   std::string type;
   std::string mode = "overwrite";
   std::optional<std::string> what, exact_value, like_value;
+  bool ignore_case = false;
   int depth = -1;  // unlimited
   bool counts = false;
   bool keys_only = false;

@@ -119,8 +119,13 @@ const Verb* CommandLine::read(int argc, char** argv, Output& out) {
     out.write(m_app.help());
     return nullptr;
   } catch (const CLI::ParseError& error) {
+    if (m_app["--json"]->count() > 0) talk_json();
     find_chosen();
     throw Failure(USAGE, usage_text(error));
+  }
+  if (m_arguments.json) talk_json();
+  if (!m_arguments.tree_file.empty() && !m_arguments.server.empty()) {
+    throw Failure(USAGE, "--file and --server name two trees; leave out one");
   }
   find_chosen();
   const Verb* verb = m_verbs.at(m_chosen);

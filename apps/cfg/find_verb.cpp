@@ -47,11 +47,18 @@ struct Query {
   std::string name;                    // may hold `%`; empty: any
   std::optional<std::string> pattern;  // relative to the top
   std::optional<std::string> exact_value, like_value;
+  bool ignore_case = false;  // the texts looked for are in small letters then
 
   bool fits(const Tree_Node& node) const {
     if (!name.empty() && !is_like(node.NameView(), name)) return false;
-    if (exact_value && (!node.IsLeaf() || node.GetText() != *exact_value)) return false;
-    return !like_value || (node.IsLeaf() && is_like(node.GetText(), *like_value));
+    if (!exact_value && !like_value) return true;
+    if (!node.IsLeaf()) return false;
+    return ignore_case ? has_text(lower(RWCString(node.GetText()))) : has_text(node.GetText());
+  }
+
+ private:
+  bool has_text(std::string_view text) const {
+    return (!exact_value || text == *exact_value) && (!like_value || is_like(text, *like_value));
   }
 };
 
@@ -59,6 +66,10 @@ Query query_of(const Arguments& arguments, Store& store) {
   Query query;
   query.exact_value = arguments.exact_value;
   query.like_value = arguments.like_value;
+  query.ignore_case = arguments.ignore_case;
+  for (auto* text : {&query.exact_value, &query.like_value}) {
+    if (query.ignore_case && *text) *text = lower(RWCString(**text));
+  }
   query.top = arguments.path.empty() ? store.root() : store.path(arguments.path);
   if (!arguments.what) {
     if (!query.exact_value && !query.like_value) {

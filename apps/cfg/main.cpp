@@ -29,10 +29,10 @@ int main(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const cli::Failure& failure) {
-    cli::say(failure.text);
+    cli::say_failure(failure.text, failure.code);
     return failure.code;
   } catch (const std::exception& error) {
-    cli::say(error.what());
+    cli::say_failure(error.what(), cli::UNREACHABLE);
     return cli::UNREACHABLE;
   }
 }

@@ -144,18 +144,33 @@ std::string printable(std::string_view text) {
   return RWWString(std::move(shown)).toUTF8().str();
 }
 
+namespace {
+
+bool is_talk_json = false;
+
 // A message that names a monstrous path keeps its beginning, which says what, and its end,
 // which says why.
-static std::string shortened(std::string_view text) {
+std::string shortened(std::string_view text) {
   constexpr size_t longest = 2000, kept = 600;
   if (text.size() <= longest) return std::string(text);
   return std::string(text.substr(0, kept)) + " ... " + std::string(text.substr(text.size() - kept));
 }
 
-void say(std::string_view text) {
-  const std::string whole = "cfg: " + printable(shortened(text)) + "\n";
+void talk(std::string_view text, const Json& document) {
+  const std::string line =
+      (is_talk_json ? json_line(document) : "cfg: " + printable(shortened(text))) + "\n";
   // Where standard error fails there is nobody left to tell.
-  static_cast<void>(!::write(STDERR_FILENO, whole.data(), whole.size()));
+  static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
+}
+
+}  // namespace
+
+void talk_json() { is_talk_json = true; }
+
+void say(std::string_view text) { talk(text, {{"note", text}}); }
+
+void say_failure(std::string_view text, int exit_code) {
+  talk(text, {{"error", text}, {"exit_code", exit_code}});
 }
 
 }  // namespace cli

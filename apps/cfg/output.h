@@ -59,7 +59,10 @@ std::string json_line(const Json& document);
 // `text` with control characters and bytes that are not UTF-8 written as \n, \t or \xNN.
 std::string printable(std::string_view text);
 
-// A line of talk on standard error.
+// Talk on standard error, a line each: "cfg: TEXT", or {"note":"TEXT"} once JSON is wanted.
+void talk_json();
 void say(std::string_view text);
+// Why the run ends, and its exit code: "cfg: TEXT", or {"error":"TEXT","exit_code":N}.
+void say_failure(std::string_view text, int exit_code);
 
 }  // namespace cli

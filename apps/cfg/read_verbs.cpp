@@ -1,4 +1,5 @@
 // get, ls, stat.
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
@@ -171,10 +172,14 @@ int run_ls(Session& session) {
 
 namespace {
 
+// The same names and numbers as in JSON, as people write them.
 void print_facts(Output& out, const Json& facts) {
   for (const auto& [name, fact] : facts.items()) {
-    std::string line = name + std::string(std::max<size_t>(14, name.size() + 1) - name.size(), ' ');
-    out.shown(line + text_of(fact));
+    std::string line = name;
+    std::replace(line.begin(), line.end(), '_', ' ');
+    line.resize(std::max<size_t>(14, line.size() + 1), ' ');
+    const bool is_bytes = name == "size" || name == "length" || name == "memory";
+    out.shown(line + text_of(fact) + (is_bytes ? " bytes" : ""));
   }
 }
 
@@ -184,10 +189,10 @@ Json facts_of_key(Tree_Node& key) {
   const Counts below = count_below(&key);
   Json facts = {{"keys", key.Children()->count(Tree_ChildList::KEYS)},
                 {"values", key.Children()->count(Tree_ChildList::VALUES)},
-                {"keys below", below.keys},
-                {"values below", below.values},
-                {"levels below", levels},
-                {"memory", std::to_string(key.GetTotalSize()) + " bytes"}};
+                {"keys_below", below.keys},
+                {"values_below", below.values},
+                {"levels_below", levels},
+                {"memory", key.GetTotalSize()}};
   const Tree_Node* encoding = key.Child("blobencoding");
   if (encoding && encoding->IsLeaf()) facts["blob"] = encoding->GetText();
   return facts;
@@ -203,7 +208,7 @@ Json facts_of_file(const std::string& argument) {
   const Document document = read_document(file);
   Json facts = {{"file", file.shown()},
                 {"form", form_name(document.form)},
-                {"size", std::to_string(file.size()) + " bytes"},
+                {"size", file.size()},
                 {"path", document.branches.front()}};
   if (document.branches.size() > 1) {
     facts["path"] = document.tree->GetKeyName().str();
@@ -221,7 +226,7 @@ Json facts_of_node(Session& session) {
   if (!node) throw store.not_found(path);
   Json facts = {{"path", path}, {"kind", node->IsLeaf() ? "value" : "key"}};
   if (node->IsLeaf()) {
-    facts["length"] = std::to_string(node->GetText().size()) + " bytes";
+    facts["length"] = node->GetText().size();
   } else {
     facts.update(facts_of_key(*node));
   }

@@ -53,6 +53,7 @@ const std::vector<Verb>& verbs() {
        {{"what", "NAME|PATTERN", "% stands for any text; in a path, of one name", &A::what},
         {"--value", "TEXT", "values with this text", &A::exact_value},
         {"--like", "TEXT", "values like this, % stands for any text", &A::like_value},
+        {"-i,--ignore-case", "", "capital and small letters of texts are alike", &A::ignore_case},
         {"--under", "PATH", "only below this key", &A::path},
         {"-l,--long", "", "with the texts", &A::long_lines}}},
       {"stat",

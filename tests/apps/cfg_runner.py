@@ -35,13 +35,14 @@ class CfgTest(unittest.TestCase):
         """The command with the words of `line`; shell quotes, but a backslash is a backslash."""
         words = shlex.shlex(line, posix=True, punctuation_chars=False)
         words.whitespace_split, words.escape, words.commenters = True, "", ""
+        words = list(words)
         data = stdin if isinstance(stdin, bytes) else stdin.encode()
         options = {"env": ENVIRONMENT, "cwd": self.folder, **options}
         done = subprocess.run([CFG, *words], input=data, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, timeout=120, check=False, **options)
         # No line of the library's log gets between the command's own words.
         for text in done.stderr.decode().splitlines():
-            self.assertTrue(text.startswith("cfg: "), text)
+            self.assertTrue(text.startswith('{"' if "--json" in words else "cfg: "), text)
         return done.returncode, done.stdout.decode(errors="replace"), done.stderr.decode()
 
     def on_tree(self, line, stdin=""):

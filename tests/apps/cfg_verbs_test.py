@@ -63,7 +63,10 @@ READS = [
      "halvoria\\groups\\technologists\\rights\\send\n", ""),
     ("find 'halvoria/users/%/viewer/worklists'", 0,
      f"{USERS}\\marlow\\viewer\\worklists\\\n{USERS}\\osei\\viewer\\worklists\\\n", ""),
-    ("find -l --like '%ADDRESS%'", 3, "", "nothing found"),
+    ("find --like '%OSEI%'", 3, "", "nothing found"),
+    ("find -i --like '%OSEI%'", 0,
+     "halvoria\\groups\\radiologists\\members\\member2\n" + USERS + "\\osei\\name\n", ""),
+    ("find paper --value a4 --ignore-case", 0, REPORTS + "\\paper\n", ""),
     ("find name --value 'Ken Tamura'", 0, USERS + "\\tamura\\name\n", ""),
     ("find halvoria/users/osei", 0, USERS + "\\osei\\\n", ""),
     ("find", 2, "", "wants a name or pattern"),
@@ -77,6 +80,7 @@ READS = [
     ("ls halvoria more", 2, "", "not expected: more"),
     ("get halvoria/x --type float", 2, "", "float"),
     ("ls --dry-run", 2, "", "ls writes nothing"),
+    ("ls --server localhost", 2, "", "--file and --server name two trees"),
     ("validate --json tree.xml", 0, None, ""),
 ]
 
@@ -225,6 +229,8 @@ class Verbs(VerbTables):
             ("rm halvoria/conf/reports/paper",
              {"dry_run": False,
               "changes": [{"change": "removed", "path": REPORTS + "\\paper", "old": "A4"}]}),
+            ("stat halvoria/conf/reports/margin_mm",
+             {"path": REPORTS + "\\margin_mm", "kind": "value", "length": 4, "tree": "tree.xml"}),
             ("export halvoria/conf/reports out.xml",
              {"dry_run": False, "path": REPORTS, "file": "out.xml", "is_new": True,
               "keys": 1, "values": 2}),
@@ -232,6 +238,13 @@ class Verbs(VerbTables):
         for line, document in rows:
             with self.subTest(line):
                 self.assertEqual(json.loads(self.on_tree("--json " + line)[1]), document)
+        for line, document in [
+            ("get halvoria/conf/x", {"error": "halvoria\\conf\\x: not found: halvoria\\conf has no 'x'",
+                                     "exit_code": 3}),
+            ("get", {"error": "path is required; see 'cfg get --help'", "exit_code": 2}),
+            ("find nothing_like_it", {"note": "nothing found"}),
+        ]:
+            self.assertEqual(json.loads(self.on_tree("--json " + line)[2]), document)
         # Bytes that are not UTF-8 come from properties only; they must not end the run.
         code, output, _ = self.on_tree("--json get halvoria/\udcff --default x")
         self.assertEqual((code, json.loads(output)["value"]), (0, "x"))
