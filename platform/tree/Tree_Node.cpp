@@ -303,11 +303,13 @@ Tree_NodePtr Tree_Node::GetOrCreateRelativeNode(const Tree_Path& path, const Tre
     Tree_Node* child = is_new ? nullptr : node->Child(name);
     if (!child) {
       if (!is_new) top = node->indexed_top();
-      if (top) way ? way->Append(name) : void(way.emplace(*node, name));
       is_new = true;
       child = new Tree_Node(name);
       node->adopt(Tree_NodePtr::First(child));
-      if (top) top->index.load()->Insert(way->Hash(), child);
+      if (top) {
+        way ? way->Append(name) : void(way.emplace(*child));
+        top->index.load()->Insert(way->Hash(), child);
+      }
     }
     node = child;
   }

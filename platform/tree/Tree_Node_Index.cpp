@@ -69,12 +69,12 @@ void Tree_Node::enter_index(Tree_Node& child) const {
   Top* top = indexed_top();
   if (!top) return;
   if (!child.IsEmpty()) return drop_index();
-  top->index.load()->Insert(Tree_PathIndex::Way(*this, child.NameView()).Hash(), &child);
+  top->index.load()->Insert(Tree_PathIndex::Way(child).Hash(), &child);
 }
 
 void Tree_Node::leave_index(const Tree_Node& child) const {
   Top* top = indexed_top();
   if (!top) return;
   if (!child.IsEmpty()) return drop_index();
-  top->index.load()->Erase(Tree_PathIndex::Way(*this, child.NameView()).Hash(), &child);
+  top->index.load()->Erase(Tree_PathIndex::Way(child).Hash(), &child);
 }

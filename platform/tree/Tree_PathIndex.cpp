@@ -12,27 +12,44 @@ static size_t lines_for(size_t nodes) { return std::max(kSmallest, nodes / 3 + 1
 
 std::atomic<uint32_t> Tree_PathIndex::s_alive{0};
 
-Tree_PathIndex::Way::Way(const Tree_Node& parent, std::string_view child) : Way() {
-  std::vector<std::string_view> names{child};
-  for (const Tree_Node* at = &parent; at->GetParent(); at = at->GetParent())
-    names.push_back(at->NameView());
-  for (auto name = names.rbegin(); name != names.rend(); ++name) Append(*name);
+static bool holds_backslash(std::string_view name) { return name.find('\\') != name.npos; }
+
+// Written from its end, in one piece: a value that is set below a tree with an index pays
+// for this each time.
+Tree_PathIndex::Way::Way(const Tree_Node& node) {
+  size_t end = 0;
+  for (const Tree_Node* at = &node; at->GetParent(); at = at->GetParent())
+    end += at->NameView().size() + 1;
+  m_path.assign(end - 1, '\\');
+  bool is_hidden = false;
+  for (const Tree_Node* at = &node; at->GetParent(); at = at->GetParent()) {
+    const std::string_view name = at->NameView();
+    end -= name.size() + 1;
+    name.copy(&m_path[end], name.size());
+    is_hidden |= holds_backslash(name);
+  }
+  arrive(is_hidden);
+}
+
+void Tree_PathIndex::Way::Append(std::string_view name) {
+  m_before.push_back(m_here);
+  if (!m_path.empty()) m_path += '\\';
+  m_path += name;
+  arrive(holds_backslash(name));
 }
 
 // No path leads to a name with a backslash in it, nor below, though the texts may be the same.
-void Tree_PathIndex::Way::Append(std::string_view name) {
-  Step next = m_steps.back();
-  if (!m_path.empty()) m_path += '\\';
-  m_path += name;
-  next.prefix.Extend(m_path);
-  next.length = m_path.size();
-  if (name.find('\\') != name.npos) next.hidden = ~uint64_t{0};
-  m_steps.push_back(next);
+void Tree_PathIndex::Way::arrive(bool is_hidden) {
+  m_here.prefix.Extend(m_path);
+  m_here.length = m_path.size();
+  if (is_hidden) m_here.hidden = ~uint64_t{0};
 }
 
 void Tree_PathIndex::Way::Cut(size_t names) {
-  m_steps.erase(m_steps.begin() + static_cast<std::ptrdiff_t>(names) + 1, m_steps.end());
-  m_path.resize(m_steps.back().length);
+  if (names == m_before.size()) return;
+  m_here = m_before[names];
+  m_before.erase(m_before.begin() + static_cast<std::ptrdiff_t>(names), m_before.end());
+  m_path.resize(m_here.length);
 }
 
 // Lookups go all over the table: with small pages each would need another one.

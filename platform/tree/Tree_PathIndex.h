@@ -29,22 +29,24 @@ class HALVORIA_API Tree_PathIndex {
   // cost of what has changed.
   class Way {
    public:
-    Way() : m_steps{{Tree_Hash::Prefix(Tree_Hash::Seed()), 0, 0}} {}  // the top itself
-    Way(const Tree_Node& parent, std::string_view child);
+    Way() = default;                      // to the top itself
+    explicit Way(const Tree_Node& node);  // to a node below the top of its tree
 
     void Append(std::string_view name);
-    void Cut(size_t names);  // all but the first so many names go
-    uint64_t Hash() const { return m_steps.back().prefix.HashOf(m_path) ^ m_steps.back().hidden; }
+    void Cut(size_t names);  // of the names that were appended, all but the first so many go
+    uint64_t Hash() const { return m_here.prefix.HashOf(m_path) ^ m_here.hidden; }
 
    private:
     struct Step {
-      Tree_Hash::Prefix prefix;
-      size_t length;
-      uint64_t hidden;  // all ones: a name up to here is none that a path can have
+      Tree_Hash::Prefix prefix{Tree_Hash::Seed()};
+      size_t length = 0;
+      uint64_t hidden = 0;  // all ones: a name up to here is none that a path can have
     };
+    void arrive(bool is_hidden);
 
     std::string m_path;
-    std::vector<Step> m_steps;  // one more than there are names
+    Step m_here;
+    std::vector<Step> m_before;  // where each appended name began
   };
 
   // Of all nodes below `top`.

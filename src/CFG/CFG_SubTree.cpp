@@ -244,7 +244,7 @@ int CFG_SubTree::SetValue(const RWCString& value_path, const RWCString& value_da
                             "%s : value_name parent path is a value,return FALSE\n", op);
   }
   Tree_Node* present = parent->Child(where.name);
-  if (!present) return parent->Add(new Tree_Node(where.name, value_data, 1));
+  if (!present) return parent->AddValue(where.name, value_data, 1) != nullptr;
   if (!present->IsLeaf()) {
     return logger.reject(FALSE, "%s : value path exist as sub tree,return FALSE\n", op);
   }
