@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <shared_mutex>
 #include <vector>
 
 #include <CFG/CFG_RepositoryServicesImp.h>
@@ -11,7 +12,10 @@
 // but the tree is owned here. A path operation assumes that Connect has succeeded.
 //
 // The two hooks run before a path is used; they do nothing here and let a subclass bring
-// the paths it is about to serve up to date.
+// the paths it is about to serve up to date. A subclass in which several threads use the tree
+// makes m_tree_lock: then each operation holds it while it uses the tree, and whoever changes the
+// tree otherwise holds it as well. GetSubTree by position gives away a handle on the tree itself,
+// which no lock protects.
 class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
  public:
   using CFG_RepositoryServicesImp::AddOrReplaceSubTree;
@@ -38,6 +42,7 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
   RWCString GetValue(RWCString& path, int index) override;
   RWCString GetValue(const RWCString& path) override;
   RWCString GetValueName(RWCString& path, int index) override;
+  String_Arr* Search(RWCString name, RWCString path) override;
   int GetValueNum(RWCString& path) override;
   int GetSubTreeNum(RWCString& path) override;
   int GetSubTreeEntriesCount(const RWCString& path) override;
@@ -90,11 +95,20 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
   // name, the counts and IsSubTreeExist, follow the same rule without asking here.
   virtual RWCString RemoveRootName(const RWCString& path);
 
-  std::unique_ptr<CFG_SubTree> m_sub_tree;  // null until connected
+  std::unique_ptr<CFG_SubTree> m_sub_tree;         // null until connected
+  std::unique_ptr<std::shared_mutex> m_tree_lock;  // of m_sub_tree; null: callers take turns
   RWWString m_file;
 
  private:
-  // The held subtree, after the hook; one without data before a tree is held.
-  CFG_SubTree& tree_for(const RWCString& path);
-  RWCString find_address(RWCString& pattern, RWCString value_name, const RWCString& address);
+  // An operation from its beginning to its end: the hook, then what `asked` makes of the held tree
+  // (a cfg::held_tree), which nobody else changes meanwhile. `asked` calls no other operation of
+  // this object.
+  template <class Asked>
+  auto read(const RWCString& path, const Asked& asked);
+  template <class Asked>
+  auto read_all(const Asked& asked);
+  template <class Asked>
+  auto change(const RWCString& path, const Asked& asked);
+  template <template <class> class Lock, class Asked>
+  auto with_tree(const Asked& asked);
 };

@@ -1,5 +1,7 @@
 #include <CFG/CFG_FileRepositoryBase.h>
 
+#include <mutex>
+
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/held_tree.h>
@@ -70,9 +72,26 @@ CFG_FileRepositoryBase::~CFG_FileRepositoryBase() = default;
 void CFG_FileRepositoryBase::before_path_used(const RWCString&) {}
 void CFG_FileRepositoryBase::before_all_paths_used() {}
 
-CFG_SubTree& CFG_FileRepositoryBase::tree_for(const RWCString& path) {
+template <template <class> class Lock, class Asked>
+auto CFG_FileRepositoryBase::with_tree(const Asked& asked) {
+  Lock<std::shared_mutex> lock;
+  if (m_tree_lock) lock = Lock<std::shared_mutex>(*m_tree_lock);
+  return asked(held_tree(m_sub_tree.get()));
+}
+template <class Asked>
+auto CFG_FileRepositoryBase::read(const RWCString& path, const Asked& asked) {
   before_path_used(path);
-  return held_tree(m_sub_tree.get()).handle();
+  return with_tree<std::shared_lock>(asked);
+}
+template <class Asked>
+auto CFG_FileRepositoryBase::read_all(const Asked& asked) {
+  before_all_paths_used();
+  return with_tree<std::shared_lock>(asked);
+}
+template <class Asked>
+auto CFG_FileRepositoryBase::change(const RWCString& path, const Asked& asked) {
+  before_path_used(path);
+  return with_tree<std::unique_lock>(asked);
 }
 
 RWCString CFG_FileRepositoryBase::RemoveRootName(const RWCString& path) {
@@ -84,67 +103,74 @@ int CFG_FileRepositoryBase::UnLock() {
   if (!m_sub_tree) {
     return logger.reject(FALSE, "UnLock() : no tree to write to file <%S>, return FALSE\n", m_file);
   }
-  return WriteCFG_SubTreeToFile(m_sub_tree.get(), "", m_file);
+  return with_tree<std::shared_lock>(
+      [&](const held_tree& tree) { return WriteCFG_SubTreeToFile(&tree.handle(), "", m_file); });
 }
 
 // --- what the held subtree answers ---------------------------------------------------------------
 
 RWCString CFG_FileRepositoryBase::GetValue(const RWCString& path) {
-  before_path_used(path);
-  return held_tree(m_sub_tree.get()).value(path);
+  return read(path, [&](const held_tree& tree) { return tree.value(path); });
 }
 RWCString CFG_FileRepositoryBase::GetValue(RWCString path, RWCString default_value) {
   before_path_used(path);
   return CFG_RepositoryServicesImp::GetValue(std::move(path), std::move(default_value));
 }
 RWCString CFG_FileRepositoryBase::GetValue(RWCString& path, int index) {
-  before_path_used(path);
-  return held_tree(m_sub_tree.get()).value(path, index);
+  return read(path, [&](const held_tree& tree) { return tree.value(path, index); });
 }
 RWCString CFG_FileRepositoryBase::GetValueName(RWCString& path, int index) {
-  before_path_used(path);
-  return held_tree(m_sub_tree.get()).value_name(path, index);
+  return read(path, [&](const held_tree& tree) { return tree.value_name(path, index); });
 }
 int CFG_FileRepositoryBase::GetValueNum(RWCString& path) {
-  before_path_used(path);
-  return held_tree(m_sub_tree.get()).value_num(path);
+  return read(path, [&](const held_tree& tree) { return tree.value_num(path); });
 }
 int CFG_FileRepositoryBase::GetSubTreeNum(RWCString& path) {
-  before_path_used(path);
-  return held_tree(m_sub_tree.get()).sub_tree_num(path);
+  return read(path, [&](const held_tree& tree) { return tree.sub_tree_num(path); });
 }
 int CFG_FileRepositoryBase::IsSubTreeExist(const RWCString& path) {
-  before_path_used(path);
-  return held_tree(m_sub_tree.get()).has_sub_tree(path);
+  return read(path, [&](const held_tree& tree) { return tree.has_sub_tree(path); });
 }
 CFG_SubTree* CFG_FileRepositoryBase::GetSubTree(RWCString& path, int index) {
-  return tree_for(path).GetSubTree(RemoveRootName(path), index);
+  return read(path, [&](const held_tree& tree) {
+    return tree.handle().GetSubTree(RemoveRootName(path), index);
+  });
 }
 int CFG_FileRepositoryBase::GetSubTreeEntriesCount(const RWCString& path) {
-  return tree_for(path).GetSubTreeEntriesCount(RemoveRootName(path));
+  return read(path, [&](const held_tree& tree) {
+    return tree.handle().GetSubTreeEntriesCount(RemoveRootName(path));
+  });
 }
 Tree_PathAndValueArray* CFG_FileRepositoryBase::GetSubTreeValues(const RWCString& path) {
-  return tree_for(path).GetSubTreeValues(RemoveRootName(path));
+  return read(path, [&](const held_tree& tree) {
+    return tree.handle().GetSubTreeValues(RemoveRootName(path));
+  });
 }
 String_Arr* CFG_FileRepositoryBase::GetSubTreePaths(const RWCString& path) {
-  return tree_for(path).GetSubTreePaths(RemoveRootName(path));
+  return read(path, [&](const held_tree& tree) {
+    return tree.handle().GetSubTreePaths(RemoveRootName(path));
+  });
 }
 int CFG_FileRepositoryBase::SetValue(const RWCString& path, const RWCString& value) {
-  return tree_for(path).SetValue(RemoveRootName(path), value);
+  return change(path, [&](const held_tree& tree) {
+    return tree.handle().SetValue(RemoveRootName(path), value);
+  });
 }
 int CFG_FileRepositoryBase::DeleteSubTree(const RWCString& path) {
-  return tree_for(path).DeleteSubTree(RemoveRootName(path));
+  return change(path, [&](const held_tree& tree) {
+    return tree.handle().DeleteSubTree(RemoveRootName(path));
+  });
 }
 int CFG_FileRepositoryBase::DeleteValue(const RWCString& path) {
-  return tree_for(path).DeleteValue(RemoveRootName(path));
+  return change(
+      path, [&](const held_tree& tree) { return tree.handle().DeleteValue(RemoveRootName(path)); });
 }
 
 // --- detached copies ------------------------------------------------------------------------
 
 CFG_SubTree* CFG_FileRepositoryBase::GetSubTree(RWCString& path) {
   logger.trace("path is %s\n", path);
-  before_path_used(path);
-  return held_tree(m_sub_tree.get()).sub_tree_at(path);
+  return read(path, [&](const held_tree& tree) { return tree.sub_tree_at(path); });
 }
 CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
   return GetSubTree(path);
@@ -164,17 +190,17 @@ CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeOnlyWithValues(const RWCString& p
 }
 
 int CFG_FileRepositoryBase::ExportPath(const RWCString& path, const RWWString& file) {
-  return ExportPathRead(path, file, [this](const RWCString& actual) {
-    logger.trace("path is %s\n", actual);
-    before_path_used(actual);
-    return held_tree(m_sub_tree.get()).shared_at(actual);
+  return read(path, [&](const held_tree& tree) {
+    return ExportPathRead(path, file, [&](const RWCString& actual) {
+      logger.trace("path is %s\n", actual);
+      return tree.shared_at(actual);
+    });
   });
 }
 
 Tree_NodePtr CFG_FileRepositoryBase::GetTreeNode(const RWCString& path) {
   logger.trace("path is %s\n", path);
-  before_path_used(path);
-  return held_tree(m_sub_tree.get()).copy_at(path);
+  return read(path, [&](const held_tree& tree) { return tree.copy_at(path); });
 }
 Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeWithPrecentAndWildcard(const RWCString& path) {
   return GetTreeNode(path);
@@ -197,7 +223,6 @@ Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeOnlyWithValues(const RWCString& 
 
 int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
   constexpr char op[] = "AddOrReplaceSubTree(CFG_SubTree* sub_tree,const RWCString & path)";
-  before_path_used(path);
   logger.trace("Start %s\n", op);
   if (!sub_tree) return logger.reject(FALSE, "%s, sub_tree is NULL, return FALSE\n", op);
   Tree_NodePtr node = sub_tree->GetData();
@@ -208,7 +233,6 @@ int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWC
                                                 int merge) {
   constexpr char op[] =
       "AddOrReplaceSubTree(CFG_SubTree* sub_tree,const RWCString & path,T_Bool merge)";
-  before_path_used(path);
   logger.info("Start %s path %s\n", op, path);
   if (!merge) return AddOrReplaceSubTree(sub_tree, path);
   Tree_NodePtr data;
@@ -216,14 +240,15 @@ int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWC
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
   logger.info(" sub tree key name\n");
   const RWCString actual = change_string_with_properties(path);
-  const Tree_NodePtr stored = held_tree(m_sub_tree.get()).node_at(cfg::join(actual, key_name));
-  if (stored && !stored->IsLeaf()) data = Tree_Node::Merge(stored, data);
-  return WriteSubTree(data, actual);
+  return change(actual, [&](const held_tree& tree) {
+    const Tree_NodePtr stored = tree.node_at(cfg::join(actual, key_name));
+    if (stored && !stored->IsLeaf()) data = Tree_Node::Merge(stored, data);
+    return tree.write(data, actual);
+  });
 }
 
 int CFG_FileRepositoryBase::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) {
-  before_path_used(path);
-  return held_tree(m_sub_tree.get()).write(sub_tree, path);
+  return change(path, [&](const held_tree& tree) { return tree.write(sub_tree, path); });
 }
 
 int CFG_FileRepositoryBase::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) {
@@ -236,21 +261,28 @@ int CFG_FileRepositoryBase::SetOrRanameKeyName(const RWCString& path, const RWCS
   if (path.isNull()) {
     return logger.reject(FALSE, "%s key <%s>: path is empty string, return FALSE\n", op, key_name);
   }
-  return tree_for(path).SetKeyName(RemoveRootName(path), key_name);
+  return change(path, [&](const held_tree& tree) {
+    return tree.handle().SetKeyName(RemoveRootName(path), key_name);
+  });
 }
 
+String_Arr* CFG_FileRepositoryBase::Search(RWCString name, RWCString path) {
+  before_all_paths_used();
+  return CFG_RepositoryServicesImp::Search(std::move(name), std::move(path));
+}
 String_Arr* CFG_FileRepositoryBase::SearchKeyOrValueName(const RWCString& name,
                                                          const RWCString& path) {
-  before_path_used(path);
-  return held_tree(m_sub_tree.get()).search(logger, name, path);
+  return read(path, [&](const held_tree& tree) { return tree.search(logger, name, path); });
 }
 
 // --- patterns -------------------------------------------------------------------------------
 
 String_Arr* CFG_FileRepositoryBase::FillPath(RWCString pattern) {
-  RWCString actual = change_string_with_properties(RemoveRootName(pattern));
   std::vector<RWCString> paths;
-  FillPathToVec(m_sub_tree.get(), actual, &paths);
+  read_all([&](const held_tree&) {
+    RWCString actual = change_string_with_properties(RemoveRootName(pattern));
+    FillPathToVec(m_sub_tree.get(), actual, &paths);
+  });
   return cfg::filled_paths(logger, paths);
 }
 
@@ -258,7 +290,8 @@ void CFG_FileRepositoryBase::FillPathToVec(CFG_SubTree* at, RWCString& pattern,
                                            std::vector<RWCString>* out) {
   before_path_used(pattern);
   const Tree_NodePtr top = held_tree(at).root();
-  for (cfg::pattern_walk walk(top.get(), pattern); *walk; walk.next()) {
+  const auto step = [this](std::string_view rest) { before_path_used(RWCString(rest)); };
+  for (cfg::pattern_walk walk(top.get(), pattern, step); *walk; walk.next()) {
     const Tree_Node& found = **walk;
     if (!found.IsLeaf() || !found.GetText().empty()) out->push_back(found.GetPath());
   }
@@ -268,22 +301,24 @@ void CFG_FileRepositoryBase::FillPathToVec(CFG_SubTree* at, RWCString& pattern,
 // is written as an IPv6 one in both ways.
 RWCString CFG_FileRepositoryBase::FillPath(RWCString pattern, RWCString value_name,
                                            RWCString value) {
-  RWCString actual = change_string_with_properties(RemoveRootName(pattern));
-  if (!is_address_name(value_name)) return FindValue(m_sub_tree.get(), actual, value_name, value);
-  if (!is_prefix(value_name)) value_name += '%';
-  RWCString path = find_address(actual, value_name, value);
-  return path.isNull() ? find_address(actual, "additional_inet_address_%", value) : path;
-}
-
-RWCString CFG_FileRepositoryBase::find_address(RWCString& pattern, RWCString value_name,
-                                               const RWCString& address) {
-  RWCString unbraced = address;
-  RemoveIpv6Braces(unbraced);
-  RWCString unmapped = unbraced;
-  const bool was_mapped = handle_if_ipv6_mapped(unmapped);
-  RWCString path = FindValue(m_sub_tree.get(), pattern, value_name, unmapped);
-  if (!path.isNull() || !was_mapped) return path;
-  return FindValue(m_sub_tree.get(), pattern, value_name, unbraced);
+  return read_all([&](const held_tree&) {
+    RWCString actual = change_string_with_properties(RemoveRootName(pattern));
+    const auto find = [&](RWCString name, RWCString text) {
+      return FindValue(m_sub_tree.get(), actual, name, text);
+    };
+    if (!is_address_name(value_name)) return find(value_name, value);
+    RWCString unbraced = value;
+    RemoveIpv6Braces(unbraced);
+    RWCString unmapped = unbraced;
+    const bool was_mapped = handle_if_ipv6_mapped(unmapped);
+    if (!is_prefix(value_name)) value_name += '%';
+    for (const RWCString& name : {value_name, RWCString("additional_inet_address_%")}) {
+      RWCString path = find(name, unmapped);
+      if (path.isNull() && was_mapped) path = find(name, unbraced);
+      if (!path.isNull()) return path;
+    }
+    return RWCString();
+  });
 }
 
 RWCString CFG_FileRepositoryBase::FindValue(CFG_SubTree* at, RWCString& pattern,

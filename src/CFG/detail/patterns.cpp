@@ -21,8 +21,9 @@ std::string_view component(std::string_view path, int position) {
 Tree_Node* pattern_walk::follow(Tree_Node* node, std::string_view rest) {
   Tree_PathWalk walk(rest);
   std::string_view name;
-  while (node && walk.Next(name)) {
+  for (std::string_view from = rest; node && walk.Next(name); from = walk.Rest()) {
     if (name == "%") {
+      if (m_on_step && from.size() != rest.size()) m_on_step(from);
       if (node->Children()) m_open.push_back({node->Children(), 0, walk.Rest()});
       return nullptr;
     }
@@ -42,7 +43,9 @@ void pattern_walk::next() {
     }
     wildcard.place = place + 1;
     Tree_Node* child = wildcard.children->at(place).get();
-    if (!child->IsLeaf()) m_found = follow(child, wildcard.rest);
+    if (child->IsLeaf()) continue;
+    if (m_on_step) m_on_step(wildcard.rest);
+    m_found = follow(child, wildcard.rest);
   }
 }
 

@@ -1,7 +1,9 @@
 // Patterns: paths in which a component `%` stands for any key.
 #pragma once
 
+#include <functional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <tree/Tree_Node.h>
@@ -21,8 +23,12 @@ std::string_view component(std::string_view path, int position);
 // number of components. The tree must not change meanwhile.
 class pattern_walk {
  public:
-  pattern_walk(Tree_Node* at, std::string_view pattern)
-      : m_found(at && !pattern.empty() ? follow(at, pattern) : nullptr) {
+  // Told the rest of the pattern wherever it is applied to another key.
+  using step = std::function<void(std::string_view rest)>;
+
+  pattern_walk(Tree_Node* at, std::string_view pattern, step on_step = {})
+      : m_on_step(std::move(on_step)),
+        m_found(at && !pattern.empty() ? follow(at, pattern) : nullptr) {
     if (!m_found) next();
   }
 
@@ -41,6 +47,7 @@ class pattern_walk {
   // in the way was opened.
   Tree_Node* follow(Tree_Node* node, std::string_view rest);
 
+  step m_on_step;
   std::vector<any_key> m_open;  // the wildcards on the way to m_found
   Tree_Node* m_found;
 };
