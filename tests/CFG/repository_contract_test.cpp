@@ -315,6 +315,17 @@ TEST(Repository, DropsTheFirstComponentWhateverItSays) {
   }
 }
 
+TEST(Repository, AKeyThatIsNotThereLeavesALineInTheLog) {
+  for (const WorldKind kind : in_memory) {
+    World world(kind, sample());
+    Log_Capture capture;
+    EXPECT_EQ(shown(SubTreePtr(world.services().GetSubTree("halvoria\\none"))), "NULL");
+    EXPECT_TRUE(capture.has("GetRelativeSubTreeByRef return NULL_TREE_NODE_PTR,return NULL\n"));
+    EXPECT_EQ(shown(SubTreePtr(world.services().GetSubTree("halvoria\\version"))), "NULL");
+    EXPECT_TRUE(capture.has("path <version> is a value,return NULL\n")) << capture.text();
+  }
+}
+
 // A first component that stands for two is stripped as one by reads, and loses only its own
 // first part in subtree writes.
 TEST(Repository, ReadsStripTheRootBeforeSubstitutionAndSubtreeWritesAfterIt) {

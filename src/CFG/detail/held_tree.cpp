@@ -1,5 +1,7 @@
 #include <CFG/detail/held_tree.h>
 
+#include <memory>
+
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/patterns.h>
 
@@ -37,8 +39,9 @@ Tree_NodePtr held_tree::copy_at(std::string_view path) const {
 }
 
 CFG_SubTree* held_tree::sub_tree_at(std::string_view path) const {
-  const Tree_NodePtr node = node_at(path);
-  return node && !node->IsLeaf() ? new CFG_SubTree(node->DuplicateFromHereDown(true)) : nullptr;
+  RWCString below(below_root(before_wildcard(path)));
+  const std::unique_ptr<CFG_SubTree> found(handle().GetSubTree(below));
+  return found ? new CFG_SubTree(found->GetData()->DuplicateFromHereDown(true)) : nullptr;
 }
 
 CFG_SubTree* held_tree::shared_at(std::string_view path) const {
