@@ -11,7 +11,7 @@
 //   %%                the per cent sign
 // A null text is written as "(null)". A precision cuts text between two UTF-8
 // characters. An argument may be a callable without parameters that returns one of
-// these; it is called only when the message is written and must not throw.
+// these; it is called only when the message is written, and no message is when it throws.
 #pragma once
 
 #include <cstddef>

@@ -18,31 +18,31 @@ class Log_Logger {
       : m_file(file), m_module(Tmr_GLog::KnownModule(module)) {}
 
   template <class... A>
-  void severe(Log_Format<A...> format, const A&... args) const {
+  void severe(Log_Format<A...> format, const A&... args) const noexcept {
     log(LOG_LEVEL_SEVERE, format, args...);
   }
   template <class... A>
-  void error(Log_Format<A...> format, const A&... args) const {
+  void error(Log_Format<A...> format, const A&... args) const noexcept {
     log(LOG_LEVEL_ERROR, format, args...);
   }
   template <class... A>
-  void warning(Log_Format<A...> format, const A&... args) const {
+  void warning(Log_Format<A...> format, const A&... args) const noexcept {
     log(LOG_LEVEL_WARNING, format, args...);
   }
   template <class... A>
-  void info(Log_Format<A...> format, const A&... args) const {
+  void info(Log_Format<A...> format, const A&... args) const noexcept {
     log(LOG_LEVEL_INFORMATION, format, args...);
   }
   template <class... A>
-  void detail(Log_Format<A...> format, const A&... args) const {
+  void detail(Log_Format<A...> format, const A&... args) const noexcept {
     log(LOG_LEVEL_DETAIL, format, args...);
   }
   template <class... A>
-  void trace(Log_Format<A...> format, const A&... args) const {
+  void trace(Log_Format<A...> format, const A&... args) const noexcept {
     log(LOG_LEVEL_TRACE, format, args...);
   }
   template <class... A>
-  void log(int level, Log_Format<A...> format, const A&... args) const {
+  void log(int level, Log_Format<A...> format, const A&... args) const noexcept {
     if (TmrGLog.IsOpen(level, m_module)) write(level, format, args...);
   }
 
@@ -69,7 +69,7 @@ class Log_Logger {
   __attribute__((noinline, cold))
 #endif
   void
-  write(int level, Log_Format<A...> format, const A&... args) const {
+  write(int level, Log_Format<A...> format, const A&... args) const noexcept {
     if (TmrGLog.StoreParams(m_file, format.function, format.line, level, m_module, 1)) {
       TmrGLog.Log(format, args...);
     }

@@ -126,7 +126,7 @@ int Tmr_GLog::StoreParams(const char* file, const char* function, int line, int 
   return 0;
 }
 
-const Log_Origin& Tmr_GLog::stored_params() { return this_threads_params; }
+const Log_Origin& Tmr_GLog::stored_params() noexcept { return this_threads_params; }
 
 void Tmr_GLog::write(const Log_Origin& origin, const char* format,
                      std::initializer_list<Log_Argument> args) noexcept try {

@@ -55,10 +55,14 @@ class HALVORIA_API Tmr_GLog {
   int StoreParams(const char* file, const char* function, int line, int level, int module,
                   int) noexcept;
   template <class... A>
-  void Log(Log_Format<A...> format, const A&... args) {
+  void Log(Log_Format<A...> format, const A&... args) noexcept {
     // Read first, since a callable argument may log by itself.
     const Log_Origin origin = stored_params();
-    write(origin, format.text, {Log_Argument(value_of(args))...});
+    try {
+      write(origin, format.text, {Log_Argument(value_of(args))...});
+    } catch (...) {
+      // No memory for an argument: the line is dropped.
+    }
   }
 
   // Levels 0..7: messages up to that level are written. A module keeps its own level
@@ -83,7 +87,7 @@ class HALVORIA_API Tmr_GLog {
     }
   }
 
-  static const Log_Origin& stored_params();
+  static const Log_Origin& stored_params() noexcept;
   void write(const Log_Origin& origin, const char* format,
              std::initializer_list<Log_Argument> args) noexcept;
   void read_settings_once();

@@ -1,0 +1,42 @@
+// How a public operation answers what it could not do.
+#pragma once
+
+#include <exception>
+#include <new>
+
+#include <logging/Logger.h>
+
+namespace cfg {
+
+// Called while an exception is handled: writes the line that says why.
+inline void log_exception(const Log_Logger& logger, const char* op) noexcept {
+  try {
+    throw;
+  } catch (const std::bad_alloc&) {
+    logger.severe("%s : memory ran out\n", op);
+  } catch (const std::exception& e) {
+    logger.severe("%s : %s\n", op, e.what());
+  } catch (...) {
+    logger.severe("%s : an unknown exception\n", op);
+  }
+}
+
+// Nothing leaves a public operation but its answer. One that allocates is written
+//   int CFG_SubTree::SetValue(...) try {
+//     ...
+//   } catch (...) {
+//     return cfg::answered(logger, FALSE);
+//   }
+// and answers with its documented empty answer and a line of level 2 that names it. Its
+// changes must be such that the tree is then as before, or changed as a whole.
+template <class Answer>
+#if defined(__GNUC__)
+[[gnu::noinline, gnu::cold]]
+#endif
+Answer
+answered(const Log_Logger& logger, Answer nothing, const char* op = __builtin_FUNCTION()) noexcept {
+  log_exception(logger, op);
+  return nothing;
+}
+
+}  // namespace cfg
