@@ -1,6 +1,7 @@
 #include <tree/Tree_Name.h>
 
 #include <array>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <stdexcept>
@@ -156,10 +157,14 @@ Tree_Name::Tree_Name(std::string_view text) {
       m_text = *found;
       m_text->count.fetch_add(1, std::memory_order_relaxed);
     } else {
-      void* memory = ::operator new(sizeof(Text) + text.size());
-      m_text = new (memory) Text{{1}, static_cast<uint32_t>(text.size()), hash};
+      struct Release {
+        void operator()(void* memory) const { ::operator delete(memory); }
+      };
+      std::unique_ptr<void, Release> memory(::operator new(sizeof(Text) + text.size()));
+      m_text = new (memory.get()) Text{{1}, static_cast<uint32_t>(text.size()), hash};
       text.copy(reinterpret_cast<char*>(m_text + 1), text.size());
       part.names.insert(m_text);
+      memory.release();
     }
   }
   if (names) names->meet(m_text);
