@@ -4,12 +4,16 @@
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Thread_Mutex.h>
 #include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <mutex>
 #include <vector>
 
 #include <thread/ConditionVar.h>
+#include <thread/ForkHandler.h>
 #include <thread/Mutex.h>
 #include <thread/RecursiveThreadMutexWrapper.h>
 #include <thread/Thread.h>
@@ -140,6 +144,52 @@ TEST(Thread, RunsOnceUnderItsNameAndAgainAfterAJoin) {
   EXPECT_TRUE(task.start());
   task.join();
   EXPECT_EQ(runs, 2);
+}
+
+// What the child finds in order; it ends by itself should it wait for ever.
+bool holds_in_child(const std::function<bool()>& holds) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(20);
+    _exit(holds() ? 0 : 1);
+  }
+  int status = 1;
+  return waitpid(child, &status, 0) == child && status == 0;
+}
+
+TEST(Fork, WaitsForLocksAndLeavesThemFreeOnBothSides) {
+  ForkMutex mutex(ForkHandler::VALUES);
+  int halves[2] = {0, 0};  // guarded by mutex
+  std::atomic<bool> is_over{false};
+  Task busy([&] {
+    while (!is_over) {
+      const MutexGuard guard(mutex);
+      ++halves[0];
+      ++halves[1];
+    }
+  });
+  const unsigned generation = ForkHandler::Generation();
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_TRUE(holds_in_child([&] {
+      const MutexGuard guard(mutex);
+      return halves[0] == halves[1] && ForkHandler::Generation() == generation + 1;
+    }));
+  }
+  EXPECT_EQ(ForkHandler::Generation(), generation);
+  is_over = true;
+}
+
+TEST(Fork, TakesLocksFromAboveAndReleasesThemFromBelow) {
+  static std::string told;
+  const auto note = [](void* name, ForkHandler::Phase phase) {
+    (told += static_cast<const char*>(name)) += "<=>"[phase];
+  };
+  char low[] = "low", high[] = "high", gone[] = "gone";
+  const ForkHandler lower(ForkHandler::LOG, note, low);
+  const ForkHandler upper(ForkHandler::REPOSITORIES, note, high);
+  ForkHandler(ForkHandler::VALUES, note, gone);
+  EXPECT_TRUE(holds_in_child([] { return told == "high<low<low>high>"; }));
+  EXPECT_EQ(told, "high<low<low=high=");
 }
 
 }  // namespace

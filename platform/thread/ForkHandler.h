@@ -1,0 +1,49 @@
+// What becomes of locks, and of what they guard, when the process forks.
+#pragma once
+
+#include <strings/Export.h>
+#include <thread/Mutex.h>
+
+// Only the thread that forks lives on in the child. What other threads held there would be held for
+// ever, and what they were changing would stay half changed. So whoever forks takes the locks
+// first, as a user of them would: those of upper layers before those of lower ones. Afterwards
+// they are released on both sides, lower layers first, and the child gives up what is the parent's.
+//
+// Registered from construction to end, so it is the last member of what it serves. None is made or
+// destroyed by a thread that holds a lock of another one.
+class HALVORIA_API ForkHandler {
+ public:
+  enum Phase { BEFORE, IN_PARENT, IN_CHILD };
+  enum Layer { LOG, TREES, VALUES, CONNECTIONS, DATABASES, REPOSITORIES };  // upwards
+  using Call = void (*)(void* object, Phase phase);
+
+  // `call` is told of each phase, on the thread that forks. It must not throw, and in the child
+  // not wait for anything.
+  ForkHandler(Layer layer, Call call, void* object);
+  ForkHandler(const ForkHandler&) = delete;
+  ForkHandler& operator=(const ForkHandler&) = delete;
+  ~ForkHandler();
+
+  // How many forks lie between the process that loaded the library and this one: what was
+  // opened under another number belongs to an ancestor.
+  static unsigned Generation();
+
+ private:
+  friend struct ForkHandlers;
+  const Layer m_layer;
+  const Call m_call;
+  void* const m_object;
+};
+
+// A lock that is held for moments only, and that a fork waits for.
+class HALVORIA_API ForkMutex : public Mutex {
+ public:
+  explicit ForkMutex(ForkHandler::Layer layer) : m_handler(layer, told, this) {}
+
+ private:
+  static void told(void* mutex, ForkHandler::Phase phase) THREADAPI_UNCHECKED {
+    auto& self = *static_cast<ForkMutex*>(mutex);
+    phase == ForkHandler::BEFORE ? self.lock() : self.unlock();
+  }
+  ForkHandler m_handler;
+};
