@@ -1,18 +1,27 @@
 #include <connection/Conn_ClientStream.h>
 
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <asio.hpp>
 #include <cerrno>
+#include <cstring>
+#include <limits>
+#include <set>
 #include <system_error>
+#include <utility>
+#include <vector>
+
+#include <connection/Conn_Lookup.h>
+#include <thread/ForkHandler.h>
 
 namespace {
 
-using asio::ip::tcp;
 using clock_type = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
@@ -22,40 +31,77 @@ std::string no_answer(milliseconds time_out) {
   return "no answer within " + std::to_string(time_out.count()) + " ms";
 }
 
-std::string text_of(const asio::error_code& error) {
-  if (error.category() == asio::error::get_netdb_category()) return "host unknown";
-  return error.message();
-}
+// What all connections of the process have open. A child that kept them would hide from the other
+// side that its parent closed one.
+class OpenSockets {
+ public:
+  static OpenSockets& instance() {
+    static OpenSockets& all = *new OpenSockets;
+    return all;
+  }
+  void add(int socket) {
+    const MutexGuard guard(m_mutex);
+    m_sockets.insert(socket);
+  }
+  void close(int socket) {
+    const MutexGuard guard(m_mutex);
+    m_sockets.erase(socket);
+    ::close(socket);
+  }
+
+ private:
+  static void told(void* object, ForkHandler::Phase phase) THREADAPI_UNCHECKED {
+    auto& self = *static_cast<OpenSockets*>(object);
+    if (phase == ForkHandler::BEFORE) return self.m_mutex.lock();
+    if (phase == ForkHandler::IN_CHILD) {
+      for (const int socket : self.m_sockets) ::close(socket);
+      self.m_sockets.clear();
+    }
+    self.m_mutex.unlock();
+  }
+
+  Mutex m_mutex;
+  std::set<int> m_sockets THREADAPI_GUARDED_BY(m_mutex);
+  ForkHandler m_handler{ForkHandler::CONNECTIONS, told, this};
+};
+
+// Closes what was not handed on.
+class Socket {
+ public:
+  explicit Socket(int socket) : m_socket(socket) {}
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+  ~Socket() {
+    if (m_socket >= 0) ::close(m_socket);
+  }
+  int get() const { return m_socket; }
+  int release() { return std::exchange(m_socket, -1); }
+
+ private:
+  int m_socket;
+};
 
 // Of a connection to a free port of this host, the system may make one that ends where it begins.
-bool is_own_echo(const tcp::socket& socket) {
-  asio::error_code ignored;
-  return socket.local_endpoint(ignored) == socket.remote_endpoint(ignored);
+bool is_own_echo(int socket) {
+  sockaddr_storage own{}, other{};
+  socklen_t own_size = sizeof own, other_size = sizeof other;
+  return getsockname(socket, reinterpret_cast<sockaddr*>(&own), &own_size) == 0 &&
+         getpeername(socket, reinterpret_cast<sockaddr*>(&other), &other_size) == 0 &&
+         own_size == other_size && std::memcmp(&own, &other, own_size) == 0;
 }
 
-asio::error_code connect_one(asio::io_context& io, tcp::socket& socket,
-                             const tcp::endpoint& address, milliseconds time_out) {
-  asio::error_code result;
-  socket.open(address.protocol(), result);
-  if (result) return result;
-  // A program that is started would keep the connection, and what is locked over it.
-  fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
-  result = asio::error::timed_out;
-  bool is_decided = false;
-  socket.async_connect(address, [&](const asio::error_code& error) {
-    result = error;
-    is_decided = true;
-  });
-  io.restart();
-  io.run_for(time_out);
-  if (!is_decided) {
-    asio::error_code ignored;
-    socket.close(ignored);
-    io.restart();
-    io.run();
-    return asio::error::timed_out;
+// Whether there is something to be had of it in time; 0 or the system's error.
+int wait_for(int socket, short events, clock_type::time_point deadline) {
+  for (;;) {
+    const auto rest = std::chrono::ceil<milliseconds>(deadline - clock_type::now());
+    pollfd asked{socket, events, 0};
+    const int found = ::poll(&asked, 1,
+                             static_cast<int>(std::clamp<milliseconds::rep>(
+                                 rest.count(), 0, std::numeric_limits<int>::max())));
+    if (found > 0) return 0;
+    if (found == 0) return ETIMEDOUT;
+    if (errno != EINTR) return errno;
   }
-  return !result && is_own_echo(socket) ? asio::error::connection_refused : result;
 }
 
 timeval in_seconds(milliseconds time) {
@@ -67,9 +113,41 @@ timeval in_seconds(milliseconds time) {
   return value;
 }
 
-void set_time_out(int socket, int option, milliseconds time_out) {
-  const timeval value = in_seconds(time_out);
-  setsockopt(socket, SOL_SOCKET, option, &value, sizeof value);
+template <class T>
+int set_option(int socket, int level, int option, const T& value) {
+  return setsockopt(socket, level, option, &value, sizeof value) == 0 ? 0 : errno;
+}
+
+int set_time_out(int socket, int option, milliseconds time_out) {
+  return set_option(socket, SOL_SOCKET, option, in_seconds(time_out));
+}
+
+// Programs that are started do not get it: they would keep the connection, and what is locked
+// over it. 0 or the system's error.
+int connect(const Conn_Address& address, clock_type::time_point deadline, int& connected) {
+  Socket socket(
+      ::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP));
+  if (socket.get() < 0) return errno;
+  int error = ::connect(socket.get(), address.get(), address.size) == 0 ? 0 : errno;
+  if (error == EINPROGRESS || error == EINTR) {
+    error = wait_for(socket.get(), POLLOUT, deadline);
+    socklen_t size = sizeof error;
+    if (!error) getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
+  }
+  if (error) return error;
+  if (is_own_echo(socket.get())) return ECONNREFUSED;
+  connected = socket.release();
+  return 0;
+}
+
+int set_up(int socket, milliseconds time_out, bool keep_alive) {
+  const int options = fcntl(socket, F_GETFL);
+  if (options < 0 || fcntl(socket, F_SETFL, options & ~O_NONBLOCK) != 0) return errno;
+  int error = set_option(socket, IPPROTO_TCP, TCP_NODELAY, int{1});
+  if (!error) error = set_option(socket, SOL_SOCKET, SO_KEEPALIVE, int{keep_alive});
+  if (!error) error = set_time_out(socket, SO_SNDTIMEO, time_out);
+  if (!error) error = set_time_out(socket, SO_RCVTIMEO, time_out);
+  return error;
 }
 
 }  // namespace
@@ -78,40 +156,38 @@ bool Conn_ClientStream::open(const std::string& host, int port, milliseconds con
                              milliseconds time_out, bool keep_alive, std::string& reason) {
   close();
   const auto deadline = clock_type::now() + connect_time_out;
-  asio::io_context io(1);
-  asio::error_code error;
-  tcp::resolver resolver(io);
-  const auto addresses =
-      resolver.resolve(host, std::to_string(port), tcp::resolver::numeric_service, error);
-  size_t left = addresses.size();
-  if (!error && left == 0) error = asio::error::host_not_found;
-  tcp::socket socket(io);
-  for (const auto& address : addresses) {
-    const auto rest = std::chrono::duration_cast<milliseconds>(deadline - clock_type::now());
-    if (socket.is_open()) socket.close(error);
-    error = connect_one(io, socket, address.endpoint(),
-                        std::max(rest, milliseconds(1)) / static_cast<int>(left--));
-    if (!error) break;
+  std::vector<Conn_Address> addresses;
+  m_was_late = !Conn_Lookup(host, port, deadline, addresses, reason);
+  if (m_was_late)
+    reason = "the address of " + host + " was not found: " + no_answer(connect_time_out);
+  auto left = static_cast<int>(addresses.size());
+  for (const Conn_Address& address : addresses) {
+    const auto now = clock_type::now();
+    int made = -1;
+    int error = connect(address, now + (std::max(deadline, now) - now) / left--, made);
+    Socket socket(made);
+    if (!error) error = set_up(made, time_out, keep_alive);
+    if (!error) {
+      OpenSockets::instance().add(made);
+      m_socket = socket.release();
+      m_generation = ForkHandler::Generation();
+      m_receive_time_out = time_out;
+      return true;
+    }
+    m_was_late = error == ETIMEDOUT;
+    if (addresses.size() > 1) reason += (reason.empty() ? "" : "; ") + address.text() + ": ";
+    reason += m_was_late ? no_answer(connect_time_out) : text_of(error);
   }
-  if (error) {
-    reason = error == asio::error::timed_out ? no_answer(connect_time_out) : text_of(error);
-    return false;
-  }
-  asio::error_code ignored;
-  socket.set_option(tcp::no_delay(true), ignored);
-  socket.set_option(asio::socket_base::keep_alive(keep_alive), ignored);
-  socket.native_non_blocking(false, ignored);
-  m_socket = socket.release(error);
-  if (error) return reason = text_of(error), false;
-  set_time_out(m_socket, SO_SNDTIMEO, time_out);
-  m_receive_time_out = milliseconds(0);
-  set_receive_time_out(time_out);
-  return true;
+  return false;
 }
 
 void Conn_ClientStream::close() {
-  if (m_socket >= 0) ::close(m_socket);
+  if (is_open()) OpenSockets::instance().close(m_socket);
   m_socket = -1;
+}
+
+bool Conn_ClientStream::is_open() const {
+  return m_socket >= 0 && m_generation == ForkHandler::Generation();
 }
 
 bool Conn_ClientStream::is_live() const {
@@ -122,13 +198,14 @@ bool Conn_ClientStream::is_live() const {
 
 bool Conn_ClientStream::send(std::string_view bytes, size_t& sent, std::string& reason) {
   sent = 0;
+  m_was_late = false;
   while (sent < bytes.size()) {
     const ssize_t count = ::send(m_socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
     if (count > 0) {
       sent += static_cast<size_t>(count);
     } else if (errno != EINTR) {
-      const bool is_late = errno == EAGAIN || errno == EWOULDBLOCK;
-      reason = is_late ? "the request was not taken in time" : text_of(errno);
+      m_was_late = errno == EAGAIN || errno == EWOULDBLOCK;
+      reason = m_was_late ? "the request was not taken in time" : text_of(errno);
       return false;
     }
   }
@@ -136,6 +213,7 @@ bool Conn_ClientStream::send(std::string_view bytes, size_t& sent, std::string& 
 }
 
 size_t Conn_ClientStream::receive(char* bytes, size_t size, std::string& reason) {
+  m_was_late = false;
   ssize_t count;
   do {
     count = ::recv(m_socket, bytes, size, 0);
@@ -144,8 +222,8 @@ size_t Conn_ClientStream::receive(char* bytes, size_t size, std::string& reason)
   if (count == 0) {
     reason = "the connection was closed by the other side";
   } else {
-    const bool is_late = errno == EAGAIN || errno == EWOULDBLOCK;
-    reason = is_late ? no_answer(m_receive_time_out) : text_of(errno);
+    m_was_late = errno == EAGAIN || errno == EWOULDBLOCK;
+    reason = m_was_late ? no_answer(m_receive_time_out) : text_of(errno);
   }
   return 0;
 }

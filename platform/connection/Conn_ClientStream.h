@@ -9,6 +9,9 @@
 // A TCP connection that waits in the system's own calls, so that a request costs one of them to
 // send and one to receive. What connections are made of is known here only. One thread. Failures
 // come with the system's reason; the connection is of no use then, and the owner closes it.
+//
+// It belongs to the process that opened it: in a child of that it is not open, and the child's
+// copy of the socket is closed as soon as the process forks.
 class Conn_ClientStream {
  public:
   Conn_ClientStream() = default;
@@ -16,12 +19,12 @@ class Conn_ClientStream {
   Conn_ClientStream& operator=(const Conn_ClientStream&) = delete;
   ~Conn_ClientStream() { close(); }
 
-  // A name's addresses are tried in turn, all within the time-out. That of sending and
-  // receiving is `time_out`.
+  // A name's addresses are tried in turn, all within the time-out, looking them up included. That
+  // of sending and receiving is `time_out`.
   bool open(const std::string& host, int port, std::chrono::milliseconds connect_time_out,
             std::chrono::milliseconds time_out, bool keep_alive, std::string& reason);
   void close();
-  bool is_open() const { return m_socket >= 0; }
+  bool is_open() const;
   // False when the other side has closed, or the connection broke. Does not wait.
   bool is_live() const;
 
@@ -33,8 +36,12 @@ class Conn_ClientStream {
   size_t receive_at_once(char* bytes, size_t size);
   // How long receive waits. Kept until it is set anew.
   void set_receive_time_out(std::chrono::milliseconds time_out);
+  // Whether the last failure was that the time was over.
+  bool was_late() const { return m_was_late; }
 
  private:
   int m_socket = -1;
+  unsigned m_generation = 0;  // of the process
   std::chrono::milliseconds m_receive_time_out{0};
+  bool m_was_late = false;
 };

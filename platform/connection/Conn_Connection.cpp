@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include <connection/Conn_Silence.h>
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -19,24 +21,32 @@ bool Conn_SyncConnector::Inside::prepare() {
   }
   drop_when_stale();
   if (transaction_is_broken) return prepare();
+  if (!transaction_has_begun && Conn_Silence::Holds(address)) {
+    last_error = address + " did not answer in time a moment ago and is not asked again yet";
+    return false;
+  }
   return stream.is_open() || open();
 }
 
 void Conn_SyncConnector::Inside::drop_when_stale() {
-  if (!stream.is_open()) return;
+  if (!stream.is_open()) {  // nor was it when the process forked
+    transaction_is_broken = transaction_has_begun;
+    return;
+  }
   const auto now = clock_type::now();
   if (now - last_looked_at <= kFresh) return;
-  if (!transaction_has_begun && now - last_used > time_outs.idle) return drop();
+  if (!transaction_has_begun && is_stale(now)) return drop();
   if (now - last_used <= kFresh) return;
   last_looked_at = now;
   if (!stream.is_live()) drop();
 }
 
 bool Conn_SyncConnector::Inside::open() {
-  if (host.empty()) return last_error = "no service was named to connect to", false;
+  if (host.empty()) return last_error = unusable, false;
   std::string reason;
-  if (!stream.open(host, port, time_outs.connect, time_outs.request, keep_alive, reason)) {
+  if (!stream.open(host, port, time_outs.connect, time_outs.answer, keep_alive, reason)) {
     last_error = "cannot connect to " + address + ": " + reason.c_str();
+    if (stream.was_late()) Conn_Silence::Note(address);
     return false;
   }
   received.clear();
@@ -48,7 +58,7 @@ bool Conn_SyncConnector::Inside::open() {
 void Conn_SyncConnector::Inside::drop() {
   stream.close();
   received.clear();
-  is_introduced = is_token_sent = false;
+  is_introduced = is_token_sent = is_patient = false;
   if (transaction_has_begun) transaction_is_broken = true;
 }
 
@@ -66,6 +76,7 @@ bool Conn_SyncConnector::Inside::send(std::string_view service) {
   size_t sent;
   if (!stream.send(writer.finish(), sent, reason)) {
     // A service that refuses a request while it is being sent says so before it closes.
+    if (stream.was_late()) Conn_Silence::Note(address);
     return refused_meanwhile(reason) || break_off(reason);
   }
   is_introduced = true;
@@ -81,9 +92,10 @@ bool Conn_SyncConnector::Inside::refused_meanwhile(std::string& reason) {
 }
 
 milliseconds Conn_SyncConnector::Inside::time_to_wait() const {
-  if (answer_by == clock_type::time_point::max()) return time_outs.request;
+  const milliseconds most = is_patient ? milliseconds::max() : time_outs.answer;
+  if (answer_by == clock_type::time_point::max()) return most;
   const auto rest = std::chrono::ceil<milliseconds>(answer_by - clock_type::now());
-  return std::clamp(rest, milliseconds(1), time_outs.request);
+  return std::clamp(rest, milliseconds(1), most);
 }
 
 bool Conn_SyncConnector::Inside::receive(std::string_view& frame) {
@@ -91,13 +103,15 @@ bool Conn_SyncConnector::Inside::receive(std::string_view& frame) {
   try {
     for (;;) {
       const Found found = received.next(frame);
-      if (found == Found::FRAME) return true;
+      if (found == Found::FRAME) return Conn_Silence::End(address), true;
       if (found == Found::TOO_LONG) return break_off("the answer is not well formed");
-      stream.set_receive_time_out(time_to_wait());
+      const milliseconds wait = time_to_wait();
+      stream.set_receive_time_out(wait);
       size_t size;
       char* room = received.room(size);
       std::string reason;
       const size_t count = stream.receive(room, size, reason);
+      if (count == 0 && stream.was_late() && wait >= time_outs.answer) Conn_Silence::Note(address);
       if (count == 0) return break_off(reason);
       received.received(count);
     }

@@ -29,9 +29,11 @@ struct Conn_SyncConnector::Inside {
   // Ends a connection that was found broken before anything was sent.
   void drop_when_stale();
   void drop();
+  bool is_stale(clock_type::time_point now) const { return now - last_used > time_outs.idle; }
   void mark_used() { last_used = clock_type::now(); }
 
-  std::string host;
+  std::string host;  // empty when nothing can be connected to, for the reason
+  RWCString unusable = "no service was named to connect to";
   int port = 0;
   bool keep_alive = false;
   RWCString address;
@@ -51,6 +53,7 @@ struct Conn_SyncConnector::Inside {
   bool transaction_has_begun = false;  // a request of it was sent on the connection
   bool transaction_is_broken = false;  // and that connection is gone
   bool break_is_logged = false;
+  bool is_patient = false;  // about answers, as long as the connection lasts
 
  private:
   bool open();

@@ -7,9 +7,6 @@ namespace {
 
 constexpr Log_Logger logger("platform/connection/Conn_SyncConnector", 197);
 
-// How connections are secured, as InitConn is told.
-enum { TOKEN_PLAIN = 1, TOKEN_TLS = 4 };
-
 bool is_numeric_v6(const RWCString& host) { return host.first(':') != RWCString::npos; }
 
 }  // namespace
@@ -25,11 +22,11 @@ int Conn_SyncConnector::InitConn(const RWCString& server, int port,
   m_inside->address =
       (is_numeric_v6(server) ? "[" + server + "]" : server) + ":" + std::to_string(port).c_str();
   const auto refuse = [&](const RWCString& reason) {
-    m_inside->last_error = reason;
+    m_inside->last_error = m_inside->unusable = reason;
     return logger.reject(0, "InitConn: %s cannot use %s: %s\n", application, m_inside->address,
                          reason);
   };
-  if (token_property == TOKEN_TLS) return refuse("connections secured by TLS are not supported");
+  if (token_property == TOKEN_TLS) return refuse("there is no encryption (TLS) yet");
   if (token_property != TOKEN_PLAIN) return refuse("the token property is none that is known");
   if (!connection_type.isNull() && connection_type != "tcp") {
     return refuse("the connection type <" + connection_type + "> is not supported");
@@ -47,11 +44,14 @@ const Conn_SyncConnector::TimeOuts& Conn_SyncConnector::GetTimeOuts() const {
   return m_inside->time_outs;
 }
 
+void Conn_SyncConnector::SetPatient(bool is_patient) { m_inside->is_patient = is_patient; }
+
 bool Conn_SyncConnector::IsConnected() const {
   m_inside->drop_when_stale();
   return m_inside->stream.is_open();
 }
 void Conn_SyncConnector::Disconnect() { m_inside->drop(); }
+bool Conn_SyncConnector::IsStale() const { return m_inside->is_stale(Inside::clock_type::now()); }
 const RWCString& Conn_SyncConnector::Address() const { return m_inside->address; }
 const RWCString& Conn_SyncConnector::LastError() const { return m_inside->last_error; }
 

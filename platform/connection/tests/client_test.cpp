@@ -1,4 +1,7 @@
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <netdb.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
@@ -11,6 +14,19 @@
 
 #include "echo_service.h"
 #include "raw_socket.h"
+
+// A name server that does not answer before the test lets it.
+static Signal slow_lookup;
+extern "C" int getaddrinfo(const char* host, const char* port, const addrinfo* wanted,
+                           addrinfo** found) {
+  if (host == std::string_view("slow.test")) {
+    if ((wanted->ai_flags & AI_NUMERICHOST) == 0) slow_lookup.wait();
+    return EAI_NONAME;
+  }
+  static const auto real =
+      reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+  return real(host, port, wanted, found);
+}
 
 namespace {
 
@@ -159,14 +175,17 @@ TEST(Connector, SaysWhyItCannotConnect) {
     const char* type;
     int token;
     const char* reason;
-  } const rows[] = {
-      {"localhost", 1, "", 4, "TLS"},        {"localhost", 1, "", 2, "token property"},
-      {"localhost", 1, "pipe", 1, "<pipe>"}, {"", 1, "", 1, "no server"},
-      {"localhost", 0, "", 1, "port"},       {"localhost", 65536, "", 1, "port"}};
+  } const rows[] = {{"localhost", 1, "", 4, "no encryption (TLS) yet"},
+                    {"localhost", 1, "", 2, "token property"},
+                    {"localhost", 1, "pipe", 1, "<pipe>"},
+                    {"", 1, "", 1, "no server"},
+                    {"localhost", 0, "", 1, "port"},
+                    {"localhost", 65536, "", 1, "port"}};
   for (const auto& row : rows) {
     EXPECT_EQ(connector.InitConn(row.server, row.port, row.type, "test", row.token, 0), 0);
     EXPECT_THAT(log.last(), HasSubstr(row.reason));
     EXPECT_EQ(connector.ask("ECHO", ""), "failed");
+    EXPECT_THAT(connector.LastError().str(), HasSubstr(row.reason));
   }
 }
 
@@ -279,7 +298,6 @@ TEST(TimeOuts, EndARequestAndItsConnection) {
   EXPECT_EQ(connector.ask("NEVER", ""), "failed");
   EXPECT_THAT(connector.LastError().str(), HasSubstr("no answer within 150 ms"));
   EXPECT_FALSE(connector.IsConnected());
-  EXPECT_EQ(connector.ask("ECHO", "then"), "then");
 
   // One of a single request, whose end is not put off by what comes little by little.
   RawService slow;
@@ -300,6 +318,65 @@ TEST(TimeOuts, EndARequestAndItsConnection) {
   }
   EXPECT_THAT(other.LastError().str(), HasSubstr("no answer within"));
   dripping.join();
+}
+
+TEST(TimeOuts, KeepOthersFromWaitingForTheSameServiceAtOnce) {
+  EchoServer service, lively;
+  EchoConnector late(service.port()), other(service.port()), bound(service.port());
+  EXPECT_EQ(other.ask("ECHO", ""), "");
+  EXPECT_EQ(bound.StartTransaction(), 1);
+  EXPECT_EQ(bound.ask("ECHO", ""), "");
+  late.SetTimeOuts({kLong, kShort, kLong});
+  EXPECT_EQ(late.ask("NEVER", ""), "failed");
+  for (EchoConnector* connector : {&late, &other}) {
+    EXPECT_EQ(connector->ask("ECHO", ""), "failed");
+    EXPECT_THAT(connector->LastError().str(), HasSubstr("did not answer in time a moment ago"));
+  }
+  EXPECT_EQ(EchoConnector(lively.port()).ask("ECHO", "another's"), "another's");
+  // Whoever has begun may go on; and where there is an answer is no silence.
+  EXPECT_EQ(bound.ask("ECHO", "in it"), "in it");
+  EXPECT_EQ(late.ask("ECHO", "again"), "again");
+  EXPECT_EQ(other.ask("ECHO", "again"), "again");
+  EXPECT_EQ(other.session, 1) << "its connection was there all the time";
+}
+
+TEST(TimeOuts, AreNoneForThePatient) {
+  EchoServer service;
+  EchoConnector connector(service.port());
+  connector.SetTimeOuts({kLong, milliseconds(1), kLong});
+  connector.SetPatient(true);
+  std::thread later([&service] {
+    EXPECT_TRUE(service.handler.requests.wait());
+    std::this_thread::sleep_for(milliseconds(20));
+    service.handler.go_on.give();
+  });
+  EXPECT_EQ(connector.ask("WAIT", "worth it"), "worth it");
+  later.join();
+}
+
+TEST(TimeOuts, HoldForLookingUpTheHost) {
+  EchoConnector connector(1);
+  ASSERT_EQ(connector.InitConn("slow.test", 1, "", "test", 1, 0), 1);
+  connector.SetTimeOuts({milliseconds(20), kLong, kLong});
+  EXPECT_EQ(connector.ask("ECHO", ""), "failed");
+  EXPECT_THAT(connector.LastError().str(),
+              HasSubstr("the address of slow.test was not found: no answer within 20 ms"));
+  slow_lookup.give();
+}
+
+TEST(Connector, SaysThatTheTableOfDescriptorsIsFull) {
+  EchoServer service;
+  EchoConnector connector(service.port());
+  rlimit limit;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlim_t most = limit.rlim_cur;
+  limit.rlim_cur = static_cast<rlim_t>(RawService().handle());  // the first that is free again
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_EQ(connector.ask("ECHO", ""), "failed");
+  limit.rlim_cur = most;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_THAT(connector.LastError().str(), HasSubstr("Too many open files"));
+  EXPECT_EQ(connector.ask("ECHO", "again"), "again");
 }
 
 TEST(TimeOuts, EndAConnectThatIsNotAnswered) {

@@ -105,6 +105,7 @@ class RawService {
   RawService(const RawService&) = delete;
   ~RawService() { ::close(m_socket); }
   int port() const { return m_port; }
+  int handle() const { return m_socket; }
   int accept() { return ::accept(m_socket, nullptr, nullptr); }
 
  private:
