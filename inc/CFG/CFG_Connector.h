@@ -54,7 +54,8 @@ class HALVORIA_API CFG_Connector : public Conn_SyncConnector {
   int Lock();
   int UnLock();
   int Rollback();
-  // Sent without waiting for anything: 1 when there is a connection.
+  // Sent without waiting for anything: 1 when there is a connection. While it is on, answers may
+  // take as long as they like.
   int EnableExtendedTimeout();
   int DisableExtendedTimeout();
 

@@ -1,15 +1,14 @@
 // A repository in the central configuration service.
 #pragma once
 
-#include <map>
 #include <memory>
-#include <thread>
-#include <vector>
 
 #include <CFG/CFG_RepositoryServicesImp.h>
-#include <thread/Mutex.h>
 
 class CFG_Connector;
+namespace cfg {
+class connector_pool;
+}
 
 // Keeps no tree: each operation is one request to the service. Where that is, and who asks, is
 // said by the properties HALVORIA_REMOTE_SERVER_NAME, ..._PORT, HALVORIA_CONNECTION_TYPE,
@@ -17,8 +16,9 @@ class CFG_Connector;
 // environment, HALVORIA_USE_LOCAL_SVCFG_SERVER and HALVORIA_USE_LOCAL_SVCFG_PORT win.
 //
 // Connections are made when they are needed, one for each thread that asks at the same time,
-// and used again. A thread that started a transaction keeps its connection until it ends it:
-// start, writes and end come from one thread. Transactions nest by count; an inner end answers 0.
+// and used again; what was needed for a while only is closed. A thread that started a transaction
+// keeps its connection until it ends it: start, writes and end come from one thread, and a thread
+// that ends itself before undoes what it did. Transactions nest by count; an inner end answers 0.
 //
 // Any thread may call any operation. When the service does not answer, an operation gives its
 // empty result; the next request opens the connection anew, but not within a transaction: the
@@ -126,25 +126,14 @@ class HALVORIA_API CFG_Repository : public CFG_RepositoryServicesImp {
   Tree_NodePtr GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
 
  private:
-  // What a thread in a transaction has.
-  struct Bound {
-    CFG_Connector* connector = nullptr;
-    bool is_locked = false;
-  };
-
   std::unique_ptr<CFG_Connector> MakeNewConnector();
   int StartTransaction(CFG_Connector* connector);
   int EndTransaction(CFG_Connector* connector);
-  int IsInTransaction(CFG_Connector* connector);
   void read_statistics_switch();
-  void note_lock(bool is_locked);
-  bool is_locked();
   int abandon_update();
   int write_array(Tree_NodePtr& sub_tree, const RWCString& path);
   int write_in_parts(const Tree_NodePtr& sub_tree, const RWCString& path);
 
-  Mutex m_pool_mutex;  // not held during a request
-  std::vector<std::unique_ptr<CFG_Connector>> m_pool THREADAPI_GUARDED_BY(m_pool_mutex);  // idle
-  std::map<std::thread::id, Bound> m_bound THREADAPI_GUARDED_BY(m_pool_mutex);  // connectors owned
+  const std::shared_ptr<cfg::connector_pool> m_connectors;
   bool m_work_compressed = false;
 };

@@ -152,9 +152,12 @@ int CFG_Connector::Lock() { return ask_success("CFG_Connector::Lock", LOCK, {});
 int CFG_Connector::UnLock() { return ask_success("CFG_Connector::UnLock", UNLOCK, {}); }
 int CFG_Connector::Rollback() { return ask_success("CFG_Connector::Rollback", ROLLBACK, {}); }
 int CFG_Connector::EnableExtendedTimeout() {
-  return tell("CFG_Connector::EnableExtendedTimeout", ENABLE_EXTENDED_TIMEOUT);
+  const int is_told = tell("CFG_Connector::EnableExtendedTimeout", ENABLE_EXTENDED_TIMEOUT);
+  if (is_told) SetPatient(true);
+  return is_told;
 }
 int CFG_Connector::DisableExtendedTimeout() {
+  SetPatient(false);
   return tell("CFG_Connector::DisableExtendedTimeout", DISABLE_EXTENDED_TIMEOUT);
 }
 

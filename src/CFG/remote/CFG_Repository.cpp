@@ -1,11 +1,13 @@
-// Connectors: the pool, the binding of threads in transactions, and updates.
+// Connectors, transactions and updates.
 #include <CFG/CFG_Repository.h>
 
 #include <cstdlib>
 #include <mutex>
 
 #include <CFG/CFG_Connector.h>
+#include <CFG/remote/connection_properties.h>
 #include <CFG/remote/connector_lease.h>
+#include <CFG/remote/connector_pool.h>
 #include <logging/Logger.h>
 #include <system/Sys_Environment.h>
 #include <utility/Tmr_CfgINI.h>
@@ -17,7 +19,6 @@ namespace {
 
 constexpr Log_Logger logger("src/CFG/CFG_Repository", 502);
 
-enum { TOKEN_PLAIN = 1, TOKEN_TLS = 4 };
 enum { MONITOR_STACK = 2, MONITOR_EXIT = 3 };
 
 // The name of the service's node: the service is the same for all repositories of the process.
@@ -34,39 +35,21 @@ ServerNodeName& server_node_name() {
 
 }  // namespace
 
-CFG_Repository::CFG_Repository() {
-  const MutexGuard guard(m_pool_mutex);
-  m_pool.reserve(5);
+CFG_Repository::CFG_Repository() : m_connectors(std::make_shared<cfg::connector_pool>()) {
   logger.detail("create CFG_Repository\n");
 }
 
 CFG_Repository::~CFG_Repository() {
-  {
-    ServerNodeName& node = server_node_name();
-    const MutexGuard guard(node.mutex);
-    node.is_cached = false;
-  }
-  const MutexGuard guard(m_pool_mutex);
-  m_pool.clear();
-  for (const auto& [thread, bound] : m_bound) delete bound.connector;
+  ServerNodeName& node = server_node_name();
+  const MutexGuard guard(node.mutex);
+  node.is_cached = false;
 }
 
 // --- connectors --------------------------------------------------------------------------------
 
 CFG_Connector* CFG_Repository::GetConnector() {
-  std::unique_ptr<CFG_Connector> connector;
-  CFG_Connector* bound = nullptr;
-  {
-    const MutexGuard guard(m_pool_mutex);
-    const auto entry = m_bound.find(std::this_thread::get_id());
-    if (entry != m_bound.end()) {
-      bound = entry->second.connector;
-      logger.trace("CFG_Repository::GetConnector() Using transaction connector\n");
-    } else if (!m_pool.empty()) {
-      connector = std::move(m_pool.front());
-      m_pool.erase(m_pool.begin());
-    }
-  }
+  CFG_Connector* const bound = m_connectors->bound();
+  if (bound) logger.trace("CFG_Repository::GetConnector() Using transaction connector\n");
   const char* const kind = bound ? "existing connection" : "new connection";
   if (const int level = GetMonitorConnStatus()) {
     logger.warning("calling server monitor level %d using %s connection\n", level,
@@ -75,13 +58,14 @@ CFG_Connector* CFG_Repository::GetConnector() {
     if (level == MONITOR_EXIT) std::_Exit(1);  // each line of the log is written by now
   }
   read_statistics_switch();
-  if (!bound && !connector) connector = MakeNewConnector();
-  CFG_Connector* const given = bound ? bound : connector.release();
-  given->SetUser(GetProperty("CurrUser"));
-  given->SetApplication(GetProperty("CurrApp"));
-  given->SetConnectionKind(kind);
+  std::unique_ptr<CFG_Connector> free = bound ? nullptr : m_connectors->take();
+  if (!bound && !free) free = MakeNewConnector();
+  CFG_Connector& connector = bound ? *bound : *free;
+  connector.SetUser(GetProperty("CurrUser"));
+  connector.SetApplication(GetProperty("CurrApp"));
+  connector.SetConnectionKind(kind);
   logger.trace("End get connector\n");
-  return given;
+  return bound ? bound : free.release();
 }
 
 // A key of the parameters file of the process.
@@ -101,8 +85,7 @@ std::unique_ptr<CFG_Connector> CFG_Repository::MakeNewConnector() {
   RWCString server = GetProperty("HALVORIA_REMOTE_SERVER_NAME");
   RWCString port = GetProperty("HALVORIA_REMOTE_SERVER_PORT");
   RWCString type = GetProperty("HALVORIA_CONNECTION_TYPE");
-  const bool is_secured =
-      GetProperty("HALVORIA_CONNECTION_PROPERTIES").index("connssl") != RWCString::npos;
+  const cfg::connection_properties properties(GetProperty("HALVORIA_CONNECTION_PROPERTIES"));
   RWCString local, local_server, local_port;
   if (Sys_Environment::Get("HALVORIA_USE_LOCAL_SVCFG", local) &&
       Sys_Environment::Get("HALVORIA_USE_LOCAL_SVCFG_SERVER", local_server) &&
@@ -111,17 +94,12 @@ std::unique_ptr<CFG_Connector> CFG_Repository::MakeNewConnector() {
     port = local_port;
     type.clear();
   }
-  connector->InitConn(server, std::atoi(port.data()), type, "cfg",
-                      is_secured ? TOKEN_TLS : TOKEN_PLAIN, 1);
+  connector->SetTimeOuts(properties.time_outs);
+  connector->InitConn(server, std::atoi(port.data()), type, "cfg", properties.token_property, 1);
   return connector;
 }
 
-void CFG_Repository::FreeConnector(CFG_Connector* connector) {
-  const MutexGuard guard(m_pool_mutex);
-  if (m_bound.count(std::this_thread::get_id())) return;
-  connector->CounterDisconnect();
-  m_pool.emplace_back(connector);
-}
+void CFG_Repository::FreeConnector(CFG_Connector* connector) { m_connectors->give_back(connector); }
 
 int CFG_Repository::Connect() {
   const RecursiveThreadMutexWrapper::WriteGuard guard(m_connection_lock);
@@ -134,8 +112,7 @@ int CFG_Repository::Connect() {
 
 int CFG_Repository::DisConnect() {
   logger.trace("DisConnect()\n");
-  const MutexGuard guard(m_pool_mutex);
-  for (const auto& connector : m_pool) connector->Disconnect();
+  m_connectors->disconnect_free();
   return TRUE;
 }
 
@@ -146,7 +123,7 @@ RWCString CFG_Repository::GetServerNodeName() {
   const connector_lease connector(*this);
   logger.trace("Start GetServerNodeName()\n");
   node.name = connector->GetServerNodeName();
-  node.is_cached = !node.name.isNull();  // a service that did not answer is asked again
+  node.is_cached = true;
   logger.trace(" GetServerNodeName() - node name is %s\n", node.name);
   return node.name;
 }
@@ -160,10 +137,10 @@ int CFG_Repository::StartTransaction() {
 }
 
 int CFG_Repository::StartTransaction(CFG_Connector* connector) {
-  const MutexGuard guard(m_pool_mutex);
   connector->CountConnect();
-  connector->Conn_SyncConnector::StartTransaction();
-  return m_bound.try_emplace(std::this_thread::get_id(), Bound{connector, false}).second;
+  const bool is_first = m_connectors->bind(connector);
+  if (m_connectors->bound() == connector) connector->Conn_SyncConnector::StartTransaction();
+  return is_first;
 }
 
 int CFG_Repository::EndTransaction() {
@@ -173,29 +150,13 @@ int CFG_Repository::EndTransaction() {
 }
 
 int CFG_Repository::EndTransaction(CFG_Connector* connector) {
-  const MutexGuard guard(m_pool_mutex);
   const int is_ended = connector->Conn_SyncConnector::EndTransaction();
   if (!is_ended) return is_ended;
-  m_bound.erase(std::this_thread::get_id());
+  m_connectors->unbind();
   return TRUE;
 }
 
-int CFG_Repository::IsInTransaction() {
-  const MutexGuard guard(m_pool_mutex);
-  return m_bound.count(std::this_thread::get_id()) != 0;
-}
-
-void CFG_Repository::note_lock(bool is_locked) {
-  const MutexGuard guard(m_pool_mutex);
-  const auto entry = m_bound.find(std::this_thread::get_id());
-  if (entry != m_bound.end()) entry->second.is_locked = is_locked;
-}
-
-bool CFG_Repository::is_locked() {
-  const MutexGuard guard(m_pool_mutex);
-  const auto entry = m_bound.find(std::this_thread::get_id());
-  return entry != m_bound.end() && entry->second.is_locked;
-}
+int CFG_Repository::IsInTransaction() { return m_connectors->bound() != nullptr; }
 
 // --- the lock, and updates -------------------------------------------------------------------
 
@@ -203,14 +164,14 @@ int CFG_Repository::Lock() {
   const connector_lease connector(*this);
   logger.trace("Lock() = disable auto commit\n");
   const int is_done = connector->Lock();
-  if (is_done) note_lock(true);
+  if (is_done) m_connectors->note_lock(true);
   return is_done;
 }
 
 int CFG_Repository::UnLock() {
   const connector_lease connector(*this);
   logger.trace("UnLock() = enable auto commit\n");
-  note_lock(false);  // even where it fails: what is written next is not part of that
+  m_connectors->note_lock(false);  // even where it fails: what is written next is not part of that
   return connector->UnLock();
 }
 

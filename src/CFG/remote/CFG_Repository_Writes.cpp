@@ -5,6 +5,7 @@
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/paths.h>
 #include <CFG/remote/connector_lease.h>
+#include <CFG/remote/connector_pool.h>
 #include <CFG/remote/tree_parts.h>
 #include <logging/Logger.h>
 
@@ -84,7 +85,7 @@ int CFG_Repository::write_in_parts(const Tree_NodePtr& sub_tree, const RWCString
     }
     return TRUE;
   };
-  if (is_locked()) return write();
+  if (m_connectors->is_locked()) return write();
   if (!IsInTransaction()) {
     if (!StartTransactionUpdate()) return FALSE;
     const int is_written = write();

@@ -239,6 +239,53 @@ TEST_F(Remote, ThreadsThatAskAtOnceGetAConnectionEachAndLeaveBothInThePool) {
   EXPECT_GT(m_service.sessions_asked().back(), 2u);
 }
 
+TEST_F(Remote, KeepsSomeConnectionsThatNobodyUsesAndGivesOutTheFreshest) {
+  constexpr size_t most = 64;
+  std::vector<CFG_Connector*> connectors;
+  for (size_t i = 0; i < most + 10; ++i) {
+    connectors.push_back(m_repository.GetConnector());
+    connectors.back()->GetMaxSeqNumber();
+  }
+  for (CFG_Connector* connector : connectors) m_repository.FreeConnector(connector);
+  CFG_Connector* const again = m_repository.GetConnector();
+  EXPECT_EQ(again, connectors.back());
+  m_repository.FreeConnector(again);
+  while (m_service.sessions() > static_cast<int>(most)) std::this_thread::yield();
+  EXPECT_EQ(m_service.sessions(), static_cast<int>(most));
+}
+
+TEST_F(Remote, AThreadThatEndsInATransactionLeavesItToNobody) {
+  Log_Capture log;
+  std::thread([this] {
+    EXPECT_TRUE(m_repository.StartTransactionUpdate());
+    m_repository.SetValue("p", "v");
+  }).join();
+  EXPECT_TRUE(log.has("a thread ended within a transaction"));
+  // The next thread mostly gets the number of the one before.
+  std::thread([this] {
+    EXPECT_FALSE(m_repository.IsInTransaction());
+    EXPECT_TRUE(m_repository.StartTransactionUpdate());
+    EXPECT_TRUE(m_repository.EndTransactionUpdate(false));
+  }).join();
+  EXPECT_EQ(commands(),
+            "CFG_ENABLE_EXTENDED_TIMEOUT;CFG_LOCK;CFG_SET_VALUE;"
+            "CFG_ENABLE_EXTENDED_TIMEOUT;CFG_LOCK;CFG_UNLOCK;CFG_DISABLE_EXTENDED_TIMEOUT;");
+  // A thread may outlive the repository that it has a transaction in.
+  std::thread late;
+  std::barrier steps(2);
+  {
+    CFG_Repository short_lived;
+    late = std::thread([&] {
+      EXPECT_TRUE(short_lived.StartTransaction());
+      steps.arrive_and_wait();
+      steps.arrive_and_wait();
+    });
+    steps.arrive_and_wait();
+  }
+  steps.arrive_and_wait();
+  late.join();
+}
+
 TEST_F(Remote, ATransactionKeepsItsConnectionAndNestsByCount) {
   EXPECT_EQ(m_repository.StartTransaction(), 1);
   EXPECT_EQ(m_repository.StartTransaction(), 0);
@@ -343,21 +390,45 @@ TEST_F(Remote, ConnectionsAreSecuredWhenTheirPropertiesSaySoInLowerCase) {
     repository.SetProperty("HALVORIA_CONNECTION_PROPERTIES", properties);
     Log_Capture capture;
     repository.GetMaxSeqNumber();
-    EXPECT_EQ(capture.has("TLS"), is_secured) << capture.text();
+    EXPECT_EQ(capture.has("CFG_GET_MAX_SEQ fails: there is no encryption (TLS) yet"), is_secured)
+        << capture.text();
     EXPECT_EQ(m_service.take_requests().size(), is_secured ? 0u : 1u);
   }
 }
 
-TEST_F(Remote, AsksForTheNameOfTheServersNodeOnce) {
-  EXPECT_EQ(m_repository.GetServerNodeName(), "") << "no answer";
-  m_service.on("CFG_SERV_NODE_NAME", answer_of({{9, "n1"s}}));
-  m_service.take_requests();
-  CFG_Repository other;
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(m_repository.GetServerNodeName(), "n1");
-    EXPECT_EQ(other.GetServerNodeName(), "n1");
+TEST_F(Remote, TimeOutsStandInTheConnectionsProperties) {
+  const struct {
+    const char* properties;
+    int connect, answer;  // milliseconds
+    const char* message;
+  } cases[] = {
+      {"", 5000, 10000, ""},
+      {"connect_timeout=2;answer_timeout=0.25", 2000, 250, ""},
+      {"a=b, answer_timeout=30", 5000, 30000, ""},
+      {"answer_timeout=soon connect_timeout=1", 1000, 10000, "<answer_timeout=soon> is no time"},
+      {"answer_timeout=0", 5000, 10000, "<answer_timeout=0> is no time"},
+      {"answer_timeout=1s connect_timeout=-1", 5000, 10000, "<connect_timeout=-1> is no time"},
+  };
+  for (const auto& c : cases) {
+    CFG_Repository repository;
+    repository.SetProperty("HALVORIA_CONNECTION_PROPERTIES", c.properties);
+    Log_Capture log;
+    const std::unique_ptr<CFG_Connector> connector(repository.GetConnector());
+    EXPECT_EQ(connector->GetTimeOuts().connect.count(), c.connect) << c.properties;
+    EXPECT_EQ(connector->GetTimeOuts().answer.count(), c.answer) << c.properties;
+    EXPECT_TRUE(log.has(c.message)) << log.text();
   }
-  EXPECT_EQ(m_service.take_commands(), "CFG_SERV_NODE_NAME;");
+  m_repository.SetProperty("HALVORIA_CONNECTION_PROPERTIES", "");
+}
+
+TEST_F(Remote, AsksForTheNameOfTheServersNodeOnce) {
+  for (const char* name : {"n1", ""}) {
+    m_service.on("CFG_SERV_NODE_NAME", answer_of({{9, std::string(name)}}));
+    CFG_Repository().GetServerNodeName();  // what is known goes with the repository
+    m_service.take_requests();
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(m_repository.GetServerNodeName(), name);
+    EXPECT_EQ(m_service.take_commands(), "CFG_SERV_NODE_NAME;");
+  }
 }
 
 // --- what is said about it -------------------------------------------------------------------

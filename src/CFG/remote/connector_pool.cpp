@@ -1,0 +1,115 @@
+#include <CFG/remote/connector_pool.h>
+
+#include <algorithm>
+
+#include <logging/Logger.h>
+
+namespace cfg {
+
+namespace {
+
+constexpr Log_Logger logger("src/CFG/CFG_Repository", 502);
+
+// The pools in which a thread was ever bound. They are told when it ends.
+struct ThreadEnd {
+  ~ThreadEnd() {
+    is_over = true;
+    for (const auto& bound_in : pools) {
+      if (const auto pool = bound_in.lock()) pool->give_up_bound();
+    }
+  }
+  void tell(const std::weak_ptr<connector_pool>& pool) {
+    const auto is_same = [&](const auto& known) {
+      return !known.owner_before(pool) && !pool.owner_before(known);
+    };
+    if (std::any_of(pools.begin(), pools.end(), is_same)) return;
+    pools.erase(std::remove_if(pools.begin(), pools.end(),
+                               [](const auto& known) { return known.expired(); }),
+                pools.end());
+    pools.push_back(pool);
+  }
+
+  std::vector<std::weak_ptr<connector_pool>> pools;
+  // Without a destructor, so that whatever ends later on the thread can look at it.
+  static thread_local bool is_over;
+};
+thread_local bool ThreadEnd::is_over = false;
+thread_local ThreadEnd thread_end;
+
+}  // namespace
+
+connector_pool::~connector_pool() = default;
+
+CFG_Connector* connector_pool::bound() {
+  const MutexGuard guard(m_mutex);
+  const auto entry = m_bound.find(std::this_thread::get_id());
+  return entry == m_bound.end() ? nullptr : entry->second.connector.get();
+}
+
+std::unique_ptr<CFG_Connector> connector_pool::take() {
+  const MutexGuard guard(m_mutex);
+  if (m_free.empty()) return nullptr;
+  std::unique_ptr<CFG_Connector> freshest = std::move(m_free.back());
+  m_free.pop_back();
+  return freshest;
+}
+
+void connector_pool::give_back(CFG_Connector* connector) {
+  std::unique_ptr<CFG_Connector> oldest;  // is closed without the lock
+  const MutexGuard guard(m_mutex);
+  if (m_bound.count(std::this_thread::get_id())) return;
+  connector->CounterDisconnect();
+  m_free.emplace_back(connector);
+  if (m_free.size() > most_free || (m_free.size() > 1 && m_free.front()->IsStale())) {
+    oldest = std::move(m_free.front());
+    m_free.erase(m_free.begin());
+  }
+}
+
+bool connector_pool::bind(CFG_Connector* connector) {
+  if (ThreadEnd::is_over) return false;
+  thread_end.tell(weak_from_this());
+  const MutexGuard guard(m_mutex);
+  const auto [entry, is_new] = m_bound.try_emplace(std::this_thread::get_id());
+  if (is_new) entry->second.connector.reset(connector);
+  return is_new;
+}
+
+void connector_pool::unbind() {
+  const MutexGuard guard(m_mutex);
+  const auto entry = m_bound.find(std::this_thread::get_id());
+  if (entry == m_bound.end()) return;
+  static_cast<void>(entry->second.connector.release());  // whoever ends it gives it back
+  m_bound.erase(entry);
+}
+
+void connector_pool::give_up_bound() {
+  std::unique_ptr<CFG_Connector> left;
+  {
+    const MutexGuard guard(m_mutex);
+    const auto entry = m_bound.find(std::this_thread::get_id());
+    if (entry == m_bound.end()) return;
+    left = std::move(entry->second.connector);
+    m_bound.erase(entry);
+  }
+  logger.warning("a thread ended within a transaction: what it has not committed is undone\n");
+}
+
+void connector_pool::note_lock(bool is_locked) {
+  const MutexGuard guard(m_mutex);
+  const auto entry = m_bound.find(std::this_thread::get_id());
+  if (entry != m_bound.end()) entry->second.is_locked = is_locked;
+}
+
+bool connector_pool::is_locked() {
+  const MutexGuard guard(m_mutex);
+  const auto entry = m_bound.find(std::this_thread::get_id());
+  return entry != m_bound.end() && entry->second.is_locked;
+}
+
+void connector_pool::disconnect_free() {
+  const MutexGuard guard(m_mutex);
+  for (const auto& connector : m_free) connector->Disconnect();
+}
+
+}  // namespace cfg

@@ -1,0 +1,60 @@
+// The connections of a repository: who has which, and which are free.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include <CFG/CFG_Connector.h>
+#include <thread/Mutex.h>
+
+namespace cfg {
+
+// Free connections are given out freshest first, so that what was only needed for a while grows
+// old; the old ones, and those above a limit, are closed when others come back.
+//
+// A thread in a transaction is bound to its connection until it ends it. A thread that ends first
+// loses the connection with it, and the service undoes what was not committed.
+//
+// Any thread; the lock is not held during a request. Made by std::make_shared: a thread that ends
+// may hold it a moment longer than its repository does.
+class connector_pool : public std::enable_shared_from_this<connector_pool> {
+ public:
+  static constexpr size_t most_free = 64;
+
+  connector_pool() { m_free.reserve(most_free + 1); }
+  connector_pool(const connector_pool&) = delete;
+  connector_pool& operator=(const connector_pool&) = delete;
+  ~connector_pool();
+
+  // Of this thread's transaction; null outside one.
+  CFG_Connector* bound();
+  // Null when none is free.
+  std::unique_ptr<CFG_Connector> take();
+  // Of a connector that this thread is bound to nothing changes hands.
+  void give_back(CFG_Connector* connector);
+
+  // False when the thread is bound already, or is about to end.
+  bool bind(CFG_Connector* connector);
+  void unbind();
+  // Between the two: what this thread's update has locked at the service.
+  void note_lock(bool is_locked);
+  bool is_locked();
+
+  void disconnect_free();
+  // For the end of a thread.
+  void give_up_bound();
+
+ private:
+  struct Bound {
+    std::unique_ptr<CFG_Connector> connector;
+    bool is_locked = false;
+  };
+
+  Mutex m_mutex;
+  std::vector<std::unique_ptr<CFG_Connector>> m_free THREADAPI_GUARDED_BY(m_mutex);  // oldest first
+  std::map<std::thread::id, Bound> m_bound THREADAPI_GUARDED_BY(m_mutex);
+};
+
+}  // namespace cfg
