@@ -9,6 +9,7 @@
 #include <thread/Mutex.h>
 
 class Tmr_INI;
+struct CFG_ConnectionParameters;
 
 // Which cache the factory puts before the repositories that it builds from now on.
 enum CFG_MODE { CFG_MODE_DIRECT = 0, CFG_MODE_INPROCESS_CACHE = 1, CFG_MODE_DATAGRID_CACHE = 2 };
@@ -51,7 +52,7 @@ class HALVORIA_API CFG_Factory {
   friend HALVORIA_API void ShutdownRepositoryServices();
 
   // What a parameters file and the environment say, before any of it is used.
-  struct Parameters;
+  using Parameters = CFG_ConnectionParameters;
   struct AtUnload;
   using RepositoryPtr = std::unique_ptr<CFG_RepositoryServices>;
 

@@ -1,5 +1,6 @@
 #include <CFG/CFG_Factory.h>
 
+#include <CFG/CFG_ConnectionParameters.h>
 #include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_Extern_hook.h>
 #include <CFG/CFG_FileRepository.h>
@@ -9,7 +10,6 @@
 #include <CFG/CFG_SubTree.h>
 #include <connection/Conn_TokenManagerHook.h>
 #include <logging/Logger.h>
-#include <system/Sys_Environment.h>
 #include <system/Sys_Process.h>
 #include <utility/Tmr_CfgHook.h>
 #include <utility/Tmr_CfgINI.h>
@@ -18,57 +18,9 @@
 #include <utility/Tmr_SocketWrapper.h>
 #include <utility/Tmr_StackTrace.h>
 
-struct CFG_Factory::Parameters {
-  RWCString cfg_type, mapping, client_or_server;
-  RWCString remote_server_name, remote_server_port, connection_type, connection_properties;
-  RWCString user, conn_string, sql_trace, set_nls_lang;
-  RWCString xml_file;
-  RWCString local_host_name, local_host_ip, local_host_af;
-  RWCString compress_data_transfer, use_datagrid_cache;
-  RWCString notify_conn_activity, notify_conn_activity_status;
-
-  struct Key {
-    const char* name;
-    RWCString Parameters::*value;
-    bool is_lower_cased;
-  };
-  static const Key keys[];
-};
-
-const CFG_Factory::Parameters::Key CFG_Factory::Parameters::keys[] = {
-    {"cfg_type", &Parameters::cfg_type, true},
-    {"mapping", &Parameters::mapping, false},
-    {"client_or_server", &Parameters::client_or_server, false},
-    {"remote_server_name", &Parameters::remote_server_name, true},
-    {"remote_server_port", &Parameters::remote_server_port, true},
-    {"connection_type", &Parameters::connection_type, true},
-    {"connection_properties", &Parameters::connection_properties, true},
-    {"user", &Parameters::user, false},
-    {"conn_string", &Parameters::conn_string, false},
-    {"sql_trace", &Parameters::sql_trace, true},
-    {"set_nls_lang", &Parameters::set_nls_lang, true},
-    {"xml_file", &Parameters::xml_file, false},
-    {"local_host_name", &Parameters::local_host_name, false},
-    {"local_host_ip", &Parameters::local_host_ip, false},
-    {"local_host_af", &Parameters::local_host_af, true},
-    {"compress_data_transfer", &Parameters::compress_data_transfer, true},
-    {"notify_conn_activity", &Parameters::notify_conn_activity, false},
-    {"notify_conn_activity_status", &Parameters::notify_conn_activity_status, false},
-    {"use_datagrid_cache", &Parameters::use_datagrid_cache, false},
-};
-
 namespace {
 
 constexpr Log_Logger logger("src/CFG/CFG_Factory", 502);
-
-constexpr struct {
-  const char* variable;
-  const char* key;
-} environment_overrides[] = {
-    {"KESTRAL_G_Server_Port", "remote_server_port"},
-    {"KESTRAL_G_Server_Name", "remote_server_name"},
-    {"KESTRAL_G_Connection_Type", "cfg_type"},
-};
 
 constexpr int kCounters = 2;  // the type of performance monitoring that counts us
 
@@ -215,13 +167,7 @@ CFG_RepositoryServices* CFG_Factory::InitInstance(const RWWString& cfg_file_name
 }
 
 CFG_RepositoryServices* CFG_Factory::InitCfgINI(Tmr_INI& ini) {
-  for (const auto& [variable, key] : environment_overrides) {
-    RWCString text;
-    if (Sys_Environment::Get(variable, text)) ini.SetValue(key, text, true);
-  }
-  Parameters given;
-  for (const Parameters::Key& key : Parameters::keys) ini.GetValue(key.name, given.*key.value);
-
+  Parameters given = Parameters::From(ini);
   CFG_ServicesImp::SetMonitorConnSupport(given.notify_conn_activity);
   CFG_ServicesImp::SetMonitorConnActive(given.notify_conn_activity_status == "1");
   logger.info("cfg monitor conn : config type : %s  config activity %s Current status %d\n",
@@ -229,9 +175,7 @@ CFG_RepositoryServices* CFG_Factory::InitCfgINI(Tmr_INI& ini) {
               CFG_ServicesImp::GetMonitorConnStatus());
 
   if (!m_override_cfg_type.isNull()) given.cfg_type = m_override_cfg_type;
-  for (const Parameters::Key& key : Parameters::keys) {
-    if (key.is_lower_cased) CFG_ServicesImp::tolower(given.*key.value);
-  }
+  CFG_ServicesImp::tolower(given.cfg_type);
   given.sql_trace = given.sql_trace == "yes" ? "TRUE" : "FALSE";
   given.set_nls_lang = given.set_nls_lang == "no" ? "FALSE" : "TRUE";
 
