@@ -11,11 +11,10 @@
 
 namespace cli {
 
-// Runs `edit`, which changes what is at or below `paths` and nothing else. Of a tree that this
-// process alone uses, it works on a copy, which takes the place of the tree and is saved, once
-// and only if it differs; of a shared tree, on that itself, in one update. When it throws,
-// nothing is changed. With --dry-run the differences are printed and nothing is saved. `done`
-// begins the line of talk that sums up a change; without it there is none.
+// Runs `edit`, which changes what is at or below `paths` and nothing else, on a draft, which is
+// saved once and only if it differs. When it throws, nothing is changed. With --dry-run the
+// differences are printed and nothing is saved. `done` begins the line of talk that sums up a
+// change; without it there is none.
 int change_tree(Session& session, const std::set<std::string>& paths, const std::string& done,
                 const std::function<void(CFG_RepositoryServices& draft)>& edit);
 

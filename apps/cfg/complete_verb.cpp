@@ -94,8 +94,8 @@ Offer offer_for(const TypedLine& line) {
   Offer offer;
   offer.files = kind.find("FILE") != kind.npos;
   if (kind.find("PATH") != kind.npos) {
-    const Store store(line.arguments(), Store::READ);
-    offer.words = typed_paths(paths_from(store, typed), line.current());
+    const auto store = Store::open(line.arguments(), Store::READ);
+    offer.words = typed_paths(paths_from(*store, typed), line.current());
   }
   return offer;
 }

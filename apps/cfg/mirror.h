@@ -11,9 +11,9 @@
 #include <CFG/CFG_RepositoryServices.h>
 #include <CFG/CFG_SubTree.h>
 
-namespace cli {
+#include "kind.h"
 
-enum class Kind { NOTHING, KEY, VALUE };
+namespace cli {
 
 // Fetches what it is asked for, with everything below, and keeps it. An answer that cannot be had,
 // because the connection is gone, is a Failure(UNREACHABLE).

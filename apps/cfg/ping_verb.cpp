@@ -1,7 +1,7 @@
 // ping: whether the service is there.
 #include <connection/Conn_PingClient.h>
 
-#include "shared_tree.h"
+#include "service_address.h"
 #include "verbs.h"
 
 namespace cli {

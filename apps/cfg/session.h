@@ -1,7 +1,7 @@
 // One run of the command.
 #pragma once
 
-#include <optional>
+#include <memory>
 
 #include "arguments.h"
 #include "output.h"
@@ -16,11 +16,11 @@ struct Session {
 
   // The chosen tree, opened when it is first asked for.
   Store& store() {
-    if (!m_store) m_store.emplace(arguments, access);
+    if (!m_store) m_store = Store::open(arguments, access);
     return *m_store;
   }
 
-  std::optional<Store> m_store = {};
+  std::unique_ptr<Store> m_store = {};
 };
 
 }  // namespace cli

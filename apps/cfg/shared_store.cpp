@@ -1,13 +1,10 @@
-#include "shared_tree.h"
-
-#include <charconv>
+#include "shared_store.h"
 
 #include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_Repository.h>
 #include <connection/Conn_PingClient.h>
 #include <system/Sys_Process.h>
 
-#include "failure.h"
 #include "library_log.h"
 #include "one_update.h"
 
@@ -15,43 +12,33 @@ namespace cli {
 
 namespace {
 
-constexpr int DEFAULT_PORT = 5020;
+constexpr char ROOT[] = "halvoria";
 constexpr std::chrono::seconds PING_TIME(5);
 
-bool parse_port(std::string_view text, int& port) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-  return error == std::errc() && end == text.data() + text.size() && port > 0 && port < 65536;
-}
+// The update sees its own changes before anybody else does, and so can be tried.
+class OpenUpdate : public Draft {
+ public:
+  OpenUpdate(SharedStore& store, const std::set<std::string>& paths)
+      : m_store(store), m_paths(paths), m_before(store.mirror().copy(paths)) {}
+
+  CFG_RepositoryServices& repository() override { return m_store.repository(); }
+  std::vector<Difference> changes() override {
+    m_store.mirror().forget();
+    m_after = m_store.mirror().copy(m_paths);
+    return find_differences(m_before.GetData().get(), m_after.GetData().get());
+  }
+  void save() override { m_store.commit(); }
+
+ private:
+  SharedStore& m_store;
+  const std::set<std::string> m_paths;
+  CFG_SubTree m_before;
+  CFG_SubTree m_after{RWCString(ROOT)};
+};
 
 }  // namespace
 
-ServiceAddress ServiceAddress::of(const std::string& text) {
-  const Failure wrong(USAGE, "--server wants HOST:PORT or [ADDRESS]:PORT and not '" + text + "'");
-  ServiceAddress address{text, DEFAULT_PORT};
-  std::string port;
-  if (text.rfind('[', 0) == 0) {
-    const size_t end = text.find(']');
-    if (end == text.npos) throw wrong;
-    address.host = text.substr(1, end - 1);
-    const std::string rest = text.substr(end + 1);
-    if (!rest.empty() && rest[0] != ':') throw wrong;
-    if (!rest.empty()) port = rest.substr(1);
-    if (!rest.empty() && port.empty()) throw wrong;
-  } else if (const size_t cut = text.find(':'); cut != text.npos && cut == text.rfind(':')) {
-    address.host = text.substr(0, cut);
-    port = text.substr(cut + 1);
-    if (port.empty()) throw wrong;
-  }
-  if (address.host.empty() || (!port.empty() && !parse_port(port, address.port))) throw wrong;
-  return address;
-}
-
-std::string ServiceAddress::text() const {
-  const bool is_v6 = host.find(':') != host.npos;
-  return (is_v6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
-}
-
-std::unique_ptr<SharedTree> SharedTree::of_service(const ServiceAddress& address) {
+std::unique_ptr<SharedStore> SharedStore::of_service(const ServiceAddress& address, Access access) {
   const Conn_PingClient::Answer ping =
       Conn_PingClient::Ping(RWCString(address.host), address.port, "", 1, PING_TIME);
   if (!ping.is_alive) {
@@ -65,39 +52,49 @@ std::unique_ptr<SharedTree> SharedTree::of_service(const ServiceAddress& address
   // Whom the service's log names.
   repository->SetProperty("CurrUser", Sys_UserName());
   repository->SetProperty("CurrApp", "cfg");
-  return std::unique_ptr<SharedTree>(new SharedTree(std::move(repository), address.text()));
+  return std::unique_ptr<SharedStore>(
+      new SharedStore(std::move(repository), address.text(), "", access));
 }
 
-std::unique_ptr<SharedTree> SharedTree::of_database(const std::string& name) {
+std::unique_ptr<SharedStore> SharedStore::of_database(const std::string& name,
+                                                      const std::string& file, Access access) {
   const Reasons reasons;
   auto repository = std::make_unique<OneUpdate<CFG_DBRepository>>();
   if (!repository->Connect()) {
     throw Failure(UNREACHABLE, with_reason("cannot open the database of " + name, reasons));
   }
-  return std::unique_ptr<SharedTree>(new SharedTree(std::move(repository), name));
+  return std::unique_ptr<SharedStore>(new SharedStore(std::move(repository), name, file, access));
 }
 
-SharedTree::SharedTree(std::unique_ptr<CFG_RepositoryServices> repository, std::string name)
-    : m_repository(std::move(repository)),
-      m_name(std::move(name)),
-      m_mirror(*m_repository, root(), m_name) {}
+SharedStore::SharedStore(std::unique_ptr<CFG_RepositoryServices> repository,
+                         const std::string& name, const std::string& file, Access access)
+    : Store(name, ROOT, file),
+      m_repository(std::move(repository)),
+      m_mirror(*m_repository, ROOT, name) {
+  if (access == WRITE) begin();
+}
 
-SharedTree::~SharedTree() {
+SharedStore::~SharedStore() {
   const Reasons reasons;  // the service undoes what is left when the connection ends
   if (m_is_begun) m_repository->EndTransactionUpdate(true);
 }
 
-void SharedTree::begin() {
-  const Reasons reasons;
-  m_is_begun = m_repository->StartTransactionUpdate();
-  if (!m_is_begun) throw Failure(UNREACHABLE, with_reason("cannot change " + m_name, reasons));
+std::unique_ptr<Draft> SharedStore::draft(const std::set<std::string>& paths) {
+  return std::make_unique<OpenUpdate>(*this, paths);
 }
 
-void SharedTree::commit() {
+void SharedStore::begin() {
+  m_repository->InitValidatePathProperties();
+  const Reasons reasons;
+  m_is_begun = m_repository->StartTransactionUpdate();
+  if (!m_is_begun) throw Failure(UNREACHABLE, with_reason("cannot change " + name(), reasons));
+}
+
+void SharedStore::commit() {
   const Reasons reasons;
   m_is_begun = false;
   if (m_repository->EndTransactionUpdate(false)) return;
-  throw Failure(REFUSED, with_reason("cannot save the changes to " + m_name, reasons));
+  throw Failure(REFUSED, with_reason("cannot save the changes to " + name(), reasons));
 }
 
 }  // namespace cli

@@ -1,51 +1,43 @@
-// A tree that others use at the same time: of the central service, or of a database.
+// The store whose tree others use at the same time: of the central service, or of a database.
 #pragma once
 
 #include <memory>
 #include <string>
 
-#include <CFG/CFG_RepositoryServices.h>
-
 #include "mirror.h"
+#include "service_address.h"
+#include "store.h"
 
 namespace cli {
 
-// Where a service is.
-struct ServiceAddress {
-  std::string host;
-  int port = 0;
-
-  // "HOST", "HOST:PORT", "[ADDRESS]:PORT"; a Failure(USAGE) when the text is none of them.
-  static ServiceAddress of(const std::string& text);
-  std::string text() const;
-};
-
-// All reads and writes of a run that changes the tree are one update, which nobody else sees
-// before commit, and which is undone without one.
-class SharedTree {
+// What a run asks for is fetched; its nodes are valid until the run changes something. All reads
+// and writes of a run that changes the tree are one update, which nobody else sees before it is
+// saved, and which is undone when it is not.
+class SharedStore : public Store {
  public:
-  // A Failure(UNREACHABLE) when no service answers there.
-  static std::unique_ptr<SharedTree> of_service(const ServiceAddress& address);
+  // A Failure(UNREACHABLE) when no service answers there, or another writes for too long.
+  static std::unique_ptr<SharedStore> of_service(const ServiceAddress& address, Access access);
   // Over the properties that the factory has set from a parameters file.
-  static std::unique_ptr<SharedTree> of_database(const std::string& name);
-  SharedTree(const SharedTree&) = delete;
-  SharedTree& operator=(const SharedTree&) = delete;
-  ~SharedTree();
+  static std::unique_ptr<SharedStore> of_database(const std::string& name, const std::string& file,
+                                                  Access access);
+  ~SharedStore() override;
 
-  CFG_RepositoryServices& repository() { return *m_repository; }
+  CFG_RepositoryServices& repository() const override { return *m_repository; }
+  Tree_Node* node(std::string_view path) const override { return m_mirror.node(path); }
+  Kind kind(std::string_view path) const override { return m_mirror.kind(path); }
+  Tree_NodePtr listing(const std::string& path) const override { return m_mirror.listing(path); }
+  std::unique_ptr<Draft> draft(const std::set<std::string>& paths) override;
+
   Mirror& mirror() { return m_mirror; }
-  const std::string& name() const { return m_name; }
-  static const char* root() { return "halvoria"; }
-
-  void begin();   // Failure(UNREACHABLE) when another writes for too long
   void commit();  // Failure(REFUSED) when nothing was changed
 
  private:
-  SharedTree(std::unique_ptr<CFG_RepositoryServices> repository, std::string name);
+  SharedStore(std::unique_ptr<CFG_RepositoryServices> repository, const std::string& name,
+              const std::string& file, Access access);
+  void begin();
 
-  std::unique_ptr<CFG_RepositoryServices> m_repository;
-  const std::string m_name;
-  Mirror m_mirror;
+  const std::unique_ptr<CFG_RepositoryServices> m_repository;
+  mutable Mirror m_mirror;
   bool m_is_begun = false;
 };
 

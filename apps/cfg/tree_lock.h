@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 namespace cli {
 
@@ -13,8 +14,9 @@ class TreeLock {
   // Waits for other writers, and says so after a moment. A Failure after `seconds`.
   TreeLock(const std::string& file, double seconds);
   ~TreeLock();
-  TreeLock(const TreeLock&) = delete;
-  TreeLock& operator=(const TreeLock&) = delete;
+  TreeLock(TreeLock&& other) noexcept
+      : m_file(std::move(other.m_file)), m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+  TreeLock& operator=(TreeLock&&) = delete;
 
  private:
   bool open();
