@@ -174,6 +174,7 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   // Steps of writes; false after a line in the log.
   bool is_free_for_value(const RWCString& path);
   bool make_parent(const RWCString& path, const RWCString& parent);
+  bool is_taken(const RWCString& path);
 
   const std::unique_ptr<const Given> m_given;      // null: the properties hold
   std::atomic<CFGDB_Conn*> m_connection{nullptr};  // owned; made by Connect, once

@@ -17,6 +17,7 @@
 #include <tree/Tree_PathAndValueArray.h>
 #include <utility/Tmr_PtrSortedVector.h>
 
+enum class Db_Result;
 class Db_Store;
 class Db_TreeQuery;
 
@@ -138,6 +139,10 @@ class HALVORIA_API CFGDB_Conn {
   int InsertLine(const Tree_NodeInfo& record, int commit, bool);
   int RemoveLeafLine(const RWCString& path, int commit);  // a value; OK when there is none
   int RemoveSubTree(const RWCString& path, int commit, bool);
+  // Gives the key, with all that is below it, or the value at `path` the name that `new_path` ends
+  // with. Looks first whether the whole result can be stored and nothing has that name: what is
+  // refused has changed nothing, inside a transaction neither.
+  int Rename(const RWCString& path, const RWCString& new_path, int commit);
   // Puts the records, full paths in order with the top first, in the place of what is at the
   // top's path; entries that do not change keep their numbers. Makes the keys above the top.
   int WriteSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>& records, const RWCString& path);
@@ -188,6 +193,9 @@ class HALVORIA_API CFGDB_Conn {
   int lose(const char* op, std::string_view path);
   int settle(const char* op);
   int make_keys(const char* op, std::string_view path);
+  Db_Result erase_tree(std::string_view top);
+  Db_Result read_renamed(std::string_view top, std::string_view new_top,
+                         Tmr_PtrSortedVector<Tree_NodeInfo>& records);
   int replace(const std::vector<const Tree_NodeInfo*>& records);
   bool commit_pending(const char* op);
   void forget_transaction();

@@ -107,22 +107,72 @@ int CFGDB_Conn::RemoveSubTree(const RWCString& path, int commit, bool) {
   if (!use) return DB_ERROR;
   if (at.empty()) return refuse(op, at, DB_ERROR, "an empty path is no place");
   if (begin(op, at) != OK) return DB_ERROR;
-  m_known_key.clear();
   std::string value;
-  const Db_Result result = m_store->get(at, value);
+  Db_Result result = m_store->get(at, value);
+  if (result == Db_Result::OK) result = erase_tree(at);
   if (result == Db_Result::FAILED) return lose(op, at);
-  if (result == Db_Result::OK) {
-    const Db_Range range(at);
-    const Db_Entry top = {at, "", ++m_sequence};
-    int64_t rows = 0;
-    if (m_store->erase(&top, 1) != Db_Result::OK ||
-        m_store->erase_range(range.from, range.to, m_sequence + 1, rows) != Db_Result::OK) {
-      return lose(op, at);
-    }
-    m_sequence += rows;
-    note_change();
-  }
   return end(op, at, commit);
+}
+
+// The entry at a path, and all that is below it.
+Db_Result CFGDB_Conn::erase_tree(std::string_view top) {
+  m_known_key.clear();
+  const Db_Range range(top);
+  const Db_Entry entry = {top, "", ++m_sequence};
+  int64_t rows = 0;
+  if (m_store->erase(&entry, 1) != Db_Result::OK ||
+      m_store->erase_range(range.from, range.to, m_sequence + 1, rows) != Db_Result::OK) {
+    return Db_Result::FAILED;
+  }
+  m_sequence += rows;
+  note_change();
+  return Db_Result::OK;
+}
+
+int CFGDB_Conn::Rename(const RWCString& path, const RWCString& new_path, int commit) {
+  constexpr char op[] = "Rename";
+  const Db_Path from(path), to(new_path);
+  const Use use(*this, op, from);
+  if (!use) return DB_ERROR;
+  if (from.empty() || Db_ParentOf(from) != Db_ParentOf(to)) {
+    return refuse(op, from, DB_ERROR, "a name is changed under the same key only");
+  }
+  if (begin(op, from) != OK) return DB_ERROR;
+  std::string value;
+  Db_Result result = m_store->get(to, value);
+  if (result == Db_Result::OK) return refuse(op, to, DB_ERROR, "it is there already");
+  Tmr_PtrSortedVector<Tree_NodeInfo> records;
+  if (result == Db_Result::NOT_FOUND) result = read_renamed(from, to, records);
+  if (result == Db_Result::NOT_FOUND) return refuse(op, from, DB_ERROR, "nothing is there");
+  if (result == Db_Result::FAILED) return lose(op, from);
+  Db_Replacement replacement;
+  if (const char* fault = replacement.take(records)) {
+    return refuse(op, replacement.fault_path(), DB_ERROR, fault);
+  }
+  if (erase_tree(from) != Db_Result::OK ||
+      replacement.write(*m_store, m_sequence) != Db_Result::OK) {
+    return lose(op, from);
+  }
+  return end(op, from, commit);
+}
+
+// What is at and below `top`, as records at and below `new_top`.
+Db_Result CFGDB_Conn::read_renamed(std::string_view top, std::string_view new_top,
+                                   Tmr_PtrSortedVector<Tree_NodeInfo>& records) {
+  const auto add = [&](std::string_view path, std::string_view value) {
+    const std::string renamed = std::string(new_top).append(path.substr(top.size()));
+    records.append(std::make_unique<Tree_NodeInfo>(renamed, RWCString(value)));
+  };
+  std::string value;
+  Db_Result result = m_store->get(top, value);
+  if (result != Db_Result::OK) return result;
+  add(top, value);
+  const Db_Range range(top);
+  const auto cursor = m_store->range(range.from, range.to, 0, false);
+  if (!cursor) return Db_Result::FAILED;
+  Db_Entry entry;
+  while ((result = cursor->next(entry)) == Db_Result::OK) add(entry.path, entry.value);
+  return result == Db_Result::NOT_FOUND ? Db_Result::OK : result;
 }
 
 int CFGDB_Conn::WriteSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>& records,

@@ -69,7 +69,7 @@ Tree_NodePtr CFG_DBRepository::tree_of(CFGDB_Conn& db, const TreeQuery& query) {
       query.all_deleted);
   Tree_NodePtr tree;
   if (db.has_tree()) {
-    cfg::tree_builder builder(GetPathBeforeFirstPrecent(query.path));
+    cfg::tree_builder builder(db.GetQueryRootPath());
     db.each_record([&](std::string_view path, std::string_view value) {
       builder.add(path, value);
       return true;

@@ -4,6 +4,7 @@
 #include <CFG/CFG_PerformanceEvent.h>
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/key_renaming.h>
 #include <CFG/detail/paths.h>
 #include <database/CFGDB_Conn.h>
 #include <database/Db_Path.h>
@@ -162,32 +163,26 @@ int CFG_DBRepository::SetValueName(const RWCString& given_path, const RWCString&
         op, path, old_name, new_name);
   }
   const RWCString old_path = cfg::actual_path(cfg::join(path, old_name)).copy();
-  const RWCString new_path = cfg::actual_path(cfg::join(path, new_name)).copy();
+  const cfg::key_renaming asked(old_path, cfg::actual_path(new_name));
   const Step one_step(m_changes);
-  // A row without a text would be a key, and a value in the place of a key lose what is below.
-  const RWCString value = GetValue(old_path);
-  if (value.isNull() || new_name.isNull() || IsSubTreeExist(new_path)) {
+  const bool is_refused = asked.fault || GetValue(old_path).isNull() ||
+                          (!asked.changes_nothing() && is_taken(asked.to));
+  if (is_refused) {
     return logger.reject(FALSE, "in %s : value <%s> can not be renamed to <%s>, returning FALSE\n",
-                         op, old_path, new_path);
+                         op, old_path, asked.to);
   }
+  if (asked.changes_nothing()) return TRUE;
   logger.info("SetValueName>> Removing <%s>,<%s> \n", path, old_name);
-  const int removed = ask(op, [&](CFGDB_Conn& db) { return db.RemoveLeafLine(old_path, 0); });
-  if (removed == CFGDB_Conn::DB_ERROR) {
-    return logger.reject(FALSE,
-                         "SetValueName(): db error in RemoveLeafLine <%s>,<%s> ,return FALSE\n",
-                         path, old_name);
-  }
   logger.info("SetValueName>> Inserting <%s>,<%s> \n", path, new_name);
-  const Tree_NodeInfo row(new_path, value);
-  const int inserted = ask(op, [&](CFGDB_Conn& db) { return db.InsertLine(row, 1, true); });
-  if (inserted == CFGDB_Conn::DB_ERROR) {
+  const int renamed = ask(op, [&](CFGDB_Conn& db) { return db.Rename(asked.from, asked.to, 1); });
+  if (renamed == CFGDB_Conn::DB_ERROR) {
     return logger.reject(FALSE, "SetValueName(): db error in InsertLine path <%s> ,return FALSE\n",
-                         new_path);
+                         asked.to);
   }
-  if (inserted == CFGDB_Conn::COMMIT_ERROR) {
+  if (renamed == CFGDB_Conn::COMMIT_ERROR) {
     return logger.reject(FALSE, "SetValueName() : InsertLine  return commit error ,return FALSE\n");
   }
-  return inserted == CFGDB_Conn::OK;
+  return renamed == CFGDB_Conn::OK;
 }
 
 // --- keys ----------------------------------------------------------------------------------------
@@ -276,7 +271,6 @@ int CFG_DBRepository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& give
                        sub_tree->NameView(), written);
 }
 
-// One step, so that nothing is lost when the second half fails.
 int CFG_DBRepository::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) {
   constexpr char op[] = "SetOrRanameKeyName(const RWCString & path,const RWCString & key_name)";
   logger.info("Start %s for path <%s> new key name <%s>\n", op, path, key_name);
@@ -288,21 +282,30 @@ int CFG_DBRepository::SetOrRanameKeyName(const RWCString& path, const RWCString&
     return logger.reject(FALSE, "%s : path is empty string, return FALSE new key name <%s>\n", op,
                          key_name);
   }
-  const cfg::split_path where(path);
-  if (key_name.first('\\') != RWCString::npos || (!where.has_parent && key_name != kRoot)) {
-    return logger.reject(FALSE, "%s : path <%s> can not be renamed to <%s>, return FALSE\n", op,
-                         path, key_name);
+  const cfg::key_renaming asked(path, key_name);
+  if (asked.fault) {
+    return logger.reject(FALSE, "%s : path <%s> can not be renamed to <%s>: %s, return FALSE\n", op,
+                         path, key_name, asked.fault);
   }
-  Tree_NodePtr renamed = GetTreeNode(path);
-  if (!renamed) {
+  const Step one_step(m_changes);
+  if (!ask(op, [&](CFGDB_Conn& db) { return db.IsSubTreeExist(asked.from, 0); })) {
     return logger.reject(
         FALSE, "%s : path <%s> does not exist or not represent a sub tree, return FALSE\n", op,
         path);
   }
-  renamed->SetKeyName(key_name);
-  const Step one_step(m_changes);
-  if (ask(op, [&](CFGDB_Conn& db) { return db.RemoveSubTree(path, 0, true); }) != CFGDB_Conn::OK) {
-    return logger.reject(FALSE, "%s : fail to delete path <%s>, return FALSE\n", op, path);
+  if (asked.changes_nothing()) return TRUE;
+  if (is_taken(asked.to)) {
+    return logger.reject(FALSE, "%s : the parent of path %s has a child %s already, return FALSE\n",
+                         op, path, key_name);
   }
-  return WriteSubTree(renamed, RWCString(where.parent));
+  const int renamed = ask(op, [&](CFGDB_Conn& db) { return db.Rename(asked.from, asked.to, 1); });
+  if (renamed == CFGDB_Conn::OK) return TRUE;
+  return logger.reject(FALSE, "%s : path <%s> was not renamed to <%s> (%d), return FALSE\n", op,
+                       path, key_name, renamed);
+}
+
+bool CFG_DBRepository::is_taken(const RWCString& path) {
+  return ask("SetOrRanameKeyName", [&](CFGDB_Conn& db) {
+    return db.IsSubTreeExist(path, 0) || !db.GetValue(path).isNull();
+  });
 }

@@ -182,14 +182,13 @@ TEST_P(Database, LetsOneWriterInAndRefusesWhoWaitedTooLong) {
 
 // A refused change of several steps leaves none of them.
 TEST_P(Database, LeavesNoHalfOfAChange) {
-  write(tree_of("halvoria", {{"k\\v", "1"}, {"other", "2"}}));
+  write(tree_of("halvoria", {{"k\\v", "1"}, {"other", "2"}, {"third", "3"}}));
   const RWCString before = m_repository->GetMaxSeqNumber();
   EXPECT_FALSE(m_repository->SetValue("halvoria\\k\\v\\x", "3"));
-  EXPECT_FALSE(m_repository->SetKeyName("halvoria", "other"));
-  EXPECT_FALSE(m_repository->SetKeyName("halvoria\\k", "a\\b"));
-  EXPECT_FALSE(m_repository->SetValueName("halvoria", "other", "k"));
-  EXPECT_FALSE(m_repository->SetValueName("halvoria", "other", ""));
-  EXPECT_EQ(content(), "halvoria{k{v=1} other=2}");
+  for (const char* name : {"", "k", "third", "a\\b", "\\"}) {
+    EXPECT_FALSE(m_repository->SetValueName("halvoria", "other", name)) << name;
+  }
+  EXPECT_EQ(content(), "halvoria{k{v=1} other=2 third=3}");
   EXPECT_EQ(m_repository->GetMaxSeqNumber(), before);
   EXPECT_FALSE(m_repository->HasPendingChanges());
 }
@@ -249,11 +248,13 @@ TEST_P(Database, RenamesKeysAndValues) {
   EXPECT_TRUE(m_repository->SetKeyName("halvoria\\k", "New"));
   EXPECT_TRUE(m_repository->SetValueName("Halvoria\\new", "V", "renamed"));
   EXPECT_EQ(content(), "halvoria{m{x=3} new{renamed=1 s{w=2}}}");
-  EXPECT_TRUE(m_repository->SetKeyName("halvoria\\m", "new")) << "what had the name is replaced";
-  EXPECT_EQ(content(), "halvoria{new{x=3}}");
+  const RWCString number = m_repository->GetMaxSeqNumber();
+  EXPECT_TRUE(m_repository->SetKeyName("halvoria\\new", "NEW"));
+  EXPECT_TRUE(m_repository->SetValueName("halvoria\\m", "x", "X"));
+  EXPECT_EQ(m_repository->GetMaxSeqNumber(), number) << "no change";
   EXPECT_TRUE(m_repository->CreatePath("halvoria\\p\\Q"));
-  EXPECT_FALSE(m_repository->CreatePath("halvoria\\new\\x\\y"));
-  EXPECT_EQ(content(), "halvoria{new{x=3} p{q{}}}");
+  EXPECT_FALSE(m_repository->CreatePath("halvoria\\new\\renamed\\y"));
+  EXPECT_EQ(content(), "halvoria{m{x=3} new{renamed=1 s{w=2}} p{q{}}}");
 }
 
 TEST_P(Database, GivesWhatChangedAndWhatWasDeletedAfterANumber) {
