@@ -1,6 +1,7 @@
 // A repository in the central configuration service.
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include <CFG/CFG_RepositoryServicesImp.h>
@@ -8,7 +9,8 @@
 class CFG_Connector;
 namespace cfg {
 class connector_pool;
-}
+struct key_renaming;
+}  // namespace cfg
 
 // Keeps no tree: each operation is one request to the service. Where that is, and who asks, is
 // said by the properties HALVORIA_REMOTE_SERVER_NAME, ..._PORT, HALVORIA_CONNECTION_TYPE,
@@ -131,8 +133,11 @@ class HALVORIA_API CFG_Repository : public CFG_RepositoryServicesImp {
   int EndTransaction(CFG_Connector* connector);
   void read_statistics_switch();
   int abandon_update();
+  int in_one_update(const std::function<int()>& change);
   int write_array(Tree_NodePtr& sub_tree, const RWCString& path);
   int write_in_parts(const Tree_NodePtr& sub_tree, const RWCString& path);
+  int rename(const cfg::key_renaming& asked);
+  bool is_taken(const RWCString& path);
 
   const std::shared_ptr<cfg::connector_pool> m_connectors;
   bool m_work_compressed = false;

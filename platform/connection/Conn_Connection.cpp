@@ -50,7 +50,7 @@ bool Conn_SyncConnector::Inside::open() {
     return false;
   }
   received.clear();
-  is_introduced = is_token_sent = false;
+  is_introduced = is_token_sent = is_locked = false;
   mark_used();
   return true;
 }
@@ -58,7 +58,7 @@ bool Conn_SyncConnector::Inside::open() {
 void Conn_SyncConnector::Inside::drop() {
   stream.close();
   received.clear();
-  is_introduced = is_token_sent = is_patient = false;
+  is_introduced = is_token_sent = is_patient = is_locked = false;
   if (transaction_has_begun) transaction_is_broken = true;
 }
 

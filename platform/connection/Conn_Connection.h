@@ -48,6 +48,7 @@ struct Conn_SyncConnector::Inside {
   clock_type::time_point answer_by = clock_type::time_point::max();
   bool is_introduced = false;
   bool is_token_sent = false;
+  bool is_locked = false;
 
   int transactions = 0;                // begun and not ended
   bool transaction_has_begun = false;  // a request of it was sent on the connection

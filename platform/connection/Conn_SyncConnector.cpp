@@ -78,3 +78,6 @@ bool Conn_SyncConnector::IsTokenSent() const {
   return m_inside->is_token_sent;
 }
 void Conn_SyncConnector::SetTokenSent(bool is_sent) { m_inside->is_token_sent = is_sent; }
+
+bool Conn_SyncConnector::IsLocked() const { return m_inside->is_locked; }
+void Conn_SyncConnector::SetLocked(bool is_locked) { m_inside->is_locked = is_locked; }

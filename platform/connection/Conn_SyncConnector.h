@@ -60,6 +60,9 @@ class HALVORIA_API Conn_SyncConnector {
   // Whether a token was sent on this connection; forgotten when it is opened again.
   bool IsTokenSent() const;
   void SetTokenSent(bool is_sent);
+  // Whether the service was locked for this connection; forgotten with it.
+  bool IsLocked() const;
+  void SetLocked(bool is_locked);
 
  protected:
   RWCString m_service_name;  // set by the protocol's own class; empty: whatever is there

@@ -148,8 +148,15 @@ int CFG_Connector::tell(const char* operation, Command command) {
 
 // --- the session ---------------------------------------------------------------------------
 
-int CFG_Connector::Lock() { return ask_success("CFG_Connector::Lock", LOCK, {}); }
-int CFG_Connector::UnLock() { return ask_success("CFG_Connector::UnLock", UNLOCK, {}); }
+int CFG_Connector::Lock() {
+  const int is_done = ask_success("CFG_Connector::Lock", LOCK, {});
+  if (is_done) SetLocked(true);
+  return is_done;
+}
+int CFG_Connector::UnLock() {
+  SetLocked(false);  // even where it fails: what is written next is not part of that
+  return ask_success("CFG_Connector::UnLock", UNLOCK, {});
+}
 int CFG_Connector::Rollback() { return ask_success("CFG_Connector::Rollback", ROLLBACK, {}); }
 int CFG_Connector::EnableExtendedTimeout() {
   const int is_told = tell("CFG_Connector::EnableExtendedTimeout", ENABLE_EXTENDED_TIMEOUT);

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include <CFG/CFG_Connector.h>
+#include <CFG/CFG_RepositoryTransaction.h>
 #include <CFG/remote/connection_properties.h>
 #include <CFG/remote/connector_lease.h>
 #include <CFG/remote/connector_pool.h>
@@ -163,15 +164,12 @@ int CFG_Repository::IsInTransaction() { return m_connectors->bound() != nullptr;
 int CFG_Repository::Lock() {
   const connector_lease connector(*this);
   logger.trace("Lock() = disable auto commit\n");
-  const int is_done = connector->Lock();
-  if (is_done) m_connectors->note_lock(true);
-  return is_done;
+  return connector->Lock();
 }
 
 int CFG_Repository::UnLock() {
   const connector_lease connector(*this);
   logger.trace("UnLock() = enable auto commit\n");
-  m_connectors->note_lock(false);  // even where it fails: what is written next is not part of that
   return connector->UnLock();
 }
 
@@ -221,6 +219,25 @@ int CFG_Repository::EndTransactionUpdate(bool failed) {
   const int is_ended = EndTransaction();
   if (is_ended) logger.trace("EndTransactionUpdate: ended transaction \n");
   return is_ended;
+}
+
+// Nobody sees one of the changes without the others. Of an update that is open already the caller
+// keeps or undoes the whole; all of it goes over the connection that the service is locked for.
+int CFG_Repository::in_one_update(const std::function<int()>& change) {
+  const auto is_locked = [this] { return connector_lease(*this)->IsLocked(); };
+  if (is_locked()) {
+    const CFG_RepositoryTransaction transaction(this);
+    return is_locked() ? change() : FALSE;
+  }
+  if (!IsInTransaction()) {
+    if (!StartTransactionUpdate()) return FALSE;
+    const int is_done = change();
+    return EndTransactionUpdate(!is_done) && is_done;
+  }
+  if (!Lock()) return FALSE;
+  const int is_done = change();
+  if (!is_done) Rollback();
+  return UnLock() && is_done;
 }
 
 // What the service holds of an update goes with the connection, and the thread is free for the

@@ -3,9 +3,8 @@
 #include <CFG/CFG_PerformanceEvent.h>
 #include <CFG/CFG_Repository.h>
 #include <CFG/CFG_SubTree.h>
-#include <CFG/detail/paths.h>
+#include <CFG/detail/key_renaming.h>
 #include <CFG/remote/connector_lease.h>
-#include <CFG/remote/connector_pool.h>
 #include <CFG/remote/tree_parts.h>
 #include <logging/Logger.h>
 
@@ -76,40 +75,51 @@ int CFG_Repository::write_array(Tree_NodePtr& sub_tree, const RWCString& path) {
   return connector->WriteSubTree(sub_tree, path);
 }
 
-// Nobody sees a part without the others: they are one update, this thread's own where it has
-// none. Of an update that is open already the caller keeps or undoes the whole.
 int CFG_Repository::write_in_parts(const Tree_NodePtr& sub_tree, const RWCString& path) {
-  const auto write = [&] {
+  return in_one_update([&] {
     for (auto& [tree, parent_path] : cfg::tree_parts(sub_tree, path, kLargestArray)) {
       if (!write_array(tree, parent_path)) return FALSE;
     }
     return TRUE;
-  };
-  if (m_connectors->is_locked()) return write();
-  if (!IsInTransaction()) {
-    if (!StartTransactionUpdate()) return FALSE;
-    const int is_written = write();
-    return EndTransactionUpdate(!is_written) && is_written;
-  }
-  if (!Lock()) return FALSE;
-  const int is_written = write();
-  if (!is_written) Rollback();
-  return UnLock() && is_written;
+  });
 }
 
 int CFG_Repository::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) {
   logger.info("SetOrRanameKeyName(): path = %s , key_name = %s\n", path, key_name);
   if (key_name.isNull()) return logger.reject(FALSE, " key_name is empty string, return FALSE\n");
   if (path.isNull()) return logger.reject(FALSE, "path is empty string, return FALSE\n");
-  const std::unique_ptr<CFG_SubTree> sub_tree(CFG_Services::GetSubTree(path));
+  const cfg::key_renaming asked(path, key_name);
+  if (asked.fault) {
+    return logger.reject(FALSE, " path <%s> can not be renamed to <%s>: %s, return FALSE\n", path,
+                         key_name, asked.fault);
+  }
+  return in_one_update([&] { return rename(asked); });
+}
+
+// Within an update. The old tree goes when the new one is there: an update that its caller keeps
+// although the rename failed has lost nothing.
+int CFG_Repository::rename(const cfg::key_renaming& asked) {
+  const std::unique_ptr<CFG_SubTree> sub_tree(CFG_Services::GetSubTree(asked.from));
   if (!sub_tree) {
     return logger.reject(
-        FALSE, " path <%s> does not exist or not represent a sub tree, return FALSE\n", path);
+        FALSE, " path <%s> does not exist or not represent a sub tree, return FALSE\n", asked.from);
+  }
+  if (asked.changes_nothing()) return TRUE;
+  if (is_taken(asked.to)) {
+    return logger.reject(FALSE, " path <%s> can not be renamed, <%s> is there, return FALSE\n",
+                         asked.from, asked.to);
   }
   Tree_NodePtr tree = sub_tree->GetData();
-  tree->SetKeyName(key_name);
-  if (!DeleteSubTree(path)) {
-    return logger.reject(FALSE, "fail to delete path <%s>, return FALSE\n", path);
+  tree->SetKeyName(cfg::split_path(asked.to).name);
+  const int is_written = WriteSubTree(tree, asked.parent);
+  if (is_written && DeleteSubTree(asked.from)) return TRUE;
+  DeleteSubTree(asked.to);
+  if (!is_written) {
+    return logger.reject(FALSE, "fail to write path <%s>, return FALSE\n", asked.to);
   }
-  return WriteSubTree(tree, RWCString(cfg::split_path(path).parent));
+  return logger.reject(FALSE, "fail to delete path <%s>, return FALSE\n", asked.from);
+}
+
+bool CFG_Repository::is_taken(const RWCString& path) {
+  return IsSubTreeExist(path) || !GetValue(path).isNull();
 }

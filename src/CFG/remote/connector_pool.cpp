@@ -43,7 +43,7 @@ connector_pool::~connector_pool() = default;
 CFG_Connector* connector_pool::bound() {
   const MutexGuard guard(m_mutex);
   const auto entry = m_bound.find(std::this_thread::get_id());
-  return entry == m_bound.end() ? nullptr : entry->second.connector.get();
+  return entry == m_bound.end() ? nullptr : entry->second.get();
 }
 
 std::unique_ptr<CFG_Connector> connector_pool::take() {
@@ -71,7 +71,7 @@ bool connector_pool::bind(CFG_Connector* connector) {
   thread_end.tell(weak_from_this());
   const MutexGuard guard(m_mutex);
   const auto [entry, is_new] = m_bound.try_emplace(std::this_thread::get_id());
-  if (is_new) entry->second.connector.reset(connector);
+  if (is_new) entry->second.reset(connector);
   return is_new;
 }
 
@@ -79,7 +79,7 @@ void connector_pool::unbind() {
   const MutexGuard guard(m_mutex);
   const auto entry = m_bound.find(std::this_thread::get_id());
   if (entry == m_bound.end()) return;
-  static_cast<void>(entry->second.connector.release());  // whoever ends it gives it back
+  static_cast<void>(entry->second.release());  // whoever ends it gives it back
   m_bound.erase(entry);
 }
 
@@ -89,22 +89,10 @@ void connector_pool::give_up_bound() {
     const MutexGuard guard(m_mutex);
     const auto entry = m_bound.find(std::this_thread::get_id());
     if (entry == m_bound.end()) return;
-    left = std::move(entry->second.connector);
+    left = std::move(entry->second);
     m_bound.erase(entry);
   }
   logger.warning("a thread ended within a transaction: what it has not committed is undone\n");
-}
-
-void connector_pool::note_lock(bool is_locked) {
-  const MutexGuard guard(m_mutex);
-  const auto entry = m_bound.find(std::this_thread::get_id());
-  if (entry != m_bound.end()) entry->second.is_locked = is_locked;
-}
-
-bool connector_pool::is_locked() {
-  const MutexGuard guard(m_mutex);
-  const auto entry = m_bound.find(std::this_thread::get_id());
-  return entry != m_bound.end() && entry->second.is_locked;
 }
 
 void connector_pool::disconnect_free() {

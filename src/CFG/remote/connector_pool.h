@@ -38,23 +38,15 @@ class connector_pool : public std::enable_shared_from_this<connector_pool> {
   // False when the thread is bound already, or is about to end.
   bool bind(CFG_Connector* connector);
   void unbind();
-  // Between the two: what this thread's update has locked at the service.
-  void note_lock(bool is_locked);
-  bool is_locked();
 
   void disconnect_free();
   // For the end of a thread.
   void give_up_bound();
 
  private:
-  struct Bound {
-    std::unique_ptr<CFG_Connector> connector;
-    bool is_locked = false;
-  };
-
   Mutex m_mutex;
   std::vector<std::unique_ptr<CFG_Connector>> m_free THREADAPI_GUARDED_BY(m_mutex);  // oldest first
-  std::map<std::thread::id, Bound> m_bound THREADAPI_GUARDED_BY(m_mutex);
+  std::map<std::thread::id, std::unique_ptr<CFG_Connector>> m_bound THREADAPI_GUARDED_BY(m_mutex);
 };
 
 }  // namespace cfg

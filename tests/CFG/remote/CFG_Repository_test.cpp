@@ -171,16 +171,40 @@ TEST_F(Remote, ReadsSubtreesOfEitherForm) {
   ASSERT_TRUE(found);
   ASSERT_EQ(found->GetArrLen(), 1);
   EXPECT_STREQ(found->GetStr(0), "a\\k\\s\\w");
+}
 
-  m_service.take_requests();
+// The old tree goes when the new one is there, and both go or come together.
+TEST_F(Remote, RenamesInOneUpdate) {
+  m_service.on("CFG_GET_SUB_SEQ", answer_of({{4, "a\\k"s}, {8, "v\0001\0"s}, {8, ""s}}));
+  m_service.on("CFG_GET_SUB_EXISTS", answer_of({{10, 0L}}));
+  m_service.on("CFG_GET_VAL", answer_of({{11, ""s}}));
+  const std::string looks = "CFG_GET_SUB_SEQ;CFG_GET_SUB_EXISTS;CFG_GET_VAL;";
+  const std::string begin = "CFG_ENABLE_EXTENDED_TIMEOUT;CFG_LOCK;";
+  const std::string end = "CFG_UNLOCK;CFG_DISABLE_EXTENDED_TIMEOUT;";
+  EXPECT_TRUE(m_repository.SetKeyName("A\\K\\", "Other"));
+  EXPECT_EQ(commands(), begin + looks + "CFG_WRITE_SUB;CFG_DEL_SUB;" + end);
+
+  EXPECT_TRUE(m_repository.Lock());
   EXPECT_TRUE(m_repository.SetKeyName("a\\k", "other"));
-  const auto requests = m_service.take_requests();
-  ASSERT_EQ(requests.size(), 3u);
-  EXPECT_EQ(requests[1], "CFG_DEL_SUB 2=CFG 3=CFG 4=a\\k");
-  EXPECT_TRUE(requests[2].ends_with(" 4=a")) << requests[2];
+  EXPECT_EQ(commands(), "CFG_LOCK;" + looks + "CFG_WRITE_SUB;CFG_DEL_SUB;");
+  EXPECT_TRUE(m_repository.UnLock());
+  EXPECT_EQ(commands(), "CFG_UNLOCK;");
+
   m_service.on("CFG_DEL_SUB", answer_of({{10, 0L}}));
   EXPECT_FALSE(m_repository.SetKeyName("a\\k", "other"));
-  EXPECT_EQ(m_service.take_commands(), "CFG_GET_SUB_SEQ;CFG_DEL_SUB;");
+  EXPECT_EQ(commands(),
+            begin + looks + "CFG_WRITE_SUB;CFG_DEL_SUB;CFG_DEL_SUB;CFG_ROLLBACK;" + end);
+  m_service.on("CFG_GET_SUB_EXISTS", answer_of({{10, 1L}}));
+  EXPECT_FALSE(m_repository.SetKeyName("a\\k", "other")) << "a sibling's name";
+  EXPECT_EQ(commands(), begin + "CFG_GET_SUB_SEQ;CFG_GET_SUB_EXISTS;CFG_ROLLBACK;" + end);
+
+  m_service.on("CFG_GET_SUB_EXISTS", answer_of({{10, 0L}}));
+  Answer gone;
+  gone.how = Answer::CLOSE;
+  m_service.on("CFG_WRITE_SUB", gone);
+  EXPECT_TRUE(m_repository.Lock());
+  EXPECT_FALSE(m_repository.SetKeyName("a\\k", "other"));
+  EXPECT_EQ(commands(), "CFG_LOCK;" + looks + "CFG_WRITE_SUB;") << "nothing on another connection";
 }
 
 TEST_F(Remote, RefusesWithoutARequest) {
@@ -206,6 +230,10 @@ TEST_F(Remote, RefusesWithoutARequest) {
       {[](auto& r) { return r.Search("n", "") != nullptr; },
        "path parameter is an empty string, return NULL\n"},
       {[](auto& r) { return r.SetKeyName("", "n") != 0; }, "path is empty string, return FALSE\n"},
+      {[](auto& r) { return r.SetKeyName("a", "n") != 0; },
+       "the root keeps its name, return FALSE\n"},
+      {[](auto& r) { return r.SetKeyName("a\\b", "n\\") != 0; },
+       " path <a\\b> can not be renamed to <n\\>: a name holds no backslash, return FALSE\n"},
   };
   for (const auto& c : cases) {
     Log_Capture capture;
