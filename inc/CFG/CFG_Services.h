@@ -117,7 +117,9 @@ class HALVORIA_API CFG_Services {
   // The paths of all keys and values named `name` below the key at `path`; null when the
   // arguments are refused.
   virtual String_Arr* Search(RWCString name, RWCString path) = 0;
-  // Renames the key at `path` in place.
+  // Renames the key at `path` in place. FALSE, and nothing changed, for a name that is empty, holds
+  // a backslash or is a sibling's, and where the store could not keep a path that becomes longer;
+  // the root of a repository keeps its name.
   virtual int SetKeyName(RWCString path, RWCString key_name) = 0;
 
   // --- more writes -----------------------------------------------------------------------------

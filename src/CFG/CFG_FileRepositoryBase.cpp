@@ -261,9 +261,7 @@ int CFG_FileRepositoryBase::SetOrRanameKeyName(const RWCString& path, const RWCS
   if (path.isNull()) {
     return logger.reject(FALSE, "%s key <%s>: path is empty string, return FALSE\n", op, key_name);
   }
-  return change(path, [&](const held_tree& tree) {
-    return tree.handle().SetKeyName(RemoveRootName(path), key_name);
-  });
+  return change(path, [&](const held_tree& tree) { return tree.rename(logger, path, key_name); });
 }
 
 String_Arr* CFG_FileRepositoryBase::Search(RWCString name, RWCString path) {

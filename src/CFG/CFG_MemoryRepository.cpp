@@ -128,7 +128,7 @@ int CFG_MemoryRepository::SetOrRanameKeyName(const RWCString& path, const RWCStr
     return logger.reject(FALSE, "%s : key_name is empty string, return FALSE\n", op);
   }
   if (path.isNull()) return logger.reject(FALSE, "%s : path is empty string, return FALSE\n", op);
-  return tree().SetKeyName(RemoveRootName(path), key_name);
+  return held_tree(m_sub_tree).rename(logger, path, key_name);
 }
 
 String_Arr* CFG_MemoryRepository::SearchKeyOrValueName(const RWCString& name,

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/key_renaming.h>
 #include <CFG/detail/moving_merge.h>
 #include <CFG/detail/paths.h>
 #include <logging/Logger.h>
@@ -352,9 +353,8 @@ int CFG_SubTree::SetOrRanameKeyName(const RWCString& path, const RWCString& key_
   constexpr char op[] = "SetOrRanameKeyName(const RWCString & path,const RWCString & key_name)";
   if (key_name.isNull())
     return logger.reject(FALSE, "%s : key_name is empty string, return FALSE\n", op);
-  if (key_name.first('\\') != RWCString::npos) {
-    return logger.reject(FALSE, "%s : key_name <%s> holds a backslash, return FALSE\n", op,
-                         key_name);
+  if (const char* fault = cfg::fault_of_name(key_name)) {
+    return logger.reject(FALSE, "%s : key_name <%s>: %s, return FALSE\n", op, key_name, fault);
   }
   if (!m_data) return logger.reject(FALSE, "%s : This sub tree data is null, return FALSE\n", op);
   Tree_Node* found = m_data->Find(path);

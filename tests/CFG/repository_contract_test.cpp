@@ -16,6 +16,8 @@ const auto repositories =
     available({MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE, REMOTE_POSTGRES});
 constexpr WorldKind in_memory[] = {MEMORY, XML_FILE};
 
+using Repository = CFG_RepositoryServicesImp;
+
 bool is_database(WorldKind kind) { return world_traits[kind].is_database; }
 bool is_remote(WorldKind kind) { return world_traits[kind].is_remote; }
 
@@ -261,6 +263,61 @@ TEST(Contract, EveryWriteLeavesTheSameTree) {
     World world(kind, sample());
     EXPECT_TRUE(add_root(world.services(), ""));
     EXPECT_EQ(world.content(), "halvoria{only=this}") << kind;
+  }
+}
+
+struct RenameCase {
+  const char* path;
+  RWCString name;
+  int expected;
+  const char* content;  // of "halvoria{k{sub{v=1}} leaf=2 other{w=3}}" afterwards, null: as it was
+};
+const RenameCase rename_cases[] = {
+    {"halvoria", "other", FALSE, nullptr},
+    {"halvoria\\", "x", FALSE, nullptr},
+    {"halvoria", "Halvoria", TRUE, nullptr},
+    {"halvoria\\k", "new\\", FALSE, nullptr},
+    {"halvoria\\k", "a\\b", FALSE, nullptr},
+    {"halvoria\\k", "\\", FALSE, nullptr},
+    {"halvoria\\k", "", FALSE, nullptr},
+    {"halvoria\\k", std::string_view("other\0x", 7), FALSE, nullptr},
+    {"halvoria\\k", "Other", FALSE, nullptr},
+    {"halvoria\\k", "leaf", FALSE, nullptr},
+    {"halvoria\\k", "K", TRUE, nullptr},
+    {"halvoria\\none", "none", FALSE, nullptr},
+    {"halvoria\\k", "HALVORIA", TRUE, "halvoria{halvoria{sub{v=1}} leaf=2 other{w=3}}"},
+    {"halvoria\\k\\", "100%", TRUE, "halvoria{100%{sub{v=1}} leaf=2 other{w=3}}"},
+    {"halvoria\\k", "%", TRUE, "halvoria{%{sub{v=1}} leaf=2 other{w=3}}"},
+    {"halvoria\\k", "a 'b' <&\"", TRUE, "halvoria{a 'b' <&\"{sub{v=1}} leaf=2 other{w=3}}"},
+};
+
+// What is refused leaves nothing behind that the end of an update could carry out.
+TEST(Repository, RenamesWholeOrNotAtAll) {
+  const char before[] = "halvoria{k{sub{v=1}} leaf=2 other{w=3}}";
+  const RWCString too_long(std::string(2586, 'n'));  // for a database, with what is below the key
+  for (const WorldKind kind : repositories) {
+    World world(kind, tree_of("halvoria", {{"k\\sub\\v", "1"}, {"leaf", "2"}, {"other\\w", "3"}}));
+    Repository& repository = world.repository();
+    for (const RenameCase& c : rename_cases) {
+      for (const bool is_locked : {false, true}) {
+        const auto where = testing::Message() << c.path << " to " << c.name << ", " << kind
+                                              << (is_locked ? ", locked" : "");
+        EXPECT_TRUE(!is_locked || repository.Lock());
+        EXPECT_EQ(repository.SetKeyName(c.path, c.name), c.expected) << where;
+        EXPECT_TRUE(!is_locked || repository.UnLock());
+        EXPECT_EQ(world.content(), c.content ? c.content : before) << where;
+        EXPECT_TRUE(!c.content || repository.SetKeyName("halvoria\\" + c.name, "k")) << where;
+        EXPECT_EQ(world.content(), before) << where;
+      }
+    }
+    EXPECT_TRUE(repository.Lock());
+    EXPECT_EQ(repository.SetKeyName("halvoria\\k", too_long), !is_database(kind)) << kind;
+    EXPECT_TRUE(repository.SetValue("halvoria\\leaf", "4"));
+    EXPECT_TRUE(repository.UnLock());
+    const RWCString name = is_database(kind) ? RWCString("k") : too_long;
+    EXPECT_STREQ(repository.GetValue("halvoria\\" + name + "\\sub\\v").data(), "1") << kind;
+    EXPECT_EQ(repository.GetSubTreeEntriesCount("halvoria"), 6) << kind;
+    EXPECT_STREQ(repository.GetValue("halvoria\\leaf").data(), "4") << kind;
   }
 }
 

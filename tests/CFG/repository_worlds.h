@@ -59,11 +59,22 @@ inline WorldParts remote_world(CFG_SubTree& tree, const Test_Service& service) {
   return {nullptr, std::move(repository)};
 }
 
+// A service checks the paths of writes unless its tree said otherwise when it started: those here
+// take any name.
+inline bool start_unchecked(Test_Service& service, const RWCString& store) {
+  CFG_DBRepository repository(store, "");
+  return repository.Connect() &&
+         repository.SetValue("halvoria\\system\\applications\\central_configuration\\validate_path",
+                             "0") &&
+         repository.DisConnect() && service.start();
+}
+
 // One service of each kind serves all worlds of the process, one after the other.
 inline WorldParts remote_sqlite_world(CFG_SubTree& tree, const TemporaryFolder&) {
   static TemporaryFolder folder;
-  static Test_Service service("sqlite:" + (folder / "tree.db").string(), (folder / "log").string());
-  static const bool is_started = service.start();
+  static const std::string store = "sqlite:" + (folder / "tree.db").string();
+  static Test_Service service(store, (folder / "log").string());
+  static const bool is_started = start_unchecked(service, store);
   EXPECT_TRUE(is_started);
   return remote_world(tree, service);
 }
@@ -73,7 +84,7 @@ inline WorldParts remote_postgres_world(CFG_SubTree& tree, const TemporaryFolder
   EXPECT_TRUE(server.is_running()) << server.problem();
   static TemporaryFolder folder;
   static Test_Service service(server.connection(), (folder / "log").string());
-  static const bool is_started = service.start();
+  static const bool is_started = start_unchecked(service, server.connection());
   EXPECT_TRUE(is_started);
   return remote_world(tree, service);
 }

@@ -54,6 +54,17 @@ int held_tree::write(const Tree_NodePtr& node, const RWCString& path) const {
   return handle().AddOrReplaceSubTree(&given, RWCString(below_root(path)));
 }
 
+int held_tree::rename(const Log_Logger& log, const RWCString& path,
+                      const RWCString& key_name) const {
+  const RWCString below(below_root(path));
+  std::string_view first;
+  const bool is_root = !Tree_PathWalk(below).Next(first);
+  if (!is_root) return handle().SetKeyName(below, key_name);
+  if (key_name == handle().GetKeyName()) return TRUE;
+  return log.reject(FALSE, "the root keeps its name, it can not be renamed to <%s>, return FALSE\n",
+                    key_name);
+}
+
 String_Arr* held_tree::search(const Log_Logger& log, const RWCString& name,
                               const RWCString& path) const {
   constexpr char op[] = "SearchKeyOrValueName(const RWCString & name,const RWCString & path)";

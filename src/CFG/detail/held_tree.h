@@ -45,6 +45,8 @@ class held_tree {
 
   // Writes a copy of the tree at `node` under the key at an absolute path.
   int write(const Tree_NodePtr& node, const RWCString& path) const;
+  // Gives what is at an absolute path another name. The root keeps its own.
+  int rename(const Log_Logger& log, const RWCString& path, const RWCString& key_name) const;
   // What SearchKeyOrValueName answers; messages go to the repository's log.
   String_Arr* search(const Log_Logger& log, const RWCString& name, const RWCString& path) const;
 
