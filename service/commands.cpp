@@ -1,5 +1,7 @@
 #include "commands.h"
 
+#include <tree/Tree_Node.h>
+
 #include "answers.h"
 
 namespace service {

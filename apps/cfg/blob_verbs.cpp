@@ -1,4 +1,5 @@
 // blob get, blob put.
+#include <tree/Tree_Node.h>
 #include <utility/Tmr_Base64Utils.h>
 
 #include "change.h"

@@ -4,6 +4,7 @@
 
 #include <CFG/CFG_RepositoryServices.h>
 #include <system/Sys_File.h>
+#include <tree/Tree_Node.h>
 
 #include "failure.h"
 #include "library_log.h"

@@ -1,5 +1,7 @@
 #include "change.h"
 
+#include <tree/Tree_Node.h>
+
 #include "activity.h"
 #include "differences.h"
 #include "library_log.h"

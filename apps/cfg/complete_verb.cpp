@@ -6,6 +6,8 @@
 // ever printed, and no failure is told: the shell is in the middle of a line.
 #include <algorithm>
 
+#include <tree/Tree_Node.h>
+
 #include "paths.h"
 #include "typed_line.h"
 

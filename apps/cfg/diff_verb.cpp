@@ -1,4 +1,6 @@
 // diff: what tells two keys apart, each of which stands in the tree or in a file.
+#include <tree/Tree_Node.h>
+
 #include "differences.h"
 #include "document.h"
 #include "paths.h"

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include <tree/Tree_Node.h>
-
 #include "output.h"
+
+class Tree_Node;
 
 namespace cli {
 

@@ -1,6 +1,7 @@
 #include "document.h"
 
 #include <CFG/CFG_SAXImport.h>
+#include <tree/Tree_Node.h>
 
 #include "failure.h"
 #include "library_log.h"

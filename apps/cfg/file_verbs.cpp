@@ -1,5 +1,6 @@
 // export, import, validate.
 #include <system/Sys_File.h>
+#include <tree/Tree_Node.h>
 
 #include "activity.h"
 #include "change.h"

@@ -1,5 +1,7 @@
 #include "mirror.h"
 
+#include <tree/Tree_Node.h>
+
 #include "failure.h"
 #include "library_log.h"
 #include "paths.h"

@@ -1,5 +1,7 @@
 #include "store.h"
 
+#include <tree/Tree_Node.h>
+
 #include "held_store.h"
 #include "paths.h"
 #include "shared_store.h"

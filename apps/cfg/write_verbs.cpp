@@ -1,4 +1,6 @@
 // set, rm, cp, mv, merge.
+#include <tree/Tree_Node.h>
+
 #include "change.h"
 #include "input_file.h"
 #include "paths.h"

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <strings/RWCString.h>
-#include <tree/Tree_Node.h>
+#include <tree/Tree_NodePtr.h>
 
 // Makes runs of records under one parent cheap; see CFG_RepositoryServicesImp::AddNodeToTree.
 struct CFG_BuildTreeState {

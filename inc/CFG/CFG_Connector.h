@@ -12,7 +12,7 @@
 #include <datagrid/IgniteCacheClient.h>
 #include <strings/RWCString.h>
 #include <tree/String_Arr.h>
-#include <tree/Tree_Node.h>
+#include <tree/Tree_NodePtr.h>
 #include <tree/Tree_PathAndValueArray.h>
 
 class CFG_Conn_ClientHelper;

@@ -10,8 +10,8 @@
 #include <strings/Export.h>
 #include <strings/RWCString.h>
 #include <strings/RWWString.h>
-#include <tree/Tree_Node.h>
 #include <tree/Tree_NodeInfo.h>
+#include <tree/Tree_NodePtr.h>
 #include <utility/Tmr_PtrSortedVector.h>
 
 XERCES_CPP_NAMESPACE_BEGIN

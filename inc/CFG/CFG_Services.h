@@ -5,7 +5,7 @@
 #include <strings/RWCString.h>
 #include <strings/T_Bool.h>
 #include <tree/String_Arr.h>
-#include <tree/Tree_Node.h>
+#include <tree/Tree_NodePtr.h>
 #include <tree/Tree_PathAndValueArray.h>
 #include <utility/Tmr_ValHashMap.h>
 

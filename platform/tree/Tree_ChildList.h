@@ -7,11 +7,8 @@
 #include <string_view>
 
 #include <strings/Export.h>
-#include <thread/ThreadAPI_AutoPtrThreadSafe.h>
 #include <tree/Tree_Name.h>
-
-class Tree_Node;
-using Tree_NodePtr = ThreadAPI_AutoPtrThreadSafe<Tree_Node>;
+#include <tree/Tree_NodePtr.h>
 
 // Children in the order in which they were added, found by name or by position among
 // all children, among the keys, or among the values.

@@ -2,6 +2,7 @@
 
 #include <CFG/CFG_SubTree.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Node.h>
 
 namespace {
 constexpr Log_Logger logger("src/CFG/CFG_FileRepository", 502);

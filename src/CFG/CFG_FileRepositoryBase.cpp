@@ -8,6 +8,7 @@
 #include <CFG/detail/paths.h>
 #include <CFG/detail/patterns.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Node.h>
 
 using cfg::held_tree;
 

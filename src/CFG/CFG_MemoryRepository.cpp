@@ -5,6 +5,7 @@
 #include <CFG/detail/held_tree.h>
 #include <CFG/detail/patterns.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Node.h>
 
 using cfg::held_tree;
 

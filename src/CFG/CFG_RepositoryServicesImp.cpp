@@ -9,6 +9,7 @@
 #include <CFG/detail/search_rule.h>
 #include <CFG/detail/tree_builder.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Node.h>
 #include <utility/Tmr_TNLToken.h>
 
 namespace {

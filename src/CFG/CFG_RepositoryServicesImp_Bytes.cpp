@@ -9,6 +9,7 @@
 #include <CFG/detail/record_tree.h>
 #include <CFG/detail/subtree_filter.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Node.h>
 
 namespace {
 

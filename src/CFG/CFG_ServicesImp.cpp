@@ -18,6 +18,7 @@
 #include <i18n/I18n_ShortNumber.h>
 #include <logging/Logger.h>
 #include <system/Sys_File.h>
+#include <tree/Tree_Node.h>
 #include <utility/Tmr_Base64Utils.h>
 #include <utility/Tmr_SocketWrapper.h>
 

@@ -7,6 +7,7 @@
 #include <CFG/detail/moving_merge.h>
 #include <CFG/detail/paths.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Node.h>
 
 namespace {
 

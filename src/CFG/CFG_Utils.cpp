@@ -1,4 +1,5 @@
 #include <CFG/CFG_Utils.h>
+#include <tree/Tree_Node.h>
 
 #include <charconv>
 #include <limits>

@@ -2,6 +2,7 @@
 
 #include <CFG/CFG_IteratorTree.h>
 #include <CFG/CFG_IteratorValue.h>
+#include <tree/Tree_Node.h>
 #include "test_trees.h"
 
 namespace {

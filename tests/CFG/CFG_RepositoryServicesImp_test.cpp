@@ -6,6 +6,7 @@
 
 #include <CFG/detail/tree_builder.h>
 #include <logging/Log_Capture.h>
+#include <tree/Tree_Node.h>
 #include "recording_repository.h"
 #include "test_trees.h"
 

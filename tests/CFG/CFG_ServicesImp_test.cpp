@@ -7,6 +7,7 @@
 
 #include <CFG/CFG_RepositoryServices.h>
 #include <logging/Log_Capture.h>
+#include <tree/Tree_Node.h>
 #include "test_trees.h"
 
 // What callers write has to reach the operation that they mean, on every class.

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <logging/Log_Capture.h>
+#include <tree/Tree_Node.h>
 #include "test_trees.h"
 
 namespace {

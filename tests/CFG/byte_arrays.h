@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <logging/Log_Capture.h>
+#include <tree/Tree_Node.h>
 #include <tree/Tree_Walk.h>
 #include "test_trees.h"
 

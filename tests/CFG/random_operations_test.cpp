@@ -19,6 +19,7 @@
 #include <random>
 
 #include <servers/Test_Seed.h>
+#include <tree/Tree_Node.h>
 #include "repository_worlds.h"
 
 namespace {

@@ -2,6 +2,7 @@
 // no record of fixed size, found by two rules, and by what changed in them.
 #include <gtest/gtest.h>
 
+#include <tree/Tree_Node.h>
 #include "repository_worlds.h"
 
 namespace {

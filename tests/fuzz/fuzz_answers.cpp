@@ -16,6 +16,7 @@
 
 #include <CFG/CFG_Connector.h>
 #include <logging/Tmr_GLog.h>
+#include <tree/Tree_Node.h>
 #include "../CFG/scripted_service.h"
 
 namespace {

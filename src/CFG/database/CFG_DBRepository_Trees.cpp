@@ -7,6 +7,7 @@
 #include <CFG/detail/tree_builder.h>
 #include <database/CFGDB_Conn.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Node.h>
 
 using cfg::actual_string;
 

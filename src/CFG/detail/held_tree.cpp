@@ -4,6 +4,7 @@
 
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/patterns.h>
+#include <tree/Tree_Node.h>
 
 namespace {
 constexpr Log_Logger logger("src/CFG/detail/held_tree", 502);

@@ -1,5 +1,7 @@
 #include <CFG/detail/moving_merge.h>
 
+#include <tree/Tree_Node.h>
+
 #include <utility>
 #include <vector>
 

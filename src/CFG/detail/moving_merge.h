@@ -1,9 +1,9 @@
 // Merges that move or remove the nodes of a tree in place.
 #pragma once
 
-#include <string_view>
+#include <strings/RWCString.h>
 
-#include <tree/Tree_Node.h>
+class Tree_Node;
 
 namespace cfg {
 

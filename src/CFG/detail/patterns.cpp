@@ -1,4 +1,5 @@
 #include <CFG/detail/patterns.h>
+#include <tree/Tree_Node.h>
 
 #include <CFG/detail/paths.h>
 

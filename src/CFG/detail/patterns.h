@@ -1,12 +1,14 @@
 // Patterns: paths in which a component `%` stands for any key.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include <tree/Tree_Node.h>
+class Tree_ChildList;
+class Tree_Node;
 
 namespace cfg {
 

@@ -1,4 +1,5 @@
 #include <CFG/detail/record_tree.h>
+#include <tree/Tree_Node.h>
 
 #include <logging/Logger.h>
 

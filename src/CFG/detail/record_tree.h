@@ -3,7 +3,8 @@
 
 #include <string_view>
 
-#include <tree/Tree_Node.h>
+#include <strings/RWCString.h>
+#include <tree/Tree_NodePtr.h>
 
 namespace cfg {
 

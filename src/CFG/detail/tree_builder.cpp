@@ -4,6 +4,7 @@
 
 #include <CFG/detail/paths.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Node.h>
 
 namespace cfg {
 

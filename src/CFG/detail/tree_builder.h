@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include <tree/Tree_Node.h>
+#include <tree/Tree_NodePtr.h>
 
 namespace cfg {
 

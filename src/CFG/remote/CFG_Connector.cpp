@@ -8,6 +8,7 @@
 #include <connection/Conn_TokenManagerHook.h>
 #include <logging/Logger.h>
 #include <strings/T_Bool.h>
+#include <tree/Tree_Node.h>
 
 using namespace cfg::protocol;
 using enum cfg::protocol::Command;

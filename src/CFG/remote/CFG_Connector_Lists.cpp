@@ -7,6 +7,7 @@
 #include <CFG/detail/tree_builder.h>
 #include <CFG/remote/chunk_records.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Node.h>
 #include <tree/Tree_NodeInfo.h>
 
 using namespace cfg::protocol;

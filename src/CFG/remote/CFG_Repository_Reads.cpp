@@ -7,6 +7,7 @@
 #include <CFG/detail/patterns.h>
 #include <CFG/remote/connector_lease.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Node.h>
 
 using cfg::connector_lease;
 using cfg::request;

@@ -7,6 +7,7 @@
 #include <CFG/remote/connector_lease.h>
 #include <CFG/remote/tree_parts.h>
 #include <logging/Logger.h>
+#include <tree/Tree_Node.h>
 
 using cfg::connector_lease;
 using cfg::request;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include <strings/RWCString.h>
-#include <tree/Tree_Node.h>
+#include <tree/Tree_NodePtr.h>
 
 namespace cfg {
 

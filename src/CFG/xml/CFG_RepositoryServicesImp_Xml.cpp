@@ -12,6 +12,7 @@
 #include <logging/Logger.h>
 #include <system/Sys_File.h>
 #include <system/Sys_FileReplacer.h>
+#include <tree/Tree_Node.h>
 
 namespace {
 

@@ -23,6 +23,7 @@
 #include <CFG/xml/xml_text.h>
 #include <logging/Logger.h>
 #include <system/Sys_File.h>
+#include <tree/Tree_Node.h>
 
 namespace xc = XERCES_CPP_NAMESPACE;
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include <CFG/xml/normal_path.h>
+#include <tree/Tree_Node.h>
 #include <tree/Tree_Walk.h>
 
 namespace cfg {
@@ -21,6 +22,8 @@ uint64_t front_of(std::string_view name) {
 
 }  // namespace
 
+branch_nodes::branch_nodes() = default;
+
 branch_nodes::branch_nodes(const RWCString& root_path)
     : m_root_path(root_path),
       m_root_depth(1 + static_cast<size_t>(
@@ -29,6 +32,8 @@ branch_nodes::branch_nodes(const RWCString& root_path)
       m_top(Tree_NodePtr(new Tree_Node("tmp"))
                 ->BuildSubTree(std::make_unique<Records>().get(), root_path)),
       m_way{{m_top.get(), m_path.size(), 0}} {}
+
+branch_nodes::~branch_nodes() = default;
 
 bool branch_nodes::append_in_order(std::string_view path, std::string_view value) {
   const size_t cut = path.rfind('\\');

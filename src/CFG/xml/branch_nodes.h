@@ -9,8 +9,8 @@
 #include <vector>
 
 #include <strings/RWCString.h>
-#include <tree/Tree_Node.h>
 #include <tree/Tree_NodeInfo.h>
+#include <tree/Tree_NodePtr.h>
 #include <utility/Tmr_PtrSortedVector.h>
 
 namespace cfg {
@@ -24,8 +24,9 @@ class branch_nodes {
  public:
   using Records = Tmr_PtrSortedVector<Tree_NodeInfo>;
 
-  branch_nodes() = default;                           // of a value list
+  branch_nodes();                                     // of a value list
   explicit branch_nodes(const RWCString& root_path);  // below that path, a normal one
+  ~branch_nodes();
 
   // A node whose path has its parent on the way to the last key, and needs no change to be
   // normal; an empty value for a key. False, and nothing is done, for any other.

@@ -9,7 +9,8 @@
 #include <vector>
 
 #include <logging/Log_Format.h>
-#include <tree/Tree_Node.h>
+
+class Tree_Node;
 
 namespace cfg {
 

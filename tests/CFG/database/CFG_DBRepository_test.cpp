@@ -4,6 +4,7 @@
 #include <thread>
 
 #include <logging/Log_Capture.h>
+#include <tree/Tree_Node.h>
 #include "../database_fixture.h"
 
 namespace {

@@ -9,6 +9,7 @@
 #include <logging/Log_Capture.h>
 #include <servers/Test_Redis.h>
 #include <system/Sys_Process.h>
+#include <tree/Tree_Node.h>
 #include "../scripted_service.h"
 #include "../test_trees.h"
 

@@ -5,6 +5,7 @@
 #include <CFG/CFG_RepositoryServices.h>
 #include <connection/Conn_TokenManagerHook.h>
 #include <logging/Log_Capture.h>
+#include <tree/Tree_Node.h>
 #include "../scripted_service.h"
 #include "../test_trees.h"
 

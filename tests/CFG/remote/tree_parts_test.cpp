@@ -1,4 +1,5 @@
 #include <CFG/remote/tree_parts.h>
+#include <tree/Tree_Node.h>
 
 #include <gtest/gtest.h>
 

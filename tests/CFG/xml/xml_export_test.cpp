@@ -6,6 +6,7 @@
 
 #include <CFG/CFG_FileRepository.h>
 #include <CFG/xml/xml_writer.h>
+#include <tree/Tree_Node.h>
 #include "../recording_repository.h"
 #include "xml_documents.h"
 

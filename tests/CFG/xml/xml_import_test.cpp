@@ -10,6 +10,7 @@
 #include <CFG/xml/branch_nodes.h>
 #include <CFG/xml/utf8_text.h>
 #include <system/Sys_File.h>
+#include <tree/Tree_Node.h>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include "xml_documents.h"
 

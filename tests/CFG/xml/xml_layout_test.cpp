@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <system/Sys_File.h>
+#include <tree/Tree_Node.h>
 #include "import_outcome.h"
 #include "xml_documents.h"
 
