@@ -11,8 +11,6 @@
 #include <string>
 #include <string_view>
 
-#include <i18n/I18n_ShortNumber.h>
-
 namespace {
 
 constexpr UChar32 kArabicDecimal = 0x066B;
@@ -134,8 +132,9 @@ bool is_too_big(const Number& number) {
   return static_cast<double>(number.whole.size()) - leading_zeros + exponent > 0;
 }
 
-// Out of line: else every short number would pay for its large frame.
-[[gnu::noinline]] double read_long(std::string_view text) {
+}  // namespace
+
+double I18n_DecimalConvertUtils::read_long(std::string_view text) {
   Reader reader(text);
   const Number number = take_number(reader);
   if (number.whole.empty() && number.fraction.empty()) return 0.0;
@@ -147,14 +146,4 @@ bool is_too_big(const Number& number) {
     value = is_too_big(number) ? std::numeric_limits<double>::infinity() : 0.0;
   }
   return number.is_negative ? -value : value;
-}
-
-}  // namespace
-
-double I18n_DecimalConvertUtils::AnyLocaleStrToDouble(const RWCString& text) {
-  static constexpr double powers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
-  uint32_t digits;
-  int decimals;
-  if (!I18n_ShortNumber::ReadDecimal(text, digits, decimals)) return read_long(text);
-  return digits / powers[decimals];  // both exact, so this is the nearest double
 }

@@ -1,6 +1,9 @@
 // Numbers read whatever locale they were written in.
 #pragma once
 
+#include <string_view>
+
+#include <i18n/I18n_ShortNumber.h>
 #include <strings/Export.h>
 #include <strings/RWCString.h>
 
@@ -18,5 +21,11 @@ class HALVORIA_API I18n_DecimalConvertUtils {
   //   Exponent      e or E, sign, digits.
   // A single point or comma is always the decimal sign: "1,234" is 1.234. A sign that
   // fits neither role ends the number: "10.0.0.1" is 10.
-  static double AnyLocaleStrToDouble(const RWCString& text);
+  static double AnyLocaleStrToDouble(const RWCString& text) {
+    double number;
+    return I18n_ShortNumber::ReadDecimal(text, number) ? number : read_long(text);
+  }
+
+ private:
+  static double read_long(std::string_view text);
 };

@@ -14,25 +14,27 @@
 // False for any other text, with nothing said about the results.
 class I18n_ShortNumber {
  public:
-  static bool ReadInteger(std::string_view text, uint32_t& value) {
+  static bool ReadInteger(std::string_view text, uint32_t& number) {
     if (text.empty() || text.size() > 8) return false;
-    return convert(digits_of(text), value);
+    const uint64_t eight = digits_of(text);
+    if (above_nine(eight)) return false;
+    number = value_of(eight);
+    return true;
   }
 
-  // `value` is that of all digits, of which so many stand behind the point.
-  static bool ReadDecimal(std::string_view text, uint32_t& value, int& decimals) {
+  static bool ReadDecimal(std::string_view text, double& number) {
+    static constexpr double powers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
     if (text.empty() || text.size() > 8) return false;
-    uint64_t eight = digits_of(text);
-    decimals = 0;
-    const uint64_t to_point = eight ^ all('.' ^ '0');
-    if (const uint64_t points = (to_point - all(1)) & ~to_point & all(0x80)) {
-      // The lowest bit is right for the first point, which goes; another one is no digit.
-      const uint64_t before = ((points & (0 - points)) >> 7) - 1;
-      const uint64_t behind = ~(before << 8 | 0xFF);
-      decimals = static_cast<int>((behind & all(1)) * all(1) >> 56);
-      eight = (eight & behind) | (eight & before) << 8;
+    uint64_t eight = digits_of(text), decimals = 0;
+    if (const uint64_t others = above_nine(eight)) {  // then a single one, the point, goes
+      const uint64_t at = others >> 7;
+      if ((at & (at - 1)) != 0 || (eight & at * 0xFF) != at * ('.' ^ '0')) return false;
+      const uint64_t behind = 0 - (at << 8);
+      decimals = (behind & all(1)) * all(1) >> 56;
+      eight = (eight & behind) | (eight << 8 & ~behind);
     }
-    return convert(eight, value);
+    number = value_of(eight) / powers[decimals];  // both exact, so this is the nearest double
+    return true;
   }
 
  private:
@@ -47,7 +49,7 @@ class I18n_ShortNumber {
     };
     uint64_t bytes = 0;
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    if (n >= 4) {  // two halves that overlap
+    if (n >= 4) [[likely]] {  // two halves that overlap
       uint32_t first, last;
       std::memcpy(&first, text.data(), 4);
       std::memcpy(&last, text.data() + n - 4, 4);
@@ -61,14 +63,17 @@ class I18n_ShortNumber {
     return (bytes ^ all('0')) << 8 * (8 - n);
   }
 
-  static bool convert(uint64_t eight, uint32_t& value) {
-    if (((eight + all(0x80 - 10)) | eight) & all(0x80)) return false;
-    // Pairs of digits, then pairs of pairs, then all of them.
+  // The highest bit of each byte that is no digit; where there are several, perhaps of more.
+  static uint64_t above_nine(uint64_t eight) {
+    return ((eight + all(0x80 - 10)) | eight) & all(0x80);
+  }
+
+  // Pairs of digits, then pairs of pairs, then all of them.
+  static uint32_t value_of(uint64_t eight) {
     eight = eight * 10 + (eight >> 8);
     constexpr uint64_t pairs = 0x000000FF000000FF;
     eight = (eight & pairs) * (100 + (uint64_t{1000000} << 32)) +
             (eight >> 16 & pairs) * (1 + (uint64_t{10000} << 32));
-    value = static_cast<uint32_t>(eight >> 32);
-    return true;
+    return static_cast<uint32_t>(eight >> 32);
   }
 };
