@@ -83,14 +83,10 @@ class stored_tree {
   void insert(const stored_records& rows) {
     need(m_conn.WriteSubTree(rows, "") == CFGDB_Conn::OK, "write in bulk");
   }
-  // The steps with which the repository sets a value.
+  // What the repository sets a value with.
   void update(const RWCString& path, const std::string& value) {
     const Tree_NodeInfo record(path, RWCString(value));
-    need(!m_conn.IsSubTreeExist(path, 0) &&
-             m_conn.CreatePath(record.GetParentPath(), 0, true) == CFGDB_Conn::OK &&
-             m_conn.RemoveLeafLine(path, 0) == CFGDB_Conn::OK &&
-             m_conn.InsertLine(record, 1, true) == CFGDB_Conn::OK,
-         "set a value");
+    need(m_conn.InsertLine(record, 1, true) == CFGDB_Conn::OK, "set a value");
   }
 
  private:

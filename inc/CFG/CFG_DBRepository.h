@@ -171,10 +171,7 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
 
   Tree_NodePtr GetTreeByParams(const TreeQuery& query);
   Tree_NodePtr tree_of(CFGDB_Conn& connection, const TreeQuery& query);
-  // Steps of writes; false after a line in the log.
-  bool is_free_for_value(const RWCString& path);
-  bool make_parent(const RWCString& path, const RWCString& parent);
-  bool is_taken(const RWCString& path);
+  bool is_taken(const RWCString& path);  // by a key or a value
 
   const std::unique_ptr<const Given> m_given;      // null: the properties hold
   std::atomic<CFGDB_Conn*> m_connection{nullptr};  // owned; made by Connect, once

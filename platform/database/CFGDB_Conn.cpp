@@ -103,14 +103,13 @@ int CFGDB_Conn::RollBack(int) {
 
 bool CFGDB_Conn::commit_pending(const char* op) {
   if (!is_usable(op, "")) return false;
-  const bool is_settled = settle(op) == OK;
   if (m_is_lost) {
     m_is_lost = false;
     uncommitted = 0;
     note_failure("the changes were lost in a failure before");
     return logger.reject(false, "%s: the changes were lost in a failure before\n", op);
   }
-  if (!m_is_changing) return is_settled;
+  if (!m_is_changing) return true;
   const bool is_done = !m_is_changed || m_store->commit(m_sequence) == Db_Result::OK;
   if (!m_is_changed) m_store->rollback();
   forget_transaction();
@@ -122,7 +121,6 @@ bool CFGDB_Conn::commit_pending(const char* op) {
 void CFGDB_Conn::forget_transaction() {
   m_is_changing = m_is_changed = false;
   m_known_key.clear();
-  m_removal = Removal();
   uncommitted = 0;
 }
 
@@ -170,16 +168,6 @@ int CFGDB_Conn::lose(const char* op, std::string_view path) {
   m_is_lost = is_told_later;
   uncommitted = is_told_later ? 1 : 0;
   return DB_ERROR;
-}
-
-int CFGDB_Conn::settle(const char* op) {
-  if (!m_removal.is_held) return OK;
-  const Removal removal = std::move(m_removal);
-  m_removal = Removal();
-  const Db_Entry entry = {removal.path, "", ++m_sequence};
-  if (m_store->erase(&entry, 1) != Db_Result::OK) return lose(op, removal.path);
-  note_change();
-  return OK;
 }
 
 // --- the store --------------------------------------------------------------------------------

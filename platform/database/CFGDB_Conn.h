@@ -47,6 +47,7 @@ class HALVORIA_API CFGDB_Conn {
   static constexpr int DB_ERROR = -1002;  // the store refused, or is gone, or is locked too long
   static constexpr int COMMIT_ERROR = -1005;
   static constexpr int PARENT_IS_VALUE = -1007;
+  static constexpr int IS_KEY = -1008;  // no value can be there
 
   // The flag is that of the parameters file; the stores here are UTF-8 whatever it says.
   explicit CFGDB_Conn(bool set_nls_lang);
@@ -136,6 +137,8 @@ class HALVORIA_API CFGDB_Conn {
 
   // Makes the key and the keys above it. PARENT_IS_VALUE when one of them is a value.
   int CreatePath(const RWCString& path, int commit, bool);
+  // Puts the record in the place of what is at its path, and makes the keys above it. A value that
+  // is there already keeps its number.
   int InsertLine(const Tree_NodeInfo& record, int commit, bool);
   int RemoveLeafLine(const RWCString& path, int commit);  // a value; OK when there is none
   int RemoveSubTree(const RWCString& path, int commit, bool);
@@ -165,14 +168,7 @@ class HALVORIA_API CFGDB_Conn {
   bool CheckIntegrity(std::string& reason);
 
  private:
-  // A removal that waits for the next operation: when that puts a value at the same path, both
-  // are one change.
-  struct Removal {
-    std::string path, value;
-    bool is_held = false;
-  };
-
-  // Of every operation: waits for those of other threads, and carries a held removal out.
+  // Of every operation: waits for those of other threads.
   class Use;
 
   void note_failure(const std::string& why);
@@ -191,7 +187,6 @@ class HALVORIA_API CFGDB_Conn {
   int end(const char* op, std::string_view path, int commit);
   int refuse(const char* op, std::string_view path, int code, const char* why);
   int lose(const char* op, std::string_view path);
-  int settle(const char* op);
   int make_keys(const char* op, std::string_view path);
   Db_Result erase_tree(std::string_view top);
   Db_Result read_renamed(std::string_view top, std::string_view new_top,
@@ -214,7 +209,6 @@ class HALVORIA_API CFGDB_Conn {
   bool m_is_lost = false;      // the transaction went in a failure, and nobody was told yet
   int64_t m_sequence = 0;      // the last number given, while changing
   std::string m_known_key;     // a key that is there, while changing
-  Removal m_removal;
 
   std::unique_ptr<Db_TreeQuery> m_query;
   RWCString m_query_root;

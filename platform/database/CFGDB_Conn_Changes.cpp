@@ -50,29 +50,21 @@ int CFGDB_Conn::CreatePath(const RWCString& path, int commit, bool) {
   return result == OK ? end(op, at, commit) : result;
 }
 
-// A held removal of the same path tells what was there; any other is carried out first.
 int CFGDB_Conn::InsertLine(const Tree_NodeInfo& record, int commit, bool) {
   constexpr char op[] = "InsertLine";
   const RWCString path = record.GetPath();
   const Db_Path at(path);
-  const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
-  if (!is_usable(op, at)) return DB_ERROR;
+  const Use use(*this, op, at);
+  if (!use) return DB_ERROR;
   const std::string_view value = record.ValueView();
   if (const char* fault = fault_of(at, value)) return refuse(op, at, DB_ERROR, fault);
   if (begin(op, at) != OK) return DB_ERROR;
   std::string old;
-  bool is_there = m_removal.is_held && m_removal.path == std::string_view(at);
-  if (is_there) {
-    old = std::move(m_removal.value);
-    m_removal = Removal();
-  } else {
-    if (settle(op) != OK) return DB_ERROR;
-    const Db_Result result = m_store->get(at, old);
-    if (result == Db_Result::FAILED) return lose(op, at);
-    is_there = result == Db_Result::OK;
-  }
+  const Db_Result result = m_store->get(at, old);
+  if (result == Db_Result::FAILED) return lose(op, at);
+  const bool is_there = result == Db_Result::OK;
   if (is_there && old.empty() && !value.empty()) {
-    return refuse(op, at, DB_ERROR, "it is a key, no value can be there");
+    return refuse(op, at, IS_KEY, "it is a key, no value can be there");
   }
   const int made = is_there ? OK : make_keys(op, Db_ParentOf(at));
   if (made != OK) return made;
@@ -81,7 +73,6 @@ int CFGDB_Conn::InsertLine(const Tree_NodeInfo& record, int commit, bool) {
     if (m_store->put(&entry, 1) != Db_Result::OK) return lose(op, at);
     note_change();
   }
-  uncommitted = m_is_changed;
   return end(op, at, commit);
 }
 
@@ -94,8 +85,9 @@ int CFGDB_Conn::RemoveLeafLine(const RWCString& path, int commit) {
   const Db_Result result = m_store->get(at, value);
   if (result == Db_Result::FAILED) return lose(op, at);
   if (result == Db_Result::OK && !value.empty()) {
-    m_removal = {std::string(std::string_view(at)), std::move(value), true};
-    uncommitted = 1;
+    const Db_Entry entry = {at, "", ++m_sequence};
+    if (m_store->erase(&entry, 1) != Db_Result::OK) return lose(op, at);
+    note_change();
   }
   return end(op, at, commit);
 }

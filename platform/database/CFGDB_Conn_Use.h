@@ -9,7 +9,7 @@ class CFGDB_Conn::Use {
  public:
   Use(CFGDB_Conn& conn, const char* op, std::string_view path = std::string_view())
       : m_conn(conn), m_op(op), m_path(path), m_guard(conn.m_use_mutex) {
-    m_is_usable = conn.is_usable(op, path) && (!conn.m_removal.is_held || conn.settle(op) == OK);
+    m_is_usable = conn.is_usable(op, path);
   }
 
   explicit operator bool() const { return m_is_usable; }

@@ -49,7 +49,7 @@ TEST_P(Database, KeepsValuesAndKeysApart) {
   EXPECT_EQ(m_conn->CreatePath("t\\v", 1, true), CFGDB_Conn::PARENT_IS_VALUE);
   EXPECT_THAT(m_log.last(), HasSubstr("CreatePath: path <t\\v>: it is a value"));
   EXPECT_EQ(write({{"t\\v\\w", ""}}), CFGDB_Conn::PARENT_IS_VALUE);
-  EXPECT_EQ(set("t", "value"), CFGDB_Conn::DB_ERROR);
+  EXPECT_EQ(set("t", "value"), CFGDB_Conn::IS_KEY);
   EXPECT_EQ(m_conn->CreatePath("", 1, true), CFGDB_Conn::DB_ERROR);
   EXPECT_EQ(m_conn->CreatePath(RWCString(std::string(2601, 'x')), 1, true), CFGDB_Conn::DB_ERROR);
   EXPECT_EQ(m_conn->uncommitted, 0);
@@ -97,7 +97,7 @@ TEST_P(Database, HoldsATransactionUntilCommitOrRollBack) {
   EXPECT_STREQ(m_conn->GetValue("t\\a").data(), "");  // gone for this connection
   EXPECT_STREQ(other->GetValue("t\\a").data(), "1");
   EXPECT_EQ(m_conn->CreatePath("t\\c\\d", 1, true), CFGDB_Conn::OK);
-  EXPECT_EQ(set("t\\c", "2"), CFGDB_Conn::DB_ERROR);  // refused: what was done stays pending
+  EXPECT_EQ(set("t\\c", "2"), CFGDB_Conn::IS_KEY);  // refused: what was done stays pending
   EXPECT_EQ(m_conn->uncommitted, 1);
   EXPECT_EQ(m_conn->Commit(0), CFGDB_Conn::COMMIT_OK);
   EXPECT_EQ(m_conn->uncommitted, 0);
@@ -108,7 +108,7 @@ TEST_P(Database, HoldsATransactionUntilCommitOrRollBack) {
 
   // A step that fails takes back what it did before.
   ASSERT_EQ(m_conn->CreatePath("t\\e", 0, true), CFGDB_Conn::OK);
-  EXPECT_EQ(m_conn->InsertLine(Tree_NodeInfo("t\\c", "value"), 1, true), CFGDB_Conn::DB_ERROR);
+  EXPECT_EQ(m_conn->InsertLine(Tree_NodeInfo("t\\c", "value"), 1, true), CFGDB_Conn::IS_KEY);
   EXPECT_EQ(m_conn->IsSubTreeExist("t\\e", 0), 0);
   // A step left open ends with the next.
   ASSERT_EQ(m_conn->CreatePath("t\\e", 0, true), CFGDB_Conn::OK);

@@ -18,11 +18,7 @@ std::unique_ptr<CFGDB_Conn> Database::connect() {
 }
 
 int Database::set(CFGDB_Conn& conn, const std::string& path, const std::string& value) {
-  const Tree_NodeInfo record(path, value);
-  const RWCString parent = record.GetParentPath();
-  int result = parent.isNull() ? CFGDB_Conn::OK : conn.CreatePath(parent, 0, true);
-  if (result == CFGDB_Conn::OK) result = conn.RemoveLeafLine(path, 0);
-  return result == CFGDB_Conn::OK ? conn.InsertLine(record, 1, true) : result;
+  return conn.InsertLine(Tree_NodeInfo(path, value), 1, true);
 }
 
 int Database::write(const std::vector<std::pair<std::string, std::string>>& rows) {

@@ -43,110 +43,64 @@ std::unique_ptr<Tmr_PtrSortedVector<Tree_NodeInfo>> rows_of(const Tree_NodePtr& 
 // --- values --------------------------------------------------------------------------------------
 
 int CFG_DBRepository::SetValue(const RWCString& value_path, const RWCString& value_data) {
+  constexpr char op[] = "SetValue(const RWCString & value_path,const RWCString & value_data)";
   const actual_string actual(value_path);
   const RWCString& path = actual;
   logger.info("Start SetValue for path <%s> and value <%s>\n", path, value_data);
   if (path.isNull()) {
-    return logger.reject(
-        FALSE,
-        "SetValue(const RWCString & value_path,const RWCString & value_data)value <%s> : value_path is Null,return FALSE\n",
-        value_data);
+    return logger.reject(FALSE, "%svalue <%s> : value_path is Null,return FALSE\n", op, value_data);
   }
   if (value_data.isNull()) {
-    return logger.reject(
-        FALSE,
-        "SetValue(const RWCString & value_path,const RWCString & value_data) for path <%s> : value_data is Null,return FALSE\n",
-        path);
+    return logger.reject(FALSE, "%s for path <%s> : value_data is Null,return FALSE\n", op, path);
   }
   if (!IsValidPath(path, "CFG_DBRepository::SetValue")) return FALSE;
   if (!path.view().starts_with(kBelowRoot)) {
     return logger.reject(
-        FALSE,
-        "SetValue(const RWCString & value_path,const RWCString & value_data) for path <%s> : Path does not start with 'halvoria\\',return FALSE\n",
-        path);
+        FALSE, "%s for path <%s> : Path does not start with 'halvoria\\',return FALSE\n", op, path);
   }
   const CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
                                    CFG_PerformanceEvent::PERFORMANCE_SET_VALUE, path);
   const Step one_step(m_changes);
-  const RWCString parent(cfg::split_path(path).parent);
-  if (!is_free_for_value(path) || !make_parent(path, parent)) return FALSE;
-  logger.trace("SetValue  : before  RemoveLeafLine path <%s>\n", path);
-  const int removed = ask("SetValue", [&](CFGDB_Conn& db) { return db.RemoveLeafLine(path, 0); });
-  if (removed == CFGDB_Conn::DB_ERROR) {
-    return logger.reject(
-        FALSE,
-        "SetValue(const RWCString & value_path,const RWCString & value_data) path <%s>: RemoveLine return db error ,return FALSE\n",
-        path);
-  }
   const Tree_NodeInfo row(path, value_data);
   logger.detail("SetValue : before insert line for path <%s> and value <%s>\n", path, value_data);
-  const int inserted = ask("SetValue", [&](CFGDB_Conn& db) { return db.InsertLine(row, 1, true); });
-  if (inserted == CFGDB_Conn::DB_ERROR) {
-    return logger.reject(
-        FALSE,
-        "SetValue(const RWCString & value_path,const RWCString & value_data) : InsertLine return db error ,return FALSE\n");
+  switch (ask("SetValue", [&](CFGDB_Conn& db) { return db.InsertLine(row, 1, true); })) {
+    case CFGDB_Conn::OK:
+      return TRUE;
+    case CFGDB_Conn::DB_ERROR:  // the keys above and the value are put in one go
+      return logger.reject(FALSE, "%s <%s>: db error in create parent path <%s> ,return FALSE\n",
+                           op, path, row.GetParentPath());
+    case CFGDB_Conn::PARENT_IS_VALUE:
+      return logger.reject(
+          FALSE, "%s path <%s>:  one of parent path <%s> nodes exist as value,return FALSE\n", op,
+          path, row.GetParentPath());
+    case CFGDB_Conn::IS_KEY:
+      return logger.reject(FALSE, "%s : path <%s> exist as sub tree ,return FALSE\n", op, path);
+    case CFGDB_Conn::COMMIT_ERROR:
+      return logger.reject(FALSE, "%s : InsertLine  return commit error ,return FALSE\n", op);
   }
-  if (inserted == CFGDB_Conn::COMMIT_ERROR) {
-    return logger.reject(
-        FALSE,
-        "SetValue(const RWCString & value_path,const RWCString & value_data) : InsertLine  return commit error ,return FALSE\n");
-  }
-  return inserted == CFGDB_Conn::OK;
-}
-
-bool CFG_DBRepository::is_free_for_value(const RWCString& path) {
-  if (!ask("SetValue", [&](CFGDB_Conn& db) { return db.IsSubTreeExist(path, 0); })) return true;
-  return logger.reject(
-      false,
-      "SetValue(const RWCString & value_path,const RWCString & value_data) : path <%s> exist as sub tree ,return FALSE\n",
-      path);
-}
-
-bool CFG_DBRepository::make_parent(const RWCString& path, const RWCString& parent) {
-  if (parent.isNull()) return true;
-  logger.trace("SetValue  : before  CreatePath path <%s>\n", path);
-  const int made = ask("SetValue", [&](CFGDB_Conn& db) { return db.CreatePath(parent, 0, true); });
-  if (made == CFGDB_Conn::DB_ERROR) {
-    return logger.reject(
-        false,
-        "SetValue(const RWCString & value_path,const RWCString & value_data) <%s>: db error in create parent path <%s> ,return FALSE\n",
-        path, parent);
-  }
-  if (made == CFGDB_Conn::PARENT_IS_VALUE) {
-    return logger.reject(
-        false,
-        "SetValue(const RWCString & value_path,const RWCString & value_data) path <%s>:  one of parent path <%s> nodes exist as value,return FALSE\n",
-        path, parent);
-  }
-  return made == CFGDB_Conn::OK;
+  return FALSE;
 }
 
 int CFG_DBRepository::DeleteValue(const RWCString& given) {
+  constexpr char op[] = "DeleteValue(const RWCString & path)";
   const actual_string actual(given);
   const RWCString& path = actual;
-  logger.info("Start DeleteValue(const RWCString & path) %s\n", path);
-  if (path.isNull()) {
-    return logger.reject(
-        FALSE, "DeleteValue(const RWCString & path) : path is empty string, return FALSE\n");
-  }
+  logger.info("Start %s %s\n", op, path);
+  if (path.isNull()) return logger.reject(FALSE, "%s : path is empty string, return FALSE\n", op);
   const CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
                                    CFG_PerformanceEvent::PERFORMANCE_DELETE_VALUE, path);
   const Step one_step(m_changes);
-  const int removed =
-      ask("DeleteValue", [&](CFGDB_Conn& db) { return db.RemoveLeafLine(path, 1); });
-  if (removed == CFGDB_Conn::DB_ERROR) {
-    return logger.reject(
-        FALSE,
-        "DeleteValue(const RWCString & path)  for path <%s>: RemoveLine return db error , return FALSE\n",
-        path);
+  switch (ask("DeleteValue", [&](CFGDB_Conn& db) { return db.RemoveLeafLine(path, 1); })) {
+    case CFGDB_Conn::OK:
+      return TRUE;
+    case CFGDB_Conn::DB_ERROR:
+      return logger.reject(FALSE, "%s  for path <%s>: RemoveLine return db error , return FALSE\n",
+                           op, path);
+    case CFGDB_Conn::COMMIT_ERROR:
+      return logger.reject(
+          FALSE, "%s for path <%s> : RemoveLine return commit error , return FALSE\n", op, path);
   }
-  if (removed == CFGDB_Conn::COMMIT_ERROR) {
-    return logger.reject(
-        FALSE,
-        "DeleteValue(const RWCString & path) for path <%s> : RemoveLine return commit error , return FALSE\n",
-        path);
-  }
-  return removed == CFGDB_Conn::OK;
+  return FALSE;
 }
 
 int CFG_DBRepository::SetValueName(const RWCString& given_path, const RWCString& old_name,
@@ -207,29 +161,27 @@ int CFG_DBRepository::CreatePath(const RWCString& path) {
 
 int CFG_DBRepository::DeleteSubTree(const RWCString& given) {
   constexpr char op[] = "CFG_DBRepository::DeleteSubTree";
+  constexpr char signature[] = "DeleteSubTree(const RWCString & path)";
   const actual_string actual(given);
   const RWCString& path = actual;
   logger.trace("Start %s for path <%s>\n", op, path);
   if (path.isNull()) {
-    return logger.reject(
-        FALSE, "DeleteSubTree(const RWCString & path) : path is empty string, return FALSE\n");
+    return logger.reject(FALSE, "%s : path is empty string, return FALSE\n", signature);
   }
   if (!IsValidPath(path, op)) return FALSE;
   const CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
                                    CFG_PerformanceEvent::PERFORMANCE_DELETE_SUB_TREE, path);
   const Step one_step(m_changes);
-  const int removed = ask(op, [&](CFGDB_Conn& db) { return db.RemoveSubTree(path, 1, true); });
-  if (removed == CFGDB_Conn::DB_ERROR) {
-    return logger.reject(
-        FALSE, "DeleteSubTree(const RWCString & path) for path <%s> : db error, return FALSE\n",
-        path);
+  switch (ask(op, [&](CFGDB_Conn& db) { return db.RemoveSubTree(path, 1, true); })) {
+    case CFGDB_Conn::OK:
+      return TRUE;
+    case CFGDB_Conn::DB_ERROR:
+      return logger.reject(FALSE, "%s for path <%s> : db error, return FALSE\n", signature, path);
+    case CFGDB_Conn::COMMIT_ERROR:
+      return logger.reject(FALSE, "%s for path <%s> : commit error, return FALSE\n", signature,
+                           path);
   }
-  if (removed == CFGDB_Conn::COMMIT_ERROR) {
-    return logger.reject(
-        FALSE, "DeleteSubTree(const RWCString & path) for path <%s> : commit error, return FALSE\n",
-        path);
-  }
-  return removed == CFGDB_Conn::OK;
+  return FALSE;
 }
 
 int CFG_DBRepository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
