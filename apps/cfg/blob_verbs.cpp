@@ -43,6 +43,7 @@ int run_blob_get(Session& session) {
   const Arguments& arguments = session.arguments;
   const bool to_output = arguments.file.empty() || is_standard(arguments.file);
   const std::string path = session.store().path(arguments.path);
+  require_other_file(session.store(), arguments.file);
   const Blob blob = read_blob(session, path);
   if (!to_output && !arguments.dry_run) write_file(arguments.file, blob.bytes);
 

@@ -5,6 +5,7 @@
 #include "activity.h"
 #include "differences.h"
 #include "library_log.h"
+#include "paths.h"
 
 namespace cli {
 
@@ -38,6 +39,54 @@ int change_tree(Session& session, const std::set<std::string>& paths, const std:
   print_changes(session, changes);
   if (!done.empty() && !is_dry) say(done + ": " + changes_text(count_changes(changes)));
   return DONE;
+}
+
+namespace {
+
+bool is_refused(CFG_RepositoryServices& draft, std::string_view path) {
+  const Reasons unheard;
+  return !draft.IsValidPath(RWCString(path), "cfg");
+}
+
+// Writes to a key of a path that validation refuses, by way of a copy of the last key above it
+// that it takes.
+void write_from_above(CFG_RepositoryServices& draft, const std::string& path,
+                      const std::string& what, const std::function<void(Tree_Node& key)>& write) {
+  std::string_view above = path;
+  while (is_refused(draft, above) && !parent_of(above).empty()) above = parent_of(above);
+  const std::unique_ptr<CFG_SubTree> tree(draft.GetSubTree(RWCString(above)));
+  const std::string_view below =
+      std::string_view(path).substr(std::min(above.size() + 1, path.size()));
+  Tree_Node* key = tree ? tree->GetData()->Find(below) : nullptr;
+  if (!key) return;  // it has gone with one above it
+  write(*key);
+  require(what, [&] { return draft.AddOrReplaceSubTree(tree.get(), RWCString(parent_of(above))); });
+}
+
+}  // namespace
+
+void write_value(CFG_RepositoryServices& draft, const std::string& path, const std::string& text) {
+  const std::string what = "cannot set " + path;
+  if (!is_refused(draft, path)) {
+    require(what, [&] { return draft.SetValue(RWCString(path), RWCString(text)); });
+    return;
+  }
+  write_from_above(draft, std::string(parent_of(path)), what, [&](Tree_Node& key) {
+    if (Tree_Node* value = key.Child(name_of(path))) value->GetTreeValue()->SetText(text);
+  });
+}
+
+void remove(CFG_RepositoryServices& draft, const std::string& path, bool is_value) {
+  const std::string what = "cannot remove " + path;
+  const RWCString given(path);
+  if (is_refused(draft, path)) {
+    write_from_above(draft, std::string(parent_of(path)), what,
+                     [&](Tree_Node& key) { key.Remove(RWCString(name_of(path))); });
+  } else if (is_value && !draft.GetValue(given).isNull()) {
+    require(what, [&] { return draft.DeleteValue(given); });
+  } else if (!is_value && draft.IsSubTreeExist(given)) {
+    require(what, [&] { return draft.DeleteSubTree(given); });
+  }
 }
 
 void require(const std::string& what, const std::function<int()>& write) {

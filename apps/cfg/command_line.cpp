@@ -124,6 +124,13 @@ const Verb* CommandLine::read(int argc, char** argv, Output& out) {
     throw Failure(USAGE, usage_text(error));
   }
   if (m_arguments.json) talk_json();
+  // Of a variable of the shell that is not set: another tree must not be taken instead.
+  for (const char* option : {"--file", "--server", "--params"}) {
+    const bool is_given = m_app[option]->count() > 0;
+    if (is_given && m_app[option]->as<std::string>().empty()) {
+      throw Failure(USAGE, std::string(option) + " names nothing");
+    }
+  }
   if (!m_arguments.tree_file.empty() && !m_arguments.server.empty()) {
     throw Failure(USAGE, "--file and --server name two trees; leave out one");
   }

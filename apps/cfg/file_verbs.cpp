@@ -51,6 +51,7 @@ int run_export(Session& session) {
   Store& store = session.store();
   const std::string path = store.path(arguments.path);
   Tree_Node& key = store.key(path);
+  require_other_file(store, arguments.file);
   const bool is_new = !Sys_File::Exists(RWWString::fromUTF8(arguments.file));
 
   if (!arguments.dry_run) {

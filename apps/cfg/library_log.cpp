@@ -29,8 +29,9 @@ void drop_blanks(std::string& text) { text.resize(text.find_last_not_of(" ,.\n")
 
 std::string Reasons::first() const {
   for (Log_Capture::Line& line : m_capture.lines()) {
-    // A node that is longer than usual is told about, and written all the same.
-    const bool is_note = line.text.rfind("Bigoffset", 0) == 0;
+    // What is told about and done all the same: a node longer than usual, a name that holds "<>".
+    const bool is_note =
+        line.text.rfind("Bigoffset", 0) == 0 || line.text.rfind("GetProperty(", 0) == 0;
     if (line.level > LOG_LEVEL_ERROR || is_note) continue;
     drop_blanks(line.text);
     for (const char* ending : {"return NULL", "return FALSE"}) drop_ending(line.text, ending);

@@ -15,6 +15,12 @@ std::string_view below_root(std::string_view path) {
   return path.substr(std::min(first_of(path).size() + 1, path.size()));
 }
 
+// The path as far as its names hold no `%`, which look-ups would take for any text.
+std::string_view before_wildcard(std::string_view path) {
+  const size_t at = path.find('%');
+  return at == path.npos ? path : parent_of(path.substr(0, at));
+}
+
 // Texts of this length may have been longer.
 constexpr size_t CUT = Tree_ValueAndPath::kValueRoom - 1;
 
@@ -44,8 +50,8 @@ Answer Mirror::ask(const std::function<Answer()>& question) {
 }
 
 Kind Mirror::kind(std::string_view path) {
-  if (is_fetched(path)) {
-    const Tree_Node* there = m_tree->Find(below_root(path));
+  if (is_fetched(path) || before_wildcard(path) != path) {
+    const Tree_Node* there = node(path);
     return !there ? Kind::NOTHING : there->IsLeaf() ? Kind::VALUE : Kind::KEY;
   }
   const RWCString wanted(path);
@@ -62,11 +68,11 @@ bool Mirror::is_fetched(std::string_view path) const {
 }
 
 Tree_Node* Mirror::node(std::string_view path) {
-  if (is_fetched(path)) return m_tree->Find(below_root(path));
-  return fetch(std::string(path));
+  if (!is_fetched(path) && !fetch(std::string(before_wildcard(path)))) return nullptr;
+  return m_tree->Find(below_root(path));
 }
 
-Tree_Node* Mirror::fetch(const std::string& path) {
+bool Mirror::fetch(const std::string& path) {
   const RWCString wanted(path);
   const std::string_view below = below_root(path);
   const RWCString text =
@@ -75,14 +81,14 @@ Tree_Node* Mirror::fetch(const std::string& path) {
   if (text.isNull()) {
     branch = ask<std::unique_ptr<CFG_SubTree>>(
         [&] { return std::unique_ptr<CFG_SubTree>(m_repository.GetSubTree(wanted)); });
-    if (!branch) return nullptr;
+    if (!branch) return false;
   }
   m_fetched.insert(path);
   if (below.empty()) {
     m_replaced.push_back(m_tree);
     m_tree = branch->GetData();
     m_tree->SetVirtualParentPath("");
-    return m_tree.get();
+    return true;
   }
   const Tree_NodePtr parent =
       m_tree->GetOrCreateRelativeNode(Tree_Path(RWCString(parent_of(below))), m_tree);
@@ -91,14 +97,17 @@ Tree_Node* Mirror::fetch(const std::string& path) {
     m_replaced.push_back(part);
     parent->Remove(part);
   }
-  if (!branch) return parent->AddValue(name_of(below), text, 0);
-  const Tree_NodePtr top = branch->GetData();
-  parent->Add(top);
-  return top.get();
+  if (branch) {
+    parent->Add(branch->GetData());
+  } else {
+    parent->AddValue(name_of(below), text, 0);
+  }
+  return true;
 }
 
 Tree_NodePtr Mirror::listing(const std::string& path) {
   if (kind(path) != Kind::KEY) return {};
+  if (is_fetched(path)) return Tree_NodePtr(node(path));
   const RWCString wanted(path);
   Tree_NodePtr key(new Tree_Node(name_of(path)));
   const auto names = ask<std::unique_ptr<String_Arr>>(

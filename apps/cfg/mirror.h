@@ -35,7 +35,7 @@ class Mirror {
  private:
   template <class Answer>
   Answer ask(const std::function<Answer()>& question);
-  Tree_Node* fetch(const std::string& path);
+  bool fetch(const std::string& path);  // false when nothing is there
   bool is_fetched(std::string_view path) const;
 
   CFG_RepositoryServices& m_repository;

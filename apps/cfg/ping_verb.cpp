@@ -1,6 +1,7 @@
 // ping: whether the service is there.
 #include <connection/Conn_PingClient.h>
 
+#include "parameters.h"
 #include "service_address.h"
 #include "verbs.h"
 
@@ -16,12 +17,20 @@ std::string milliseconds(std::chrono::microseconds time) {
   return text;
 }
 
+ServiceAddress service_of(const Arguments& arguments) {
+  if (!arguments.server.empty()) return ServiceAddress::of(arguments.server);
+  if (!arguments.tree_file.empty())
+    throw Failure(USAGE, "a file answers no ping; leave out --file");
+  const ChosenParameters parameters = choose_parameters(arguments.params_file);
+  if (parameters.values.cfg_type == "remote") return ServiceAddress::of(parameters.values);
+  throw Failure(USAGE, parameters.file + " names no service; ping wants --server HOST:PORT");
+}
+
 }  // namespace
 
 int run_ping(Session& session) {
   const Arguments& arguments = session.arguments;
-  if (arguments.server.empty()) throw Failure(USAGE, "ping wants --server HOST:PORT");
-  const ServiceAddress address = ServiceAddress::of(arguments.server);
+  const ServiceAddress address = service_of(arguments);
   const Conn_PingClient::Answer answer =
       Conn_PingClient::Ping(RWCString(address.host), address.port, "", 1, TIME_OUT);
   if (!answer.is_alive) {

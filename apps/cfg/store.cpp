@@ -3,6 +3,7 @@
 #include <tree/Tree_Node.h>
 
 #include "held_store.h"
+#include "library_log.h"
 #include "paths.h"
 #include "shared_store.h"
 
@@ -69,6 +70,7 @@ std::string Store::path(const std::string& typed) const {
 
 std::string Store::writable_path(const std::string& typed) const {
   std::string written = path(typed);
+  if (node(written)) return written;
   if (!placeholder_in(written).empty()) throw not_found(written);
   const std::string fault = path_fault(written);
   if (!fault.empty()) throw Failure(BAD_INPUT, written + " cannot be written: " + fault);
@@ -77,7 +79,9 @@ std::string Store::writable_path(const std::string& typed) const {
       throw Failure(REFUSED, written + " cannot be written: " + std::string(above) + " is a value");
     }
   }
-  return written;
+  const Reasons reasons;
+  if (repository().IsValidPath(RWCString(written), "cfg")) return written;
+  throw Failure(REFUSED, with_reason(written + " cannot be written", reasons));
 }
 
 Tree_Node& Store::key(const std::string& path) const {

@@ -48,8 +48,9 @@ class Store {
   // The path that an argument means: with the properties put in, in lower case. Failure
   // when it does not begin with the root key's name.
   std::string path(const std::string& typed) const;
-  // The same for something to be written: Failure too when a value stands above it, and when
-  // an XML file would not give it back as it is.
+  // The same for something to be written. Where nothing is yet, Failure too when a value stands
+  // above it, when path validation refuses it, and when an XML file would not give it back as it
+  // is; what an import let in under such a path can be written.
   std::string writable_path(const std::string& typed) const;
   // The key, or the value, at a path; Failure(NOT_FOUND) when there is none.
   Tree_Node& key(const std::string& path) const;

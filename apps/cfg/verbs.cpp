@@ -139,7 +139,7 @@ const std::vector<Verb>& verbs() {
         {"file", "FILE", "the file; - is standard input", &A::file, REQUIRED},
         {"--base64", "", "for bytes that are not text", &A::base64},
         {"--encoding", "NAME", "what to note about the text, as utf-8", &A::encoding}}},
-      {"ping", "ask whether the service of --server is there", Effect::READS, run_ping, {}},
+      {"ping", "ask whether the service is there", Effect::READS, run_ping, {}},
       {"__complete",
        "",
        Effect::READS,

@@ -38,40 +38,26 @@ int run_set(Session& session) {
   const std::string path = store.writable_path(session.arguments.path);
   const Tree_Node* there = store.node(path);
   if (there && !there->IsLeaf()) throw Failure(REFUSED, path + " is a key and cannot hold a text");
-  return change_tree(session, {path}, "", [&](CFG_RepositoryServices& draft) {
-    require("cannot set " + path, [&] { return draft.SetValue(RWCString(path), RWCString(text)); });
-  });
+  return change_tree(session, {path}, "",
+                     [&](CFG_RepositoryServices& draft) { write_value(draft, path, text); });
 }
-
-namespace {
-
-void remove(CFG_RepositoryServices& draft, const std::string& path, bool is_value) {
-  require("cannot remove " + path, [&] {
-    return is_value ? draft.DeleteValue(RWCString(path)) : draft.DeleteSubTree(RWCString(path));
-  });
-}
-
-}  // namespace
 
 int run_rm(Session& session) {
   Store& store = session.store();
-  std::vector<std::string> paths;
+  std::set<std::string> keys, values;
   for (const std::string& typed : session.arguments.paths) {
-    paths.push_back(store.path(typed));
-    const std::string& path = paths.back();
-    if (!store.node(path)) throw store.not_found(path);
+    const std::string path = store.path(typed);
+    const Tree_Node* node = store.node(path);
+    if (!node) throw store.not_found(path);
     if (is_root(store, path)) throw Failure(REFUSED, path + " is the root and cannot be removed");
+    (node->IsLeaf() ? values : keys).insert(path);
   }
-  return change_tree(session, {paths.begin(), paths.end()}, "rm",
-                     [&](CFG_RepositoryServices& draft) {
-                       for (const std::string& path : paths) {
-                         // It may have gone with a key named before.
-                         const bool is_value = store.node(path)->IsLeaf();
-                         const bool is_there = is_value ? !draft.GetValue(RWCString(path)).isNull()
-                                                        : draft.IsSubTreeExist(RWCString(path));
-                         if (is_there) remove(draft, path, is_value);
-                       }
-                     });
+  std::set<std::string> all = keys;
+  all.insert(values.begin(), values.end());
+  return change_tree(session, all, "rm", [&](CFG_RepositoryServices& draft) {
+    for (const std::string& path : values) remove(draft, path, true);
+    for (const std::string& path : keys) remove(draft, path, false);
+  });
 }
 
 namespace {

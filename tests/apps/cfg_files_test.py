@@ -70,6 +70,21 @@ class Files(CfgTest):
         self.assertEqual((code, (self.folder / "users.xml").read_bytes()), (1, before))
         self.assertIn("holds only halvoria\\users", error)
 
+    def test_no_export_writes_over_the_tree_itself(self):
+        before = self.tree_bytes()
+        self.write("params.txt", PARAMETERS.format("tree.xml"))
+        os.symlink("tree.xml", self.folder / "symbolic.xml")
+        os.link(self.folder / "tree.xml", self.folder / "hard.xml")
+        for name in ("tree.xml", "./tree.xml", f"{self.folder}/tree.xml", "symbolic.xml", "hard.xml"):
+            for line in (f"--file tree.xml export halvoria/conf {name}",
+                         f"--file tree.xml --dry-run export --format bytes halvoria/conf {name}",
+                         f"--file {name} blob get halvoria/conf/site/logo tree.xml",
+                         f"--params params.txt export halvoria/conf {name}"):
+                code, _, error = self.run_cfg(line)
+                self.assertEqual(code, 1, line)
+                self.assertIn("is the file of the tree itself", error)
+        self.assertEqual(self.tree_bytes(), before)
+
     def test_export_and_import_give_the_same_bytes(self):
         before = self.tree_bytes()
         self.on_tree("export halvoria file.xml")

@@ -16,7 +16,7 @@ def sorted_lines(text):
     return sorted(text.splitlines())
 
 
-class OverTheService(cfg_verbs_test.VerbTables):
+class OverTheService(cfg_verbs_test.OddNames, cfg_verbs_test.VerbTables):
     def setUp(self):
         self.service = None
         super().setUp()
@@ -27,10 +27,10 @@ class OverTheService(cfg_verbs_test.VerbTables):
     def fresh_tree(self):
         super().fresh_tree()
         if self.service:
-            code, _, error = self.on_service("import tree.xml --mode replace")
+            code, _, error = self.on_store("import tree.xml --mode replace")
             self.assertEqual(code, 0, error)
 
-    def on_service(self, line, stdin=""):
+    def on_store(self, line, stdin=""):
         return self.run_cfg(f"--server {self.service.address} " + line, stdin)
 
     def test_reads_print_what_they_print_from_a_file(self):
@@ -38,7 +38,7 @@ class OverTheService(cfg_verbs_test.VerbTables):
             if "--server" in line:
                 continue
             with self.subTest(line):
-                got_code, output, got_error = self.on_service(line)
+                got_code, output, got_error = self.on_store(line)
                 self.assertEqual(got_code, code, got_error)
                 self.assertIn(error.replace("tree.xml", self.service.address), got_error)
                 from_file = self.on_tree(line)[1]
@@ -50,14 +50,14 @@ class OverTheService(cfg_verbs_test.VerbTables):
         for line, stdin, code, error, changes in cfg_verbs_test.WRITES:
             with self.subTest(line):
                 self.fresh_tree()
-                self.assertEqual(self.on_service("export halvoria before.xml")[0], 0)
-                got_code, dry_output, got_error = self.on_service("--dry-run " + line, stdin)
+                self.assertEqual(self.on_store("export halvoria before.xml")[0], 0)
+                got_code, dry_output, got_error = self.on_store("--dry-run " + line, stdin)
                 self.assertEqual(got_code, code, got_error)
-                self.assertEqual(self.on_service("diff before.xml halvoria")[1], "")
-                got_code, output, got_error = self.on_service(line, stdin)
+                self.assertEqual(self.on_store("diff before.xml halvoria")[1], "")
+                got_code, output, got_error = self.on_store(line, stdin)
                 self.assertEqual((got_code, output), (code, ""), got_error)
                 self.assertIn(error.replace("tree.xml", self.service.address), got_error)
-                difference = self.on_service("diff before.xml halvoria")[1]
+                difference = self.on_store("diff before.xml halvoria")[1]
                 self.assertEqual(sorted_lines(dry_output), sorted_lines(difference))
                 if changes is not None:
                     self.assertEqual(sorted_lines(difference), sorted(changes))
@@ -74,11 +74,15 @@ class OverTheService(cfg_verbs_test.VerbTables):
                 self.assertEqual(self.run_cfg(f"{line} get '{NODE}\\properties\\inet_address'")[:2],
                                  (0, "192.0.2.11\n"))
                 self.assertEqual(self.run_cfg(f"{line} set halvoria/by {kind}")[0], 0)
-                self.assertEqual(self.on_service("get halvoria/by")[1], kind + "\n")
+                self.assertEqual(self.on_store("get halvoria/by")[1], kind + "\n")
+                code, output, error = self.run_cfg(f"{line} ping")
+                self.assertEqual(code, 0 if kind == "remote" else 2, error)
+                self.assertIn("answers in" if kind == "remote" else "names no service", output + error)
+        self.assertEqual(self.run_cfg("--params params.txt export halvoria ./tree.sqlite")[0], 1)
 
     def test_the_log_says_who_changed_what(self):
-        self.on_service("set halvoria/conf/reports/paper A5")
-        self.on_service("rm halvoria/users/osei")
+        self.on_store("set halvoria/conf/reports/paper A5")
+        self.on_store("rm halvoria/users/osei")
         log = self.service.log_text()
         self.assertRegex(log, r"user '\w+', application 'cfg', session \d+ from 127.0.0.1:\d+: "
                               r"CFG_SET_VALUE halvoria\\conf\\reports\\paper")
@@ -86,10 +90,10 @@ class OverTheService(cfg_verbs_test.VerbTables):
         self.assertNotIn("A5", log)
 
     def test_a_service_that_is_not_there_is_exit_code_5(self):
-        code, output, error = self.on_service("ping")
+        code, output, error = self.on_store("ping")
         self.assertEqual((code, error), (0, ""))
         self.assertRegex(output, r"^CFG_SERVICE at 127.0.0.1:\d+ answers in [0-9.]+ ms\n$")
-        self.assertEqual(json.loads(self.on_service("--json ping")[1])["service"], "CFG_SERVICE")
+        self.assertEqual(json.loads(self.on_store("--json ping")[1])["service"], "CFG_SERVICE")
         other = Service(self.folder / "..", "--store", f"sqlite:{self.folder}/other.sqlite")
         self.assertEqual(other.stop(), 0)
         for verb in ("ping", "get halvoria/x", "set halvoria/x y", "ls"):
@@ -104,8 +108,8 @@ class OverTheService(cfg_verbs_test.VerbTables):
         command = [cfg_runner.CFG, "--server", self.service.address, "set", "halvoria/slow", "-"]
         with subprocess.Popen(command, stdin=subprocess.PIPE, env=cfg_runner.ENVIRONMENT) as waiting:
             waiting.kill()
-        self.assertEqual(self.on_service("set halvoria/after x")[0], 0)
-        self.assertEqual(self.on_service("get halvoria/slow")[0], 3)
+        self.assertEqual(self.on_store("set halvoria/after x")[0], 0)
+        self.assertEqual(self.on_store("get halvoria/slow")[0], 3)
 
 
 class TheServiceItself(CfgTest):

@@ -3,6 +3,7 @@ import json
 import re
 import shutil
 import subprocess
+from html import escape
 
 from cfg_runner import ENVIRONMENT, SOURCE, CfgTest, unittest
 
@@ -80,6 +81,7 @@ READS = [
     ("ls halvoria more", 2, "", "not expected: more"),
     ("get halvoria/x --type float", 2, "", "float"),
     ("ls --dry-run", 2, "", "ls writes nothing"),
+    ("ls --params ''", 2, "", "--params names nothing"),
     ("ls --server localhost", 2, "", "--file and --server name two trees"),
     ("validate --json tree.xml", 0, None, ""),
 ]
@@ -153,6 +155,61 @@ WRITES = [
 ]
 
 
+# Names that an XML file can hold and path validation refuses, and others that are only odd.
+REFUSED_NAMES = ["it%s", "it's", "tab\tx", "100%"]
+ODD_NAMES = ["halvoria", "<who>", "a/b", "žluť&", "a<>b"]
+
+
+def document(*records):
+    """An XML file of these paths and texts, and of the keys that they need."""
+    nodes, seen = "", set()
+    for path, text in records:
+        names = path.split("\\")
+        for end in range(1, len(names) + 1):
+            at, above = "\\".join(names[:end]), "\\".join(names[:end - 1])
+            if at not in seen:
+                value = text if end == len(names) else ""
+                nodes += (f"<node>\n<path_segment>{escape(at)}</path_segment>\n<parent_path_segment>"
+                          f"{escape(above)}</parent_path_segment>\n<value>{escape(value)}</value>\n"
+                          "</node>\n\n")
+            seen.add(at)
+    head = (SOURCE / "examples/installation.xml").read_text().split("<branch>")[0]
+    return f"{head}<branch>\n\n{nodes}</branch>\n</tree>\n"
+
+
+class OddNames:
+    """Of a test that has `on_store`: the command on the tree that is tested."""
+
+    def test_what_an_import_let_in_can_be_changed_moved_and_removed(self):
+        for name in REFUSED_NAMES + ODD_NAMES:
+            key = f"halvoria\\odd\\{name}"
+            (self.folder / "odd.xml").write_text(document(
+                (f"{key}\\v", "1"), (f"{key}\\{name}", "2"), (f"{key}\\deep\\{name}", "3"),
+                ("halvoria\\odd\\it", "not meant")))
+            self.assertEqual(self.on_store("import --mode replace odd.xml")[0], 0)
+            may_be_made = name not in REFUSED_NAMES + ["<who>", "a<>b"]
+            for line, is_done in [
+                (f'set "{key}\\v" x', True),
+                (f'set "{key}\\new" x', may_be_made),
+                (f'set "halvoria\\odd\\{name}2" x', may_be_made),
+                (f'cp halvoria/odd/it "halvoria\\odd\\{name}3"', may_be_made),
+                (f'rm "{key}\\{name}" "{key}\\deep"', True),
+                (f'mv "{key}" halvoria/odd/plain', True),
+                (f'mv halvoria/odd/plain "{key}"', may_be_made),
+                (f'cp -f halvoria/odd/it "halvoria\\odd\\{name}"', may_be_made),
+            ]:
+                with self.subTest(line):
+                    code, _, error = self.on_store(line)
+                    self.assertEqual(code == 0, is_done, error)
+            expected = [("halvoria\\odd\\it", "not meant")]
+            if may_be_made:
+                expected += [(key, "not meant"), (f"{key}2", "x"), (f"{key}3", "not meant")]
+            else:
+                expected += [("halvoria\\odd\\plain\\v", "x")]
+            (self.folder / "expected.xml").write_text(document(*expected))
+            self.assertEqual(self.on_store("diff halvoria/odd expected.xml")[1], "", name)
+
+
 class VerbTables(CfgTest):
     """With the files that the tables above import."""
 
@@ -172,7 +229,9 @@ class VerbTables(CfgTest):
         self.fresh_tree()
 
 
-class Verbs(VerbTables):
+class Verbs(OddNames, VerbTables):
+    on_store = CfgTest.on_tree
+
     def test_reads_print_what_is_there(self):
         for line, code, output, error in READS:
             with self.subTest(line):
