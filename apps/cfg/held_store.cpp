@@ -3,6 +3,7 @@
 #include <CFG/CFG_Factory.h>
 #include <CFG/CFG_MemoryRepository.h>
 #include <system/Sys_File.h>
+#include <tree/Tree_Node.h>
 
 #include "activity.h"
 #include "library_log.h"

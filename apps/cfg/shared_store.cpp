@@ -4,6 +4,7 @@
 #include <CFG/CFG_Repository.h>
 #include <connection/Conn_PingClient.h>
 #include <system/Sys_Process.h>
+#include <tree/Tree_Node.h>
 
 #include "library_log.h"
 #include "one_update.h"
