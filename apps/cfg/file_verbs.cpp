@@ -122,7 +122,7 @@ int import_bytes(Session& session, const InputFile& file) {
     parent = store.path(arguments.path);
     store.key(parent);
   }
-  const std::string path = child_of(parent, branch.GetKeyName().view());
+  const std::string path = child_of(parent, branch.GetKeyName().str());
   require_root(store, file, path);
   return change_tree(session, {path}, "import " + file.shown(), [&](auto& draft) {
     require("cannot import " + file.shown(), [&] {

@@ -57,7 +57,7 @@ class TypedRead {
     RWCString lower = m_text;
     lower.toLower();
     if (*answer == 0 && lower != "false" && lower != "0") {
-      say(m_path + ": '" + m_text + "' reads as false, as all but 'true' does");
+      say((m_path + ": '" + m_text + "' reads as false, as all but 'true' does").str());
     }
     return *answer == 1;
   }

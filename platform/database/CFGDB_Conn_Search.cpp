@@ -159,7 +159,7 @@ std::vector<RWCString> CFGDB_Conn::SearchPatternExtended(const RWCString& patter
   const Sought in_name{lower, match_whole_word};
   const Sought in_text{is_case_sensitive ? pattern : lower, match_whole_word};
   const auto is_text_found = [&](std::string_view text) {
-    return is_case_sensitive ? in_text.is_in(text) : in_text.is_in(I18n_LowerCase(text));
+    return is_case_sensitive ? in_text.is_in(text) : in_text.is_in(I18n_LowerCase(text).str());
   };
   const Db_Range range(top);
   const auto cursor = m_store->range(range.from, range.to, 0, false);
@@ -179,7 +179,7 @@ std::vector<RWCString> CFGDB_Conn::SearchPatternExtended(const RWCString& patter
 // --- nodes ------------------------------------------------------------------------------------
 
 RWCString CFGDB_Conn::GetNodeName(const RWCString& ae) {
-  return component(FillPath("halvoria\\system\\nodes\\%\\servers\\%\\dicom", "ae", ae), 3);
+  return component(FillPath("halvoria\\system\\nodes\\%\\servers\\%\\dicom", "ae", ae).str(), 3);
 }
 
 RWCString CFGDB_Conn::GetNodeNameByIp(const RWCString& ip) {

@@ -45,7 +45,8 @@ void encode(std::string& out, char32_t point) {
 
 }  // namespace
 
-RWWString RWWString::fromUTF8(std::string_view text) {
+RWWString RWWString::fromUTF8(RWCString::Text utf8) {
+  std::string_view text = utf8.view;
   std::wstring out;
   out.reserve(text.size());
   while (!text.empty()) {

@@ -21,7 +21,7 @@ class HALVORIA_API RWWString {
   // From UTF-8. A byte that is not part of valid UTF-8 becomes the lone surrogate
   // U+DC80..U+DCFF, which toUTF8 turns back into that byte: every file name of
   // the system survives the trip.
-  static RWWString fromUTF8(std::string_view text);
+  static RWWString fromUTF8(RWCString::Text utf8);
   RWCString toUTF8() const;
 
   bool isNull() const { return m_text.empty(); }

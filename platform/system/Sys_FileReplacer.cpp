@@ -56,7 +56,7 @@ ssize_t write_some(int descriptor, std::string_view bytes) {
 RWCString temporary_name(const RWCString& target) {
   constexpr char letters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
   std::string name = ".";
-  name += target.subString(target.last('/') + 1, NAME_MAX - 12).view();
+  name += target.subString(target.last('/') + 1, NAME_MAX - 12);
   name += '.';
   for (int i = 0; i < 6; ++i) name += letters[arc4random_uniform(sizeof letters - 1)];
   return Sys_FolderOf(target) + "/" + RWCString(name + ".tmp");

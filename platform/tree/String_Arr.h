@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cstddef>
-#include <string_view>
 #include <vector>
 
 #include <strings/Export.h>
+#include <strings/RWCString.h>
 
 // NUL-terminated strings in order. One thread at a time.
 class HALVORIA_API Generic_String_Arr {
@@ -38,7 +38,9 @@ class HALVORIA_API String_Arr : public Generic_String_Arr {
   char* GetStr(int index) const override;
   void SetStr(int index, const char* text, int length) override;
   void AddStr(const char* text, int length) override;
-  void AddStr(std::string_view text) { AddStr(text.data(), static_cast<int>(text.size())); }
+  void AddStr(RWCString::Text text) {
+    AddStr(text.view.data(), static_cast<int>(text.view.size()));
+  }
   int GetArrLen() const override { return static_cast<int>(m_strings.size()); }
 
  protected:

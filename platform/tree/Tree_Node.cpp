@@ -15,15 +15,17 @@ constinit Tmr_PoolAllocator Tree_Node::m_NodesPool{sizeof(Tree_Node), 0};
 // A million of these stand in memory at once.
 static_assert(sizeof(void*) != 8 || sizeof(Tree_Node) == 48, "the node has grown");
 
-Tree_Node::Tree_Node(std::string_view name) : m_is_leaf(false), m_name(name) { new (&m_key) Key; }
-
-Tree_Node::Tree_Node(std::string_view name, std::string_view text, int is_change)
-    : m_is_leaf(true), m_name(name) {
-  new (&m_value) Tree_Value(text, is_change);
+Tree_Node::Tree_Node(RWCString::Text name) : m_is_leaf(false), m_name(name.view) {
+  new (&m_key) Key;
 }
 
-Tree_Node::Tree_Node(std::string_view name, Tree_Value* value)
-    : m_is_leaf(value != nullptr), m_name(name) {
+Tree_Node::Tree_Node(RWCString::Text name, RWCString::Text text, int is_change)
+    : m_is_leaf(true), m_name(name.view) {
+  new (&m_value) Tree_Value(text.view, is_change);
+}
+
+Tree_Node::Tree_Node(RWCString::Text name, Tree_Value* value)
+    : m_is_leaf(value != nullptr), m_name(name.view) {
   const std::unique_ptr<Tree_Value> owned(value);
   if (owned) {
     new (&m_value) Tree_Value(std::move(*owned));
@@ -395,7 +397,7 @@ String_Arr* Tree_Node::Search(const RWCString& name, const Tree_NodePtr&, int re
   const size_t strip = relative ? GetPath().length() + 1 : 0;
   Tree_Walk walk(const_cast<Tree_Node*>(this));
   for (walk.Next(); walk; walk.Next()) {
-    if (walk->m_name == wanted) paths->AddStr(walk->GetPath().view().substr(strip));
+    if (walk->m_name == wanted) paths->AddStr(walk->GetPath().str().substr(strip));
   }
   return paths.release();
 }

@@ -42,11 +42,11 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   static int TRUE_BOOL;                    // 1
   static Tmr_PoolAllocator m_NodesPool;
 
-  explicit Tree_Node(std::string_view name);
+  explicit Tree_Node(RWCString::Text name);
   // A value node; takes ownership of the value (null makes a key). The value moves into
   // the node: use GetTreeValue() afterwards.
-  Tree_Node(std::string_view name, Tree_Value* value);
-  Tree_Node(std::string_view name, std::string_view text, int is_change);
+  Tree_Node(RWCString::Text name, Tree_Value* value);
+  Tree_Node(RWCString::Text name, RWCString::Text text, int is_change);
   Tree_Node(const Tree_Node&) = delete;
   Tree_Node& operator=(const Tree_Node&) = delete;
 

@@ -242,7 +242,7 @@ int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWC
   logger.info(" sub tree key name\n");
   const RWCString actual = change_string_with_properties(path);
   return change(actual, [&](const held_tree& tree) {
-    const Tree_NodePtr stored = tree.node_at(cfg::join(actual, key_name));
+    const Tree_NodePtr stored = tree.node_at(cfg::join(actual, key_name).str());
     if (stored && !stored->IsLeaf()) data = Tree_Node::Merge(stored, data);
     return tree.write(data, actual);
   });
@@ -335,5 +335,5 @@ RWCString CFG_FileRepositoryBase::FindValue(CFG_SubTree* at, RWCString& pattern,
 }
 
 RWCString CFG_FileRepositoryBase::GetNodeNameByIp(RWCString ip) {
-  return cfg::component(FillPath("halvoria\\system\\nodes\\%\\properties", "inet_address%", ip), 3);
+  return cfg::component(FillPath("halvoria\\system\\nodes\\%\\properties", "inet_address%", ip).str(), 3);
 }

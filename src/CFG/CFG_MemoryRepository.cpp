@@ -171,7 +171,7 @@ RWCString CFG_MemoryRepository::FillPath(RWCString pattern, RWCString value_name
 }
 
 RWCString CFG_MemoryRepository::GetNodeNameByIp(RWCString ip) {
-  return cfg::component(FillPath("halvoria\\system\\nodes\\%\\properties", "inet_address", ip), 3);
+  return cfg::component(FillPath("halvoria\\system\\nodes\\%\\properties", "inet_address", ip).str(), 3);
 }
 
 RWCString CFG_MemoryRepository::GetServerSyncID() { return "tree"; }

@@ -148,7 +148,8 @@ String_Arr* CFG_RepositoryServicesImp::FillPathWithRuleList(RWCString, Tree_Path
 }
 
 RWCString CFG_RepositoryServicesImp::GetNodeName(RWCString ae) {
-  return cfg::component(FillPath("halvoria\\system\\nodes\\%\\servers\\%\\dicom", "ae", ae), 3);
+  return cfg::component(FillPath("halvoria\\system\\nodes\\%\\servers\\%\\dicom", "ae", ae).str(),
+                        3);
 }
 RWCString CFG_RepositoryServicesImp::GetServerNodeName() { return GetProperty("current_node"); }
 

@@ -277,7 +277,7 @@ int CFG_ServicesImp::IsMappingExist() {
 }
 
 int CFG_ServicesImp::IsItServer() {
-  return is_equal_ignoring_case(GetProperty("client_or_server"), "server");
+  return is_equal_ignoring_case(GetProperty("client_or_server").str(), "server");
 }
 
 RWCString CFG_ServicesImp::GetLocalHostIP() { return GetProperty("local_host_ip"); }
@@ -516,7 +516,7 @@ bool CFG_ServicesImp::RemoveIpv6Braces(RWCString& address) {
 bool CFG_ServicesImp::handle_if_ipv6_mapped(RWCString& address) {
   constexpr char prefix[] = "::ffff:";
   constexpr size_t length = sizeof prefix - 1;
-  if (!is_equal_ignoring_case(address.subString(0, length), prefix)) return false;
+  if (!is_equal_ignoring_case(address.subString(0, length).str(), prefix)) return false;
   address.remove(0, length);
   return true;
 }
@@ -530,7 +530,7 @@ RWCString CFG_ServicesImp::GetINetAddressFromPath(RWCString path) {
   const auto value = [&](const char* name) { return GetValue(cfg::join(path, name)); };
   RWCString address = value("inet_address");
   RWCString optional = value("inet_address_optional");
-  if (!optional.isNull() && is_equal_ignoring_case(value("preferred_address"), "optional")) {
+  if (!optional.isNull() && is_equal_ignoring_case(value("preferred_address").str(), "optional")) {
     std::swap(address, optional);
   }
   const RWCString local = GetProperty("LocalHostListenersAF");

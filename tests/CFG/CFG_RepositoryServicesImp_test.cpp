@@ -53,7 +53,7 @@ TEST(SearchRules, OnlyTheWildcardReadOfValuesLetsLaterPlacesWin) {
       return SubTreePtr((repository.*c.merged)(path, rule, merge, count));
     };
     EXPECT_EQ(shown(read("k", TRUE, 2)), c.k);
-    EXPECT_EQ(read("k", TRUE, 2)->GetPath().view().substr(0, 3), "h\\s");
+    EXPECT_EQ(read("k", TRUE, 2)->GetPath().str().substr(0, 3), "h\\s");
     EXPECT_EQ(shown(read("k", FALSE, 2)), "k{x=1 only1=1 sub{a=1}}");
     EXPECT_EQ(shown(read("m", TRUE, 2)), "m{y=2}");
     EXPECT_EQ(shown(read("m", FALSE, 2)), "m{y=2}");

@@ -116,7 +116,7 @@ int CFG_DBRepository::SetValueName(const RWCString& given_path, const RWCString&
         "in %s : Path or value names are not valid returning FALSE. path <%s>  old name <%s>  new name <%s>\n",
         op, path, old_name, new_name);
   }
-  const RWCString old_path = cfg::actual_path(cfg::join(path, old_name)).copy();
+  const RWCString old_path = cfg::actual_path(cfg::join(path, old_name).str()).copy();
   const cfg::key_renaming asked(old_path, cfg::actual_path(new_name));
   const Step one_step(m_changes);
   const bool is_refused = asked.fault || GetValue(old_path).isNull() ||

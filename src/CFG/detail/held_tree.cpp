@@ -20,7 +20,7 @@ CFG_SubTree& held_tree::handle() const {
 std::string_view held_tree::below_root(std::string_view path) const {
   const size_t cut = path.find('\\');
   if (cut != path.npos) return path.substr(cut + 1);
-  const bool is_root = m_sub_tree && m_sub_tree->GetKeyName().view() == path;
+  const bool is_root = m_sub_tree && m_sub_tree->GetKeyName() == path;
   return is_root ? std::string_view() : path;
 }
 

@@ -14,7 +14,7 @@ class search_rule {
   int count() const { return m_count; }
   RWCString prefix(int i) const { return RWCString(m_prefixes[i]); }
   // Where `name` is looked for in place i.
-  RWCString candidate(int i, const RWCString& name) const { return join(prefix(i), name); }
+  RWCString candidate(int i, const RWCString& name) const { return join(prefix(i).str(), name); }
 
  private:
   const char** m_prefixes;

@@ -86,7 +86,7 @@ std::unique_ptr<CFG_Connector> CFG_Repository::MakeNewConnector() {
   RWCString server = GetProperty("HALVORIA_REMOTE_SERVER_NAME");
   RWCString port = GetProperty("HALVORIA_REMOTE_SERVER_PORT");
   RWCString type = GetProperty("HALVORIA_CONNECTION_TYPE");
-  const cfg::connection_properties properties(GetProperty("HALVORIA_CONNECTION_PROPERTIES"));
+  const cfg::connection_properties properties(GetProperty("HALVORIA_CONNECTION_PROPERTIES").str());
   RWCString local, local_server, local_port;
   if (Sys_Environment::Get("HALVORIA_USE_LOCAL_SVCFG", local) &&
       Sys_Environment::Get("HALVORIA_USE_LOCAL_SVCFG_SERVER", local_server) &&

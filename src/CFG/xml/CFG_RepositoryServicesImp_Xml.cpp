@@ -97,7 +97,7 @@ Tree_NodePtr end_of_chain(Tree_NodePtr key, RWCString& parent_path) {
 int write_imported(CFG_RepositoryServices& repository, CFG_SubTree& sub_tree,
                    CFG_RepositoryServices::CFG_XML_IMPORT_TYPE type) {
   const Tree_NodePtr top = sub_tree.GetData();
-  RWCString parent_path = cfg::split_path(top->GetVirtualParentPath()).parent;
+  RWCString parent_path = cfg::split_path(top->GetVirtualParentPath().str()).parent;
   if (type == CFG_RepositoryServices::CFG_XML_IMPORT_REPLACE) {
     return repository.AddOrReplaceSubTree(&sub_tree, parent_path);
   }
