@@ -40,7 +40,7 @@ class HALVORIA_API CFG_Conn_ClientHelper : public Conn_Helper {
   int GetCFGValue(RWCString& value);
   int GetCFGValueTimeOut(RWCString& value);  // waits ten seconds at most
   // The byte array of a subtree, which the caller frees with delete[].
-  char* get_subtree(long& length);
+  [[nodiscard]] char* get_subtree(long& length);
 
  private:
   int read_value(RWCString& value);

@@ -80,20 +80,21 @@ class HALVORIA_API CFG_Connector : public Conn_SyncConnector {
   int GetSubTreeNum(const RWCString& path);
   int GetSubTreeEntriesCount(const RWCString& path);
   int IsSubTreeExist(const RWCString& path);
-  String_Arr* GetSubTreePaths(const RWCString& path);
-  Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path);
+  [[nodiscard]] String_Arr* GetSubTreePaths(const RWCString& path);
+  [[nodiscard]] Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path);
 
   // --- subtrees as byte arrays -----------------------------------------------------------------
 
-  char* GetSubTree(const RWCString& path, long index, long& length);
+  [[nodiscard]] char* GetSubTree(const RWCString& path, long index, long& length);
   // Here the number of rules comes before `merge`.
-  char* GetSubTree(const RWCString& name, const char** search_rules, int count, int merge,
-                   long& length);
-  char* GetSubTreeOnlyWithValues(const RWCString& name, const char** search_rules, int count,
+  [[nodiscard]] char* GetSubTree(const RWCString& name, const char** search_rules, int count,
                                  int merge, long& length);
-  char* GetSubTreeWithLongValues(const RWCString& path, long& length);
-  char* GetSubTreeWithPrecentAndWildcard(const RWCString& path, long& length);
-  char* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path, long& length);
+  [[nodiscard]] char* GetSubTreeOnlyWithValues(const RWCString& name, const char** search_rules,
+                                               int count, int merge, long& length);
+  [[nodiscard]] char* GetSubTreeWithLongValues(const RWCString& path, long& length);
+  [[nodiscard]] char* GetSubTreeWithPrecentAndWildcard(const RWCString& path, long& length);
+  [[nodiscard]] char* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path,
+                                                                     long& length);
 
   // --- streamed trees --------------------------------------------------------------------------
 
@@ -106,7 +107,7 @@ class HALVORIA_API CFG_Connector : public Conn_SyncConnector {
 
   // --- wildcards, nodes, the store -------------------------------------------------------------
 
-  String_Arr* FillPath(RWCString path);
+  [[nodiscard]] String_Arr* FillPath(RWCString path);
   RWCString FillPath(RWCString path, RWCString value_name, RWCString value);
   RWCString GetNodeName(const RWCString& ae);
   RWCString GetNodeNameByIp(const RWCString& ip);
@@ -150,8 +151,8 @@ class HALVORIA_API CFG_Connector : public Conn_SyncConnector {
   int ask_success(const char* operation, cfg::protocol::Command command, Arguments arguments);
   int ask_number(const char* operation, cfg::protocol::Command command, Arguments arguments);
   RWCString ask_text(const char* operation, cfg::protocol::Command command, Arguments arguments);
-  char* ask_bytes(const char* operation, cfg::protocol::Command command, Arguments arguments,
-                  long& length);
+  [[nodiscard]] char* ask_bytes(const char* operation, cfg::protocol::Command command,
+                                Arguments arguments, long& length);
   Tree_NodePtr ask_tree(const char* operation, cfg::protocol::Command command, Arguments arguments,
                         RWCString& tree_path);
   int tell(const char* operation, cfg::protocol::Command command);

@@ -50,17 +50,17 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
 
   // --- CFG_Services ------------------------------------------------------------------------
 
-  CFG_SubTree* GetSubTree(RWCString& path, int index) override;
-  CFG_SubTree* GetSubTree(RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString& path, int index) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString& path) override;
   RWCString GetValue(RWCString& path, int index) override;
   RWCString GetValue(const RWCString& path) override;
   RWCString GetValueName(RWCString& path, int index) override;
   int GetValueNum(RWCString& path) override;
   int GetSubTreeNum(RWCString& path) override;
   int GetSubTreeEntriesCount(const RWCString& path) override;
-  Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) override;
+  [[nodiscard]] Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) override;
   // Null also for a key without keys below it.
-  String_Arr* GetSubTreePaths(const RWCString& path) override;
+  [[nodiscard]] String_Arr* GetSubTreePaths(const RWCString& path) override;
   int SetValue(const RWCString& value_path, const RWCString& value_data) override;
   int AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) override;
   int DeleteSubTree(const RWCString& path) override;  // TRUE also when nothing is there
@@ -71,20 +71,22 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
 
   RWCString GetNodeName(RWCString ae) override;
   RWCString GetNodeNameByIp(RWCString ip) override;
-  String_Arr* FillPath(RWCString path) override;
+  [[nodiscard]] String_Arr* FillPath(RWCString path) override;
   // A name with "inet_address" is that of an address: with or without brackets, IPv4 also as
   // mapped to IPv6, under any name with that beginning or as an additional address.
   RWCString FillPath(RWCString path, RWCString value_name, RWCString value_data) override;
   // The keys that match the path and all, or any, of 1 to 10 rules: values at paths below them.
-  String_Arr* FillPathWithRuleList(RWCString path, Tree_PathAndValueArray* rules,
-                                   int is_case_sensitive, int is_and_rule) override;
-  CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq) override;
-  CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq, bool all) override;
+  [[nodiscard]] String_Arr* FillPathWithRuleList(RWCString path, Tree_PathAndValueArray* rules,
+                                                 int is_case_sensitive, int is_and_rule) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+      const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq,
+                                                        bool all) override;
 
   int Connect() override;
   int DisConnect() override;
@@ -103,7 +105,7 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   RWCString GetServerSyncID() override;
 
   int StartTreeQuery(RWCString& path, bool wildcard, const RWCString* seq, bool deleted) override;
-  Tree_NodeInfo* GetNextFromQuery() override;
+  [[nodiscard]] Tree_NodeInfo* GetNextFromQuery() override;
   int CloseTreeQuery() override;
   const RWCString& GetQueryRootPath() override;
 
@@ -121,9 +123,10 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   int SetValueName(const RWCString& path, const RWCString& old_name, const RWCString& new_name);
   // Full paths of the keys, of the values by name, and of the values by text, that hold the
   // pattern, or are it. Names are compared without case. Null when there are none.
-  String_Arr* SearchPatternExtended(const RWCString& pattern, const RWCString path, bool find_key,
-                                    bool find_value_name, bool find_value_data,
-                                    bool value_case_sensitive, bool match_whole_word);
+  [[nodiscard]] String_Arr* SearchPatternExtended(const RWCString& pattern, const RWCString path,
+                                                  bool find_key, bool find_value_name,
+                                                  bool find_value_data, bool value_case_sensitive,
+                                                  bool match_whole_word);
 
   // GetNextFromQuery without a copy: false at the end and on an error, views until the next call.
   bool NextFromQuery(std::string_view& path, std::string_view& value);
@@ -143,7 +146,8 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
 
  protected:
   int WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) override;
-  String_Arr* SearchKeyOrValueName(const RWCString& name, const RWCString& path) override;
+  [[nodiscard]] String_Arr* SearchKeyOrValueName(const RWCString& name,
+                                                 const RWCString& path) override;
   int SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) override;
   Tree_NodePtr GetTreeNode(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeOnlyWithValuesLong(const RWCString& path) override;

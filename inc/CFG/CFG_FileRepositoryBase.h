@@ -36,18 +36,18 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
 
   // --- CFG_Services ------------------------------------------------------------------------
 
-  CFG_SubTree* GetSubTree(RWCString& path, int index) override;
-  CFG_SubTree* GetSubTree(RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString& path, int index) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString& path) override;
   RWCString GetValue(RWCString path, RWCString default_value) override;
   RWCString GetValue(RWCString& path, int index) override;
   RWCString GetValue(const RWCString& path) override;
   RWCString GetValueName(RWCString& path, int index) override;
-  String_Arr* Search(RWCString name, RWCString path) override;
+  [[nodiscard]] String_Arr* Search(RWCString name, RWCString path) override;
   int GetValueNum(RWCString& path) override;
   int GetSubTreeNum(RWCString& path) override;
   int GetSubTreeEntriesCount(const RWCString& path) override;
-  Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) override;
-  String_Arr* GetSubTreePaths(const RWCString& path) override;
+  [[nodiscard]] Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) override;
+  [[nodiscard]] String_Arr* GetSubTreePaths(const RWCString& path) override;
   int SetValue(const RWCString& path, const RWCString& value) override;
   int AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path, int merge) override;
   int AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) override;
@@ -58,19 +58,21 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
   // --- CFG_RepositoryServices --------------------------------------------------------------
 
   RWCString GetNodeNameByIp(RWCString ip) override;
-  String_Arr* FillPath(RWCString pattern) override;
+  [[nodiscard]] String_Arr* FillPath(RWCString pattern) override;
   RWCString FillPath(RWCString pattern, RWCString value_name, RWCString value) override;
-  CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+      const RWCString& path) override;
   int ExportPath(const RWCString& path, const RWWString& file) override;
   int UnLock() override;
-  CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
 
  protected:
   int WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) override;
-  String_Arr* SearchKeyOrValueName(const RWCString& name, const RWCString& path) override;
+  [[nodiscard]] String_Arr* SearchKeyOrValueName(const RWCString& name,
+                                                 const RWCString& path) override;
   int SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) override;
   Tree_NodePtr GetTreeNode(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeOnlyWithValuesLong(const RWCString& path) override;

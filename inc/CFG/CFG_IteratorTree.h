@@ -13,5 +13,5 @@ class HALVORIA_API CFG_IteratorTree : public CFG_IteratorBase_Typed<CFG_Iterator
   using CFG_IteratorBase_Typed::CFG_IteratorBase_Typed;
 
   // A new handle on the current key, owned by the caller; null when there is none.
-  virtual CFG_SubTree* value();
+  [[nodiscard]] virtual CFG_SubTree* value();
 };

@@ -43,20 +43,22 @@ class HALVORIA_API CFG_Repository : public CFG_RepositoryServicesImp {
 
   // --- CFG_Services ------------------------------------------------------------------------
 
-  CFG_SubTree* GetSubTree(RWCString name, const char** search_rule, int merge,
-                          int search_num) override;
-  CFG_SubTree* GetSubTree(RWCString name, const char** search_rule, int search_num) override;
-  CFG_SubTree* GetSubTree(RWCString& path, int index) override;
-  CFG_SubTree* GetSubTree(RWCString& path) override;
-  Tree_ValueAndPath* GetValue(RWCString name, const char** search_rule, int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString name, const char** search_rule, int merge,
+                                        int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString name, const char** search_rule,
+                                        int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString& path, int index) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString& path) override;
+  [[nodiscard]] Tree_ValueAndPath* GetValue(RWCString name, const char** search_rule,
+                                            int search_num) override;
   RWCString GetValue(RWCString& path, int index) override;
   RWCString GetValue(const RWCString& path) override;
   RWCString GetValueName(RWCString& path, int index) override;
   int GetValueNum(RWCString& path) override;
   int GetSubTreeNum(RWCString& path) override;
   int GetSubTreeEntriesCount(const RWCString& path) override;
-  Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) override;
-  String_Arr* GetSubTreePaths(const RWCString& path) override;
+  [[nodiscard]] Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) override;
+  [[nodiscard]] String_Arr* GetSubTreePaths(const RWCString& path) override;
   int SetValue(const RWCString& path, const RWCString& value) override;
   int AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) override;
   int DeleteSubTree(const RWCString& path) override;
@@ -67,14 +69,17 @@ class HALVORIA_API CFG_Repository : public CFG_RepositoryServicesImp {
 
   RWCString GetNodeName(RWCString ae) override;
   RWCString GetNodeNameByIp(RWCString ip) override;
-  String_Arr* FillPath(RWCString path) override;
+  [[nodiscard]] String_Arr* FillPath(RWCString path) override;
   RWCString FillPath(RWCString path, RWCString value_name, RWCString value_data) override;
-  CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) override;
-  CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path, const char** search_rule, int merge,
-                                        int search_num) override;
-  CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) override;  // long values included
-  CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path,
+                                                      const char** search_rule, int merge,
+                                                      int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValues(
+      const RWCString& path) override;  // long values included
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+      const RWCString& path) override;
   // Opens no connection yet: TRUE.
   int Connect() override;
   // Closes the connections that nobody uses; requests open them again.
@@ -84,16 +89,17 @@ class HALVORIA_API CFG_Repository : public CFG_RepositoryServicesImp {
   int StartTransaction() override;
   int IsInTransaction() override;
   int EndTransaction() override;
-  CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) override;
   RWCString GetDbServerDateTime() override;
   RWCString GetServerNodeName() override;  // asked for once in the process
   RWCString GetMinSeqNumberOfDeletedEntry() override;
   RWCString GetMaxSeqNumber(const RWCString& path) override;
   RWCString GetMaxSeqNumber() override;
-  CFG_SubTree* GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq_number) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeBySeqNumber(const RWCString& path,
+                                                   RWCString& seq_number) override;
   void SetWorkCompressed(bool compressed) override;
-  CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq_number,
-                                          bool) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path,
+                                                        RWCString& seq_number, bool) override;
   int Rollback() override;
   // A transaction with the store locked for this thread, and more time for it. 0 when the thread
   // is in a transaction already, which goes on as it was, or the service refuses; then there is
@@ -118,7 +124,8 @@ class HALVORIA_API CFG_Repository : public CFG_RepositoryServicesImp {
  protected:
   // A tree whose byte array would be large is written in parts, in one update.
   int WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) override;
-  String_Arr* SearchKeyOrValueName(const RWCString& name, const RWCString& path) override;
+  [[nodiscard]] String_Arr* SearchKeyOrValueName(const RWCString& name,
+                                                 const RWCString& path) override;
   int SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) override;
   // There is no tree to be read in place: null, all of them.
   Tree_NodePtr GetTreeNode(const RWCString& path) override;

@@ -35,11 +35,12 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
   virtual RWCString GetNodeName(RWCString name) = 0;
   virtual RWCString GetNodeNameByIp(RWCString ip) = 0;
   // All concrete paths that match a path with `%` components; null when there is none.
-  virtual String_Arr* FillPath(RWCString path) = 0;
+  [[nodiscard]] virtual String_Arr* FillPath(RWCString path) = 0;
   // The first concrete path whose value at `sub_path` is `value`; empty when there is none.
   virtual RWCString FillPath(RWCString path, RWCString sub_path, RWCString value) = 0;
-  virtual String_Arr* FillPathWithRuleList(RWCString path, Tree_PathAndValueArray* rules, int first,
-                                           int second) = 0;
+  [[nodiscard]] virtual String_Arr* FillPathWithRuleList(RWCString path,
+                                                         Tree_PathAndValueArray* rules, int first,
+                                                         int second) = 0;
 
   // --- the process ---------------------------------------------------------------------------
 
@@ -53,39 +54,42 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
 
   // --- special reads: wildcards, values only, long values --------------------------------------
 
-  virtual CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path,
-                                                        const char** search_rule, int merge,
-                                                        int search_num) = 0;
-  virtual CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path,
-                                                        const char** search_rule,
-                                                        int search_num) = 0;
-  virtual CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path) = 0;
-  // Only the keys that lead to values, long values included.
-  virtual CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path, const char** search_rule,
-                                                    int merge, int search_num) = 0;
-  virtual CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path, const char** search_rule,
-                                                    int search_num) = 0;
-  virtual CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) = 0;
-  // Only the keys that lead to values.
-  virtual CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path, const char** search_rule,
-                                                int merge, int search_num) = 0;
-  virtual CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path, const char** search_rule,
-                                                int search_num) = 0;
-  virtual CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) = 0;
-  // The candidates' direct children in one key; a child comes from the first one that has it.
-  virtual CFG_SubTree* GetSubTreeOnlyWithValuesMergeOneLevel(const RWCString& path,
-                                                             const char** search_rule,
-                                                             int search_num) = 0;
-  // With merge, this one form lets later candidates win, and answers with a handle on an
-  // empty key when there is no candidate.
-  virtual CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path,
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path,
                                                                       const char** search_rule,
                                                                       int merge,
                                                                       int search_num) = 0;
-  virtual CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path,
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path,
                                                                       const char** search_rule,
                                                                       int search_num) = 0;
-  virtual CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path) = 0;
+  // Only the keys that lead to values, long values included.
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path,
+                                                                  const char** search_rule,
+                                                                  int merge, int search_num) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path,
+                                                                  const char** search_rule,
+                                                                  int search_num) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path) = 0;
+  // Only the keys that lead to values.
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path,
+                                                              const char** search_rule, int merge,
+                                                              int search_num) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path,
+                                                              const char** search_rule,
+                                                              int search_num) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path) = 0;
+  // The candidates' direct children in one key; a child comes from the first one that has it.
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeOnlyWithValuesMergeOneLevel(const RWCString& path,
+                                                                           const char** search_rule,
+                                                                           int search_num) = 0;
+  // With merge, this one form lets later candidates win, and answers with a handle on an
+  // empty key when there is no candidate.
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+      const RWCString& path, const char** search_rule, int merge, int search_num) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+      const RWCString& path, const char** search_rule, int search_num) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+      const RWCString& path) = 0;
 
   // --- comparison, export and import ---------------------------------------------------------
 
@@ -96,7 +100,8 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
   virtual int ExportPath(const RWCString& path, const RWWString& file) = 0;
   // The records of a file of values, in order of path; null when it cannot be read. The caller
   // owns the vector and the records.
-  virtual Tmr_PtrSortedVector<Tree_NodeInfo>* ImportXMLValueListAsVector(const RWWString& file) = 0;
+  [[nodiscard]] virtual Tmr_PtrSortedVector<Tree_NodeInfo>* ImportXMLValueListAsVector(
+      const RWWString& file) = 0;
   // Writes the values of such a file in one update; without `override_values` only those that
   // are missing.
   virtual int ImportXMLValueList(const RWWString& file, int override_values) = 0;
@@ -104,9 +109,9 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
                                   const RWCString& root_path) = 0;
   virtual int ExportSubTreeToFile(CFG_SubTree* sub_tree, const RWWString& file) = 0;
   // The one subtree of a file or of a document in memory; null when any part of it is wrong.
-  virtual CFG_SubTree* ImportXmlFileAsCfgSubTree(const RWWString& file) = 0;
-  virtual CFG_SubTree* ImportXmlBufferAsCfgSubTree(const unsigned char* const buffer,
-                                                   unsigned int length) = 0;
+  [[nodiscard]] virtual CFG_SubTree* ImportXmlFileAsCfgSubTree(const RWWString& file) = 0;
+  [[nodiscard]] virtual CFG_SubTree* ImportXmlBufferAsCfgSubTree(const unsigned char* const buffer,
+                                                                 unsigned int length) = 0;
   // ImportXmlFileWithType with CFG_XML_IMPORT_OVERWRITE or CFG_XML_IMPORT_NO_OVERWRITE.
   virtual int ImportXmlFile(const RWWString& file, int override_values) = 0;
 
@@ -132,7 +137,7 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
 
   // --- long values -------------------------------------------------------------------------------
 
-  virtual CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeWithLongValues(const RWCString& path) = 0;
   virtual int AddOrReplaceSubTreeWithLongValues(CFG_SubTree* sub_tree, const RWCString& path,
                                                 int merge) = 0;
   virtual int AddMoreInfoToSubTreeWithLongValues(CFG_SubTree* sub_tree, const RWCString& path) = 0;
@@ -154,12 +159,13 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
   virtual RWCString GetMinSeqNumberOfDeletedEntry() = 0;
   virtual RWCString GetMaxSeqNumber(const RWCString& path) = 0;
   virtual RWCString GetMaxSeqNumber() = 0;
-  virtual CFG_SubTree* GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeBySeqNumber(const RWCString& path,
+                                                           RWCString& seq) = 0;
   virtual void SetWorkCompressed(bool compressed) = 0;
-  virtual CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq,
-                                                  bool flag) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path,
+                                                                RWCString& seq, bool flag) = 0;
   virtual int StartTreeQuery(RWCString& path, bool flag, const RWCString* seq, bool deleted) = 0;
-  virtual Tree_NodeInfo* GetNextFromQuery() = 0;
+  [[nodiscard]] virtual Tree_NodeInfo* GetNextFromQuery() = 0;
   virtual int CloseTreeQuery() = 0;
   virtual const RWCString& GetQueryRootPath() = 0;
 
@@ -196,7 +202,8 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
   virtual RWCString GetServerSyncID() = 0;
   // One subtree per branch of the file, in document order; null when any part of it is wrong.
   // The caller owns the vector and the subtrees.
-  virtual std::vector<CFG_SubTree*>* ImportXmlFileAsSubTreeVector(const RWWString& file) = 0;
+  [[nodiscard]] virtual std::vector<CFG_SubTree*>* ImportXmlFileAsSubTreeVector(
+      const RWWString& file) = 0;
   // Writes each subtree of the file at its own place, in one update. FALSE for an unknown type.
   virtual int ImportXmlFileWithType(const RWWString& file, CFG_XML_IMPORT_TYPE type) = 0;
   virtual int ExportSubTreeVectorToFile(std::vector<CFG_SubTree*>* sub_trees,
@@ -208,13 +215,14 @@ class HALVORIA_API CFG_RepositoryServices : public CFG_ServicesImp {
   // it. NULL, with the reason in the log, when any part of the array is wrong, and when nothing of
   // it is to be kept. An array that is cut between two records, or up to three bytes behind
   // one, is the array of the records before the cut.
-  static CFG_SubTree* CreateSubTreeFromByteArray(const char* byteArray, int length);
+  [[nodiscard]] static CFG_SubTree* CreateSubTreeFromByteArray(const char* byteArray, int length);
   // With a virtual path the array begins with the path of the key that the subtree hangs under.
   // A `sub_path`, which starts with the name of the top key, selects one subtree: only that and
   // the keys leading to it are kept or, with `skip_sub_path`, everything else.
-  static CFG_SubTree* CreateSubTreeFromByteArray(const char* byteArray, int length,
-                                                 bool with_virtual_path, RWCString sub_path,
-                                                 bool skip_sub_path);
+  [[nodiscard]] static CFG_SubTree* CreateSubTreeFromByteArray(const char* byteArray, int length,
+                                                               bool with_virtual_path,
+                                                               RWCString sub_path,
+                                                               bool skip_sub_path);
 
   // --- the same for literals and const paths ---------------------------------------------------
 

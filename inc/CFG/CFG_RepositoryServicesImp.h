@@ -42,47 +42,52 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
   // --- CFG_RepositoryServices --------------------------------------------------------------
 
   RWCString GetNodeName(RWCString ae) override;
-  String_Arr* FillPathWithRuleList(RWCString path, Tree_PathAndValueArray* rules, int first,
-                                   int second) override;
+  [[nodiscard]] String_Arr* FillPathWithRuleList(RWCString path, Tree_PathAndValueArray* rules,
+                                                 int first, int second) override;
   void CollapseTreePools() override;
   std::pair<RWCString, RWCString> GetCoreProperties() override;
   bool IsSubTreeInCache(RWCString& path) override;
   bool IsValueInCache(RWCString& path) override;
   void ClearCache() override;
 
-  CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path, const char** search_rule,
-                                                int merge, int search_num) override;
-  CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path, const char** search_rule,
-                                                int search_num) override;
-  CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path, const char** search_rule,
-                                            int merge, int search_num) override;
-  CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path, const char** search_rule,
-                                            int search_num) override;
-  CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path, const char** search_rule, int merge,
-                                        int search_num) override;
-  CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path, const char** search_rule,
-                                        int search_num) override;
-  CFG_SubTree* GetSubTreeOnlyWithValuesMergeOneLevel(const RWCString& path,
-                                                     const char** search_rule,
-                                                     int search_num) override;
-  CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path,
+  [[nodiscard]] CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path,
                                                               const char** search_rule, int merge,
                                                               int search_num) override;
-  CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path,
+  [[nodiscard]] CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path,
                                                               const char** search_rule,
                                                               int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path,
+                                                          const char** search_rule, int merge,
+                                                          int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path,
+                                                          const char** search_rule,
+                                                          int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path,
+                                                      const char** search_rule, int merge,
+                                                      int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path,
+                                                      const char** search_rule,
+                                                      int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesMergeOneLevel(const RWCString& path,
+                                                                   const char** search_rule,
+                                                                   int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+      const RWCString& path, const char** search_rule, int merge, int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+      const RWCString& path, const char** search_rule, int search_num) override;
 
   void CompareSubsAndChangeRepository(CFG_SubTree* current, CFG_SubTree* stored,
                                       RWCString path) override;
   int ExportPath(const RWCString& path, const RWWString& file) override;
-  Tmr_PtrSortedVector<Tree_NodeInfo>* ImportXMLValueListAsVector(const RWWString& file) override;
+  [[nodiscard]] Tmr_PtrSortedVector<Tree_NodeInfo>* ImportXMLValueListAsVector(
+      const RWWString& file) override;
   int ImportXMLValueList(const RWWString& file, int override_values) override;
   int ExportSubTreeToFile(CFG_SubTree* sub_tree, const RWWString& file,
                           const RWCString& root_path) override;
   int ExportSubTreeToFile(CFG_SubTree* sub_tree, const RWWString& file) override;
-  CFG_SubTree* ImportXmlFileAsCfgSubTree(const RWWString& file) override;
-  CFG_SubTree* ImportXmlBufferAsCfgSubTree(const unsigned char* const buffer,
-                                           unsigned int length) override;
+  [[nodiscard]] CFG_SubTree* ImportXmlFileAsCfgSubTree(const RWWString& file) override;
+  [[nodiscard]] CFG_SubTree* ImportXmlBufferAsCfgSubTree(const unsigned char* const buffer,
+                                                         unsigned int length) override;
   int ImportXmlFile(const RWWString& file, int override_values) override;
 
   int DisConnect() override;
@@ -114,12 +119,12 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
   RWCString GetMinSeqNumberOfDeletedEntry() override;
   RWCString GetMaxSeqNumber(const RWCString& path) override;
   RWCString GetMaxSeqNumber() override;
-  CFG_SubTree* GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq) override;
   void SetWorkCompressed(bool compressed) override;
-  CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq,
-                                          bool flag) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq,
+                                                        bool flag) override;
   int StartTreeQuery(RWCString& path, bool flag, const RWCString* seq, bool deleted) override;
-  Tree_NodeInfo* GetNextFromQuery() override;
+  [[nodiscard]] Tree_NodeInfo* GetNextFromQuery() override;
   int CloseTreeQuery() override;
   const RWCString& GetQueryRootPath() override;
 
@@ -139,7 +144,8 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
   RWCString GetServerGUID() override;
   RWCString GetPathBeforeFirstPrecent(RWCString& path) override;
 
-  std::vector<CFG_SubTree*>* ImportXmlFileAsSubTreeVector(const RWWString& file) override;
+  [[nodiscard]] std::vector<CFG_SubTree*>* ImportXmlFileAsSubTreeVector(
+      const RWWString& file) override;
   int ImportXmlFileWithType(const RWWString& file, CFG_XML_IMPORT_TYPE type) override;
   int ExportSubTreeVectorToFile(std::vector<CFG_SubTree*>* sub_trees,
                                 const RWWString& file) override;
@@ -166,8 +172,8 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
 
   // A detached subtree of the given (full path, text) pairs, which all lie under `path`. The
   // caller owns it.
-  static CFG_SubTree* CreateSubTree(const RWCString& path,
-                                    const std::list<std::pair<RWCString, RWCString>>& values);
+  [[nodiscard]] static CFG_SubTree* CreateSubTree(
+      const RWCString& path, const std::list<std::pair<RWCString, RWCString>>& values);
   // Puts one record into the tree at `root`: a value when it has a text, else a key.
   static bool AddNodeToTree(Tree_NodePtr& root, Tree_NodeInfo* record, CFG_BuildTreeState& state);
 

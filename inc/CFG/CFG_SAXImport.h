@@ -67,7 +67,7 @@ class HALVORIA_API CFG_SAXImport {
   RWCString GetRootPath();
   int GetNumOfVectors();
   // The caller now owns list `i` and its records; the branch is empty then.
-  NodesVec* TakeOwnershipOfVecIndex(int i);
+  [[nodiscard]] NodesVec* TakeOwnershipOfVecIndex(int i);
   // Frees the lists that were not taken when this object goes; otherwise they belong to the
   // caller from the start.
   void SetClearVectorAtDtor(bool clear);

@@ -40,19 +40,21 @@ class HALVORIA_API CFG_Services {
   // when `name` is empty, `name` alone when the prefix is empty). The first candidate that
   // exists is the answer; with `merge` the union of all of them, earlier ones winning.
   // Null when there is none.
-  virtual CFG_SubTree* GetSubTree(RWCString name, const char** search_rule, int merge,
-                                  int search_num) = 0;
-  virtual CFG_SubTree* GetSubTree(RWCString name, const char** search_rule, int search_num) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTree(RWCString name, const char** search_rule, int merge,
+                                                int search_num) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTree(RWCString name, const char** search_rule,
+                                                int search_num) = 0;
   // The key at 0-based position `index` among the keys directly under `path`, null beyond.
-  virtual CFG_SubTree* GetSubTree(RWCString& path, int index) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTree(RWCString& path, int index) = 0;
   // The key at `path`; null when nothing is there or a value is.
-  virtual CFG_SubTree* GetSubTree(RWCString& path) = 0;
+  [[nodiscard]] virtual CFG_SubTree* GetSubTree(RWCString& path) = 0;
 
   // --- values ----------------------------------------------------------------------------
 
   // The first candidate of the search rule that holds a text: a record of that text and of
   // the rule entry that matched. Null when there is none.
-  virtual Tree_ValueAndPath* GetValue(RWCString name, const char** search_rule, int search_num) = 0;
+  [[nodiscard]] virtual Tree_ValueAndPath* GetValue(RWCString name, const char** search_rule,
+                                                    int search_num) = 0;
   // The text at `path`, or `default_value` when there is none.
   virtual RWCString GetValue(RWCString path, RWCString default_value) = 0;
   // The text of the value at 0-based position `index` among the values directly under `path`.
@@ -70,9 +72,9 @@ class HALVORIA_API CFG_Services {
   // All keys and values anywhere below `path`, the key at `path` itself not counted.
   virtual int GetSubTreeEntriesCount(const RWCString& path) = 0;
   // One record per value directly under `path`: its text and its name.
-  virtual Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) = 0;
+  [[nodiscard]] virtual Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) = 0;
   // The names of the keys directly under `path`.
-  virtual String_Arr* GetSubTreePaths(const RWCString& path) = 0;
+  [[nodiscard]] virtual String_Arr* GetSubTreePaths(const RWCString& path) = 0;
 
   // --- writes ----------------------------------------------------------------------------
 
@@ -107,16 +109,16 @@ class HALVORIA_API CFG_Services {
 
   // The text read as a decimal number, null when it is missing or not a number; with a
   // default the answer is never null.
-  virtual int* GetIntegerValue(RWCString path, int default_value) = 0;
-  virtual int* GetIntegerValue(RWCString path) = 0;
+  [[nodiscard]] virtual int* GetIntegerValue(RWCString path, int default_value) = 0;
+  [[nodiscard]] virtual int* GetIntegerValue(RWCString path) = 0;
   // 1 for "true" in any case, 0 for any other text, null when it is missing.
-  virtual int* GetBooleanValue(RWCString path) = 0;
+  [[nodiscard]] virtual int* GetBooleanValue(RWCString path) = 0;
 
   // --- search and rename ---------------------------------------------------------------------
 
   // The paths of all keys and values named `name` below the key at `path`; null when the
   // arguments are refused.
-  virtual String_Arr* Search(RWCString name, RWCString path) = 0;
+  [[nodiscard]] virtual String_Arr* Search(RWCString name, RWCString path) = 0;
   // Renames the key at `path` in place. FALSE, and nothing changed, for a name that is empty, holds
   // a backslash or is a sibling's, and where the store could not keep a path that becomes longer;
   // the root of a repository keeps its name.
@@ -139,8 +141,8 @@ class HALVORIA_API CFG_Services {
  public:
   // Numbers in any locale's notation. Without a default a missing value reads as 0.0; the
   // answer is never null. Numbers are stored with three decimals.
-  virtual double* GetDoubleValue(RWCString path, double default_value) = 0;
-  virtual double* GetDoubleValue(RWCString path) = 0;
+  [[nodiscard]] virtual double* GetDoubleValue(RWCString path, double default_value) = 0;
+  [[nodiscard]] virtual double* GetDoubleValue(RWCString path) = 0;
   virtual int SetDoubleValue(RWCString path, double value) = 0;
   // Brings the given paths of a repository that is synchronized in the background up to date.
   virtual int SynchronizeSubTree(String_Arr* paths, const RWCString& path) = 0;
@@ -168,7 +170,8 @@ class HALVORIA_API CFG_Services {
  protected:
   // --- what the public operations are built on; paths have been substituted ------------------
 
-  virtual String_Arr* SearchKeyOrValueName(const RWCString& name, const RWCString& path) = 0;
+  [[nodiscard]] virtual String_Arr* SearchKeyOrValueName(const RWCString& name,
+                                                         const RWCString& path) = 0;
   virtual int SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) = 0;
   // The node at `path`, null when nothing is there. This one substitutes the path itself.
   virtual Tree_NodePtr GetTreeNode(const RWCString& path) = 0;
@@ -178,10 +181,14 @@ class HALVORIA_API CFG_Services {
  public:
   // --- the same for literals and const paths -------------------------------------------------
 
-  CFG_SubTree* GetSubTree(RWCString&& path) { return GetSubTree(path); }
-  CFG_SubTree* GetSubTree(const RWCString& path) { return GetSubTree(RWCString(path)); }
-  CFG_SubTree* GetSubTree(RWCString&& path, int index) { return GetSubTree(path, index); }
-  CFG_SubTree* GetSubTree(const RWCString& path, int index) {
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString&& path) { return GetSubTree(path); }
+  [[nodiscard]] CFG_SubTree* GetSubTree(const RWCString& path) {
+    return GetSubTree(RWCString(path));
+  }
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString&& path, int index) {
+    return GetSubTree(path, index);
+  }
+  [[nodiscard]] CFG_SubTree* GetSubTree(const RWCString& path, int index) {
     return GetSubTree(RWCString(path), index);
   }
   RWCString GetValue(RWCString&& path, int index) { return GetValue(path, index); }

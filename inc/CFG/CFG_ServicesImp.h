@@ -20,10 +20,12 @@ class HALVORIA_API CFG_ServicesImp : public CFG_Services {
 
   // --- CFG_Services ------------------------------------------------------------------------
 
-  CFG_SubTree* GetSubTree(RWCString name, const char** search_rule, int merge,
-                          int search_num) override;
-  CFG_SubTree* GetSubTree(RWCString name, const char** search_rule, int search_num) override;
-  Tree_ValueAndPath* GetValue(RWCString name, const char** search_rule, int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString name, const char** search_rule, int merge,
+                                        int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString name, const char** search_rule,
+                                        int search_num) override;
+  [[nodiscard]] Tree_ValueAndPath* GetValue(RWCString name, const char** search_rule,
+                                            int search_num) override;
   RWCString GetValue(RWCString path, RWCString default_value) override;
   int AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path, int merge) override;
   int SetSubTree(CFG_SubTree* sub_tree, const RWCString& path, int merge) override;
@@ -31,17 +33,17 @@ class HALVORIA_API CFG_ServicesImp : public CFG_Services {
   int SetProperty(RWCString property_name, RWCString property_value) override;
   RWCString GetProperty(RWCString property_name) override;
   RWCString change_string_with_properties(const RWCString& text) override;
-  int* GetIntegerValue(RWCString path, int default_value) override;
-  int* GetIntegerValue(RWCString path) override;
-  int* GetBooleanValue(RWCString path) override;
-  String_Arr* Search(RWCString name, RWCString path) override;
+  [[nodiscard]] int* GetIntegerValue(RWCString path, int default_value) override;
+  [[nodiscard]] int* GetIntegerValue(RWCString path) override;
+  [[nodiscard]] int* GetBooleanValue(RWCString path) override;
+  [[nodiscard]] String_Arr* Search(RWCString name, RWCString path) override;
   int SetKeyName(RWCString path, RWCString key_name) override;
   int SetIntegerValue(RWCString path, int value) override;
   int AddMoreInfoToSubTree(CFG_SubTree* sub_tree, const RWCString& path) override;
   int IsMappingExist() override;
   int IsItServer() override;
-  double* GetDoubleValue(RWCString path, double default_value) override;
-  double* GetDoubleValue(RWCString path) override;
+  [[nodiscard]] double* GetDoubleValue(RWCString path, double default_value) override;
+  [[nodiscard]] double* GetDoubleValue(RWCString path) override;
   int SetDoubleValue(RWCString path, double value) override;
   int SynchronizeSubTree(String_Arr* paths, const RWCString& path) override;
   bool ReadBlobToUTF8String(const char* path, RWCString& out, RWCString* encoding) override;

@@ -35,16 +35,16 @@ class HALVORIA_API CFG_SubTree : public CFG_MemoryServices {
 
   // --- CFG_Services ------------------------------------------------------------------------
 
-  CFG_SubTree* GetSubTree(RWCString& path, int index) override;
-  CFG_SubTree* GetSubTree(RWCString& path) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString& path, int index) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString& path) override;
   RWCString GetValue(RWCString& path, int index) override;
   RWCString GetValue(const RWCString& path) override;
   RWCString GetValueName(RWCString& path, int index) override;
   int GetValueNum(RWCString& path) override;
   int GetSubTreeNum(RWCString& path) override;
   int GetSubTreeEntriesCount(const RWCString& path) override;
-  Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) override;
-  String_Arr* GetSubTreePaths(const RWCString& path) override;
+  [[nodiscard]] Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) override;
+  [[nodiscard]] String_Arr* GetSubTreePaths(const RWCString& path) override;
   int SetValue(const RWCString& value_path, const RWCString& value_data) override;
   // With an empty path and a subtree whose root is named like this one's, the whole content
   // is replaced: this handle then stands on a new root.
@@ -75,7 +75,7 @@ class HALVORIA_API CFG_SubTree : public CFG_MemoryServices {
 
   // The subtree as a byte array without virtual path, which the caller frees with delete[]. NULL,
   // with the reason in the log, when the handle has no data or no array can hold its tree.
-  static char* SerializeSubTree(CFG_SubTree* sub, int& buffer_length);
+  [[nodiscard]] static char* SerializeSubTree(CFG_SubTree* sub, int& buffer_length);
 
   // Moves the nodes of `other` over this tree, key by key: its values replace those of the
   // same name, and a key replaces a value and the other way round. Nothing is merged below
@@ -86,7 +86,8 @@ class HALVORIA_API CFG_SubTree : public CFG_MemoryServices {
 
  protected:
   int WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) override;
-  String_Arr* SearchKeyOrValueName(const RWCString& name, const RWCString& path) override;
+  [[nodiscard]] String_Arr* SearchKeyOrValueName(const RWCString& name,
+                                                 const RWCString& path) override;
   int SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) override;
   Tree_NodePtr GetTreeNode(const RWCString& path) override;
 

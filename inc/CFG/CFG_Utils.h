@@ -28,9 +28,9 @@ class HALVORIA_API CFG_Utils {
   // "disk12x" gives "disk" and 12; a name without a digit gives the empty string and -1.
   static RWCString ExtractOrdinal(RWCString name, long* ordinal);
   // A subtree with nodes of its own, owned by the caller.
-  static CFG_SubTree* MakeACopy(CFG_SubTree*& source);
+  [[nodiscard]] static CFG_SubTree* MakeACopy(CFG_SubTree*& source);
   // A new subtree, owned by the caller: the second tree laid over the first. Either may be null.
-  static CFG_SubTree* MergeTrees(CFG_SubTree*& first, CFG_SubTree*& second);
+  [[nodiscard]] static CFG_SubTree* MergeTrees(CFG_SubTree*& first, CFG_SubTree*& second);
 
  private:
   static void add_subtree_by_name(CFG_SubTree*& root, CFG_SubTree*& sub, RWCString name);

@@ -94,7 +94,7 @@ class HALVORIA_API CFGDB_Conn {
   bool GetSubTreePathes(const RWCString& path, std::vector<RWCString>& names);
   // Records (path: the name) of the values directly under the key; null when there is no such
   // key. The caller owns it.
-  Tmr_PtrSortedVector<Tree_NodeInfo>* GetSubTreeValues(const RWCString& path);
+  [[nodiscard]] Tmr_PtrSortedVector<Tree_NodeInfo>* GetSubTreeValues(const RWCString& path);
   // All paths of keys and values that match a wildcard path, in order.
   std::vector<RWCString> FillPath(const RWCString& path);
   // The first key that matches the wildcard path and whose value at `name` is `value`; `name`
@@ -122,7 +122,7 @@ class HALVORIA_API CFGDB_Conn {
                      const RWCString* sequence, bool deleted, bool all_deleted);
   // The next record; null at the end and on an error. The path is relative to the top of the
   // tree, a parent comes before its children, an empty value is a key. The caller owns it.
-  Tree_NodeInfo* GetNextFromQuery();
+  [[nodiscard]] Tree_NodeInfo* GetNextFromQuery();
   // The same without a copy: views that hold until the next call.
   bool next_record(std::string_view& path, std::string_view& value);
   // Gives the records from the next one on to `take` until that answers false. False at the end.

@@ -147,12 +147,14 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   int GetSubTreeEntriesCount(const RWCString& path, const Tree_NodePtr& self) const;
   // Names of the keys, records of the values (path: the name), directly under the key at
   // the path; NULL when there is no such key. The caller deletes the result.
-  String_Arr* GetSubTreePaths(const RWCString& path, const Tree_NodePtr& self) const;
-  Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path, const Tree_NodePtr& self) const;
+  [[nodiscard]] String_Arr* GetSubTreePaths(const RWCString& path, const Tree_NodePtr& self) const;
+  [[nodiscard]] Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path,
+                                                         const Tree_NodePtr& self) const;
   // Paths of all keys and values below this node that have the name, in tree order:
   // relative to this node when `relative` is not 0, else full paths. Never NULL; the caller
   // deletes the result.
-  String_Arr* Search(const RWCString& name, const Tree_NodePtr& self, int relative) const;
+  [[nodiscard]] String_Arr* Search(const RWCString& name, const Tree_NodePtr& self,
+                                   int relative) const;
 
   // Whole trees
   // A deep copy, a tree of its own. Its virtual parent path is the path of this node's
@@ -193,10 +195,12 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // under. NULL, with the reason in the log, for a value, and for a tree that no array can hold:
   // an empty name or one of more than 3000 bytes, a value without text, NUL bytes at an end of
   // a name or a text, more than INT_MAX bytes in all.
-  static char* GetSerializedTreeNode(const Tree_NodePtr& node, int& length, bool with_virtual_path);
+  [[nodiscard]] static char* GetSerializedTreeNode(const Tree_NodePtr& node, int& length,
+                                                   bool with_virtual_path);
   // The same without the node at a path, and what is below it. An empty path leaves out nothing.
-  static char* GetSerializedTreeNodeSkipPath(const Tree_NodePtr& node, int& length,
-                                             bool with_virtual_path, const RWCString& skip_path);
+  [[nodiscard]] static char* GetSerializedTreeNodeSkipPath(const Tree_NodePtr& node, int& length,
+                                                           bool with_virtual_path,
+                                                           const RWCString& skip_path);
 
   // Has room for that many nodes at hand.
   static void InitNodesPool(int count);

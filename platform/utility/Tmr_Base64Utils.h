@@ -13,5 +13,6 @@ class HALVORIA_API Tmr_Base64Utils {
   // A new array owned by the caller (delete[]): `*length` bytes and a NUL that is not
   // counted. NULL, and `*length` 0, for a text that is not base64 to its last
   // character; with `skip_line_breaks` carriage returns and line feeds may stand anywhere.
-  static char* Decode(const RWCString& text, int* length, bool skip_line_breaks = true);
+  [[nodiscard]] static char* Decode(const RWCString& text, int* length,
+                                    bool skip_line_breaks = true);
 };

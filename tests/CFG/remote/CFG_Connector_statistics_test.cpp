@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 
 #include <CFG/CFG_Connector.h>
 #include <CFG/CFG_Repository.h>
@@ -31,6 +32,7 @@ TEST(Statistics, CountRequestsByCommandAndArguments) {
   RWCString seq = "7", tree_path = "t";
   long length = 0;
   char *value = nullptr, *path = nullptr;
+  using Bytes = std::unique_ptr<char[]>;
   Tree_NodePtr tree(new Tree_Node("k"));
   const struct {
     std::function<void()> call;
@@ -38,12 +40,12 @@ TEST(Statistics, CountRequestsByCommandAndArguments) {
   } cases[] = {
       {[&] { connector.GetValue("a,b"); }, "CFG_GET_VAL params-a;b"},
       {[&] { connector.WriteSubTree(tree, "p"); }, "CFG_WRITE_SUB params-p"},
-      {[&] { connector.GetSubTree("p", 3, length); }, "CFG_GET_SUB_INX params-p;3"},
-      {[&] { connector.GetSubTree("n", rules, 2, 1, length); },
+      {[&] { Bytes(connector.GetSubTree("p", 3, length)); }, "CFG_GET_SUB_INX params-p;3"},
+      {[&] { Bytes(connector.GetSubTree("n", rules, 2, 1, length)); },
        "CFG_GET_SUB_MERGE params-n;r;1;r2;"},
-      {[&] { connector.GetSubTreeOnlyWithValues("n", rules, 2, 1, length); },
+      {[&] { Bytes(connector.GetSubTreeOnlyWithValues("n", rules, 2, 1, length)); },
        "CFG_GET_SUB_TREE_ONLY_WITH_VALUES params-n;merge true;r;1;r2;"},
-      {[&] { connector.GetSubTreeOnlyWithValues("n", rules, 1, 0, length); },
+      {[&] { Bytes(connector.GetSubTreeOnlyWithValues("n", rules, 1, 0, length)); },
        "CFG_GET_SUB_TREE_ONLY_WITH_VALUES params-n;merge false;r;1;"},
       {[&] { connector.GetSubTreeBySeqNumber("p", seq, tree_path, true); },
        "CFG_GET_SUB_SEQ params-p;7;t"},
