@@ -11,12 +11,18 @@
 class Tmr_INI;
 struct CFG_ConnectionParameters;
 
-// Which cache the factory puts before the repositories that it builds from now on.
+// Which cache stands before the repositories that the factory builds from now on. There is none
+// yet: with another mode than DIRECT a line in the log says so, and the repository works alone.
 enum CFG_MODE { CFG_MODE_DIRECT = 0, CFG_MODE_INPROCESS_CACHE = 1, CFG_MODE_DATAGRID_CACHE = 2 };
 
 // Reads the connection parameters, builds the repository of the configured type, connects
 // it, and hands the same object to every later caller until it is disconnected or shut
-// down. The factory owns it: callers never delete it. The types are "file" and "memory".
+// down; parameters are not looked at again before that. The types are "file", "db" and
+// "remote", and "memory" over a subtree. The environment's KESTRAL_G_Connection_Type,
+// KESTRAL_G_Server_Name and KESTRAL_G_Server_Port win over what the parameters say.
+//
+// Ownership: the repository is the factory's. Callers never delete it, nor use it after a call
+// that disconnects or replaces it, or while the process ends.
 //
 // Threads: initialisation and disconnection run under one mutex, so that the repository is
 // built once however many threads ask. The form for a subtree and SetCFGMode take no lock;
@@ -27,15 +33,17 @@ class HALVORIA_API CFG_Factory {
  public:
   CFG_Factory() = delete;
 
-  // From the process-wide parameters file.
+  // From the parameters file of the process: the one that HALVORIA_CFG_FILE names, else
+  // CfgConnectionParams.txt.
   static CFG_RepositoryServices* GetRepositoryServices();
-  // The same with the type forced to `cfg_type` when `force` is set; the type stays in force
-  // for later initialisations.
+  // The same with the type forced to `cfg_type` when `force` is set. What is said here, also
+  // that nothing is forced, stays in force for later initialisations of any form but the last.
   static CFG_RepositoryServices* GetRepositoryServices(const char* cfg_type, bool force);
-  // From the named parameters file.
+  // From the named parameters file; the narrow name is UTF-8.
   static CFG_RepositoryServices* GetRepositoryServices(const char* file_name);
   static CFG_RepositoryServices* GetRepositoryServices(const wchar_t* file_name);
-  // A repository over `sub_tree`, which stays the caller's; replaces the current repository.
+  // A repository over `sub_tree`, which stays the caller's and must outlive it. Deletes the current
+  // repository, if there is one, and works after ShutdownRepositoryServices, too.
   static CFG_RepositoryServices* GetRepositoryServices(CFG_SubTree* sub_tree);
 
   // Deletes the repository; false when there is none. A later GetRepositoryServices builds
