@@ -28,7 +28,7 @@
 
 namespace {
 
-constexpr Log_Logger logger("platform/tree/Tree_Node_Bytes", 502);
+constexpr Log_Logger logger("platform/tree/Tree_Node", 502);
 
 constexpr uint64_t kIntegers = 4 * sizeof(int32_t);  // of a key's record
 

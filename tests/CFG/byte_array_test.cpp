@@ -125,6 +125,14 @@ TEST(ByteArray, CallersMistakesAreAnsweredWithNull) {
                                " : sub parameter is null, return NULL\n" + g +
                                " : node is null, return NULL\n" + s +
                                " : Fail to write subtree, return NULL\n");
+  // Each line names the class that says it.
+  std::vector<std::string> sources;
+  for (const Log_Capture::Line& line : capture.lines()) {
+    if (line.level < LOG_LEVEL_TRACE) sources.push_back(line.file);
+  }
+  EXPECT_EQ(sources, (std::vector<std::string>{
+                         "src/CFG/CFG_RepositoryServicesImp", "src/CFG/CFG_RepositoryServicesImp",
+                         "src/CFG/CFG_SubTree", "platform/tree/Tree_Node", "src/CFG/CFG_SubTree"}));
 }
 
 TEST(ByteArray, RecordsFindTheirPlaceOrThereIsNoTree) {

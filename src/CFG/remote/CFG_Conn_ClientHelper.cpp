@@ -13,7 +13,7 @@ using namespace cfg::protocol;
 
 namespace {
 
-constexpr Log_Logger logger("src/CFG/CFG_Connector", CFG_SERVICE_ID / 10000);
+constexpr Log_Logger logger("src/CFG/CFG_Conn_ClientHelper", CFG_SERVICE_ID / 10000);
 constexpr char no_response[] = "Failed to get response from server.\n";
 
 constexpr int kCounters = 3;         // the type of performance monitoring that counts requests

@@ -14,7 +14,7 @@
 namespace cfg {
 namespace {
 
-constexpr Log_Logger logger("src/CFG/xml/xml_writer", 502);
+constexpr Log_Logger logger("src/CFG/CFG_RepositoryServicesImp", 502);
 
 constexpr size_t drain_size = 256 * 1024;  // what the output gets at once, or a little more
 constexpr size_t slack = 64 * 1024;        // room behind it, more than any one put takes

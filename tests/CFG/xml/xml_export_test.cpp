@@ -90,6 +90,10 @@ TEST_F(XmlExport, TextsOfAllLengthsSurvive) {
   }
   exported(tree);
   EXPECT_TRUE(capture.has("Bigoffset 60000"));
+  for (const Log_Capture::Line& line : capture.lines()) {
+    const bool is_trace = line.level >= LOG_LEVEL_TRACE;
+    EXPECT_TRUE(is_trace || line.file == "src/CFG/CFG_RepositoryServicesImp") << line.text;
+  }
   const SubTreePtr read = imported();
   EXPECT_EQ(tree.GetSubTreeEntriesCount(""), 446);
   // Siblings come back in order of their names.
