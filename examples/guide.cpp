@@ -10,12 +10,19 @@
 #include <memory>
 #include <string>
 
+static void say_who_we_are(CFG_RepositoryServices* cfg) {
+  cfg->SetProperty("CurrUser", "osei");
+  cfg->SetProperty("CurrApp", "viewer");
+}
+
 static void read(CFG_RepositoryServices* cfg) {
   const RWCString host =
       cfg->GetValue("halvoria\\system\\nodes\\pacs01\\properties\\inet_address", "127.0.0.1");
-  const std::unique_ptr<int> port(
-      cfg->GetIntegerValue("halvoria\\system\\nodes\\pacs01\\servers\\server1\\dicom\\port", 104));
-  std::printf("archive at %s, port %d\n", host.data(), *port);
+  const int port = cfg->GetIntegerValueWrapper(
+      "halvoria\\system\\nodes\\pacs01\\servers\\server1\\dicom\\port", 104);
+  const bool verifies =
+      cfg->GetBooleanValueWrapper("halvoria\\system\\applications\\archive\\store\\verify", false);
+  std::printf("archive at %s, port %d, %s\n", host.data(), port, verifies ? "verifies" : "trusts");
 
   std::unique_ptr<CFG_SubTree> nodes(cfg->GetSubTree("halvoria\\system\\nodes"));
   for (int i = 0; nodes && i < nodes->GetSubTreeNum(""); ++i) {
@@ -73,6 +80,7 @@ int main(int argc, char** argv) {
   if (!cfg || !cfg->ImportXmlFileWithType(RWWString::fromUTF8(argv[1]),
                                           CFG_RepositoryServices::CFG_XML_IMPORT_REPLACE))
     return 1;
+  say_who_we_are(cfg);
   read(cfg);
   substitute(cfg);
   search(cfg);
