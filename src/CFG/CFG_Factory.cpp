@@ -1,3 +1,18 @@
+// How a process gets its repository. Under the factory's mutex, unless there is one already:
+//
+//   parameters   the file, then the environment, then the type that the caller forces
+//   check        the type is known, and what it needs is there
+//   build        the repository of that type becomes `cfg`
+//   properties   what it and the services read later: where the service is, which node this is
+//   connect      the repository's Connect
+//   announce     the platform's requests for values are answered from `cfg`
+//   identity     this node's name by its address, and the address family that it listens on; read
+//                from the tree in one transaction
+//
+// The order is part of it. Properties belong to the process and are read by Connect; the hook asks
+// `cfg` without a lock, so it is registered behind Connect, and taken away before `cfg` goes. A
+// step that fails drops `cfg`, and the next call begins with the parameters again. A repository
+// over a subtree takes the same way from "build" on, with no parameters and no mutex.
 #include <CFG/CFG_Factory.h>
 
 #include <CFG/CFG_ConnectionParameters.h>

@@ -1,4 +1,22 @@
-// Connectors, transactions and updates.
+// A request on its way to the service, and whose connection it takes. This source holds what
+// concerns connections: connectors, transactions and updates.
+//
+//   CFG_Repository    replaces placeholders in the path, refuses what can be refused here; the
+//                     operations themselves stand in ..._Reads and ..._Writes
+//   connector_lease   GetConnector and FreeConnector around one request
+//   connector_pool    the connector that is bound to the thread, else a free one, else none: then
+//                     MakeNewConnector makes one, from the properties of the process
+//   CFG_Connector     the fields that the command's row in CFG_Protocol names, and its answer
+//   Conn_...          connects where there is no connection, sends a frame, waits for one
+//
+// Between the two ends of its lease a connector belongs to one thread, so nothing is locked
+// during a request. StartTransaction binds it to the thread until EndTransaction: all requests of
+// the thread then reach one session of the service, which is what makes its changes its own.
+// An update is a transaction with more time for it and the store locked; when one of its steps
+// fails, the connection is closed, and with its session goes what was pending.
+//
+// A connection that breaks is opened anew by the next request, but not within a transaction: its
+// session is gone, and the rest of the transaction fails.
 #include <CFG/CFG_Repository.h>
 
 #include <cstdlib>
