@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
@@ -246,8 +247,12 @@ int CFG_ServicesImp::SetProperty(RWCString property_name, RWCString property_val
   if (property_value.isNull()) {
     return logger.reject(FALSE, "%s : property_value is empty string,return FALSE\n", op);
   }
-  const std::string_view before =
-      cfg::PropertiesWrapper::of_process().set(property_name, property_value);
+  std::string_view before;
+  try {
+    before = cfg::PropertiesWrapper::of_process().set(property_name, property_value);
+  } catch (const std::bad_alloc&) {
+    return logger.reject(FALSE, "Could Not Set Property !!  \n");
+  }
   if (!before.empty()) logger.trace("property exist with the another value %s\n", before);
   return TRUE;
 }

@@ -1,5 +1,7 @@
 #include <CFG/detail/properties.h>
 
+#include <memory>
+
 #include <ace/Guard_T.h>
 
 namespace cfg {
@@ -39,9 +41,9 @@ std::string_view PropertiesWrapper::set(std::string_view name, std::string_view 
 const std::string* PropertiesWrapper::kept_text(std::string_view text) {
   const auto known = m_texts.find(text);
   if (known != m_texts.end()) return known->second;
-  const auto* fresh = new std::string(text);
-  m_texts.emplace(*fresh, fresh);
-  return fresh;
+  auto fresh = std::make_unique<const std::string>(text);
+  m_texts.emplace(*fresh, fresh.get());
+  return fresh.release();
 }
 
 }  // namespace cfg
