@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include <CFG/CFG_SubTree.h>
+#include <tree/Tree_Node.h>
 #include <common/clock.h>
 #include <common/our_stores.h>
 #include <common/suite.h>
