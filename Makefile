@@ -3,29 +3,36 @@
 PRESET ?= release
 PREFIX ?= /usr/local
 BUILD := build/$(PRESET)
+CONFIGURE = mkdir -p build && { cmake --preset $(PRESET) $(1) >$(BUILD).configure.log 2>&1 || { cat $(BUILD).configure.log; exit 1; }; }
 
-.PHONY: run test build bench lint fuzz deps install clean
+.PHONY: run build all test bench lint fuzz deps install clean
 
-# Builds the command and shows it at work on the example installation.
+# Builds the programs and shows them at work on the example installation.
 run: build
 	@examples/run.sh $(BUILD)
 
-build: deps
-	@cmake --preset $(PRESET) $(CMAKE_ARGS) >$(BUILD).configure.log 2>&1 || { cat $(BUILD).configure.log; exit 1; }
+# The library and the programs, without the tests and what those need.
+build:
+	@tools/install-packages build
+	@$(call CONFIGURE,$$([ -e $(BUILD)/CMakeCache.txt ] || echo -DHALVORIA_TESTS=OFF))
+	@cmake --build --preset $(PRESET) --target programs
+
+all: deps
+	@$(call CONFIGURE,-DHALVORIA_TESTS=ON $(CMAKE_ARGS))
 	@cmake --build --preset $(PRESET)
 
-test: build
+test: all
 	@ctest --preset $(PRESET)
 
 bench:
 	@tools/install-packages build test bench
-	@$(MAKE) --no-print-directory build CMAKE_ARGS=-DHALVORIA_BENCH=ON
+	@$(MAKE) --no-print-directory all CMAKE_ARGS=-DHALVORIA_BENCH=ON
 	@bench/run.sh $(BUILD)
 
 # Formatting, layering, public headers on their own, static analysis.
 lint:
 	@tools/install-packages build test lint
-	@$(MAKE) --no-print-directory build
+	@$(call CONFIGURE,-DHALVORIA_TESTS=ON)
 	@tools/lint $(BUILD)
 
 # Runs each fuzz target for FUZZ_SECONDS; new inputs go to build/fuzz/corpus.
@@ -35,7 +42,6 @@ fuzz:
 	@tools/run-fuzzers $(FUZZ_SECONDS)
 
 deps:
-	@mkdir -p build
 	@tools/install-packages build test
 
 install: build

@@ -20,14 +20,14 @@ endforeach()
 
 install(EXPORT HalvoriaCFG NAMESPACE HalvoriaCFG:: DESTINATION ${HALVORIA_PACKAGE_DIR}
   FILE HalvoriaCFGTargets.cmake)
-file(WRITE ${CMAKE_BINARY_DIR}/HalvoriaCFGConfig.cmake
+file(WRITE ${PROJECT_BINARY_DIR}/HalvoriaCFGConfig.cmake
   "include(\${CMAKE_CURRENT_LIST_DIR}/HalvoriaCFGTargets.cmake)\n")
-write_basic_package_version_file(${CMAKE_BINARY_DIR}/HalvoriaCFGConfigVersion.cmake
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/HalvoriaCFGConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
-install(FILES ${CMAKE_BINARY_DIR}/HalvoriaCFGConfig.cmake ${CMAKE_BINARY_DIR}/HalvoriaCFGConfigVersion.cmake
+install(FILES ${PROJECT_BINARY_DIR}/HalvoriaCFGConfig.cmake ${PROJECT_BINARY_DIR}/HalvoriaCFGConfigVersion.cmake
   DESTINATION ${HALVORIA_PACKAGE_DIR})
 
 # Found from where the file lies, so that an installed tree can be moved.
 file(RELATIVE_PATH HALVORIA_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-configure_file(cmake/cfg.pc.in ${CMAKE_BINARY_DIR}/cfg.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/cfg.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+configure_file(cmake/cfg.pc.in ${PROJECT_BINARY_DIR}/cfg.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/cfg.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

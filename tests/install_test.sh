@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# A small program outside the repository builds and runs against the installed package,
-# found by CMake and by pkg-config.
+# A small program outside the repository builds and runs against the library: installed, and found
+# by CMake and by pkg-config; and compiles with our sources as a part of its own project.
 # usage: install_test.sh SOURCE-FOLDER BUILD-FOLDER
 set -euo pipefail
 source=$1 build=$2
@@ -16,7 +16,7 @@ expected=$("$work/prefix/bin/cfg" --file "$work/installation.xml" get 'halvoria\
 
 check() {
   local got
-  got=$(LD_LIBRARY_PATH=$(dirname "$(find "$work/prefix" -name libCFG.so | head -n 1)") "$1" "$work/params.txt")
+  got=$("$1" "$work/params.txt")
   [ "$got" = "$expected" ] || { echo "$2: got '$got', expected '$expected'" >&2; exit 1; }
   echo "$2: $got"
 }
@@ -30,6 +30,25 @@ export PKG_CONFIG_PATH
 # shellcheck disable=SC2046
 g++ -std=c++17 "$work/program/first_program.cpp" $(pkg-config --cflags --libs cfg) -o "$work/by-pkg-config"
 check "$work/by-pkg-config" pkg-config
+
+# A project around ours: the same target, none of our tests, nothing of ours in its own folders.
+# Compiled is the program only: the library would be what is installed, made once more.
+mkdir "$work/around"
+cp "$work/program/first_program.cpp" "$work/around/"
+cat >"$work/around/CMakeLists.txt" <<TEXT
+cmake_minimum_required(VERSION 3.25)
+project(around LANGUAGES CXX)
+add_subdirectory($source halvoria)
+add_executable(first_program first_program.cpp)
+target_link_libraries(first_program PRIVATE HalvoriaCFG::CFG)
+TEXT
+cmake -S "$work/around" -B "$work/by-source" -G Ninja >/dev/null
+ninja -C "$work/by-source" CMakeFiles/first_program.dir/first_program.cpp.o >/dev/null
+if ninja -C "$work/by-source" -t targets all | grep -E '^(svcfg|tests/|halvoria/tests/|bin/)'; then
+  echo "add_subdirectory: brings more than the library" >&2
+  exit 1
+fi
+echo add_subdirectory
 
 # The installed service finds its store's module, and the installed command the service.
 mkfifo "$work/port"
