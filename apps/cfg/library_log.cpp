@@ -17,6 +17,8 @@ void set_log_level(int verbosity) {
 
 namespace {
 
+constexpr int CONNECTION = 197;  // the module that tells why a service refused
+
 void drop_ending(std::string& text, std::string_view ending) {
   if (text.size() < ending.size()) return;
   const size_t rest = text.size() - ending.size();
@@ -32,7 +34,8 @@ std::string Reasons::first() const {
     // What is told about and done all the same: a node longer than usual, a name that holds "<>".
     const bool is_note =
         line.text.rfind("Bigoffset", 0) == 0 || line.text.rfind("GetProperty(", 0) == 0;
-    if (line.level > LOG_LEVEL_ERROR || is_note) continue;
+    const bool is_refusal = line.level == LOG_LEVEL_WARNING && line.module == CONNECTION;
+    if ((line.level > LOG_LEVEL_ERROR && !is_refusal) || is_note) continue;
     drop_blanks(line.text);
     for (const char* ending : {"return NULL", "return FALSE"}) drop_ending(line.text, ending);
     drop_blanks(line.text);

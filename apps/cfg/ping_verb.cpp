@@ -1,5 +1,7 @@
-// ping: whether the service is there.
+// ping: whether the service is there, and its store.
+#include <CFG/CFG_Connector.h>
 #include <connection/Conn_PingClient.h>
+#include <system/Sys_Process.h>
 
 #include "parameters.h"
 #include "service_address.h"
@@ -31,11 +33,18 @@ ServiceAddress service_of(const Arguments& arguments) {
 int run_ping(Session& session) {
   const Arguments& arguments = session.arguments;
   const ServiceAddress address = service_of(arguments);
-  const Conn_PingClient::Answer answer =
-      Conn_PingClient::Ping(RWCString(address.host), address.port, "", 1, TIME_OUT);
-  if (!answer.is_alive) {
+  CFG_Connector connector;
+  connector.SetTimeOuts({TIME_OUT, TIME_OUT, TIME_OUT});
+  connector.InitConn(RWCString(address.host), address.port, "", "cfg",
+                     Conn_SyncConnector::TOKEN_PLAIN, 0);
+  connector.SetUser(Sys_UserName());
+  connector.SetApplication("cfg");
+  const Conn_PingClient::Answer answer = Conn_PingClient::Ping(connector);
+  if (!answer.is_alive) throw unreachable(address, answer);
+  if (connector.GetMaxSeqNumber().isNull()) {  // which is never empty
     throw Failure(UNREACHABLE,
-                  "no service answers at " + address.text() + ": " + answer.reason.str());
+                  "the service at " + address.text() +
+                      " answers, but its store does not: " + connector.LastError().str());
   }
   if (arguments.json) {
     session.out.json({{"server", address.text()},

@@ -2,8 +2,6 @@
 
 #include <charconv>
 
-#include "failure.h"
-
 namespace cli {
 
 namespace {
@@ -51,6 +49,15 @@ ServiceAddress ServiceAddress::of(const CFG_ConnectionParameters& parameters) {
 std::string ServiceAddress::text() const {
   const bool is_v6 = host.find(':') != host.npos;
   return (is_v6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
+}
+
+Failure unreachable(const ServiceAddress& address, const Conn_PingClient::Answer& ping) {
+  const std::string reason = ping.reason.str();
+  if (ping.is_refused) {
+    return {UNREACHABLE, "the service at " + address.text() + " refuses: " + reason};
+  }
+  return {UNREACHABLE,
+          "no service answers at " + address.text() + ": " + reason + " ('svcfg' serves a tree)"};
 }
 
 }  // namespace cli

@@ -4,6 +4,9 @@
 #include <string>
 
 #include <CFG/CFG_ConnectionParameters.h>
+#include <connection/Conn_PingClient.h>
+
+#include "failure.h"
 
 namespace cli {
 
@@ -17,5 +20,8 @@ struct ServiceAddress {
   static ServiceAddress of(const CFG_ConnectionParameters& parameters);
   std::string text() const;
 };
+
+// What to say of a service that did not answer a ping, or refused it.
+Failure unreachable(const ServiceAddress& address, const Conn_PingClient::Answer& ping);
 
 }  // namespace cli

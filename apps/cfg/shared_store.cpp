@@ -42,10 +42,7 @@ class OpenUpdate : public Draft {
 std::unique_ptr<SharedStore> SharedStore::of_service(const ServiceAddress& address, Access access) {
   const Conn_PingClient::Answer ping =
       Conn_PingClient::Ping(RWCString(address.host), address.port, "", 1, PING_TIME);
-  if (!ping.is_alive) {
-    throw Failure(UNREACHABLE, "no service answers at " + address.text() + ": " +
-                                   ping.reason.str() + " ('svcfg' serves a tree)");
-  }
+  if (!ping.is_alive) throw unreachable(address, ping);
   auto repository = std::make_unique<OneUpdate<CFG_Repository>>();
   repository->SetProperty("HALVORIA_REMOTE_SERVER_NAME", RWCString(address.host));
   repository->SetProperty("HALVORIA_REMOTE_SERVER_PORT", RWCString(std::to_string(address.port)));

@@ -4,6 +4,7 @@
 #include <CFG/CFG_Protocol.h>
 #include <connection/ConnHelper_Params.h>
 #include <connection/Conn_Helper.h>
+#include <logging/Log_Format.h>
 #include <strings/RWCString.h>
 
 class CFG_Connector;
@@ -34,6 +35,8 @@ class HALVORIA_API CFG_Conn_ClientHelper : public Conn_Helper {
   CFG_Conn_ClientHelper(const char* operation, CFG_Connector& connector,
                         CFGClientHelper_Params& params);
 
+  // False when there is no answer, with that line (3), or the request was refused.
+  bool HasAnswer(Log_Format<> otherwise);
   int GetSuccessCode();
   int GetResponseLength();
   // The text, which is emptied first. TRUE when there was one.

@@ -54,7 +54,9 @@ Conn_FormWriter& Conn_Helper::Writer() { return m_connector.m_inside->writer; }
 // Of a transaction whose connection broke, one line says so, and not one a request.
 bool Conn_Helper::fail() {
   auto& inside = *m_connector.m_inside;
-  const int level = inside.break_is_logged ? LOG_LEVEL_TRACE : LOG_LEVEL_ERROR;
+  const int level = inside.break_is_logged ? LOG_LEVEL_TRACE
+                    : m_is_refused         ? LOG_LEVEL_WARNING
+                                           : LOG_LEVEL_ERROR;
   logger.log(level, "%s: %s fails: %s\n", m_operation, m_params.GetCommandName(),
              inside.last_error);
   inside.break_is_logged = inside.transaction_is_broken;
@@ -107,9 +109,11 @@ bool Conn_Helper::next_frame() {
     const bool is_ours = head.answers(m_params.GetResponsePrefix(), m_params.GetCommandName());
     if (is_ours && !head.is_refusal) return m_has_more = head.more != 0, true;
     if (head.is_refusal && (is_ours || head.name.empty())) {
+      m_is_refused = true;
       m_refusal = RWCString(head.error);
-      inside.last_error = inside.address + " refused the request: " + m_refusal;
       // Without a name, the connection itself is refused.
+      const char* const what = head.name.empty() ? "connection: " : "request: ";
+      inside.last_error = inside.address + " refused the " + what + m_refusal;
       if (head.name.empty()) inside.drop();
       return fail();
     }
@@ -143,6 +147,8 @@ bool Conn_Helper::Read(uint32_t field, int& value) {
 bool Conn_Helper::ReadView(uint32_t field, std::string_view& bytes) {
   return is_at_field() && m_reader.ReadBinary(field, bytes);
 }
+
+bool Conn_Helper::IsAtEnd() { return is_at_field() && m_reader.is_done(); }
 
 void Conn_Helper::ConsumeForm() {
   while (m_is_valid && m_has_more) next_frame();

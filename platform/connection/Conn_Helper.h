@@ -23,19 +23,22 @@ class HALVORIA_API Conn_Helper {
   bool IsValid() const { return m_is_valid; }
   // Takes the fields of the request. A request of which a field was not taken is not sent.
   Conn_FormWriter& Writer();
-  // Sends the request and waits for the first frame of the answer: 0, or -1 when there is none,
-  // or the service refused, for which the reason is logged.
+  // Sends the request and waits for the first frame of the answer: 0, or -1 when there is none
+  // (3), or the service refused (4), for which the reason is logged.
   int GetResponseHeaders();
   // The same, waiting at most so long for it.
   int GetResponseHeaders(int seconds, int milliseconds);
   // What the service said when it refused the request; empty when it did not.
   const RWCString& Refusal() const { return m_refusal; }
+  bool IsRefused() const { return m_is_refused; }
   // Reads fields across the frames of the answer: false at its end.
   bool Read(uint32_t field, RWCString& text);
   bool Read(uint32_t field, char** text);  // the caller frees it with delete[]
   bool Read(uint32_t field, long& value);
   bool Read(uint32_t field, int& value);
   bool ReadView(uint32_t field, std::string_view& bytes);
+  // Whether the answer is whole and every field of it was read.
+  bool IsAtEnd();
   // Passes over what is left of the answer.
   void ConsumeForm();
   // Sends the request and ends the line in the log now: no answer is waited for.
@@ -57,6 +60,7 @@ class HALVORIA_API Conn_Helper {
   bool m_is_sent = false;
   bool m_keep_open;
   bool m_log;
+  bool m_is_refused = false;
   bool m_has_more = false;  // frames of the answer
   Conn_FormReader m_reader;
   RWCString m_refusal;

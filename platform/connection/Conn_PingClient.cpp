@@ -43,22 +43,29 @@ void keep_status(const RWCString& server, int port, int status) {
 
 }  // namespace
 
+Conn_PingClient::Answer Conn_PingClient::Ping(Conn_SyncConnector& connector) {
+  Answer answer;
+  const auto start = clock_type::now();
+  const RWCString nobody;
+  PingParams params(nobody, nobody);
+  Conn_Helper helper("Conn_PingClient::Ping", connector, params, true, true);
+  answer.is_alive = helper.IsValid() && helper.GetResponseHeaders() == 0 &&
+                    helper.Read(CONN_FLD_SERVICE, answer.service);
+  answer.took = std::chrono::duration_cast<std::chrono::microseconds>(clock_type::now() - start);
+  answer.is_refused = helper.IsRefused();
+  if (!answer.is_alive) {
+    answer.reason = answer.is_refused ? helper.Refusal() : connector.LastError();
+  }
+  return answer;
+}
+
 Conn_PingClient::Answer Conn_PingClient::Ping(const RWCString& server, int port,
                                               const RWCString& connection_type, int token_property,
                                               std::chrono::milliseconds time_out) {
-  Answer answer;
   Conn_SyncConnector connector;
   connector.SetTimeOuts({time_out, time_out, time_out});
-  if (connector.InitConn(server, port, connection_type, "ping", token_property, 0)) {
-    const auto start = clock_type::now();
-    const RWCString nobody;
-    PingParams params(nobody, nobody);
-    Conn_Helper helper("Conn_PingClient::Ping", connector, params, false, true);
-    answer.is_alive = helper.IsValid() && helper.GetResponseHeaders() == 0 &&
-                      helper.Read(CONN_FLD_SERVICE, answer.service);
-    answer.took = std::chrono::duration_cast<std::chrono::microseconds>(clock_type::now() - start);
-  }
-  if (!answer.is_alive) answer.reason = connector.LastError();
+  connector.InitConn(server, port, connection_type, "ping", token_property, 0);
+  const Answer answer = Ping(connector);
   keep_status(server, port, answer.is_alive ? 1 : 0);
   return answer;
 }

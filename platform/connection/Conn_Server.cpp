@@ -143,7 +143,8 @@ void Conn_Server::Inside::take_in(std::shared_ptr<Conn_ServerSession> session,
   const int most = shared->settings.max_sessions;
   if (shared->admitted.fetch_add(1) < most) return taken.start();
   shared->admitted.fetch_sub(1);
-  taken.turn_away("there are " + std::to_string(most) + " connections, and no more are allowed");
+  taken.turn_away("the sessions are full: there are " + std::to_string(most) +
+                  ", and no more are allowed");
 }
 
 void Conn_Server::stop(milliseconds grace) {

@@ -101,11 +101,10 @@ void Conn_ServerSession::take(std::string_view frame) {
   }
   const bool is_introduced_now =
       fields.ReadString(CONN_FLD_SERVICE, service) && fields.ReadInt(CONN_FLD_VERSION, version);
+  const char* const why = objection(service, version, is_introduced_now);
+  m_is_introduced = m_is_introduced || !why;
   if (m_name == CONN_PING) return answer_ping();
-  if (const char* why = objection(service, version, is_introduced_now)) {
-    return refuse_connection(why);
-  }
-  m_is_introduced = true;
+  if (why) return refuse_connection(why);
   set_state(State::RUNNING);
   m_answer.begin(m_name, m_thread->shared().settings.response_prefix);
   try {

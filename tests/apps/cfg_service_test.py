@@ -1,6 +1,8 @@
 """Every verb over the central service: what it does with a file, it does with a service."""
 import json
 import signal
+import socket
+import sqlite3
 import subprocess
 
 import cfg_runner
@@ -103,6 +105,24 @@ class OverTheService(cfg_verbs_test.OddNames, cfg_verbs_test.VerbTables):
             self.assertIn("refused", error)
         for address in ("", "host:", ":1", "[::1", "host:http", "host:99999"):
             self.assertEqual(self.run_cfg(f"--server '{address}' ping")[0], 2, address)
+
+    def test_a_ping_tells_a_full_service_and_a_store_that_fails_apart(self):
+        with sqlite3.connect(self.folder / "tree.sqlite") as store:
+            store.execute("ALTER TABLE store RENAME TO gone")
+            code, output, error = self.on_store("ping")
+            self.assertEqual((code, output), (5, ""))
+            self.assertRegex(error, "answers, but its store does not: .*the store failed: cannot")
+            store.execute("ALTER TABLE gone RENAME TO store")
+            self.assertEqual(self.on_store("ping")[0], 0)
+        other = Service(self.folder, "--store", f"sqlite:{self.folder}/other.sqlite",
+                        "--max-sessions", "1")
+        self.addCleanup(other.stop)
+        with socket.create_connection(("127.0.0.1", other.port)):
+            for verb in ("ping", "ls"):
+                code, _, error = self.run_cfg(f"--server {other.address} {verb}")
+                self.assertEqual(code, 5)
+                self.assertIn(f"the service at {other.address} refuses: the sessions are full: "
+                              "there are 1", error)
 
     def test_a_killed_run_leaves_nothing_half_done(self):
         command = [cfg_runner.CFG, "--server", self.service.address, "set", "halvoria/slow", "-"]

@@ -136,7 +136,7 @@ TEST(Connector, KnowsARefusal) {
   EXPECT_EQ(connector.ask("REFUSE", ""), "failed");
   EXPECT_EQ(connector.LastError().str(),
             address_of(service.port()) + " refused the request: not today");
-  EXPECT_TRUE(log.has("EchoConnector::ask: REFUSE fails: 127.0.0.1:"));
+  EXPECT_EQ(lines_with(log, "EchoConnector::ask: REFUSE fails: 127.0.0.1:", 4), 1);
   EXPECT_EQ(connector.stream("STREAM_REFUSED", 9), -1);
   EXPECT_THAT(connector.LastError().str(), HasSubstr("in the middle"));
   EXPECT_EQ(connector.ask("ECHO", "then"), "then");

@@ -65,18 +65,21 @@ CFG_Conn_ClientHelper::CFG_Conn_ClientHelper(const char* operation, CFG_Connecto
   if (!is_said) logger.error("Failed to send User Name & Application to the CFG Service.\n");
 }
 
+// Of a refusal, one line has told the reason.
+bool CFG_Conn_ClientHelper::HasAnswer(Log_Format<> otherwise) {
+  if (GetResponseHeaders() != -1) return true;
+  if (!IsRefused()) logger.error(otherwise);
+  return false;
+}
+
 int CFG_Conn_ClientHelper::GetSuccessCode() {
-  if (GetResponseHeaders() == -1) {
-    return logger.reject(0, "GetSuccessCode: failed reading server response\n");
-  }
+  if (!HasAnswer("GetSuccessCode: failed reading server response\n")) return 0;
   long code = 0;
   return Read(CFG_FLD_SUCCESS_CODE, code) ? static_cast<int>(code) : logger.reject(0, no_response);
 }
 
 int CFG_Conn_ClientHelper::GetResponseLength() {
-  if (GetResponseHeaders() == -1) {
-    return logger.reject(0, "GetResponseLength: failed reading server response\n");
-  }
+  if (!HasAnswer("GetResponseLength: failed reading server response\n")) return 0;
   int number = 0;
   return Read(CFG_FLD_NUMBER, number) ? number : logger.reject(0, no_response);
 }
@@ -89,22 +92,19 @@ int CFG_Conn_ClientHelper::read_value(RWCString& value) {
 
 int CFG_Conn_ClientHelper::GetCFGValue(RWCString& value) {
   value.clear();
-  if (GetResponseHeaders() != -1) return read_value(value);
-  return logger.reject(FALSE, "GetCFGValue: failed reading server response\n");
+  return HasAnswer("GetCFGValue: failed reading server response\n") ? read_value(value) : FALSE;
 }
 
 int CFG_Conn_ClientHelper::GetCFGValueTimeOut(RWCString& value) {
   value.clear();
   if (GetResponseHeaders(10, 0) != -1) return read_value(value);
-  return logger.reject_at(LOG_LEVEL_WARNING, FALSE,
-                          "GetCFGValue: timout reading server response\n");
+  if (!IsRefused()) logger.warning("GetCFGValue: timout reading server response\n");
+  return FALSE;
 }
 
 char* CFG_Conn_ClientHelper::get_subtree(long& length) {
   length = 0;
-  if (GetResponseHeaders() == -1) {
-    return logger.reject(nullptr, "get_subtree: failed reading server response\n");
-  }
+  if (!HasAnswer("get_subtree: failed reading server response\n")) return nullptr;
   std::string_view bytes;
   if (!ReadView(CFG_FLD_SUBTREE, bytes)) return logger.reject(nullptr, no_response);
   auto* const copy = new char[bytes.size() + 1];

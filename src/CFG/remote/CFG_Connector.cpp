@@ -217,9 +217,7 @@ int CFG_Connector::IsSubTreeExist(const RWCString& path) {
 int CFG_Connector::GetValue(const char* value_name, const char** search_paths, int count,
                             char** value, char** path) {
   const auto read = [&](CFG_Conn_ClientHelper& helper) {
-    if (helper.GetResponseHeaders() == -1) {
-      return logger.reject(false, "GetValue: failed reading response from server\n");
-    }
+    if (!helper.HasAnswer("GetValue: failed reading response from server\n")) return false;
     int is_found = 0;
     if (!helper.Read(CFG_FLD_SUCCESS_CODE, is_found) || !helper.Read(CFG_FLD_VALUE, value) ||
         !helper.Read(CFG_FLD_PATH, path)) {
@@ -242,9 +240,7 @@ String_Arr* CFG_Connector::GetSubTreePaths(const RWCString& path) {
   return request("CFG_Connector::GetSubTreePaths", GET_SUB_PATHS, {path},
                  [this](CFG_Conn_ClientHelper& helper) {
                    String_Arr* names = nullptr;
-                   if (helper.GetResponseHeaders() == -1) {
-                     logger.error("GetSubTreePaths: failed reading response from server\n");
-                   } else {
+                   if (helper.HasAnswer("GetSubTreePaths: failed reading response from server\n")) {
                      ReadFixedMsg(helper, &names);
                    }
                    return names;
@@ -252,16 +248,15 @@ String_Arr* CFG_Connector::GetSubTreePaths(const RWCString& path) {
 }
 
 Tree_PathAndValueArray* CFG_Connector::GetSubTreeValues(const RWCString& path) {
-  return request("CFG_Connector::GetSubTreeValues", GET_SUB_TREE_VALUES, {path},
-                 [this](CFG_Conn_ClientHelper& helper) {
-                   Tree_PathAndValueArray* values = nullptr;
-                   if (helper.GetResponseHeaders() == -1) {
-                     logger.error("GetSubTreeValues: failed reading response from server\n");
-                   } else {
-                     ReadTreePathAndValue(helper, &values);
-                   }
-                   return values;
-                 });
+  return request(
+      "CFG_Connector::GetSubTreeValues", GET_SUB_TREE_VALUES, {path},
+      [this](CFG_Conn_ClientHelper& helper) {
+        Tree_PathAndValueArray* values = nullptr;
+        if (helper.HasAnswer("GetSubTreeValues: failed reading response from server\n")) {
+          ReadTreePathAndValue(helper, &values);
+        }
+        return values;
+      });
 }
 
 // --- subtrees as byte arrays -----------------------------------------------------------------
@@ -312,9 +307,7 @@ String_Arr* CFG_Connector::FillPath(RWCString path) {
   return request("CFG_Connector::FillPath", FILL_PATH, {path},
                  [this](CFG_Conn_ClientHelper& helper) {
                    String_Arr* paths = nullptr;
-                   if (helper.GetResponseHeaders() == -1) {
-                     logger.error("FillPath: failed reading server response\n");
-                   } else {
+                   if (helper.HasAnswer("FillPath: failed reading server response\n")) {
                      ReadFixedMsg(helper, &paths);
                    }
                    return paths;

@@ -17,9 +17,11 @@ namespace {
 constexpr Log_Logger logger("src/CFG/CFG_Connector", CFG_SERVICE_ID / 10000);
 constexpr long kTooManyPaths = 500000;
 
-// Calls `read` as often as the answer says; it allocates nothing before there is something.
+// Calls `read` as often as the answer says; it allocates nothing before there is something. An
+// answer without a field means that nothing was found.
 template <class Read>
 bool read_counted(CFG_Conn_ClientHelper& helper, Read read) {
+  if (helper.IsAtEnd()) return false;
   long count = 0;
   bool is_whole = helper.Read(CFG_FLD_COUNT, count) && count >= 0;
   for (long i = 0; is_whole && i < count; ++i) is_whole = read();
@@ -69,9 +71,7 @@ int CFG_Connector::ReadTreePathAndValue(CFG_Conn_ClientHelper& helper,
 // Records go from the connection's buffer straight into the tree.
 Tree_NodePtr CFG_Connector::GetQueryTreePaths(CFG_Conn_ClientHelper& helper, RWCString& tree_path,
                                               bool) {
-  if (helper.GetResponseHeaders() == -1) {
-    return logger.reject(Tree_NodePtr(), "failed getting servers response\n");
-  }
+  if (!helper.HasAnswer("failed getting servers response\n")) return Tree_NodePtr();
   if (!helper.Read(CFG_FLD_PATH, tree_path)) {
     return logger.reject(Tree_NodePtr(), "Got empty response - which indicate error in server\n");
   }
