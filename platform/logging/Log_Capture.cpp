@@ -2,17 +2,22 @@
 
 #include <algorithm>
 
+#include <thread/ForkHandler.h>
+
 namespace {
 
 // All captures that live, and what they hold.
 struct Captures {
-  std::mutex mutex;
+  ForkMutex mutex{ForkHandler::LOG};
   std::vector<Log_Capture*> living;  // guarded by mutex
 };
 Captures& captures() {
   static Captures* const the_captures = new Captures;
   return *the_captures;
 }
+// Made when the library is loaded: the child of a fork would wait for ever for a thread that was
+// just making it.
+[[maybe_unused]] const Captures& made_early = captures();
 
 }  // namespace
 

@@ -74,6 +74,10 @@ bool take_setting(Log_Settings& settings, std::string_view name, std::string_vie
     return check(read_number<size_t>(value, 1024, size_t{1} << 40, settings.max_bytes),
                  "1024 bytes or more are wanted");
   }
+  if (name == "max_repeats") {
+    return check(read_number<size_t>(value, 0, 1000000, settings.max_repeats),
+                 "0..1000000 is wanted");
+  }
   if (name == "max_files") {
     return check(read_number<size_t>(value, 0, 10000, settings.max_files), "0..10000 is wanted");
   }

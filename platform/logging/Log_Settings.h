@@ -22,6 +22,8 @@ struct HALVORIA_API Log_Settings {
   std::string file;
   size_t max_bytes = 10 * 1024 * 1024;
   size_t max_files = 5;
+  // So often a second the same line is written, and then how often it came; 0: whenever it comes.
+  size_t max_repeats = 10;
 
   // "5" or "4,502=7,197=3": the general level and those of modules. A level is a digit
   // or one of off severe error warning information detail trace. `where` is for the
@@ -32,7 +34,7 @@ struct HALVORIA_API Log_Settings {
   void ReadOutput(std::string_view text, const std::string& where,
                   std::vector<std::string>& complaints);
   // Lines `name = value`: level, module.NUMBER, output (stderr, file, json), file,
-  // max_bytes, max_files; `;` and `#` begin comments.
+  // max_bytes, max_files, max_repeats; `;` and `#` begin comments.
   void ReadFile(const std::string& path, std::vector<std::string>& complaints);
 
   // The file named by HALVORIA_LOG_FILE, then HALVORIA_LOG (levels) and

@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <optional>
 
 #include <logging/Log_Capture.h>
+#include <logging/Log_Repeats.h>
 #include <logging/Log_Settings.h>
 #include <logging/Log_Sink.h>
+#include <thread/ForkHandler.h>
 
 constinit Tmr_GLog TmrGLog;
 
@@ -23,13 +26,47 @@ struct State {
   std::atomic<unsigned char> levels[Tmr_GLog::kModules] = {};   // what holds for a module
 
   std::mutex output;
-  std::unique_ptr<Log_Sink> sink;  // guarded by output
+  Log_Settings output_settings;                     // guarded by output
+  std::unique_ptr<Log_Sink> sink;                   // guarded by output
+  unsigned generation = 0;                          // guarded by output: of `sink`
+  Log_Repeats repeats{Log_Settings().max_repeats};  // guarded by output
+
+  // The output as it is now; a child opens its own. `output` is held.
+  Log_Sink* own_sink();
+  void write_held_back(const std::vector<Log_Repeats::HeldBack>& lines);
+
+  static void told(void* object, ForkHandler::Phase phase);
+  ForkHandler handler{ForkHandler::LOG, told, this};
 };
+
+Log_Sink* State::own_sink() {
+  if (!sink || generation == ForkHandler::Generation()) return sink.get();
+  generation = ForkHandler::Generation();
+  repeats.take();  // its parent tells of those
+  std::string why;
+  if (auto own = Log_Sink::open(output_settings, why)) sink = std::move(own);
+  return sink.get();
+}
+
+void State::write_held_back(const std::vector<Log_Repeats::HeldBack>& lines) {
+  for (const auto& line : lines) sink->write(line.origin, line.text);
+}
+
+void State::told(void* object, ForkHandler::Phase phase) {
+  auto& self = *static_cast<State*>(object);
+  if (phase == ForkHandler::BEFORE) TmrGLog.GetLevel(0);  // which has the settings read by now
+  for (std::mutex* mutex : {&self.settings, &self.output}) {
+    phase == ForkHandler::BEFORE ? mutex->lock() : mutex->unlock();
+  }
+}
 
 State& state() {
   static State* const the_state = new State;
   return *the_state;
 }
+
+// The child of a fork would wait for ever for a thread that was just making it.
+[[maybe_unused]] const State& made_early = state();
 
 thread_local Log_Origin this_threads_params = {"", "", 0, 0, 0};
 
@@ -55,6 +92,7 @@ void Tmr_GLog::read_settings_once() {
     std::vector<std::string> complaints;
     const Log_Settings settings = Log_Settings::FromEnvironment(complaints);
     for (const std::string& text : complaints) complain(text);
+    std::atexit([] { TmrGLog.Flush(); });
     return replace_settings(settings), true;
   }();
   static_cast<void>(is_read);
@@ -71,7 +109,11 @@ bool Tmr_GLog::replace_settings(const Log_Settings& settings) {
   State& s = state();
   {
     const std::lock_guard lock(s.output);
+    if (s.own_sink()) s.write_held_back(s.repeats.take());
     s.sink = std::move(sink);
+    s.output_settings = is_open ? settings : Log_Settings();
+    s.generation = ForkHandler::Generation();
+    s.repeats = Log_Repeats(settings.max_repeats);
   }
   const std::lock_guard lock(s.settings);
   s.level = settings.level;
@@ -134,8 +176,20 @@ void Tmr_GLog::write(const Log_Origin& origin, const char* format,
   Log_Capture::record(origin, text);
   // The gate may stand open for a capture only.
   if (origin.level > GetLevel(origin.module)) return;
-  const std::lock_guard lock(state().output);
-  if (state().sink) state().sink->write(origin, text);
+  State& s = state();
+  const std::lock_guard lock(s.output);
+  Log_Sink* const sink = s.own_sink();
+  if (!sink) return;
+  s.write_held_back(s.repeats.next_second(std::chrono::steady_clock::now()));
+  if (s.repeats.admits(origin, text)) sink->write(origin, text);
 } catch (...) {
   // No memory for the text: the line is dropped.
+}
+
+void Tmr_GLog::Flush() noexcept try {
+  State& s = state();
+  const std::lock_guard lock(s.output);
+  if (s.own_sink()) s.write_held_back(s.repeats.take());
+} catch (...) {
+  // As above.
 }

@@ -75,6 +75,10 @@ class HALVORIA_API Tmr_GLog {
   // error says why, and messages go there.
   bool Apply(const Log_Settings& settings);
 
+  // An output writes the same line a few times a second at most; how often it came besides
+  // follows with the first line of a later second, or with this. Called when the process exits.
+  void Flush() noexcept;
+
  private:
   friend class Log_Capture;
 

@@ -25,6 +25,7 @@ RWCString Sys_UserName() {
 }
 
 int Sys_ProcessId() { return getpid(); }
+void Sys_EndProcess(int code) { _exit(code); }
 
 RWWString Sys_ExecutableFile() { return RWWString::fromUTF8(executable()); }
 

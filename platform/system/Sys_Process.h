@@ -12,6 +12,8 @@ HALVORIA_API RWCString Sys_ComputerName();
 HALVORIA_API RWCString Sys_UserName();
 
 HALVORIA_API int Sys_ProcessId();
+// Ends it on the spot: nothing is destroyed, and nobody is called who waits for its exit.
+[[noreturn]] HALVORIA_API void Sys_EndProcess(int code);
 
 // The program file of this process with its folder, and its bare name; empty when
 // the system does not tell.

@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
@@ -10,6 +12,7 @@
 #include <thread>
 
 #include <logging/Log_Capture.h>
+#include <logging/Log_Repeats.h>
 #include <logging/Log_Settings.h>
 #include <logging/Logger.h>
 
@@ -206,7 +209,7 @@ TEST(LogSettings, EnvironmentWinsOverTheFile) {
   const std::string path = folder.file("log.ini");
   std::ofstream(path)
       << "\xEF\xBB\xBFlevel = detail\r\nmodule.7 = 2 ; quiet\r\n# a comment\r\noutput = json\r\n"
-         "file = /a/b.log\r\nmax_bytes = 5\r\nmax_files=3\r\ncolour = red\r\nno sign\r\n";
+         "file = /a/b.log\r\nmax_bytes = 5\r\nmax_files=3\r\nmax_repeats = 0\r\ncolour = red\r\nno sign\r\n";
   const Environment environment{
       {"HALVORIA_LOG_FILE", path}, {"HALVORIA_LOG", "3"}, {"HALVORIA_LOG_OUTPUT", "file:/c.log"}};
   std::vector<std::string> complaints;
@@ -217,8 +220,9 @@ TEST(LogSettings, EnvironmentWinsOverTheFile) {
   EXPECT_EQ(settings.file, "/c.log");
   EXPECT_EQ(settings.max_bytes, Log_Settings().max_bytes);
   EXPECT_EQ(settings.max_files, 3u);
+  EXPECT_EQ(settings.max_repeats, 0u);
   EXPECT_THAT(complaints, ElementsAre(HasSubstr("\"max_bytes = 5\""), HasSubstr("\"colour = red\""),
-                                      HasSubstr("line 9")));
+                                      HasSubstr("line 10")));
 }
 
 TEST(LogSettings, AreReadByTheFirstMessage) {
@@ -281,6 +285,66 @@ TEST(LogOutput, DropsLinesOfAFullDiskAndFallsBackToStandardError) {
   const std::string heard = testing::internal::GetCapturedStderr();
   EXPECT_THAT(heard, HasSubstr("plain/log"));
   EXPECT_THAT(heard, HasSubstr("still heard\n"));
+}
+
+TEST(LogOutput, HoldsBackALineThatComesAgainAndAgainAndTellsHowOften) {
+  using std::chrono::milliseconds;
+  Log_Repeats repeats(10);
+  const Log_Repeats::Time start = std::chrono::steady_clock::now();
+  const Log_Origin origin = {"file", "function", 7, 3, 502};
+  const auto count = [&](std::string_view text, int times) {
+    int admitted = 0;
+    for (int i = 0; i < times; ++i) admitted += repeats.admits(origin, text);
+    return admitted;
+  };
+  EXPECT_TRUE(repeats.next_second(start).empty());
+  EXPECT_EQ(count("down\n", 1000), 10);
+  EXPECT_EQ(count("other\n", 10), 10) << "ten are not too many";
+  EXPECT_TRUE(repeats.next_second(start + milliseconds(999)).empty());
+  EXPECT_EQ(count("down\n", 1), 0);
+  const auto held_back = repeats.next_second(start + milliseconds(1000));
+  ASSERT_EQ(held_back.size(), 1u);
+  EXPECT_EQ(held_back[0].text, "down (and 991 times more)");
+  EXPECT_EQ(held_back[0].origin.line, 7);
+  EXPECT_EQ(count("down\n", 11), 10) << "a second later";
+  EXPECT_EQ(Log_Repeats(0).admits(origin, "x"), true);
+
+  const Folder folder;
+  const std::string path = folder.file("a.log");
+  Log_Settings settings = to_file(Log_Settings::TO_FILE, path);
+  settings.max_repeats = 2;
+  ASSERT_TRUE(TmrGLog.Apply(settings));
+  const Log_Capture all;
+  for (int i = 0; i < 5; ++i) logger.error("down\n");
+  TmrGLog.Flush();
+  EXPECT_EQ(all.lines().size(), 5u);
+  const auto lines = lines_of(path);
+  EXPECT_THAT(lines.back(), HasSubstr("down (and "));
+  EXPECT_LT(lines.size(), 6u);
+}
+
+TEST(LogOutput, OfTheChildOfAForkIsItsOwn) {
+  const Folder folder;
+  ASSERT_TRUE(TmrGLog.Apply(to_file(Log_Settings::TO_FILE, folder.file("{pid}.log"))));
+  std::atomic<bool> is_over{false};
+  std::thread busy([&] {
+    for (int i = 0; !is_over; ++i) logger.error("%d", i);
+  });
+  for (int i = 0; i < 10; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(20);
+      logger.error("the child's");
+      _exit(0);
+    }
+    int status = 1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "no thread holds a lock there";
+    EXPECT_THAT(lines_of(folder.file((std::to_string(child) + ".log").c_str())),
+                ElementsAre(HasSubstr("the child's")));
+  }
+  is_over = true;
+  busy.join();
 }
 
 TEST(LogOutput, ThreadsWriteWholeLinesWhileLevelsAndCapturesChange) {
