@@ -29,6 +29,7 @@
 #include <CFG/remote/connector_pool.h>
 #include <logging/Logger.h>
 #include <system/Sys_Environment.h>
+#include <system/Sys_Process.h>
 #include <utility/Tmr_CfgINI.h>
 #include <utility/Tmr_StackTrace.h>
 
@@ -50,6 +51,12 @@ struct ServerNodeName {
 ServerNodeName& server_node_name() {
   static ServerNodeName& kept = *new ServerNodeName;
   return kept;
+}
+
+// Whoever set the monitor so wants to know who calls the server, and nothing else.
+[[noreturn]] void end_process() {
+  TmrGLog.Flush();
+  Sys_EndProcess(1);
 }
 
 }  // namespace
@@ -74,7 +81,7 @@ CFG_Connector* CFG_Repository::GetConnector() {
     logger.warning("calling server monitor level %d using %s connection\n", level,
                    bound ? "existing" : "new");
     if (level >= MONITOR_STACK) Tmr_StackTrace::TraceStack();
-    if (level == MONITOR_EXIT) std::_Exit(1);  // each line of the log is written by now
+    if (level == MONITOR_EXIT) end_process();
   }
   read_statistics_switch();
   std::unique_ptr<CFG_Connector> free = bound ? nullptr : m_connectors->take();
