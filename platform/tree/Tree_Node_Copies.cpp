@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <memory>
 
+#include <tree/Tree_PathBuilder.h>
 #include <tree/Tree_Walk.h>
 
 // Copies go key by key: a copied key waits on the list until its children are copied. The
@@ -185,50 +186,19 @@ void Tree_Node::ConvertTreeToSimpleVec(const Tree_NodePtr& node, const RWCString
   }
 }
 
-// Records come with parents before children and siblings together, so the parent of
-// a record is nearly always on the way to the record before it.
 Tree_NodePtr Tree_Node::BuildSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>* records,
                                      const RWCString& root_path) const {
   if (!records) return nullptr;
   const size_t cut = root_path.last('\\');
   Tree_NodePtr top = new Tree_Node(root_path.view().substr(cut == RWCString::npos ? 0 : cut + 1));
   top->SetVirtualParentPath(root_path);
-  struct Open {
-    Tree_Node* key;
-    size_t length;  // of the key's path
-  };
-  std::vector<Open> way{{top.get(), 0}};
-  std::string_view last;
+  Tree_PathBuilder builder(top);
   for (size_t i = 0; i < records->entries(); ++i) {
     const Tree_NodeInfo& record = *(*records)[i];
     const std::string_view path = record.PathView();
-    while (way.size() > 1) {  // close the keys that this record is not below
-      const size_t length = way.back().length;
-      if (path.size() > length && path[length] == '\\' &&
-          path.substr(0, length) == last.substr(0, length))
-        break;
-      way.pop_back();
-    }
-    last = path;
-    Tree_PathWalk rest(path.substr(way.back().length));
-    std::string_view name;
-    while (rest.Next(name)) {
-      Tree_Node* parent = way.back().key;
-      if (parent->m_is_leaf) return nullptr;
-      Tree_Node* child = parent->Child(name);
-      const bool is_value = rest.Rest().empty() && !record.ValueView().empty();
-      if (child && is_value && child->m_is_leaf) {
-        child->m_value.SetText(record.ValueView());
-      } else if (child && (is_value || child->m_is_leaf)) {
-        return nullptr;
-      } else if (!child) {
-        child = is_value ? new Tree_Node(name, record.ValueView(), record.IsChange())
-                         : new Tree_Node(name);
-        parent->adopt(Tree_NodePtr::First(child));
-      }
-      if (!is_value)
-        way.push_back({child, static_cast<size_t>(name.data() + name.size() - path.data())});
-    }
+    if (path.empty()) continue;  // the top
+    if (builder.Add(path, record.ValueView(), record.IsChange()) != Tree_PathBuilder::PLACED)
+      return nullptr;
   }
   return top;
 }

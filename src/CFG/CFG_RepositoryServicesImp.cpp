@@ -478,16 +478,15 @@ bool CFG_RepositoryServicesImp::AddNodeToTree(Tree_NodePtr& root, Tree_NodeInfo*
   state.last_parent_path = RWCString(parent_path);
   state.last_path = RWCString(path);
   state.last_key = nullptr;
-  if (!is_key(state.parent.get())) {
-    return logger.reject(false,
-                         "there is an element without a root in the vec: path_elem_parent_path\n");
-  }
+  if (!is_key(state.parent.get())) return cfg::is_placed(Tree_PathBuilder::BELOW_A_VALUE, path);
 
   const std::string_view name = parent_path.empty() ? path : path.substr(parent_path.size() + 1);
-  Tree_Node* const node =
-      cfg::add_record(*state.parent, name, record->ValueView(), record->IsChange(), path);
-  if (node && !node->IsLeaf()) state.last_key = node;
-  return node != nullptr;
+  Tree_Node* node;
+  const Tree_PathBuilder::Outcome outcome =
+      Tree_PathBuilder::Put(*state.parent, name, record->ValueView(), record->IsChange(), node);
+  if (!cfg::is_placed(outcome, path)) return false;
+  if (!node->IsLeaf()) state.last_key = node;
+  return true;
 }
 
 // --- application information ----------------------------------------------------------------
