@@ -104,11 +104,18 @@ constexpr Ask merged_by_rule = [](CFG_Services& s, RWCString path) {
   return shown(SubTreePtr(s.GetSubTree("p", rule, TRUE, 2)));
 };
 constexpr Ask value_by_rule = [](CFG_Services& s, RWCString path) {
-  const RWCString none = path + "\\none", n2 = path + "\\n2\\p", n1 = path + "\\n1\\p";
+  const RWCString none = path + "\\none", n2 = path + "\\N2\\p", n1 = path + "\\n1\\p";
   const char* rule[] = {none.data(), n2.data(), n1.data()};
   const std::unique_ptr<Tree_ValueAndPath> found(s.GetValue("ip", rule, 3));
   if (!found) return std::string("NULL");
   return std::string(found->GetValue()) + (n2 == found->GetPath() ? " by n2" : found->GetPath());
+};
+
+constexpr Ask value_by_empty_rule = [](CFG_Services& s, RWCString path) {
+  const char* rule[] = {"none", ""};
+  const std::unique_ptr<Tree_ValueAndPath> found(s.GetValue(path, rule, 2));
+  if (!found) return std::string("NULL");
+  return std::string(found->GetValue()) + " by <" + found->GetPath() + ">";
 };
 
 struct ReadCase {
@@ -161,6 +168,7 @@ const ReadCase read_cases[] = {
     {merged_by_rule, "s\\n", "p{ip=10.0.0.2}"},
     {value_by_rule, "s\\n", "10.0.0.2 by n2"},
     {value_by_rule, "s", "NULL"},
+    {value_by_empty_rule, "s\\n\\n1\\p\\ip", "10.0.0.1 by <>"},
 };
 
 TEST(Contract, EveryReadGivesTheSameAnswer) {

@@ -60,6 +60,14 @@ class ActualRule {
   }
   const std::vector<RWCString>& texts() const { return m_texts; }
   const char** pointers() { return m_pointers.data(); }
+  // Of the entry that the service names as the one at which it found `name`: that is the name itself
+  // where the entry is empty. -1 when it is none of these.
+  int place_of(std::string_view found, std::string_view name) const {
+    for (size_t i = 0; i < m_texts.size(); ++i) {
+      if (found == (m_texts[i].isNull() ? name : m_texts[i].view())) return static_cast<int>(i);
+    }
+    return -1;
+  }
   int count() const { return static_cast<int>(m_texts.size()); }
 
  private:
@@ -101,7 +109,8 @@ Tree_ValueAndPath* CFG_Repository::GetValue(RWCString name, const char** search_
     return nullptr;
   }
   const std::unique_ptr<char[]> owned_value(value), owned_path(path);
-  return new Tree_ValueAndPath(path, value);
+  const int matched = rule.place_of(path, name);
+  return new Tree_ValueAndPath(matched < 0 ? path : RWCString(search_rule[matched]), value);
 }
 
 RWCString CFG_Repository::GetValueName(RWCString& path, int index) {
