@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 
 RWCString Sys_NativeFileName(const RWWString& name) {
   RWCString native = name.toUTF8();
@@ -11,6 +13,12 @@ RWCString Sys_NativeFileName(const RWWString& name) {
   std::string text = native.str();
   std::replace(text.begin(), text.end(), '\\', '/');
   return text;
+}
+
+RWCString Sys_AbsoluteFileName(const RWCString& native_name) {
+  std::error_code failed;
+  const std::string name = std::filesystem::absolute(native_name.str(), failed).string();
+  return failed ? native_name : RWCString(name);
 }
 
 RWCString Sys_FolderOf(const RWCString& native_name) {

@@ -11,6 +11,10 @@
 // Everything in this library that takes a file name goes through this.
 HALVORIA_API RWCString Sys_NativeFileName(const RWWString& name);
 
+// A native name from the root of the file system on, for messages: a relative one says little to
+// who does not know where the process runs.
+HALVORIA_API RWCString Sys_AbsoluteFileName(const RWCString& native_name);
+
 // The folder of a native name: "." when it names none, "/" for the root.
 HALVORIA_API RWCString Sys_FolderOf(const RWCString& native_name);
 

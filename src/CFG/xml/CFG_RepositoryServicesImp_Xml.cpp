@@ -11,6 +11,7 @@
 #include <CFG/xml/xml_writer.h>
 #include <logging/Logger.h>
 #include <system/Sys_File.h>
+#include <system/Sys_FileName.h>
 #include <system/Sys_FileReplacer.h>
 #include <tree/Tree_Node.h>
 
@@ -210,7 +211,8 @@ bool CFG_RepositoryServicesImp::is_xml_file_exists(const RWWString& file, const 
   if (opened.open(file)) return true;
   logger.info("Fail to open xml file <%S> for reading , return NULL\n", file);
   logger.error("%s: %s\n", caller, opened.error());
-  return logger.reject(false, "xml file does not exist : <%S>, return NULL\n", file);
+  return logger.reject(false, "xml file does not exist : <%s>, return NULL\n",
+                       [&] { return Sys_AbsoluteFileName(Sys_NativeFileName(file)); });
 }
 
 CFG_SubTree* CFG_RepositoryServicesImp::ImportXmlFileAsCfgSubTree(const RWWString& file) {

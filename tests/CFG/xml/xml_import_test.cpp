@@ -325,6 +325,9 @@ TEST(XmlImport, FilesThatCannotBeReadAreNamed) {
                                           : "xml file does not exist : <" +
                                                 (folder / name).string() + ">, return NULL\n");
   }
+  Log_Capture capture;
+  EXPECT_EQ(reader.ImportXmlFileAsCfgSubTree(L"none.xml"), nullptr);
+  EXPECT_TRUE(capture.has("<" + (std::filesystem::current_path() / "none.xml").string() + ">, ret"));
   EXPECT_EQ(reader.ImportXmlBufferAsCfgSubTree(nullptr, 5), nullptr);
 }
 
