@@ -162,12 +162,24 @@ int CFGDB_Conn::refuse(const char* op, std::string_view path, int code, const ch
 
 int CFGDB_Conn::lose(const char* op, std::string_view path) {
   reject(op, path, m_store->error());
-  m_store->rollback();
+  undo();
+  return DB_ERROR;
+}
+
+// The transaction goes; who commits it later is told.
+void CFGDB_Conn::undo() noexcept {
+  if (!m_is_changing) return;
   const bool is_told_later = !m_auto_commit && uncommitted;
   forget_transaction();
   m_is_lost = is_told_later;
   uncommitted = is_told_later ? 1 : 0;
-  return DB_ERROR;
+  try {
+    m_store->rollback();
+  } catch (...) {  // no memory to keep the rest of a query in
+    m_is_query_failed = true;
+    m_query.reset();
+    m_store->rollback();
+  }
 }
 
 // --- the store --------------------------------------------------------------------------------
@@ -214,7 +226,7 @@ RWCString CFGDB_Conn::GetServerSyncID() {
 
 int CFGDB_Conn::PurgeDeletedEntries(int days) {
   constexpr char op[] = "PurgeDeletedEntries";
-  const Use use(*this, op);
+  const Change use(*this, op);
   if (!use || begin(op, "") != OK) return -1;
   int64_t rows = 0;
   if (m_store->purge_deletions(days, rows) != Db_Result::OK) return lose(op, ""), -1;

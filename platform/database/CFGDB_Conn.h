@@ -170,6 +170,7 @@ class HALVORIA_API CFGDB_Conn {
  private:
   // Of every operation: waits for those of other threads.
   class Use;
+  class Change;
 
   void note_failure(const std::string& why);
   bool reject(const char* op, std::string_view path, const std::string& why);
@@ -187,6 +188,7 @@ class HALVORIA_API CFGDB_Conn {
   int end(const char* op, std::string_view path, int commit);
   int refuse(const char* op, std::string_view path, int code, const char* why);
   int lose(const char* op, std::string_view path);
+  void undo() noexcept;
   int make_keys(const char* op, std::string_view path);
   Db_Result erase_tree(std::string_view top);
   Db_Result read_renamed(std::string_view top, std::string_view new_top,

@@ -42,7 +42,7 @@ int CFGDB_Conn::make_keys(const char* op, std::string_view path) {
 int CFGDB_Conn::CreatePath(const RWCString& path, int commit, bool) {
   constexpr char op[] = "CreatePath";
   const Db_Path at(path);
-  const Use use(*this, op, at);
+  const Change use(*this, op, at);
   if (!use) return DB_ERROR;
   if (const char* fault = fault_of(at)) return refuse(op, at, DB_ERROR, fault);
   int result = begin(op, at);
@@ -54,7 +54,7 @@ int CFGDB_Conn::InsertLine(const Tree_NodeInfo& record, int commit, bool) {
   constexpr char op[] = "InsertLine";
   const RWCString path = record.GetPath();
   const Db_Path at(path);
-  const Use use(*this, op, at);
+  const Change use(*this, op, at);
   if (!use) return DB_ERROR;
   const std::string_view value = record.ValueView();
   if (const char* fault = fault_of(at, value)) return refuse(op, at, DB_ERROR, fault);
@@ -79,7 +79,7 @@ int CFGDB_Conn::InsertLine(const Tree_NodeInfo& record, int commit, bool) {
 int CFGDB_Conn::RemoveLeafLine(const RWCString& path, int commit) {
   constexpr char op[] = "RemoveLeafLine";
   const Db_Path at(path);
-  const Use use(*this, op, at);
+  const Change use(*this, op, at);
   if (!use || begin(op, at) != OK) return DB_ERROR;
   std::string value;
   const Db_Result result = m_store->get(at, value);
@@ -95,7 +95,7 @@ int CFGDB_Conn::RemoveLeafLine(const RWCString& path, int commit) {
 int CFGDB_Conn::RemoveSubTree(const RWCString& path, int commit, bool) {
   constexpr char op[] = "RemoveSubTree";
   const Db_Path at(path);
-  const Use use(*this, op, at);
+  const Change use(*this, op, at);
   if (!use) return DB_ERROR;
   if (at.empty()) return refuse(op, at, DB_ERROR, "an empty path is no place");
   if (begin(op, at) != OK) return DB_ERROR;
@@ -124,7 +124,7 @@ Db_Result CFGDB_Conn::erase_tree(std::string_view top) {
 int CFGDB_Conn::Rename(const RWCString& path, const RWCString& new_path, int commit) {
   constexpr char op[] = "Rename";
   const Db_Path from(path), to(new_path);
-  const Use use(*this, op, from);
+  const Change use(*this, op, from);
   if (!use) return DB_ERROR;
   if (from.empty() || Db_ParentOf(from) != Db_ParentOf(to)) {
     return refuse(op, from, DB_ERROR, "a name is changed under the same key only");
@@ -170,7 +170,7 @@ Db_Result CFGDB_Conn::read_renamed(std::string_view top, std::string_view new_to
 int CFGDB_Conn::WriteSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>& records,
                              const RWCString& path) {
   constexpr char op[] = "WriteSubTree";
-  const Use use(*this, op, path);
+  const Change use(*this, op, path);
   if (!use) return DB_ERROR;
   Db_Replacement replacement;
   if (const char* fault = replacement.take(records)) {

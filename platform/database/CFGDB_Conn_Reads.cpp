@@ -134,7 +134,9 @@ bool CFGDB_Conn::next_record(std::string_view& path, std::string_view& value) {
   return is_there;
 }
 
-bool CFGDB_Conn::each_record(const std::function<bool(std::string_view, std::string_view)>& take) {
+// What an exception breaks off is not all.
+bool CFGDB_Conn::each_record(
+    const std::function<bool(std::string_view, std::string_view)>& take) try {
   const Use use(*this, "GetNextFromQuery", m_query_root);
   if (!use || !m_query) return false;
   std::string_view path, value;
@@ -145,12 +147,18 @@ bool CFGDB_Conn::each_record(const std::function<bool(std::string_view, std::str
     m_is_query_failed = use.failed(Db_Result::FAILED);
   }
   return false;
+} catch (...) {
+  m_is_query_failed = true;
+  throw;
 }
 
 Tree_NodeInfo* CFGDB_Conn::GetNextFromQuery() {
-  std::string_view path, value;
-  if (!next_record(path, value)) return nullptr;
-  return new Tree_NodeInfo(RWCString(path), RWCString(value));
+  Tree_NodeInfo* record = nullptr;
+  each_record([&](std::string_view path, std::string_view value) {
+    record = new Tree_NodeInfo(RWCString(path), RWCString(value));
+    return false;
+  });
+  return record;
 }
 
 bool CFGDB_Conn::has_tree() {

@@ -1,6 +1,8 @@
 // For the sources of CFGDB_Conn.
 #pragma once
 
+#include <exception>
+
 #include <database/CFGDB_Conn.h>
 #include <database/Db_Store.h>
 
@@ -20,10 +22,25 @@ class CFGDB_Conn::Use {
   }
   const char* op() const { return m_op; }
 
+ protected:
+  CFGDB_Conn& conn() const { return m_conn; }
+
  private:
   CFGDB_Conn& m_conn;
   const char* m_op;
   std::string_view m_path;
   std::lock_guard<std::recursive_mutex> m_guard;
   bool m_is_usable;
+};
+
+// One that changes the store. What an exception interrupts is undone, as when the store fails.
+class CFGDB_Conn::Change : public CFGDB_Conn::Use {
+ public:
+  using Use::Use;
+  ~Change() {
+    if (std::uncaught_exceptions() > m_exceptions) conn().undo();
+  }
+
+ private:
+  const int m_exceptions = std::uncaught_exceptions();
 };
