@@ -163,14 +163,19 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   };
   struct TreeQuery;
 
-  // What `asked` makes of the connection; before Connect nothing, with a line in the log.
+  // What `asked` makes of the connection; before Connect, and when something is thrown, nothing,
+  // with a line in the log.
   template <class Asked>
-  auto ask(const char* op, const Asked& asked) -> std::invoke_result_t<Asked, CFGDB_Conn&> {
+  auto ask(const char* op, const Asked& asked) -> std::invoke_result_t<Asked, CFGDB_Conn&> try {
     CFGDB_Conn* const connection = m_connection.load(std::memory_order_acquire);
     if (connection) return asked(*connection);
     say_not_connected(op);
     return std::invoke_result_t<Asked, CFGDB_Conn&>();
+  } catch (...) {
+    say_failed(op);
+    return std::invoke_result_t<Asked, CFGDB_Conn&>();
   }
+  static void say_failed(const char* op) noexcept;
   static void say_not_connected(const char* op);
 
   Tree_NodePtr GetTreeByParams(const TreeQuery& query);

@@ -103,14 +103,15 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
 
  private:
   // An operation from its beginning to its end: the hook, then what `asked` makes of the held tree
-  // (a cfg::held_tree), which nobody else changes meanwhile. `asked` calls no other operation of
-  // this object.
+  // (a cfg::held_tree), which nobody else changes meanwhile. Nothing that is thrown gets out: then
+  // the answer is the empty one, after a line in the name of `op`. `asked` calls no other operation
+  // of this object.
   template <class Asked>
-  auto read(const RWCString& path, const Asked& asked);
+  auto read(const RWCString& path, const Asked& asked, const char* op = __builtin_FUNCTION());
   template <class Asked>
-  auto read_all(const Asked& asked);
+  auto read_all(const Asked& asked, const char* op = __builtin_FUNCTION());
   template <class Asked>
-  auto change(const RWCString& path, const Asked& asked);
-  template <template <class> class Lock, class Asked>
-  auto with_tree(const Asked& asked);
+  auto change(const RWCString& path, const Asked& asked, const char* op = __builtin_FUNCTION());
+  template <template <class> class Lock, class Hook, class Asked>
+  auto with_tree(const char* op, const Hook& hook, const Asked& asked);
 };

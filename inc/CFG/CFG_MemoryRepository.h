@@ -78,7 +78,6 @@ class HALVORIA_API CFG_MemoryRepository : public CFG_RepositoryServicesImp {
   Tree_NodePtr GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
 
  private:
-  CFG_SubTree& tree();
   // The path below the held root.
   RWCString RemoveRootName(const RWCString& path);
 

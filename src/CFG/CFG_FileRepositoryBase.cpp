@@ -1,9 +1,11 @@
 #include <CFG/CFG_FileRepositoryBase.h>
 
 #include <mutex>
+#include <type_traits>
 
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/held_tree.h>
 #include <CFG/detail/paths.h>
 #include <CFG/detail/patterns.h>
@@ -21,9 +23,12 @@ constexpr char kAddress[] = "inet_address";
 bool is_address_name(const RWCString& name) { return name.index(kAddress) != RWCString::npos; }
 bool is_prefix(std::string_view name) { return !name.empty() && name.back() == '%'; }
 
-CFG_SubTree* without_empty_branches(CFG_SubTree* sub_tree) {
+CFG_SubTree* without_empty_branches(CFG_SubTree* owned) try {
+  std::unique_ptr<CFG_SubTree> sub_tree(owned);
   if (sub_tree && !sub_tree->IsEmpty()) sub_tree->GetData()->RemoveEmptyBranches();
-  return sub_tree;
+  return sub_tree.release();
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 Tree_NodePtr without_empty_branches(const Tree_NodePtr& node) {
@@ -73,26 +78,29 @@ CFG_FileRepositoryBase::~CFG_FileRepositoryBase() = default;
 void CFG_FileRepositoryBase::before_path_used(const RWCString&) {}
 void CFG_FileRepositoryBase::before_all_paths_used() {}
 
-template <template <class> class Lock, class Asked>
-auto CFG_FileRepositoryBase::with_tree(const Asked& asked) {
+template <template <class> class Lock, class Hook, class Asked>
+auto CFG_FileRepositoryBase::with_tree(const char* op, const Hook& hook, const Asked& asked) try {
+  hook();
   Lock<std::shared_mutex> lock;
   if (m_tree_lock) lock = Lock<std::shared_mutex>(*m_tree_lock);
   return asked(held_tree(m_sub_tree.get()));
+} catch (...) {
+  return cfg::answered(logger, std::invoke_result_t<Asked, held_tree>(), op);
 }
 template <class Asked>
-auto CFG_FileRepositoryBase::read(const RWCString& path, const Asked& asked) {
-  before_path_used(path);
-  return with_tree<std::shared_lock>(asked);
+auto CFG_FileRepositoryBase::read(const RWCString& path, const Asked& asked, const char* op) {
+  return with_tree<std::shared_lock>(
+      op, [&] { before_path_used(path); }, asked);
 }
 template <class Asked>
-auto CFG_FileRepositoryBase::read_all(const Asked& asked) {
-  before_all_paths_used();
-  return with_tree<std::shared_lock>(asked);
+auto CFG_FileRepositoryBase::read_all(const Asked& asked, const char* op) {
+  return with_tree<std::shared_lock>(
+      op, [&] { before_all_paths_used(); }, asked);
 }
 template <class Asked>
-auto CFG_FileRepositoryBase::change(const RWCString& path, const Asked& asked) {
-  before_path_used(path);
-  return with_tree<std::unique_lock>(asked);
+auto CFG_FileRepositoryBase::change(const RWCString& path, const Asked& asked, const char* op) {
+  return with_tree<std::unique_lock>(
+      op, [&] { before_path_used(path); }, asked);
 }
 
 RWCString CFG_FileRepositoryBase::RemoveRootName(const RWCString& path) {
@@ -105,6 +113,7 @@ int CFG_FileRepositoryBase::UnLock() {
     return logger.reject(FALSE, "UnLock() : no tree to write to file <%S>, return FALSE\n", m_file);
   }
   return with_tree<std::shared_lock>(
+      __func__, [] {},
       [&](const held_tree& tree) { return WriteCFG_SubTreeToFile(&tree.handle(), "", m_file); });
 }
 
@@ -113,9 +122,11 @@ int CFG_FileRepositoryBase::UnLock() {
 RWCString CFG_FileRepositoryBase::GetValue(const RWCString& path) {
   return read(path, [&](const held_tree& tree) { return tree.value(path); });
 }
-RWCString CFG_FileRepositoryBase::GetValue(RWCString path, RWCString default_value) {
+RWCString CFG_FileRepositoryBase::GetValue(RWCString path, RWCString default_value) try {
   before_path_used(path);
   return CFG_RepositoryServicesImp::GetValue(std::move(path), std::move(default_value));
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 RWCString CFG_FileRepositoryBase::GetValue(RWCString& path, int index) {
   return read(path, [&](const held_tree& tree) { return tree.value(path, index); });
@@ -213,25 +224,31 @@ Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeOnlyWithValuesWithPrecentAndWild
 Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeWithLongValues(const RWCString& path) {
   return GetTreeNode(path);
 }
-Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeOnlyWithValuesLong(const RWCString& path) {
+Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeOnlyWithValuesLong(const RWCString& path) try {
   return without_empty_branches(GetTreeNode(change_string_with_properties(path)));
+} catch (...) {
+  return cfg::answered(logger, Tree_NodePtr());
 }
-Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeOnlyWithValues(const RWCString& path) {
+Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeOnlyWithValues(const RWCString& path) try {
   return without_empty_branches(GetTreeNode(change_string_with_properties(path)));
+} catch (...) {
+  return cfg::answered(logger, Tree_NodePtr());
 }
 
 // --- subtree writes, rename and search ------------------------------------------------------
 
-int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) try {
   constexpr char op[] = "AddOrReplaceSubTree(CFG_SubTree* sub_tree,const RWCString & path)";
   logger.trace("Start %s\n", op);
   if (!sub_tree) return logger.reject(FALSE, "%s, sub_tree is NULL, return FALSE\n", op);
   Tree_NodePtr node = sub_tree->GetData();
   return WriteSubTree(node, change_string_with_properties(path));
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path,
-                                                int merge) {
+                                                int merge) try {
   constexpr char op[] =
       "AddOrReplaceSubTree(CFG_SubTree* sub_tree,const RWCString & path,T_Bool merge)";
   logger.info("Start %s path %s\n", op, path);
@@ -246,6 +263,8 @@ int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWC
     if (stored && !stored->IsLeaf()) data = Tree_Node::Merge(stored, data);
     return tree.write(data, actual);
   });
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_FileRepositoryBase::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) {
@@ -265,9 +284,11 @@ int CFG_FileRepositoryBase::SetOrRanameKeyName(const RWCString& path, const RWCS
   return change(path, [&](const held_tree& tree) { return tree.rename(logger, path, key_name); });
 }
 
-String_Arr* CFG_FileRepositoryBase::Search(RWCString name, RWCString path) {
+String_Arr* CFG_FileRepositoryBase::Search(RWCString name, RWCString path) try {
   before_all_paths_used();
   return CFG_RepositoryServicesImp::Search(std::move(name), std::move(path));
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 String_Arr* CFG_FileRepositoryBase::SearchKeyOrValueName(const RWCString& name,
                                                          const RWCString& path) {
@@ -277,12 +298,12 @@ String_Arr* CFG_FileRepositoryBase::SearchKeyOrValueName(const RWCString& name,
 // --- patterns -------------------------------------------------------------------------------
 
 String_Arr* CFG_FileRepositoryBase::FillPath(RWCString pattern) {
-  std::vector<RWCString> paths;
-  read_all([&](const held_tree&) {
+  return read_all([&](const held_tree&) {
+    std::vector<RWCString> paths;
     RWCString actual = change_string_with_properties(RemoveRootName(pattern));
     FillPathToVec(m_sub_tree.get(), actual, &paths);
+    return cfg::filled_paths(logger, paths);
   });
-  return cfg::filled_paths(logger, paths);
 }
 
 void CFG_FileRepositoryBase::FillPathToVec(CFG_SubTree* at, RWCString& pattern,
@@ -334,6 +355,9 @@ RWCString CFG_FileRepositoryBase::FindValue(CFG_SubTree* at, RWCString& pattern,
   return RWCString();
 }
 
-RWCString CFG_FileRepositoryBase::GetNodeNameByIp(RWCString ip) {
-  return cfg::component(FillPath("halvoria\\system\\nodes\\%\\properties", "inet_address%", ip).str(), 3);
+RWCString CFG_FileRepositoryBase::GetNodeNameByIp(RWCString ip) try {
+  return cfg::component(
+      FillPath("halvoria\\system\\nodes\\%\\properties", "inet_address%", ip).str(), 3);
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }

@@ -1,7 +1,10 @@
 #include <CFG/CFG_MemoryRepository.h>
 
+#include <type_traits>
+
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/held_tree.h>
 #include <CFG/detail/patterns.h>
 #include <logging/Logger.h>
@@ -10,12 +13,20 @@
 using cfg::held_tree;
 
 namespace {
+
 constexpr Log_Logger logger("src/CFG/CFG_MemoryRepository", 502);
+
+// An operation: what `asked` makes of the tree. Nothing that is thrown gets out.
+template <class Asked>
+auto ask(CFG_SubTree* sub_tree, const Asked& asked, const char* op = __builtin_FUNCTION()) try {
+  return asked(held_tree(sub_tree));
+} catch (...) {
+  return cfg::answered(logger, std::invoke_result_t<Asked, held_tree>(), op);
 }
 
-CFG_MemoryRepository::CFG_MemoryRepository(CFG_SubTree* sub_tree) : m_sub_tree(sub_tree) {}
+}  // namespace
 
-CFG_SubTree& CFG_MemoryRepository::tree() { return held_tree(m_sub_tree).handle(); }
+CFG_MemoryRepository::CFG_MemoryRepository(CFG_SubTree* sub_tree) : m_sub_tree(sub_tree) {}
 
 RWCString CFG_MemoryRepository::RemoveRootName(const RWCString& path) {
   return held_tree(m_sub_tree).below_root(path);
@@ -24,49 +35,63 @@ RWCString CFG_MemoryRepository::RemoveRootName(const RWCString& path) {
 // --- what the held subtree answers ---------------------------------------------------------------
 
 RWCString CFG_MemoryRepository::GetValue(const RWCString& path) {
-  return held_tree(m_sub_tree).value(path);
+  return ask(m_sub_tree, [&](const held_tree& tree) { return tree.value(path); });
 }
 RWCString CFG_MemoryRepository::GetValue(RWCString& path, int index) {
-  return held_tree(m_sub_tree).value(path, index);
+  return ask(m_sub_tree, [&](const held_tree& tree) { return tree.value(path, index); });
 }
 RWCString CFG_MemoryRepository::GetValueName(RWCString& path, int index) {
-  return held_tree(m_sub_tree).value_name(path, index);
+  return ask(m_sub_tree, [&](const held_tree& tree) { return tree.value_name(path, index); });
 }
 int CFG_MemoryRepository::GetValueNum(RWCString& path) {
-  return held_tree(m_sub_tree).value_num(path);
+  return ask(m_sub_tree, [&](const held_tree& tree) { return tree.value_num(path); });
 }
 int CFG_MemoryRepository::GetSubTreeNum(RWCString& path) {
-  return held_tree(m_sub_tree).sub_tree_num(path);
+  return ask(m_sub_tree, [&](const held_tree& tree) { return tree.sub_tree_num(path); });
 }
 int CFG_MemoryRepository::IsSubTreeExist(const RWCString& path) {
-  return held_tree(m_sub_tree).has_sub_tree(path);
+  return ask(m_sub_tree, [&](const held_tree& tree) { return tree.has_sub_tree(path); });
 }
 CFG_SubTree* CFG_MemoryRepository::GetSubTree(RWCString& path, int index) {
-  return tree().GetSubTree(RemoveRootName(path), index);
+  return ask(m_sub_tree, [&](const held_tree& tree) {
+    return tree.handle().GetSubTree(RemoveRootName(path), index);
+  });
 }
 int CFG_MemoryRepository::GetSubTreeEntriesCount(const RWCString& path) {
-  return tree().GetSubTreeEntriesCount(RemoveRootName(path));
+  return ask(m_sub_tree, [&](const held_tree& tree) {
+    return tree.handle().GetSubTreeEntriesCount(RemoveRootName(path));
+  });
 }
 Tree_PathAndValueArray* CFG_MemoryRepository::GetSubTreeValues(const RWCString& path) {
-  return tree().GetSubTreeValues(RemoveRootName(path));
+  return ask(m_sub_tree, [&](const held_tree& tree) {
+    return tree.handle().GetSubTreeValues(RemoveRootName(path));
+  });
 }
 String_Arr* CFG_MemoryRepository::GetSubTreePaths(const RWCString& path) {
-  return tree().GetSubTreePaths(RemoveRootName(path));
+  return ask(m_sub_tree, [&](const held_tree& tree) {
+    return tree.handle().GetSubTreePaths(RemoveRootName(path));
+  });
 }
 int CFG_MemoryRepository::SetValue(const RWCString& path, const RWCString& value) {
-  return tree().SetValue(RemoveRootName(path), value);
+  return ask(m_sub_tree, [&](const held_tree& tree) {
+    return tree.handle().SetValue(RemoveRootName(path), value);
+  });
 }
 int CFG_MemoryRepository::DeleteSubTree(const RWCString& path) {
-  return tree().DeleteSubTree(RemoveRootName(path));
+  return ask(m_sub_tree, [&](const held_tree& tree) {
+    return tree.handle().DeleteSubTree(RemoveRootName(path));
+  });
 }
 int CFG_MemoryRepository::DeleteValue(const RWCString& path) {
-  return tree().DeleteValue(RemoveRootName(path));
+  return ask(m_sub_tree, [&](const held_tree& tree) {
+    return tree.handle().DeleteValue(RemoveRootName(path));
+  });
 }
 
 // --- detached copies: one read serves all forms ---------------------------------------------
 
 CFG_SubTree* CFG_MemoryRepository::GetSubTree(RWCString& path) {
-  return held_tree(m_sub_tree).sub_tree_at(path);
+  return ask(m_sub_tree, [&](const held_tree& tree) { return tree.sub_tree_at(path); });
 }
 CFG_SubTree* CFG_MemoryRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
   return GetSubTree(path);
@@ -92,7 +117,7 @@ int CFG_MemoryRepository::ExportPath(const RWCString& path, const RWWString& fil
 }
 
 Tree_NodePtr CFG_MemoryRepository::GetTreeNode(const RWCString& path) {
-  return held_tree(m_sub_tree).copy_at(path);
+  return ask(m_sub_tree, [&](const held_tree& tree) { return tree.copy_at(path); });
 }
 Tree_NodePtr CFG_MemoryRepository::GetTreeNodeOnlyWithValuesLong(const RWCString& path) {
   return GetTreeNode(path);
@@ -110,16 +135,18 @@ Tree_NodePtr CFG_MemoryRepository::GetTreeNodeOnlyWithValuesWithPrecentAndWildca
 
 // --- subtree writes, rename and search ------------------------------------------------------
 
-int CFG_MemoryRepository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+int CFG_MemoryRepository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) try {
   constexpr char op[] = "AddOrReplaceSubTree(CFG_SubTree * sub_tree,const RWCString & path)";
   logger.trace("Start %s\n", op);
   if (!sub_tree) return logger.reject(FALSE, "%s, sub_tree is NULL, return FALSE\n", op);
   Tree_NodePtr node = sub_tree->GetData();
   return WriteSubTree(node, change_string_with_properties(path));
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_MemoryRepository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) {
-  return held_tree(m_sub_tree).write(sub_tree, path);
+  return ask(m_sub_tree, [&](const held_tree& tree) { return tree.write(sub_tree, path); });
 }
 
 int CFG_MemoryRepository::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) {
@@ -129,49 +156,55 @@ int CFG_MemoryRepository::SetOrRanameKeyName(const RWCString& path, const RWCStr
     return logger.reject(FALSE, "%s : key_name is empty string, return FALSE\n", op);
   }
   if (path.isNull()) return logger.reject(FALSE, "%s : path is empty string, return FALSE\n", op);
-  return held_tree(m_sub_tree).rename(logger, path, key_name);
+  return ask(m_sub_tree,
+             [&](const held_tree& tree) { return tree.rename(logger, path, key_name); });
 }
 
 String_Arr* CFG_MemoryRepository::SearchKeyOrValueName(const RWCString& name,
                                                        const RWCString& path) {
-  return held_tree(m_sub_tree).search(logger, name, path);
+  return ask(m_sub_tree, [&](const held_tree& tree) { return tree.search(logger, name, path); });
 }
 
 // --- patterns -------------------------------------------------------------------------------
 
 String_Arr* CFG_MemoryRepository::FillPath(RWCString pattern) {
-  const held_tree held(m_sub_tree);
-  const cfg::actual_path actual(held.below_root(pattern));
-  const Tree_NodePtr root = held.root();
-  std::vector<RWCString> paths;
-  for (cfg::pattern_walk walk(root.get(), actual); *walk; walk.next()) {
-    if (!(*walk)->IsLeaf()) paths.push_back((*walk)->GetPath());
-  }
-  return cfg::filled_paths(logger, paths);
+  return ask(m_sub_tree, [&](const held_tree& tree) {
+    const cfg::actual_path actual(tree.below_root(pattern));
+    const Tree_NodePtr root = tree.root();
+    std::vector<RWCString> paths;
+    for (cfg::pattern_walk walk(root.get(), actual); *walk; walk.next()) {
+      if (!(*walk)->IsLeaf()) paths.push_back((*walk)->GetPath());
+    }
+    return cfg::filled_paths(logger, paths);
+  });
 }
 
 RWCString CFG_MemoryRepository::FillPath(RWCString pattern, RWCString value_name, RWCString value) {
-  const held_tree held(m_sub_tree);
-  const cfg::actual_path actual(held.below_root(pattern));
-  const Tree_NodePtr root = held.root();
-  const auto path_of_match = [&](const RWCString& name) {
-    const cfg::actual_path actual_name(name);
-    for (cfg::pattern_walk walk(root.get(), actual); *walk; walk.next()) {
-      const Tree_Node* found = (*walk)->IsLeaf() ? nullptr : (*walk)->Find(actual_name);
-      if (found && found->IsLeaf() && found->GetText() == value.view()) return (*walk)->GetPath();
+  return ask(m_sub_tree, [&](const held_tree& tree) {
+    const cfg::actual_path actual(tree.below_root(pattern));
+    const Tree_NodePtr root = tree.root();
+    const auto path_of_match = [&](const RWCString& name) {
+      const cfg::actual_path actual_name(name);
+      for (cfg::pattern_walk walk(root.get(), actual); *walk; walk.next()) {
+        const Tree_Node* found = (*walk)->IsLeaf() ? nullptr : (*walk)->Find(actual_name);
+        if (found && found->IsLeaf() && found->GetText() == value.view()) return (*walk)->GetPath();
+      }
+      return RWCString();
+    };
+    RWCString path = path_of_match(value_name);
+    if (value_name != "inet_address") return path;
+    for (char digit = '1'; path.isNull() && digit <= '5'; ++digit) {
+      path = path_of_match(RWCString("additional_inet_address_") + digit);
     }
-    return RWCString();
-  };
-  RWCString path = path_of_match(value_name);
-  if (value_name != "inet_address") return path;
-  for (char digit = '1'; path.isNull() && digit <= '5'; ++digit) {
-    path = path_of_match(RWCString("additional_inet_address_") + digit);
-  }
-  return path;
+    return path;
+  });
 }
 
-RWCString CFG_MemoryRepository::GetNodeNameByIp(RWCString ip) {
-  return cfg::component(FillPath("halvoria\\system\\nodes\\%\\properties", "inet_address", ip).str(), 3);
+RWCString CFG_MemoryRepository::GetNodeNameByIp(RWCString ip) try {
+  return cfg::component(
+      FillPath("halvoria\\system\\nodes\\%\\properties", "inet_address", ip).str(), 3);
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
 RWCString CFG_MemoryRepository::GetServerSyncID() { return "tree"; }

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/once_value.h>
 #include <CFG/detail/paths.h>
 #include <CFG/detail/patterns.h>
@@ -44,7 +45,7 @@ struct RuleRead {
 
 // The first subtree that `read` finds at a candidate.
 template <class Read>
-CFG_SubTree* first_found(const RuleRead& asked, Read read) {
+CFG_SubTree* first_found(const RuleRead& asked, Read read) try {
   CFG_SubTree* found = nullptr;
   const bool is_valid = asked.each_candidate([&](const RWCString& candidate) {
     found = read(candidate);
@@ -55,6 +56,8 @@ CFG_SubTree* first_found(const RuleRead& asked, Read read) {
   });
   if (is_valid && !found) logger.trace("%s : sub tree not found , return NULL\n", asked.op);
   return found;
+} catch (...) {
+  return cfg::answered(logger, nullptr, asked.op);
 }
 
 // The trees that `read` finds at the candidates, laid over each other by `combine`; those of
@@ -62,7 +65,7 @@ CFG_SubTree* first_found(const RuleRead& asked, Read read) {
 template <class Read>
 CFG_SubTree* all_found(const RuleRead& asked, Read read,
                        Tree_NodePtr combine(const Tree_NodePtr& base,
-                                            const Tree_NodePtr& overlay)) {
+                                            const Tree_NodePtr& overlay)) try {
   Tree_NodePtr result;
   const bool is_valid = asked.each_candidate([&](const RWCString& candidate) {
     const Tree_NodePtr found = read(candidate);
@@ -76,6 +79,8 @@ CFG_SubTree* all_found(const RuleRead& asked, Read read,
   }
   Tree_Node::ChangeTreeNodePtrProtection(result, Tree_Node::TRUE_BOOL);
   return new CFG_SubTree(result);
+} catch (...) {
+  return cfg::answered(logger, nullptr, asked.op);
 }
 
 // --- application information -----------------------------------------------------------------
@@ -147,9 +152,11 @@ String_Arr* CFG_RepositoryServicesImp::FillPathWithRuleList(RWCString, Tree_Path
   return logger.reject(nullptr, "FillPathWithRuleList not supported for this CFG TYPE\n");
 }
 
-RWCString CFG_RepositoryServicesImp::GetNodeName(RWCString ae) {
+RWCString CFG_RepositoryServicesImp::GetNodeName(RWCString ae) try {
   return cfg::component(FillPath("halvoria\\system\\nodes\\%\\servers\\%\\dicom", "ae", ae).str(),
                         3);
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 RWCString CFG_RepositoryServicesImp::GetServerNodeName() { return GetProperty("current_node"); }
 
@@ -338,7 +345,7 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWi
 // Each candidate is written over those before it into a key without a name, so unlike in the
 // other forms the later ones win; what the last one wrote is the answer.
 CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
-    const RWCString& path, const char** search_rule, int merge, int search_num) {
+    const RWCString& path, const char** search_rule, int merge, int search_num) try {
   if (!merge) return GetSubTreeOnlyWithValuesWithPrecentAndWildcard(path, search_rule, search_num);
   const RuleRead asked = {
       "GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString & path,const char ** search_rule,T_Bool merge,int search_num)",
@@ -356,12 +363,15 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWi
   holder.GetData()->Remove(result);
   result->SetVirtualParentPath(last->GetVirtualParentPath());
   return new CFG_SubTree(result);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 // --- writes with long values ---------------------------------------------------------------------
 
 int CFG_RepositoryServicesImp::AddOrReplaceSubTreeWithLongValues(CFG_SubTree* sub_tree,
-                                                                 const RWCString& path, int merge) {
+                                                                 const RWCString& path,
+                                                                 int merge) try {
   constexpr char op[] = "AddOrReplaceSubTreeWithLongValues with merge";
   if (!IsValidPath(path, op)) return FALSE;
   if (!merge) return AddOrReplaceSubTree(sub_tree, path);
@@ -369,14 +379,18 @@ int CFG_RepositoryServicesImp::AddOrReplaceSubTreeWithLongValues(CFG_SubTree* su
   const RWCString actual = change_string_with_properties(path);
   if (!IsValidPath(actual, op)) return FALSE;
   return write_with_stored(op, sub_tree, actual, true);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_RepositoryServicesImp::AddMoreInfoToSubTreeWithLongValues(CFG_SubTree* sub_tree,
-                                                                  const RWCString& path) {
+                                                                  const RWCString& path) try {
   constexpr char op[] =
       "AddMoreInfoToSubTreeWithLongValues(CFG_SubTree* sub_tree,const RWCString & path)";
   logger.info("Start %s for path <%s>\n", op, path);
   return write_with_stored(op, sub_tree, change_string_with_properties(path), false);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_RepositoryServicesImp::write_with_stored(const char* op, CFG_SubTree* sub_tree,
@@ -384,7 +398,12 @@ int CFG_RepositoryServicesImp::write_with_stored(const char* op, CFG_SubTree* su
   Tree_NodePtr data;
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
-  const SubTreePtr stored(GetSubTreeWithLongValues(cfg::join(path, key_name)));
+  const RWCString key = cfg::join(path, key_name);
+  const SubTreePtr stored(GetSubTreeWithLongValues(key));
+  if (!stored && IsSubTreeExist(key)) {
+    return logger.reject(FALSE, "%s : what is stored at <%s> cannot be read, return FALSE\n", op,
+                         key);
+  }
   Tree_NodePtr written = !stored      ? data->DuplicateFromHereDown(TRUE)
                          : given_wins ? Tree_Node::Merge(stored->GetData(), data)
                                       : Tree_Node::Merge(data, stored->GetData());
@@ -395,7 +414,7 @@ int CFG_RepositoryServicesImp::write_with_stored(const char* op, CFG_SubTree* su
 
 void CFG_RepositoryServicesImp::CompareSubsAndChangeRepository(CFG_SubTree* current,
                                                                CFG_SubTree* stored,
-                                                               RWCString path) {
+                                                               RWCString path) try {
   constexpr char op[] = "CFG_RepositoryServicesImp::CompareSubsAndChangeRepository";
   const Tree_NodePtr current_root = current ? current->GetData() : Tree_NodePtr();
   const Tree_NodePtr stored_root = stored ? stored->GetData() : Tree_NodePtr();
@@ -439,12 +458,14 @@ void CFG_RepositoryServicesImp::CompareSubsAndChangeRepository(CFG_SubTree* curr
       AddOrReplaceSubTree(&added, path);
     }
   }
+} catch (...) {
+  cfg::log_exception(logger, __func__);
 }
 
 // --- subtrees from lists --------------------------------------------------------------------
 
 CFG_SubTree* CFG_RepositoryServicesImp::CreateSubTree(
-    const RWCString& path, const std::list<std::pair<RWCString, RWCString>>& values) {
+    const RWCString& path, const std::list<std::pair<RWCString, RWCString>>& values) try {
   RWCString root_path = path;
   tolower(root_path);
   cfg::tree_builder builder(root_path);
@@ -460,10 +481,12 @@ CFG_SubTree* CFG_RepositoryServicesImp::CreateSubTree(
     builder.add(full_path.view().substr(prefix.length()), text);
   }
   return new CFG_SubTree(builder.tree());
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 bool CFG_RepositoryServicesImp::AddNodeToTree(Tree_NodePtr& root, Tree_NodeInfo* record,
-                                              CFG_BuildTreeState& state) {
+                                              CFG_BuildTreeState& state) try {
   const std::string_view path = record->PathView();
   const std::string_view parent_path =
       path.substr(0, static_cast<size_t>(record->GetParentPathLength()));
@@ -487,6 +510,8 @@ bool CFG_RepositoryServicesImp::AddNodeToTree(Tree_NodePtr& root, Tree_NodeInfo*
   if (!cfg::is_placed(outcome, path)) return false;
   if (!node->IsLeaf()) state.last_key = node;
   return true;
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 
 // --- application information ----------------------------------------------------------------
@@ -511,11 +536,15 @@ RWCString CFG_RepositoryServicesImp::app_info(const RWCString& entry) {
   return found == m_app_info.end() ? RWCString() : found->second;
 }
 
-RWCString CFG_RepositoryServicesImp::GetApplicationDisplayName(RWCString application) {
+RWCString CFG_RepositoryServicesImp::GetApplicationDisplayName(RWCString application) try {
   return app_info(application + "_display_name");
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
-RWCString CFG_RepositoryServicesImp::GetApplicationName(RWCString application) {
+RWCString CFG_RepositoryServicesImp::GetApplicationName(RWCString application) try {
   return app_info(application + "_name");
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 RWCString CFG_RepositoryServicesImp::GetVendorName() { return app_info("vendor_name"); }
 
@@ -525,16 +554,18 @@ RWCString CFG_RepositoryServicesImp::server_property_path(const RWCString& name)
   return "halvoria\\system\\nodes\\" + GetServerNodeName() + "\\properties\\" + name;
 }
 
-RWCString CFG_RepositoryServicesImp::GetCurrentGridName() {
+RWCString CFG_RepositoryServicesImp::GetCurrentGridName() try {
   static auto& grid_name = *new cfg::once_value<RWCString>;
   return grid_name.get([this] {
     const RWCString name = GetValue(server_property_path("grid_name"), Tmr_TNLToken::dummy_name);
     logger.trace("GetCurrentGridName :  value is %s\n", name);
     return name;
   });
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-RWCString CFG_RepositoryServicesImp::GetCurrentDorranceDomainName() {
+RWCString CFG_RepositoryServicesImp::GetCurrentDorranceDomainName() try {
   static auto& domain_name = *new cfg::once_value<RWCString>;
   return domain_name.get([this] {
     RWCString name = GetValue(server_property_path("current_domain"), "null_domain");
@@ -542,33 +573,41 @@ RWCString CFG_RepositoryServicesImp::GetCurrentDorranceDomainName() {
     logger.trace("GetCurrentDorranceDomainName :  value is %s\n", name);
     return name;
   });
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-bool CFG_RepositoryServicesImp::CFGPerformanceEnabled() {
+bool CFG_RepositoryServicesImp::CFGPerformanceEnabled() try {
   static auto& is_enabled = *new cfg::once_value<bool>;
   return is_enabled.get([this] {
     return GetBooleanValueWrapper(
         "halvoria\\system\\applications\\events\\activation\\cfgperformance", false);
   });
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 
-RWCString CFG_RepositoryServicesImp::GetServerProperty(RWCString name) {
+RWCString CFG_RepositoryServicesImp::GetServerProperty(RWCString name) try {
   if (name == "grid_name") return GetCurrentGridName();
   if (name == "current_domain") return GetCurrentDorranceDomainName();
   const RWCString text = GetValue(server_property_path(name));
   logger.trace("GetServerProperty : property %s value is %s\n", name, text);
   return text;
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-RWCString CFG_RepositoryServicesImp::GetServerGUID() {
+RWCString CFG_RepositoryServicesImp::GetServerGUID() try {
   const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(cfg::once_lock());
   if (m_server_guid.isNull()) {
     m_server_guid = GetValue("halvoria\\system\\applications\\plexaris\\sync\\server_guid");
   }
   return m_server_guid;
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-std::pair<RWCString, RWCString> CFG_RepositoryServicesImp::GetCoreProperties() {
+std::pair<RWCString, RWCString> CFG_RepositoryServicesImp::GetCoreProperties() try {
   std::pair<RWCString, RWCString> core(GetProperty("core_name"), RWCString());
   if (core.first.isNull()) {
     init_core_properties(core.first, core.second);
@@ -576,6 +615,8 @@ std::pair<RWCString, RWCString> CFG_RepositoryServicesImp::GetCoreProperties() {
     core.second = GetProperty("core_ip");
   }
   return core;
+} catch (...) {
+  return cfg::answered(logger, std::pair<RWCString, RWCString>());
 }
 
 void CFG_RepositoryServicesImp::init_core_properties(RWCString& name, RWCString& address) {
@@ -598,6 +639,8 @@ void CFG_RepositoryServicesImp::init_core_properties(RWCString& name, RWCString&
 
 void CFG_RepositoryServicesImp::CollapseTreePools() { Tree_Node::CollapsePools(); }
 
-RWCString CFG_RepositoryServicesImp::GetPathBeforeFirstPrecent(RWCString& path) {
+RWCString CFG_RepositoryServicesImp::GetPathBeforeFirstPrecent(RWCString& path) try {
   return RWCString(cfg::before_wildcard(path));
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }

@@ -2,6 +2,7 @@
 #include <CFG/CFG_DBRepository.h>
 
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/answered.h>
 #include <database/CFGDB_Conn.h>
 #include <logging/Logger.h>
 
@@ -16,13 +17,15 @@ CFG_DBRepository::CFG_DBRepository(const RWCString& conn_string, const RWCString
     : m_given(new Given{conn_string, user}) {}
 CFG_DBRepository::~CFG_DBRepository() { delete m_connection.load(); }
 
+void CFG_DBRepository::say_failed(const char* op) noexcept { cfg::log_exception(logger, op); }
+
 void CFG_DBRepository::say_not_connected(const char* op) {
   logger.error("%s : not connected to the database\n", op);
 }
 
 // --- connection ----------------------------------------------------------------------------------
 
-int CFG_DBRepository::Connect() {
+int CFG_DBRepository::Connect() try {
   const RecursiveThreadMutexWrapper::WriteGuard guard(m_connection_lock);
   if (m_is_connected) return m_is_connected;
   const RWCString user = m_given ? m_given->user : GetProperty("user");
@@ -33,6 +36,8 @@ int CFG_DBRepository::Connect() {
   if (!m_connection) m_connection = new CFGDB_Conn(sets_nls_lang);
   m_is_connected = m_connection.load()->Init(conn_string, user, is_traced) != 0;
   return m_is_connected;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_DBRepository::DisConnect() {
@@ -117,10 +122,12 @@ RWCString CFG_DBRepository::GetMinSeqNumberOfDeletedEntry() {
   return ask("GetMinSeqNumberOfDeletedEntry()",
              [](CFGDB_Conn& db) { return db.GetMinSeqNumberOfDeletedEntry(); });
 }
-RWCString CFG_DBRepository::GetMaxSeqNumber(const RWCString& path) {
+RWCString CFG_DBRepository::GetMaxSeqNumber(const RWCString& path) try {
   const cfg::actual_string actual(path);
   return ask("GetMaxSeqNumber(const RWCString&)",
              [&](CFGDB_Conn& db) { return db.GetMaxSeqNumber(actual); });
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 RWCString CFG_DBRepository::GetMaxSeqNumber() {
   return ask("GetMaxSeqNumber()", [](CFGDB_Conn& db) { return db.GetMaxSeqNumber(); });
@@ -140,10 +147,12 @@ bool CFG_DBRepository::CheckIntegrity(std::string& reason) {
 std::string CFG_DBRepository::TakeFailure() {
   return ask("TakeFailure()", [](CFGDB_Conn& db) { return db.TakeFailure(); });
 }
-int CFG_DBRepository::PurgeDeletedEntries(int days) {
+int CFG_DBRepository::PurgeDeletedEntries(int days) try {
   const Step one_step(m_changes);
   CFGDB_Conn* const db = m_connection;
   if (db) return db->PurgeDeletedEntries(days);
   say_not_connected("PurgeDeletedEntries(int)");
   return -1;
+} catch (...) {
+  return cfg::answered(logger, -1);
 }

@@ -3,6 +3,7 @@
 
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/held_tree.h>
 #include <CFG/detail/paths.h>
 #include <database/CFGDB_Conn.h>
@@ -52,7 +53,7 @@ Tree_PathAndValueArray actual_rules(Tree_PathAndValueArray& rules, bool is_case_
 
 // --- values --------------------------------------------------------------------------------------
 
-RWCString CFG_DBRepository::GetValue(const RWCString& path) {
+RWCString CFG_DBRepository::GetValue(const RWCString& path) try {
   const actual_string actual(path);
   logger.trace("Start GetValue(RWCString & path) %s\n", actual.text());
   if (actual.empty()) {
@@ -60,62 +61,78 @@ RWCString CFG_DBRepository::GetValue(const RWCString& path) {
         RWCString(), "GetValue(RWCString & path) :  path is an empty string,return empty string\n");
   }
   return ask("GetValue(RWCString & path)", [&](CFGDB_Conn& db) { return db.GetValue(actual); });
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-RWCString CFG_DBRepository::GetValue(RWCString& path, int index) {
+RWCString CFG_DBRepository::GetValue(RWCString& path, int index) try {
   const actual_string actual(path);
   logger.trace("Start GetValue(RWCString & path,int index)%s\n", actual.text());
   return ask("GetValue(RWCString & path,int index)",
              [&](CFGDB_Conn& db) { return db.GetValue(actual, index); });
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-RWCString CFG_DBRepository::GetValueName(RWCString& path, int index) {
+RWCString CFG_DBRepository::GetValueName(RWCString& path, int index) try {
   const actual_string actual(path);
   logger.trace("Start GetValueName(RWCString & path,int index) %s\n", actual.text());
   return ask("GetValueName(RWCString & path,int index)",
              [&](CFGDB_Conn& db) { return db.GetValueName(actual, index); });
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-int CFG_DBRepository::GetValueNum(RWCString& path) {
+int CFG_DBRepository::GetValueNum(RWCString& path) try {
   const actual_string actual(path);
   logger.trace("Start GetValueNum(RWCString & path) %s\n", actual.text());
   return ask("GetValueNum(RWCString & path)",
              [&](CFGDB_Conn& db) { return db.GetValueNum(actual); });
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_DBRepository::GetSubTreeNum(RWCString& path) {
+int CFG_DBRepository::GetSubTreeNum(RWCString& path) try {
   const actual_string actual(path);
   logger.trace("Start GetSubTreeNum(RWCString & path) %s\n", actual.text());
   return ask("GetSubTreeNum(RWCString & path)",
              [&](CFGDB_Conn& db) { return db.GetSubTreeNum(actual); });
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_DBRepository::GetSubTreeEntriesCount(const RWCString& path) {
+int CFG_DBRepository::GetSubTreeEntriesCount(const RWCString& path) try {
   const actual_string actual(path);
   logger.trace("Start GetSubTreeEntriesCount(RWCString & path) %s\n", actual.text());
   return ask("GetSubTreeEntriesCount(RWCString & path)",
              [&](CFGDB_Conn& db) { return db.GetSubTreeEntriesCount(actual); });
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_DBRepository::IsSubTreeExist(const RWCString& path) {
+int CFG_DBRepository::IsSubTreeExist(const RWCString& path) try {
   const actual_string actual(path);
   logger.trace("Start IsSubTreeExist(const RWCString & path) for %s\n", actual.text());
   return ask("IsSubTreeExist(const RWCString & path)",
              [&](CFGDB_Conn& db) { return db.IsSubTreeExist(actual, 0); });
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 // --- lists ---------------------------------------------------------------------------------------
 
-String_Arr* CFG_DBRepository::GetSubTreePaths(const RWCString& path) {
+String_Arr* CFG_DBRepository::GetSubTreePaths(const RWCString& path) try {
   constexpr char op[] = "GetSubTreePaths(const RWCString & _path)";
   const actual_string actual(path);
   logger.trace("Start %s for path <%s>\n", op, actual.text());
   std::vector<RWCString> names;
   ask(op, [&](CFGDB_Conn& db) { return db.GetSubTreePathes(actual, names); });
   return cfg::filled_paths(logger, names, op);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-Tree_PathAndValueArray* CFG_DBRepository::GetSubTreeValues(const RWCString& path) {
+Tree_PathAndValueArray* CFG_DBRepository::GetSubTreeValues(const RWCString& path) try {
   constexpr char op[] = "GetSubTreeValues(const RWCString & _path)";
   const actual_string actual(path);
   logger.trace("Start %s for path <%s>\n", op, actual.text());
@@ -131,9 +148,11 @@ Tree_PathAndValueArray* CFG_DBRepository::GetSubTreeValues(const RWCString& path
     values->SetPV(i, record.GetPath(), record.GetValue());
   }
   return values.release();
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_DBRepository::GetSubTree(RWCString& path, int index) {
+CFG_SubTree* CFG_DBRepository::GetSubTree(RWCString& path, int index) try {
   constexpr char op[] = "GetSubTree(RWCString & _path,int index)";
   const actual_string actual(path);
   logger.trace("Start %s\n", op);
@@ -151,11 +170,13 @@ CFG_SubTree* CFG_DBRepository::GetSubTree(RWCString& path, int index) {
   }
   RWCString child = cfg::join(actual.text(), names[static_cast<size_t>(index)]);
   return GetSubTree(child);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 // --- paths with wildcards ------------------------------------------------------------------------
 
-String_Arr* CFG_DBRepository::FillPath(RWCString path) {
+String_Arr* CFG_DBRepository::FillPath(RWCString path) try {
   constexpr char op[] = "FillPath(const RWCString path)";
   const actual_string actual(path);
   logger.trace("Start %s for path <%s>\n", op, actual.text());
@@ -164,9 +185,12 @@ String_Arr* CFG_DBRepository::FillPath(RWCString path) {
   }
   return cfg::filled_paths(logger, ask(op, [&](CFGDB_Conn& db) { return db.FillPath(actual); }),
                            op);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-RWCString CFG_DBRepository::FillPath(RWCString path, RWCString value_name, RWCString value_data) {
+RWCString CFG_DBRepository::FillPath(RWCString path, RWCString value_name,
+                                     RWCString value_data) try {
   constexpr char op[] =
       "FillPath(const RWCString path, const RWCString value_name, const RWCString value_data)";
   const actual_string actual(path);
@@ -191,10 +215,12 @@ RWCString CFG_DBRepository::FillPath(RWCString path, RWCString value_name, RWCSt
   if (!found.isNull()) return found;
   name = "additional_inet_address_%";
   return found_by_address(value_data, path_of);
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
 String_Arr* CFG_DBRepository::FillPathWithRuleList(RWCString path, Tree_PathAndValueArray* rules,
-                                                   int is_case_sensitive, int is_and_rule) {
+                                                   int is_case_sensitive, int is_and_rule) try {
   constexpr char op[] =
       " FillPathWithRuleList(const RWCString path, Tree_PathAndValueArray* pPathAndValue, T_Bool isCaseSensitive, T_Bool isAndRule) ";
   const actual_string actual(path);
@@ -214,6 +240,8 @@ String_Arr* CFG_DBRepository::FillPathWithRuleList(RWCString path, Tree_PathAndV
                                                                 is_case_sensitive, is_and_rule);
                                }),
                            op);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 // --- searches ------------------------------------------------------------------------------------
@@ -221,7 +249,7 @@ String_Arr* CFG_DBRepository::FillPathWithRuleList(RWCString path, Tree_PathAndV
 String_Arr* CFG_DBRepository::SearchPatternExtended(const RWCString& pattern, const RWCString path,
                                                     bool find_key, bool find_value_name,
                                                     bool find_value_data, bool value_case_sensitive,
-                                                    bool match_whole_word) {
+                                                    bool match_whole_word) try {
   constexpr char op[] =
       "SearchPatternExtended(const RWCString& pattern, const RWCString path,, bool find_key, bool find_value_name, bool find_value_data, bool value_case_sensitive, bool match_whole_word)";
   const actual_string actual(path);
@@ -242,9 +270,12 @@ String_Arr* CFG_DBRepository::SearchPatternExtended(const RWCString& pattern, co
                                      value_case_sensitive, match_whole_word);
                                }),
                            op);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-String_Arr* CFG_DBRepository::SearchKeyOrValueName(const RWCString& name, const RWCString& path) {
+String_Arr* CFG_DBRepository::SearchKeyOrValueName(const RWCString& name,
+                                                   const RWCString& path) try {
   if (name.isNull()) {
     return logger.reject(nullptr, "name parameter is an empty string, return NULL\n");
   }
@@ -257,11 +288,13 @@ String_Arr* CFG_DBRepository::SearchKeyOrValueName(const RWCString& name, const 
     return logger.reject(nullptr, "path %s represent a value, return NULL\n", path);
   }
   return logger.reject(nullptr, "fail to get sub tree for path : <%s>, return NULL\n", path);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 // --- nodes ---------------------------------------------------------------------------------------
 
-RWCString CFG_DBRepository::GetNodeName(RWCString ae) {
+RWCString CFG_DBRepository::GetNodeName(RWCString ae) try {
   constexpr char op[] = "GetNodeName(const RWCString ae)";
   logger.trace("Start %s for ae <%s>\n", op, ae);
   if (ae.isNull()) {
@@ -269,9 +302,11 @@ RWCString CFG_DBRepository::GetNodeName(RWCString ae) {
                          op);
   }
   return ask(op, [&](CFGDB_Conn& db) { return db.GetNodeName(ae); });
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-RWCString CFG_DBRepository::GetNodeNameByIp(RWCString ip) {
+RWCString CFG_DBRepository::GetNodeNameByIp(RWCString ip) try {
   constexpr char op[] = "GetNodeNameByIp(const RWCString ip)";
   logger.trace("Start %s for ip %s\n", op, ip);
   if (ip.isNull()) {
@@ -286,4 +321,6 @@ RWCString CFG_DBRepository::GetNodeNameByIp(RWCString ip) {
   return found_by_address(ip, [&](const RWCString& address) {
     return ask(op, [&](CFGDB_Conn& db) { return db.GetNodeNameByIp(address); });
   });
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }

@@ -4,6 +4,7 @@
 #include <CFG/CFG_PerformanceEvent.h>
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/tree_builder.h>
 #include <database/CFGDB_Conn.h>
 #include <logging/Logger.h>
@@ -68,6 +69,10 @@ Tree_NodePtr CFG_DBRepository::tree_of(CFGDB_Conn& db, const TreeQuery& query) {
       "GetTreeByParams : paremeters path %s wildCard %d sequence %s deleted %d all deleted %d\n",
       query.path, query.wildcard, query.seq ? query.seq->view() : std::string_view(), query.deleted,
       query.all_deleted);
+  struct Closing {
+    ~Closing() { db.CloseTreeQuery(true); }
+    CFGDB_Conn& db;
+  } const closing{db};
   Tree_NodePtr tree;
   if (db.has_tree()) {
     cfg::tree_builder builder(db.GetQueryRootPath());
@@ -77,106 +82,135 @@ Tree_NodePtr CFG_DBRepository::tree_of(CFGDB_Conn& db, const TreeQuery& query) {
     });
     tree = builder.tree();
   }
-  if (db.is_query_failed()) tree = nullptr;
-  db.CloseTreeQuery(true);
-  return tree;
+  return db.is_query_failed() ? Tree_NodePtr() : tree;
 }
 
-Tree_NodePtr CFG_DBRepository::GetTreeNode(const RWCString& path) {
+Tree_NodePtr CFG_DBRepository::GetTreeNode(const RWCString& path) try {
   logger.trace("Start GetTreeNode(const RWCString & path)\n");
   Tree_NodePtr tree = GetTreeByParams({actual_string(path)});
   logger.trace("End GetTreeNode(const RWCString & path)\n");
   return tree;
+} catch (...) {
+  return cfg::answered(logger, Tree_NodePtr());
 }
 
-Tree_NodePtr CFG_DBRepository::GetTreeNodeBySeqNumber(const RWCString& path, const RWCString& seq) {
+Tree_NodePtr CFG_DBRepository::GetTreeNodeBySeqNumber(const RWCString& path,
+                                                      const RWCString& seq) try {
   logger.trace("Start GetTreeNodeBySeqNumber(const RWCString & path)\n");
   Tree_NodePtr tree = GetTreeByParams({actual_string(path), false, &seq});
   logger.trace("End GetTreeNodeBySeqNumber(const RWCString & path)\n");
   return tree;
+} catch (...) {
+  return cfg::answered(logger, Tree_NodePtr());
 }
 
-Tree_NodePtr CFG_DBRepository::GetTreeNodeWithLongValues(const RWCString& path) {
+Tree_NodePtr CFG_DBRepository::GetTreeNodeWithLongValues(const RWCString& path) try {
   logger.trace("Start GetTreeNodeWithLongValues(const RWCString path)\n");
   return GetTreeByParams({actual_string(path)});
+} catch (...) {
+  return cfg::answered(logger, Tree_NodePtr());
 }
 
-Tree_NodePtr CFG_DBRepository::GetTreeNodeOnlyWithValues(const RWCString& path) {
+Tree_NodePtr CFG_DBRepository::GetTreeNodeOnlyWithValues(const RWCString& path) try {
   return without_empty_branches(GetTreeByParams({actual_string(path)}));
+} catch (...) {
+  return cfg::answered(logger, Tree_NodePtr());
 }
 
-Tree_NodePtr CFG_DBRepository::GetTreeNodeOnlyWithValuesLong(const RWCString& path) {
+Tree_NodePtr CFG_DBRepository::GetTreeNodeOnlyWithValuesLong(const RWCString& path) try {
   logger.trace("Start GetTreeNodeOnlyWithValuesLong(const RWCString path)\n");
   return without_empty_branches(GetTreeByParams({actual_string(path)}));
+} catch (...) {
+  return cfg::answered(logger, Tree_NodePtr());
 }
 
-Tree_NodePtr CFG_DBRepository::GetTreeNodeWithPrecentAndWildcard(const RWCString& path) {
+Tree_NodePtr CFG_DBRepository::GetTreeNodeWithPrecentAndWildcard(const RWCString& path) try {
   constexpr char op[] = "GetTreeNodeWithPrecentAndWildcard(const RWCString & _path)";
   logger.trace("Start %s\n", op);
   const actual_string actual(path);
   return is_path_given(actual, op) ? GetTreeByParams({actual, true}) : nullptr;
+} catch (...) {
+  return cfg::answered(logger, Tree_NodePtr());
 }
 
 Tree_NodePtr CFG_DBRepository::GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(
-    const RWCString& path) {
+    const RWCString& path) try {
   constexpr char op[] = "GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString & _path)";
   logger.trace("Start %s\n", op);
   const actual_string actual(path);
   if (!is_path_given(actual, op)) return nullptr;
   return without_empty_branches(GetTreeByParams({actual, true}));
+} catch (...) {
+  return cfg::answered(logger, Tree_NodePtr());
 }
 
 // --- subtrees ------------------------------------------------------------------------------------
 
-CFG_SubTree* CFG_DBRepository::GetSubTree(RWCString& path) {
+CFG_SubTree* CFG_DBRepository::GetSubTree(RWCString& path) try {
   logger.trace("Start GetSubTree(RWCString & path) %s\n", path);
   return sub_tree_of(GetTreeNode(path), "GetSubTree(RWCString & path)", "GetTreeNode");
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_DBRepository::GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq) {
+CFG_SubTree* CFG_DBRepository::GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq) try {
   constexpr char op[] = "GetSubTreeBySeqNumber(RWCString & path)";
   logger.trace("Start GetSubTreeBySeqNumber(RWCString & path)\n");
   return sub_tree_of(GetTreeNodeBySeqNumber(path, seq), op, "GetTreeNodeBySeqNumber");
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq,
-                                                          bool all) {
+                                                          bool all) try {
   logger.trace("Start GetSubTreeOnlyDeletedNodes\n");
   return sub_tree_of(GetTreeByParams({actual_string(path), false, &seq, true, all}),
                      "GetSubTreeOnlyDeletedNodes", "BuildSubTree");
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValues(const RWCString& path) {
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValues(const RWCString& path) try {
   constexpr char op[] = "GetSubTreeOnlyWithValues(RWCString & path)";
   logger.trace("Start GetSubTreeOnlyWithValues(RWCString & path)\n");
   return sub_tree_of(GetTreeNodeOnlyWithValues(path), op, "GetTreeNodeOnlyWithValues");
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesLong(const RWCString& path) {
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesLong(const RWCString& path) try {
   constexpr char op[] = "GetSubTreeOnlyWithValuesLong(RWCString & path)";
   logger.trace("Start GetSubTreeOnlyWithValuesLong(RWCString & path)\n");
   return sub_tree_of(GetTreeNodeOnlyWithValuesLong(path), op, "GetTreeNodeOnlyWithValuesLong");
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_DBRepository::GetSubTreeWithLongValues(const RWCString& path) {
+CFG_SubTree* CFG_DBRepository::GetSubTreeWithLongValues(const RWCString& path) try {
   constexpr char op[] = "GetSubTreeWithLongValues(RWCString & path)";
   logger.trace("Start GetSubTreeWithLongValues(RWCString & path)\n");
   return sub_tree_of(GetTreeNodeWithLongValues(path), op, "GetTreeNodeWithLongValues");
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_DBRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
+CFG_SubTree* CFG_DBRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) try {
   constexpr char op[] = "GetSubTreeWithPrecentAndWildcard(const RWCString & path)";
   logger.trace("Start %s for path <%s>\n", op, path);
   return sub_tree_of(GetTreeNodeWithPrecentAndWildcard(path), op,
                      "GetTreeNodeWithPrecentAndWildcard");
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
-    const RWCString& path) {
+    const RWCString& path) try {
   constexpr char op[] = "GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString & path)";
   logger.trace("Start %s\n", op);
   return sub_tree_of(GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(path), op,
                      "GetTreeNodeOnlyWithValuesWithPrecentAndWildcard");
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 // --- record by record ----------------------------------------------------------------------------
@@ -184,29 +218,39 @@ CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
 // What is asked for each record does not say that there is no connection: StartTreeQuery did.
 
 int CFG_DBRepository::StartTreeQuery(RWCString& path, bool wildcard, const RWCString* seq,
-                                     bool deleted) {
+                                     bool deleted) try {
   const actual_string actual(path);
   CFGDB_Conn* const db = m_connection;
   if (db) return db->StartTreeQuery(actual, wildcard, false, seq, deleted, false);
   say_not_connected("StartTreeQuery");
   return -1;
+} catch (...) {
+  return cfg::answered(logger, -1);
 }
-Tree_NodeInfo* CFG_DBRepository::GetNextFromQuery() {
+Tree_NodeInfo* CFG_DBRepository::GetNextFromQuery() try {
   CFGDB_Conn* const db = m_connection;
   return db ? db->GetNextFromQuery() : nullptr;
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
-bool CFG_DBRepository::NextFromQuery(std::string_view& path, std::string_view& value) {
+bool CFG_DBRepository::NextFromQuery(std::string_view& path, std::string_view& value) try {
   CFGDB_Conn* const db = m_connection;
   return db && db->next_record(path, value);
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 bool CFG_DBRepository::EachFromQuery(
-    const std::function<bool(std::string_view, std::string_view)>& take) {
+    const std::function<bool(std::string_view, std::string_view)>& take) try {
   CFGDB_Conn* const db = m_connection;
   return db && db->each_record(take);
+} catch (...) {
+  return cfg::answered(logger, false);
 }
-bool CFG_DBRepository::QueryHasTree() {
+bool CFG_DBRepository::QueryHasTree() try {
   CFGDB_Conn* const db = m_connection;
   return db && db->has_tree();
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 bool CFG_DBRepository::IsQueryFailed() {
   CFGDB_Conn* const db = m_connection;

@@ -4,6 +4,7 @@
 #include <CFG/CFG_PerformanceEvent.h>
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/key_renaming.h>
 #include <CFG/detail/paths.h>
 #include <database/CFGDB_Conn.h>
@@ -42,7 +43,7 @@ std::unique_ptr<Tmr_PtrSortedVector<Tree_NodeInfo>> rows_of(const Tree_NodePtr& 
 
 // --- values --------------------------------------------------------------------------------------
 
-int CFG_DBRepository::SetValue(const RWCString& value_path, const RWCString& value_data) {
+int CFG_DBRepository::SetValue(const RWCString& value_path, const RWCString& value_data) try {
   constexpr char op[] = "SetValue(const RWCString & value_path,const RWCString & value_data)";
   const actual_string actual(value_path);
   const RWCString& path = actual;
@@ -79,9 +80,11 @@ int CFG_DBRepository::SetValue(const RWCString& value_path, const RWCString& val
       return logger.reject(FALSE, "%s : InsertLine  return commit error ,return FALSE\n", op);
   }
   return FALSE;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_DBRepository::DeleteValue(const RWCString& given) {
+int CFG_DBRepository::DeleteValue(const RWCString& given) try {
   constexpr char op[] = "DeleteValue(const RWCString & path)";
   const actual_string actual(given);
   const RWCString& path = actual;
@@ -101,10 +104,12 @@ int CFG_DBRepository::DeleteValue(const RWCString& given) {
           FALSE, "%s for path <%s> : RemoveLine return commit error , return FALSE\n", op, path);
   }
   return FALSE;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_DBRepository::SetValueName(const RWCString& given_path, const RWCString& old_name,
-                                   const RWCString& new_name) {
+                                   const RWCString& new_name) try {
   constexpr char op[] = "CFG_DBRepository::SetValueName";
   const actual_string actual(given_path);
   const RWCString& path = actual;
@@ -137,11 +142,13 @@ int CFG_DBRepository::SetValueName(const RWCString& given_path, const RWCString&
     return logger.reject(FALSE, "SetValueName() : InsertLine  return commit error ,return FALSE\n");
   }
   return renamed == CFGDB_Conn::OK;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 // --- keys ----------------------------------------------------------------------------------------
 
-int CFG_DBRepository::CreatePath(const RWCString& path) {
+int CFG_DBRepository::CreatePath(const RWCString& path) try {
   constexpr char op[] = "CreatePath(const RWCString& path)";
   const actual_string actual(path);
   logger.trace("Start %s for path <%s>\n", op, actual.text());
@@ -157,9 +164,11 @@ int CFG_DBRepository::CreatePath(const RWCString& path) {
   if (made == CFGDB_Conn::OK) return TRUE;
   return logger.reject(FALSE, "CreatePath(): path <%s> was not created (%d), return FALSE\n",
                        actual.text(), made);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_DBRepository::DeleteSubTree(const RWCString& given) {
+int CFG_DBRepository::DeleteSubTree(const RWCString& given) try {
   constexpr char op[] = "CFG_DBRepository::DeleteSubTree";
   constexpr char signature[] = "DeleteSubTree(const RWCString & path)";
   const actual_string actual(given);
@@ -182,9 +191,11 @@ int CFG_DBRepository::DeleteSubTree(const RWCString& given) {
                            path);
   }
   return FALSE;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_DBRepository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+int CFG_DBRepository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) try {
   constexpr char op[] = "CFG_DBRepository::AddOrReplaceSubTree";
   const actual_string actual(path);
   logger.trace("Start %s for path <%s>\n", op, actual.text());
@@ -195,9 +206,11 @@ int CFG_DBRepository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString
   if (!IsValidPath(actual, op)) return FALSE;
   Tree_NodePtr data = sub_tree->GetData();
   return WriteSubTree(data, actual);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_DBRepository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& given) {
+int CFG_DBRepository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& given) try {
   const actual_string actual(given);
   const RWCString& path = actual;
   logger.info("Start WriteSubTree for path <%s>\n", path);
@@ -221,9 +234,11 @@ int CFG_DBRepository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& give
   if (written == CFGDB_Conn::OK) return TRUE;
   return logger.reject(FALSE, "path <%s>: sub tree <%s> was not written (%d), return FALSE\n", path,
                        sub_tree->NameView(), written);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_DBRepository::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) {
+int CFG_DBRepository::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) try {
   constexpr char op[] = "SetOrRanameKeyName(const RWCString & path,const RWCString & key_name)";
   logger.info("Start %s for path <%s> new key name <%s>\n", op, path, key_name);
   if (key_name.isNull()) {
@@ -254,6 +269,8 @@ int CFG_DBRepository::SetOrRanameKeyName(const RWCString& path, const RWCString&
   if (renamed == CFGDB_Conn::OK) return TRUE;
   return logger.reject(FALSE, "%s : path <%s> was not renamed to <%s> (%d), return FALSE\n", op,
                        path, key_name, renamed);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 bool CFG_DBRepository::is_taken(const RWCString& path) {

@@ -20,8 +20,8 @@ CFG_SubTree& held_tree::handle() const {
 std::string_view held_tree::below_root(std::string_view path) const {
   const size_t cut = path.find('\\');
   if (cut != path.npos) return path.substr(cut + 1);
-  const bool is_root = m_sub_tree && m_sub_tree->GetKeyName() == path;
-  return is_root ? std::string_view() : path;
+  const Tree_NodePtr top = m_sub_tree ? m_sub_tree->GetData() : Tree_NodePtr();
+  return top && top->NameView() == path ? std::string_view() : path;
 }
 
 Tree_NodePtr held_tree::root() const {

@@ -26,9 +26,12 @@ class once_value {
     const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(once_lock());
     if (m_is_ready.load(std::memory_order_relaxed)) return m_value;
     if (m_is_computing) return T();
-    m_is_computing = true;
+    struct Computing {
+      explicit Computing(bool& is_computing) : m_flag(is_computing) { m_flag = true; }
+      ~Computing() { m_flag = false; }
+      bool& m_flag;
+    } const computing(m_is_computing);
     m_value = compute();
-    m_is_computing = false;
     m_is_ready.store(true, std::memory_order_release);
     return m_value;
   }

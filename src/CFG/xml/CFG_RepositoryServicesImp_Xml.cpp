@@ -7,6 +7,7 @@
 
 #include <CFG/CFG_SAXImport.h>
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/paths.h>
 #include <CFG/xml/xml_writer.h>
 #include <logging/Logger.h>
@@ -108,6 +109,21 @@ int write_imported(CFG_RepositoryServices& repository, CFG_SubTree& sub_tree,
              : repository.AddMoreInfoToSubTreeWithLongValues(&target, parent_path);
 }
 
+// A step of an update, which is rolled back when one fails, whatever the reason.
+template <class Step>
+bool is_done(const char* op, const Step& step) try {
+  return step();
+} catch (...) {
+  return cfg::answered(logger, false, op);
+}
+
+struct DeleteSubTrees {
+  void operator()(std::vector<CFG_SubTree*>* sub_trees) const {
+    for (CFG_SubTree* sub_tree : *sub_trees) delete sub_tree;
+    delete sub_trees;
+  }
+};
+
 }  // namespace
 
 int CFG_RepositoryServicesImp::ExportPath(const RWCString& path, const RWWString& file) {
@@ -116,7 +132,7 @@ int CFG_RepositoryServicesImp::ExportPath(const RWCString& path, const RWWString
 
 int CFG_RepositoryServicesImp::ExportPathRead(
     const RWCString& path, const RWWString& file,
-    const std::function<CFG_SubTree*(const RWCString& path)>& read) {
+    const std::function<CFG_SubTree*(const RWCString& path)>& read) try {
   constexpr char op[] = "ExportPath";
   logger.trace("%s: Exporting path <%s> to file <%S>\n", op, path, file);
   if (path.isNull()) {
@@ -132,14 +148,19 @@ int CFG_RepositoryServicesImp::ExportPathRead(
                          actual);
   }
   return WriteCFG_SubTreeToFile(sub_tree.get(), actual, file);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_RepositoryServicesImp::ExportSubTreeToFile(CFG_SubTree* sub_tree, const RWWString& file) {
+int CFG_RepositoryServicesImp::ExportSubTreeToFile(CFG_SubTree* sub_tree,
+                                                   const RWWString& file) try {
   return ExportSubTreeToFile(sub_tree, file, RWCString());
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_RepositoryServicesImp::ExportSubTreeToFile(CFG_SubTree* sub_tree, const RWWString& file,
-                                                   const RWCString& root_path) {
+                                                   const RWCString& root_path) try {
   logger.detail(" Exporting subtree to file <%S>\n", file);
   if (!sub_tree) {
     return logger.reject(FALSE, "sub parameter is NULL, will not export to  %S , return FALSE\n",
@@ -150,10 +171,12 @@ int CFG_RepositoryServicesImp::ExportSubTreeToFile(CFG_SubTree* sub_tree, const 
                          [&] { return sub_tree->GetPath(); });
   }
   return WriteCFG_SubTreeToFile(sub_tree, root_path, file);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_RepositoryServicesImp::ExportSubTreeVectorToFile(std::vector<CFG_SubTree*>* sub_trees,
-                                                         const RWWString& file) {
+                                                         const RWWString& file) try {
   if (!sub_trees) {
     return logger.reject_at(LOG_LEVEL_WARNING, FALSE, "Subtree list to export to  %S is null\n",
                             file);
@@ -165,18 +188,22 @@ int CFG_RepositoryServicesImp::ExportSubTreeVectorToFile(std::vector<CFG_SubTree
   if (file.isNull()) return logger.reject(FALSE, "file parameter is empty string return FALSE\n");
   const RWCString root_path = sub_trees->size() == 1 ? full_path(sub_trees->front()) : RWCString();
   return WriteCFG_SubTreeVectorToFile(sub_trees, root_path, file);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_RepositoryServicesImp::WriteCFG_SubTreeToFile(CFG_SubTree* sub_tree,
                                                       const RWCString& root_path,
-                                                      const RWWString& file) {
+                                                      const RWWString& file) try {
   std::vector<CFG_SubTree*> sub_trees{sub_tree};
   return WriteCFG_SubTreeVectorToFile(&sub_trees, root_path, file);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_RepositoryServicesImp::WriteCFG_SubTreeVectorToFile(std::vector<CFG_SubTree*>* sub_trees,
                                                             const RWCString& root_path,
-                                                            const RWWString& file) {
+                                                            const RWWString& file) try {
   if (!sub_trees) {
     return logger.reject_at(LOG_LEVEL_WARNING, FALSE, "Subtree list to export to  %S is null\n",
                             file);
@@ -203,6 +230,8 @@ int CFG_RepositoryServicesImp::WriteCFG_SubTreeVectorToFile(std::vector<CFG_SubT
   if (is_written && writer.finish() && target.commit()) return TRUE;
   return logger.reject(FALSE, "failed to write export file <%S>: %s, return FALSE\n", file,
                        writer.fault().empty() ? target.error() : RWCString(writer.fault()));
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 // Leaves the file open: it is read from the handle that found it there.
@@ -215,27 +244,31 @@ bool CFG_RepositoryServicesImp::is_xml_file_exists(const RWWString& file, const 
                        [&] { return Sys_AbsoluteFileName(Sys_NativeFileName(file)); });
 }
 
-CFG_SubTree* CFG_RepositoryServicesImp::ImportXmlFileAsCfgSubTree(const RWWString& file) {
+CFG_SubTree* CFG_RepositoryServicesImp::ImportXmlFileAsCfgSubTree(const RWWString& file) try {
   logger.trace("Importing file <%S>\n", file);
   Sys_File opened;
   if (!is_xml_file_exists(file, "ImportXmlFileAsCfgSubTree", opened)) return nullptr;
   logger.trace("Start");
   CFG_SAXImport import;
   return only_sub_tree(import, import.Init(opened, 0)).release();
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 CFG_SubTree* CFG_RepositoryServicesImp::ImportXmlBufferAsCfgSubTree(
-    const unsigned char* const buffer, unsigned int length) {
+    const unsigned char* const buffer, unsigned int length) try {
   logger.trace("Start");
   if (!buffer) return logger.reject(nullptr, "buffer parameter is NULL, return NULL\n");
   logger.trace("Start");
   const std::string_view document(reinterpret_cast<const char*>(buffer), length);
   CFG_SAXImport import;
   return only_sub_tree(import, import.InitFromBuffer(document, 0)).release();
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 std::vector<CFG_SubTree*>* CFG_RepositoryServicesImp::ImportXmlFileAsSubTreeVector(
-    const RWWString& file) {
+    const RWWString& file) try {
   logger.trace(" Importing file <%S>\n", file);
   Sys_File opened;
   if (!is_xml_file_exists(file, "ImportXmlFileAsSubTreeVector", opened)) return nullptr;
@@ -247,10 +280,12 @@ std::vector<CFG_SubTree*>* CFG_RepositoryServicesImp::ImportXmlFileAsSubTreeVect
   result->reserve(sub_trees.size());
   for (SubTreePtr& sub_tree : sub_trees) result->push_back(sub_tree.release());
   return result.release();
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 Tmr_PtrSortedVector<Tree_NodeInfo>* CFG_RepositoryServicesImp::ImportXMLValueListAsVector(
-    const RWWString& file) {
+    const RWWString& file) try {
   constexpr char op[] = "ImportXMLValueListAsVector";
   logger.trace("%s: Importing file <%S>\n", op, file);
   Sys_File opened;
@@ -262,9 +297,11 @@ Tmr_PtrSortedVector<Tree_NodeInfo>* CFG_RepositoryServicesImp::ImportXMLValueLis
                             "Fail to get file info from parser, return NULL\n");
   }
   return import.TakeOwnershipOfVecIndex(0);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-int CFG_RepositoryServicesImp::ImportXMLValueList(const RWWString& file, int override_values) {
+int CFG_RepositoryServicesImp::ImportXMLValueList(const RWWString& file, int override_values) try {
   constexpr char op[] = "ImportXMLValueList";
   logger.trace("%s: Importing file <%S> override %d\n", op, file, override_values);
   const std::unique_ptr<const NodesVec> records(ImportXMLValueListAsVector(file));
@@ -276,9 +313,13 @@ int CFG_RepositoryServicesImp::ImportXMLValueList(const RWWString& file, int ove
   const Tree_NodeInfo* failed = nullptr;
   for (size_t i = 0; i < records->entries() && !failed; ++i) {
     const Tree_NodeInfo* record = (*records)[i];
-    if (!override_values && !GetValue(record->GetPath()).isNull()) continue;
-    ++updated;
-    if (!SetValue(record->GetPath(), record->GetValue())) failed = record;
+    const bool is_put = is_done(op, [&] {
+      const RWCString path = record->GetPath();
+      if (!override_values && !GetValue(path).isNull()) return true;
+      ++updated;
+      return SetValue(path, record->GetValue()) != FALSE;
+    });
+    if (!is_put) failed = record;
   }
   const int ended = EndTransactionUpdate(failed != nullptr);
   if (failed) {
@@ -293,6 +334,8 @@ int CFG_RepositoryServicesImp::ImportXMLValueList(const RWWString& file, int ove
   return logger.reject_at(LOG_LEVEL_INFORMATION, TRUE,
                           "%s:  finished Importing file <%S> override %d item# %Iu updated %Iu \n",
                           op, file, override_values, records->entries(), updated);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_RepositoryServicesImp::ImportXmlFile(const RWWString& file, int override_values) {
@@ -301,23 +344,23 @@ int CFG_RepositoryServicesImp::ImportXmlFile(const RWWString& file, int override
 }
 
 int CFG_RepositoryServicesImp::ImportXmlFileWithType(const RWWString& file,
-                                                     CFG_XML_IMPORT_TYPE type) {
+                                                     CFG_XML_IMPORT_TYPE type) try {
   const bool is_known = type >= CFG_XML_IMPORT_REPLACE && type <= CFG_XML_IMPORT_NO_OVERWRITE;
   if (!is_known) {
     logger.error("import type %d unknown,  file %S will not be imported to CFG\n", type, file);
   }
   logger.info("import type %d ,  file %S to be imported to CFG\n", type, file);
-  const std::unique_ptr<std::vector<CFG_SubTree*>> imported(ImportXmlFileAsSubTreeVector(file));
-  if (!imported) return FALSE;
-  const SubTrees sub_trees(imported->begin(), imported->end());
-  if (!is_known) return FALSE;
+  const std::unique_ptr<std::vector<CFG_SubTree*>, DeleteSubTrees> imported(
+      ImportXmlFileAsSubTreeVector(file));
+  if (!imported || !is_known) return FALSE;
   if (!StartTransactionUpdate()) {
     return logger.reject(FALSE, "import of file %S failed, the update cannot be started\n", file);
   }
   CFG_SubTree* failed = nullptr;
-  for (const SubTreePtr& sub_tree : sub_trees) {
-    if (write_imported(*this, *sub_tree, type)) continue;
-    failed = sub_tree.get();
+  for (CFG_SubTree* sub_tree : *imported) {
+    if (is_done(__func__, [&] { return write_imported(*this, *sub_tree, type) != FALSE; }))
+      continue;
+    failed = sub_tree;
     break;
   }
   const int ended = EndTransactionUpdate(failed != nullptr);
@@ -329,4 +372,6 @@ int CFG_RepositoryServicesImp::ImportXmlFileWithType(const RWWString& file,
     return logger.reject(FALSE, "import of file %S failed, the update cannot be ended\n", file);
   }
   return TRUE;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }

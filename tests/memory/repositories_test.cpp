@@ -1,0 +1,180 @@
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CFG/CFG_DBRepository.h>
+#include <CFG/CFG_FileRepository.h>
+#include <CFG/CFG_MemoryRepository.h>
+
+#include "../CFG/temporary_folder.h"
+#include "../CFG/test_trees.h"
+#include "out_of_memory.h"
+
+namespace {
+
+using Repository = CFG_RepositoryServicesImp;
+
+constexpr char kLong[] = "a text that takes a block of its own";
+
+CFG_SubTree sample() {
+  return tree_of("halvoria", {{"k\\a", "1"}, {"k\\b", kLong}, {"k\\s\\c", "2"}, {"n\\v", "3"}});
+}
+
+// A tree behind a repository of each kind.
+struct MemoryWorld {
+  CFG_SubTree tree = sample();
+  CFG_MemoryRepository memory{&tree};
+  Repository& repository() { return memory; }
+};
+
+struct FileWorld {
+  TemporaryFolder folder;
+  std::unique_ptr<CFG_FileRepository> file = stored();
+  std::unique_ptr<CFG_FileRepository> stored() {
+    CFG_SubTree tree = sample();
+    write_tree(tree, name());
+    auto connected = std::make_unique<CFG_FileRepository>(name());
+    EXPECT_TRUE(connected->Connect());
+    return connected;
+  }
+  RWWString name() const { return folder.file("tree.xml"); }
+  Repository& repository() { return *file; }
+};
+
+// One database serves all: it takes long to make.
+struct DatabaseWorld {
+  DatabaseWorld() {
+    CFG_SubTree tree = sample();
+    EXPECT_TRUE(database().AddOrReplaceSubTree(&tree, ""));
+  }
+  static CFG_DBRepository& database() {
+    static const TemporaryFolder folder;
+    static CFG_DBRepository database("sqlite:" + (folder / "tree.db").string(), "test");
+    static const bool is_connected = database.Connect();
+    EXPECT_TRUE(is_connected);
+    return database;
+  }
+  Repository& repository() { return database(); }
+};
+
+// For the forms that the classes of repositories hide.
+CFG_Services& services(Repository& repository) { return repository; }
+
+std::string content(Repository& repository) {
+  return shown(SubTreePtr(services(repository).GetSubTree("halvoria")));
+}
+RWCString value(Repository& repository, const char* path) {
+  return services(repository).GetValue(RWCString(path));
+}
+
+// --- changes -------------------------------------------------------------------------------------
+
+// Made at ease, since what a caller hands over is the caller's.
+const RWCString long_text(kLong), deep_path("halvoria\\new\\deep\\key\\v"), k_b("halvoria\\k\\b");
+
+int set(Repository& r) { return r.SetValue("halvoria\\k\\a", long_text); }
+int set_deep(Repository& r) { return r.SetValue(deep_path, long_text); }
+int remove_key(Repository& r) { return r.DeleteSubTree("halvoria\\k"); }
+int remove_value(Repository& r) { return r.DeleteValue(k_b); }
+int rename(Repository& r) { return r.SetKeyName("halvoria\\k", "another"); }
+template <int (*write)(Repository&, CFG_SubTree*)>
+int write_k(Repository& r) {
+  static CFG_SubTree k = tree_of("k", {{"a", "new"}, {"s\\d", "new"}, {"t\\u", kLong}});
+  return write(r, &k);
+}
+constexpr auto add = write_k<[](Repository& r, CFG_SubTree* k) {
+  return services(r).AddOrReplaceSubTree(k, "halvoria");
+}>;
+// The tree is afterwards as it was or as it was to be, and who is told that it is changed can rely
+// on that.
+template <class World, int (*change)(Repository&)>
+void changes(MemoryShortage& memory) {
+  static const std::string wanted = [] {
+    World world;
+    EXPECT_TRUE(change(world.repository()));
+    return content(world.repository());
+  }();
+  World world;
+  const std::string before = content(world.repository());
+  int answer = FALSE;
+  memory.Under([&] { answer = change(world.repository()); });
+  const std::string after = content(world.repository());
+  EXPECT_TRUE(after == wanted || (!answer && after == before)) << after;
+  EXPECT_TRUE(answer || memory.IsExplained());
+}
+
+// A value that is set within a lock is either there after it, or the lock says that it is not.
+void transaction(MemoryShortage& memory) {
+  DatabaseWorld world;
+  Repository& r = world.repository();
+  int answer = FALSE;
+  memory.Under([&] {
+    r.Lock();
+    answer = r.SetValue("halvoria\\k\\a", long_text) && r.DeleteValue("halvoria\\n\\v");
+    answer = r.UnLock() && answer;
+  });
+  r.UnLock();
+  const bool is_set = value(r, "halvoria\\k\\a") == kLong;
+  const bool is_deleted = value(r, "halvoria\\n\\v").isNull();
+  EXPECT_TRUE(!answer || (is_set && is_deleted));
+  EXPECT_TRUE(r.SetValue("halvoria\\n\\v", "open to the next change"));
+}
+
+// --- files ---------------------------------------------------------------------------------------
+
+// A save that fails leaves the old file, whole.
+void save(MemoryShortage& memory) {
+  FileWorld world;
+  world.file->SetValue("halvoria\\n\\v", "saved");
+  int answer = FALSE;
+  memory.Under([&] { answer = world.file->UnLock(); });
+  CFG_FileRepository reader(world.name());
+  EXPECT_TRUE(reader.Connect());
+  const RWCString saved = value(reader, "halvoria\\n\\v");
+  EXPECT_TRUE(saved == "saved" || (!answer && saved == "3"));
+  EXPECT_EQ(value(*world.file, "halvoria\\n\\v"), "saved");
+  int files = 0;
+  for ([[maybe_unused]] const auto& entry :
+       std::filesystem::directory_iterator(world.folder / ".")) {
+    ++files;
+  }
+  EXPECT_EQ(files, 1) << "a temporary file is left behind";
+}
+
+void export_path(MemoryShortage& memory) {
+  FileWorld world;
+  const RWWString name = world.folder.file("k.xml");
+  int answer = FALSE;
+  memory.Under([&] { answer = world.file->ExportPath("halvoria\\k", name); });
+  const SubTreePtr read(answer ? world.file->ImportXmlFileAsCfgSubTree(name) : nullptr);
+  EXPECT_TRUE(answer ? shown(read) == "k{a=1 b=" + std::string(kLong) + " s{c=2}}"
+                     : memory.IsExplained());
+}
+
+void connect(MemoryShortage& memory) {
+  FileWorld world;
+  CFG_FileRepository again(world.name());
+  int answer = FALSE;
+  memory.Under([&] { answer = again.Connect(); });
+  EXPECT_TRUE(again.Connect());
+  EXPECT_EQ(content(again), content(*world.file));
+}
+
+const OutOfMemoryCase repository_cases[] = {
+    {"MemorySet", changes<MemoryWorld, set>},
+    {"MemoryRemoveKey", changes<MemoryWorld, remove_key>},
+    {"MemoryRename", changes<MemoryWorld, rename>},
+    {"FileSave", save},
+    {"FileExport", export_path},
+    {"FileConnect", connect},
+    {"DatabaseSetDeep", changes<DatabaseWorld, set_deep>},
+    {"DatabaseRemoveValue", changes<DatabaseWorld, remove_value>},
+    {"DatabaseRemoveKey", changes<DatabaseWorld, remove_key>},
+    {"DatabaseRename", changes<DatabaseWorld, rename>},
+    {"DatabaseAdd", changes<DatabaseWorld, add>},
+    {"DatabaseTransaction", transaction},
+};
+INSTANTIATE_TEST_SUITE_P(Repositories, OutOfMemory, testing::ValuesIn(repository_cases),
+                         OutOfMemory::NameOf);
+
+}  // namespace
