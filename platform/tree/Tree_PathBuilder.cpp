@@ -24,13 +24,15 @@ Tree_PathBuilder::Outcome Tree_PathBuilder::Add(std::string_view path, std::stri
   const size_t cut = path.rfind('\\');
   const std::string_view parent_path = path.substr(0, cut == path.npos ? 0 : cut);
   Tree_Node* const parent = parent_at(parent_path);
-  m_last_path.assign(path);
   if (!parent) return BELOW_A_VALUE;
   // A path that begins with its only backslash is a name.
   const std::string_view name = parent_path.empty() ? path : path.substr(cut + 1);
   Tree_Node* node;
   const Outcome outcome = Put(*parent, name, text, is_change, node);
-  if (outcome == PLACED && !node->IsLeaf()) m_open.push_back({node, path.size()});
+  if (outcome == PLACED && !node->IsLeaf()) {
+    m_open_path.assign(path);
+    m_open.push_back({node, path.size()});
+  }
   return outcome;
 }
 
@@ -38,7 +40,7 @@ Tree_PathBuilder::Outcome Tree_PathBuilder::Add(std::string_view path, std::stri
 bool Tree_PathBuilder::is_open_on(const Open& open, std::string_view path) const {
   const bool is_cut =
       open.length == path.size() || (open.length < path.size() && path[open.length] == '\\');
-  return is_cut && std::memcmp(path.data(), m_last_path.data(), open.length) == 0;
+  return is_cut && std::memcmp(path.data(), m_open_path.data(), open.length) == 0;
 }
 
 // NULL when a value is in the way. What is open afterwards is on the way to `path`.
@@ -47,6 +49,7 @@ Tree_Node* Tree_PathBuilder::parent_at(std::string_view path) {
   Tree_Node* node = m_open.empty() ? m_top.get() : m_open.back().key;
   const size_t known = m_open.empty() ? 0 : m_open.back().length;
   if (known == path.size()) return node;
+  m_open_path.assign(path);
   std::string_view name;
   for (Tree_PathWalk walk(path.substr(known)); walk.Next(name);) {
     Tree_Node* const child = node->Child(name);

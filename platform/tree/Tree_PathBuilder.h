@@ -31,13 +31,13 @@ class HALVORIA_API Tree_PathBuilder {
  private:
   struct Open {
     Tree_Node* key;
-    size_t length;  // of its path, which is a front of m_last_path
+    size_t length;  // of its path, which is a front of m_open_path
   };
 
   Tree_Node* parent_at(std::string_view path);
   bool is_open_on(const Open& open, std::string_view path) const;
 
   Tree_NodePtr m_top;
-  std::string m_last_path;   // of the last record
-  std::vector<Open> m_open;  // the keys on the way to it and, where it is one, itself
+  std::vector<Open> m_open;  // the keys on the way to the last record and, where it is one, itself
+  std::string m_open_path;   // of the key that was opened last
 };
