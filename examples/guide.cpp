@@ -47,6 +47,12 @@ static void search(CFG_RepositoryServices* cfg) {
   if (viewer) std::printf("viewer has %d keys\n", viewer->GetSubTreeNum(""));
 }
 
+static void look_for(CFG_RepositoryServices* cfg) {
+  const RWCString dicom =
+      cfg->FillPath("halvoria\\system\\nodes\\%\\servers\\%\\dicom", "ae", "PACS01");
+  std::printf("PACS01 is %s\n", dicom.data());
+}
+
 static int write(CFG_RepositoryServices* cfg) {
   CFG_SubTree servers("servers");
   for (int i = 1; i <= 3; ++i) {
@@ -84,6 +90,7 @@ int main(int argc, char** argv) {
   read(cfg);
   substitute(cfg);
   search(cfg);
+  look_for(cfg);
   iterate(cfg);
   blob(scratch);
   if (!write(cfg)) return 1;
