@@ -60,15 +60,27 @@ path_list keys_of(const path_list& values) {
   return keys;
 }
 
-// What one store is asked. `keys` are those that hold the values of `any`.
+// The positions of values below their keys, so that the same are read by position as by path.
+std::vector<int> positions_of(CFG_SubTree& tree, const path_list& values) {
+  std::vector<int> positions;
+  for (const RWCString& path : values) {
+    const RWCString value = tree.change_string_with_properties(path);
+    const size_t cut = value.last('\\');
+    RWCString key = value.subString(0, cut);
+    int position = 0;
+    while (tree.GetValueName(key, position) != value.subString(cut + 1)) ++position;
+    positions.push_back(position);
+  }
+  return positions;
+}
+
+// What one store is asked. `keys` are those that hold the values of `any`, at `positions`.
 struct store_case {
   const char* name;
   CFG_ServicesImp& store;
   path_list &any, &integers, &booleans, &decimals, &keys;
+  const std::vector<int>& positions;
 };
-
-// Of one of the seven values that each of those keys has at least.
-int position(const RWCString& key) { return static_cast<int>(key.length() % 7); }
 
 class getters {
  public:
@@ -131,12 +143,15 @@ void add_getters(report& result, store_case& c, int count) {
       "GetValueNum", c.keys, [](store& s, path& p) { return s.GetValueNum(p) > 0; }, c.any);
   held(
       "GetSubTreeNum", c.keys, [](store& s, path& p) { return s.GetSubTreeNum(p) >= 0; }, c.any);
+  const auto position = [&](const path& key) {
+    return c.positions[static_cast<size_t>(&key - c.keys.data())];
+  };
   held(
       "GetValue by position", c.keys,
-      [](store& s, path& p) { return !s.GetValue(p, position(p)).isNull(); }, c.any);
+      [=](store& s, path& p) { return !s.GetValue(p, position(p)).isNull(); }, c.any);
   held(
       "GetValueName", c.keys,
-      [](store& s, path& p) { return !s.GetValueName(p, position(p)).isNull(); }, c.any);
+      [=](store& s, path& p) { return !s.GetValueName(p, position(p)).isNull(); }, c.any);
 
   // Operations that take the path by value are mostly given a literal. Those that answer with
   // a number from the heap are compared with a caller who takes one there himself.
@@ -186,12 +201,14 @@ void add_stores(report& result, const scale& s) {
   path_list keys = keys_of(any.full), keys_below = keys_of(any.below_root);
 
   our_stores ours(all, s);
+  const std::vector<int> positions = positions_of(ours.handle, any.below_root);
   store_case stores[] = {
       {"subtree handle", ours.handle, any.below_root, integers.below_root, booleans.below_root,
-       decimals.below_root, keys_below},
+       decimals.below_root, keys_below, positions},
       {"memory repository", ours.memory, any.full, integers.full, booleans.full, decimals.full,
-       keys},
-      {"file repository", ours.file, any.full, integers.full, booleans.full, decimals.full, keys},
+       keys, positions},
+      {"file repository", ours.file, any.full, integers.full, booleans.full, decimals.full, keys,
+       positions},
   };
   for (store_case& c : stores) add_getters(result, c, s.many_rounds);
   for (store_case& c : stores) add_threads(result, c, s.few_rounds);
