@@ -5,7 +5,7 @@
 #include <database/postgresql/Pg_Statements.h>
 
 namespace {
-const char* statement(Pg_Sql sql) { return kPgStatements[static_cast<size_t>(sql)]; }
+const char* statement(Pg_Sql sql) { return kPgStatements[static_cast<size_t>(sql)].text; }
 
 std::string name_of(Pg_Sql sql) { return "h" + std::to_string(static_cast<int>(sql)); }
 

@@ -1,8 +1,7 @@
 // The statements of the store.
 #pragma once
 
-#include <iterator>
-
+#include <database/Db_InOrder.h>
 #include <database/postgresql/Pg_Session.h>
 
 // What changed after a number is found through the index of single changes, unless so much
@@ -13,72 +12,92 @@
 #define CUT(path) "position('\\x5c'::bytea IN substring(" path " FROM $3::int))"
 #define ON_DELETED "ON CONFLICT (path) DO UPDATE SET sequence = excluded.sequence, at = excluded.at"
 
-constexpr const char* kPgStatements[] = {
-    "SELECT value FROM entry WHERE path = $1::bytea",
-    "SELECT path, value, sequence FROM entry WHERE path >= $1::bytea AND path < $2::bytea"
-    " ORDER BY path",
-    "SELECT path, value, sequence FROM entry WHERE single AND sequence > $3::int8"
-    " AND path >= $1::bytea AND path < $2::bytea AND " BY_INDEX
-    " UNION ALL SELECT path, value, sequence FROM entry WHERE path >= $1 AND path < $2"
-    " AND sequence > $3 AND NOT " BY_INDEX " ORDER BY path",
-    "SELECT path, ''::bytea, sequence FROM deleted WHERE path >= $1::bytea AND path < $2::bytea"
-    " ORDER BY path",
-    "SELECT path, ''::bytea, sequence FROM deleted WHERE path >= $1::bytea AND path < $2::bytea"
-    " AND sequence > $3::int8 ORDER BY path",
+struct Pg_Statement {
+  Pg_Sql name;
+  const char* text;
+};
+constexpr Pg_Statement kPgStatements[] = {
+    {Pg_Sql::GET, "SELECT value FROM entry WHERE path = $1::bytea"},
+    {Pg_Sql::RANGE,
+     "SELECT path, value, sequence FROM entry WHERE path >= $1::bytea AND path < $2::bytea"
+     " ORDER BY path"},
+    {Pg_Sql::RANGE_ABOVE,
+     "SELECT path, value, sequence FROM entry WHERE single AND sequence > $3::int8"
+     " AND path >= $1::bytea AND path < $2::bytea AND " BY_INDEX
+     " UNION ALL SELECT path, value, sequence FROM entry WHERE path >= $1 AND path < $2"
+     " AND sequence > $3 AND NOT " BY_INDEX " ORDER BY path"},
+    {Pg_Sql::DELETED,
+     "SELECT path, ''::bytea, sequence FROM deleted WHERE path >= $1::bytea AND path < $2::bytea"
+     " ORDER BY path"},
+    {Pg_Sql::DELETED_ABOVE,
+     "SELECT path, ''::bytea, sequence FROM deleted WHERE path >= $1::bytea AND path < $2::bytea"
+     " AND sequence > $3::int8 ORDER BY path"},
     // From row to row: behind a row directly under the key comes the next, behind one of a branch
     // the first after the branch.
-    "WITH RECURSIVE walk AS ("
-    " (SELECT path, value, sequence FROM entry WHERE path >= $1::bytea AND path < $2::bytea"
-    "  ORDER BY path LIMIT 1)"
-    " UNION ALL"
-    " SELECT n.path, n.value, n.sequence FROM walk w, LATERAL ("
-    "  SELECT e.path, e.value, e.sequence FROM entry e WHERE e.path < $2 AND e.path >= CASE"
-    "   WHEN " CUT("w.path") " = 0 THEN w.path || '\\x00'::bytea"
-    "   ELSE substring(w.path FROM 1 FOR $3::int + " CUT("w.path") " - 2) || '\\x5d'::bytea END"
-    "  ORDER BY e.path LIMIT 1) n"
-    ") SELECT path, value, sequence FROM walk WHERE " CUT("path") " = 0",
-    "SELECT count(*) FROM entry WHERE path >= $1::bytea AND path < $2::bytea",
-    "SELECT greatest((SELECT coalesce(max(sequence), 0) FROM entry"
-    "  WHERE path >= $1::bytea AND path < $2::bytea),"
-    " (SELECT coalesce(max(sequence), 0) FROM deleted WHERE path >= $1 AND path < $2))",
-    "SELECT last_sequence FROM store",
-    "SELECT oldest_deletion FROM store",
-    "SELECT sync_id FROM store",
-    "SELECT to_char(clock_timestamp() AT TIME ZONE 'UTC', 'YYYY-MM-DD HH24:MI:SS')",
-    "SELECT count(*) FROM (SELECT sequence FROM"
-    "  (SELECT sequence FROM entry UNION ALL SELECT sequence FROM deleted) numbers"
-    "  GROUP BY sequence HAVING count(*) > 1 OR sequence < 1"
-    "  OR sequence > (SELECT last_sequence FROM store)) wrong",
-    "BEGIN",
-    "SELECT set_config('lock_timeout', $1::text, true)",
-    "SELECT last_sequence FROM store FOR UPDATE",
-    "WITH forgotten AS (DELETE FROM deleted WHERE path = $1)"
-    " INSERT INTO entry (path, value, sequence, single) VALUES ($1::bytea, $2::bytea, $3::int8,"
-    " true) ON CONFLICT (path) DO UPDATE SET value = $2, sequence = $3, single = true",
-    "WITH rows AS (SELECT * FROM unnest($1::bytea[], $2::bytea[], $3::int8[]) AS r (p, v, s)),"
-    " forgotten AS (DELETE FROM deleted USING rows WHERE path = p)"
-    " INSERT INTO entry (path, value, sequence, single) SELECT p, v, s, true FROM rows"
-    " ON CONFLICT (path) DO UPDATE SET value = excluded.value, sequence = excluded.sequence,"
-    " single = true",
-    "COPY entry (path, value, sequence, single) FROM STDIN (FORMAT binary)",
-    "DELETE FROM deleted WHERE path >= $1::bytea AND path <= $2::bytea"
-    " AND EXISTS (SELECT 1 FROM entry WHERE entry.path = deleted.path)",
-    "WITH rows AS (SELECT * FROM unnest($1::bytea[], $2::int8[]) AS r (p, s)),"
-    " gone AS (DELETE FROM entry USING rows WHERE path = p)"
-    " INSERT INTO deleted (path, sequence, at) SELECT p, s, now() FROM rows " ON_DELETED,
-    "WITH gone AS (DELETE FROM entry WHERE path >= $1::bytea AND path < $2::bytea RETURNING path)"
-    " INSERT INTO deleted (path, sequence, at)"
-    " SELECT path, $3::int8 - 1 + row_number() OVER (ORDER BY path), now() FROM gone " ON_DELETED,
-    "UPDATE store SET last_sequence = $1::int8",
-    "UPDATE store SET last_sequence = $1::int8, last_bulk = $1",
-    "COMMIT",
-    "WITH newest AS (SELECT max(sequence) AS number FROM deleted"
-    "  WHERE at < now() - $1::int8 * interval '1 day'),"
-    " floor AS (UPDATE store SET oldest_deletion = greatest(oldest_deletion, number + 1)"
-    "  FROM newest WHERE number IS NOT NULL)"
-    " DELETE FROM deleted USING newest WHERE sequence <= number",
+    {Pg_Sql::CHILDREN,
+     "WITH RECURSIVE walk AS ("
+     " (SELECT path, value, sequence FROM entry WHERE path >= $1::bytea AND path < $2::bytea"
+     "  ORDER BY path LIMIT 1)"
+     " UNION ALL"
+     " SELECT n.path, n.value, n.sequence FROM walk w, LATERAL ("
+     "  SELECT e.path, e.value, e.sequence FROM entry e WHERE e.path < $2 AND e.path >= CASE"
+     "   WHEN " CUT("w.path") " = 0 THEN w.path || '\\x00'::bytea"
+                              "   ELSE substring(w.path FROM 1 FOR $3::int + " CUT(
+                                  "w.path") " - 2) || '\\x5d'::bytea END"
+                                            "  ORDER BY e.path LIMIT 1) n"
+                                            ") SELECT path, value, sequence FROM walk WHERE " CUT(
+                                                "path") " = 0"},
+    {Pg_Sql::COUNT, "SELECT count(*) FROM entry WHERE path >= $1::bytea AND path < $2::bytea"},
+    {Pg_Sql::MAX_SEQUENCE,
+     "SELECT greatest((SELECT coalesce(max(sequence), 0) FROM entry"
+     "  WHERE path >= $1::bytea AND path < $2::bytea),"
+     " (SELECT coalesce(max(sequence), 0) FROM deleted WHERE path >= $1 AND path < $2))"},
+    {Pg_Sql::LAST_SEQUENCE, "SELECT last_sequence FROM store"},
+    {Pg_Sql::OLDEST_DELETION, "SELECT oldest_deletion FROM store"},
+    {Pg_Sql::SYNC_ID, "SELECT sync_id FROM store"},
+    {Pg_Sql::DATE_TIME,
+     "SELECT to_char(clock_timestamp() AT TIME ZONE 'UTC', 'YYYY-MM-DD HH24:MI:SS')"},
+    {Pg_Sql::CHECK,
+     "SELECT count(*) FROM (SELECT sequence FROM"
+     "  (SELECT sequence FROM entry UNION ALL SELECT sequence FROM deleted) numbers"
+     "  GROUP BY sequence HAVING count(*) > 1 OR sequence < 1"
+     "  OR sequence > (SELECT last_sequence FROM store)) wrong"},
+    {Pg_Sql::BEGIN, "BEGIN"},
+    {Pg_Sql::SET_WAIT, "SELECT set_config('lock_timeout', $1::text, true)"},
+    {Pg_Sql::LOCK, "SELECT last_sequence FROM store FOR UPDATE"},
+    {Pg_Sql::PUT,
+     "WITH forgotten AS (DELETE FROM deleted WHERE path = $1)"
+     " INSERT INTO entry (path, value, sequence, single) VALUES ($1::bytea, $2::bytea, $3::int8,"
+     " true) ON CONFLICT (path) DO UPDATE SET value = $2, sequence = $3, single = true"},
+    {Pg_Sql::PUT_MANY,
+     "WITH rows AS (SELECT * FROM unnest($1::bytea[], $2::bytea[], $3::int8[]) AS r (p, v, s)),"
+     " forgotten AS (DELETE FROM deleted USING rows WHERE path = p)"
+     " INSERT INTO entry (path, value, sequence, single) SELECT p, v, s, true FROM rows"
+     " ON CONFLICT (path) DO UPDATE SET value = excluded.value, sequence = excluded.sequence,"
+     " single = true"},
+    {Pg_Sql::COPY_NEW, "COPY entry (path, value, sequence, single) FROM STDIN (FORMAT binary)"},
+    {Pg_Sql::FORGET_DELETIONS,
+     "DELETE FROM deleted WHERE path >= $1::bytea AND path <= $2::bytea"
+     " AND EXISTS (SELECT 1 FROM entry WHERE entry.path = deleted.path)"},
+    {Pg_Sql::ERASE_MANY,
+     "WITH rows AS (SELECT * FROM unnest($1::bytea[], $2::int8[]) AS r (p, s)),"
+     " gone AS (DELETE FROM entry USING rows WHERE path = p)"
+     " INSERT INTO deleted (path, sequence, at) SELECT p, s, now() FROM rows " ON_DELETED},
+    {Pg_Sql::ERASE_RANGE,
+     "WITH gone AS (DELETE FROM entry WHERE path >= $1::bytea AND path < $2::bytea RETURNING path)"
+     " INSERT INTO deleted (path, sequence, at)"
+     " SELECT path, $3::int8 - 1 + row_number() OVER (ORDER BY path), now() FROM gone " ON_DELETED},
+    {Pg_Sql::SET_LAST, "UPDATE store SET last_sequence = $1::int8"},
+    {Pg_Sql::SET_LAST_BULK, "UPDATE store SET last_sequence = $1::int8, last_bulk = $1"},
+    {Pg_Sql::COMMIT, "COMMIT"},
+    {Pg_Sql::PURGE,
+     "WITH newest AS (SELECT max(sequence) AS number FROM deleted"
+     "  WHERE at < now() - $1::int8 * interval '1 day'),"
+     " floor AS (UPDATE store SET oldest_deletion = greatest(oldest_deletion, number + 1)"
+     "  FROM newest WHERE number IS NOT NULL)"
+     " DELETE FROM deleted USING newest WHERE sequence <= number"},
 };
-static_assert(std::size(kPgStatements) == static_cast<size_t>(Pg_Sql::END));
+static_assert(Db_IsInOrder(kPgStatements));
 
 #undef BY_INDEX
 #undef CUT

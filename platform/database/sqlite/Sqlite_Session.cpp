@@ -2,7 +2,8 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
+
+#include <database/Db_InOrder.h>
 
 namespace {
 
@@ -10,46 +11,60 @@ namespace {
 // changed, or a bulk write did, that going through the range is quicker.
 #define BY_INDEX "?3 >= (SELECT max(last_bulk, last_sequence - 50000) FROM store)"
 
-constexpr const char* kSql[] = {
-    "SELECT value FROM entry WHERE path = ?",
-    "SELECT path, value FROM entry WHERE path >= ?1 AND path < ?2 ORDER BY path",
-    "SELECT path, value FROM entry INDEXED BY entry_changed"
-    "  WHERE single = 1 AND sequence > ?3 AND path >= ?1 AND path < ?2 AND " BY_INDEX
-    " UNION ALL SELECT path, value FROM entry NOT INDEXED"
-    "  WHERE path >= ?1 AND path < ?2 AND sequence > ?3 AND NOT " BY_INDEX " ORDER BY path",
-    "SELECT path, '' FROM deleted WHERE path >= ?1 AND path < ?2 ORDER BY path",
-    "SELECT path, '' FROM deleted INDEXED BY deleted_sequence"
-    "  WHERE sequence > ?3 AND path >= ?1 AND path < ?2 ORDER BY path",
-    "SELECT count(*) FROM entry WHERE path >= ?1 AND path < ?2",
-    "SELECT max((SELECT coalesce(max(sequence), 0) FROM entry WHERE path >= ?1 AND path < ?2),"
-    "           (SELECT coalesce(max(sequence), 0) FROM deleted NOT INDEXED"
-    "             WHERE path >= ?1 AND path < ?2))",
-    "SELECT last_sequence FROM store",
-    "SELECT oldest_deletion FROM store",
-    "SELECT sync_id FROM store",
-    "SELECT datetime('now')",
-    "INSERT INTO entry (path, value, sequence, single) VALUES (?1, ?2, ?3, 1)"
-    "  ON CONFLICT (path) DO UPDATE SET value = ?2, sequence = ?3, single = 1",
-    "INSERT INTO entry (path, value, sequence, single) VALUES (?1, ?2, ?3, 0)",
-    "DELETE FROM deleted WHERE path = ?",
-    "DELETE FROM deleted WHERE path >= ?1 AND path <= ?2"
-    "  AND EXISTS (SELECT 1 FROM entry WHERE entry.path = deleted.path)",
-    "DELETE FROM entry WHERE path = ?",
-    "INSERT OR REPLACE INTO deleted (path, sequence, at)"
-    "  VALUES (?1, ?2, CAST(strftime('%s', 'now') AS INTEGER))",
-    "DELETE FROM entry WHERE path >= ?1 AND path < ?2",
-    "INSERT OR REPLACE INTO deleted (path, sequence, at)"
-    "  SELECT path, ?3 - 1 + row_number() OVER (ORDER BY path),"
-    "         CAST(strftime('%s', 'now') AS INTEGER)"
-    "    FROM entry WHERE path >= ?1 AND path < ?2 ORDER BY path",
-    "UPDATE store SET last_sequence = ?",
-    "UPDATE store SET last_sequence = ?1, last_bulk = ?1",
-    "SELECT coalesce(max(sequence), 0) FROM deleted"
-    "  WHERE at < CAST(strftime('%s', 'now') AS INTEGER) - ?1 * 86400",
-    "DELETE FROM deleted WHERE sequence <= ?",
-    "UPDATE store SET oldest_deletion = max(oldest_deletion, ? + 1)",
+constexpr struct {
+  Sqlite_Sql name;
+  const char* text;
+} kSql[] = {
+    {Sqlite_Sql::GET, "SELECT value FROM entry WHERE path = ?"},
+    {Sqlite_Sql::RANGE,
+     "SELECT path, value FROM entry WHERE path >= ?1 AND path < ?2 ORDER BY path"},
+    {Sqlite_Sql::RANGE_ABOVE,
+     "SELECT path, value FROM entry INDEXED BY entry_changed"
+     "  WHERE single = 1 AND sequence > ?3 AND path >= ?1 AND path < ?2 AND " BY_INDEX
+     " UNION ALL SELECT path, value FROM entry NOT INDEXED"
+     "  WHERE path >= ?1 AND path < ?2 AND sequence > ?3 AND NOT " BY_INDEX " ORDER BY path"},
+    {Sqlite_Sql::DELETED,
+     "SELECT path, '' FROM deleted WHERE path >= ?1 AND path < ?2 ORDER BY path"},
+    {Sqlite_Sql::DELETED_ABOVE,
+     "SELECT path, '' FROM deleted INDEXED BY deleted_sequence"
+     "  WHERE sequence > ?3 AND path >= ?1 AND path < ?2 ORDER BY path"},
+    {Sqlite_Sql::COUNT, "SELECT count(*) FROM entry WHERE path >= ?1 AND path < ?2"},
+    {Sqlite_Sql::MAX_SEQUENCE,
+     "SELECT max((SELECT coalesce(max(sequence), 0) FROM entry WHERE path >= ?1 AND path < ?2),"
+     "           (SELECT coalesce(max(sequence), 0) FROM deleted NOT INDEXED"
+     "             WHERE path >= ?1 AND path < ?2))"},
+    {Sqlite_Sql::LAST_SEQUENCE, "SELECT last_sequence FROM store"},
+    {Sqlite_Sql::OLDEST_DELETION, "SELECT oldest_deletion FROM store"},
+    {Sqlite_Sql::SYNC_ID, "SELECT sync_id FROM store"},
+    {Sqlite_Sql::DATE_TIME, "SELECT datetime('now')"},
+    {Sqlite_Sql::PUT,
+     "INSERT INTO entry (path, value, sequence, single) VALUES (?1, ?2, ?3, 1)"
+     "  ON CONFLICT (path) DO UPDATE SET value = ?2, sequence = ?3, single = 1"},
+    {Sqlite_Sql::PUT_NEW,
+     "INSERT INTO entry (path, value, sequence, single) VALUES (?1, ?2, ?3, 0)"},
+    {Sqlite_Sql::FORGET_DELETION, "DELETE FROM deleted WHERE path = ?"},
+    {Sqlite_Sql::FORGET_DELETIONS,
+     "DELETE FROM deleted WHERE path >= ?1 AND path <= ?2"
+     "  AND EXISTS (SELECT 1 FROM entry WHERE entry.path = deleted.path)"},
+    {Sqlite_Sql::ERASE, "DELETE FROM entry WHERE path = ?"},
+    {Sqlite_Sql::KEEP_DELETION,
+     "INSERT OR REPLACE INTO deleted (path, sequence, at)"
+     "  VALUES (?1, ?2, CAST(strftime('%s', 'now') AS INTEGER))"},
+    {Sqlite_Sql::ERASE_RANGE, "DELETE FROM entry WHERE path >= ?1 AND path < ?2"},
+    {Sqlite_Sql::KEEP_DELETIONS,
+     "INSERT OR REPLACE INTO deleted (path, sequence, at)"
+     "  SELECT path, ?3 - 1 + row_number() OVER (ORDER BY path),"
+     "         CAST(strftime('%s', 'now') AS INTEGER)"
+     "    FROM entry WHERE path >= ?1 AND path < ?2 ORDER BY path"},
+    {Sqlite_Sql::SET_LAST, "UPDATE store SET last_sequence = ?"},
+    {Sqlite_Sql::SET_LAST_BULK, "UPDATE store SET last_sequence = ?1, last_bulk = ?1"},
+    {Sqlite_Sql::NEWEST_BEFORE,
+     "SELECT coalesce(max(sequence), 0) FROM deleted"
+     "  WHERE at < CAST(strftime('%s', 'now') AS INTEGER) - ?1 * 86400"},
+    {Sqlite_Sql::PURGE, "DELETE FROM deleted WHERE sequence <= ?"},
+    {Sqlite_Sql::SET_OLDEST, "UPDATE store SET oldest_deletion = max(oldest_deletion, ? + 1)"},
 };
-static_assert(std::size(kSql) == static_cast<size_t>(Sqlite_Sql::END));
+static_assert(Db_IsInOrder(kSql));
 
 // Once the log is this long, a commit waits a moment for readers, so that it starts anew: readers
 // that come one upon the other would let it grow for ever otherwise. In pages of 4 KB.
@@ -129,8 +144,8 @@ sqlite3_stmt* Sqlite_Session::take(Sqlite_Sql sql) {
     return statement;
   }
   sqlite3_stmt* statement = nullptr;
-  if (sqlite3_prepare_v3(m_handle, kSql[static_cast<size_t>(sql)], -1, SQLITE_PREPARE_PERSISTENT,
-                         &statement, nullptr) != SQLITE_OK) {
+  if (sqlite3_prepare_v3(m_handle, kSql[static_cast<size_t>(sql)].text, -1,
+                         SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK) {
     fail("use");
   }
   return statement;
