@@ -96,15 +96,25 @@ constexpr ImportMode import_modes[] = {
     {"no-overwrite", CFG_RepositoryServices::CFG_XML_IMPORT_NO_OVERWRITE},
 };
 
+// The library says first what is wrong, and in the end with which record.
+void import_values(CFG_RepositoryServices& draft, const InputFile& file, bool overrides) {
+  const Reasons reasons;
+  if (draft.ImportXMLValueList(file.name(), overrides)) return;
+  const std::string what = "cannot import " + file.shown();
+  const std::string last = reasons.last();
+  const size_t record = last.find(" at item ");
+  if (record == last.npos) throw Failure(REFUSED, with_reason(what, reasons));
+  const bool is_all = last == reasons.first();
+  throw Failure(REFUSED, what + last.substr(record) + (is_all ? "" : ": " + reasons.first()));
+}
+
 int import_value_list(Session& session, const InputFile& file) {
   Store& store = session.store();
   const ValueList list = read_value_list(file, store.root());
   if (!list.outside.empty()) require_root(store, file, list.outside);
   const bool overrides = !session.arguments.keep;
-  return change_tree(session, {list.common}, "import " + file.shown(), [&](auto& draft) {
-    require("cannot import " + file.shown(),
-            [&] { return draft.ImportXMLValueList(file.name(), overrides); });
-  });
+  return change_tree(session, {list.common}, "import " + file.shown(),
+                     [&](auto& draft) { import_values(draft, file, overrides); });
 }
 
 // Where the array has no header, --under says below which key it belongs.

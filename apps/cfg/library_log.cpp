@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <string_view>
+#include <vector>
 
 #include <logging/Tmr_GLog.h>
 
@@ -27,21 +28,34 @@ void drop_ending(std::string& text, std::string_view ending) {
 
 void drop_blanks(std::string& text) { text.resize(text.find_last_not_of(" ,.\n") + 1); }
 
-}  // namespace
+// What is told about and done all the same: a node longer than usual, a name that holds "<>".
+bool is_note(const std::string& text) {
+  return text.rfind("Bigoffset", 0) == 0 || text.rfind("GetProperty(", 0) == 0;
+}
 
-std::string Reasons::first() const {
-  for (Log_Capture::Line& line : m_capture.lines()) {
-    // What is told about and done all the same: a node longer than usual, a name that holds "<>".
-    const bool is_note =
-        line.text.rfind("Bigoffset", 0) == 0 || line.text.rfind("GetProperty(", 0) == 0;
+std::vector<std::string> errors_of(const Log_Capture& capture) {
+  std::vector<std::string> errors;
+  for (Log_Capture::Line& line : capture.lines()) {
     const bool is_refusal = line.level == LOG_LEVEL_WARNING && line.module == CONNECTION;
-    if ((line.level > LOG_LEVEL_ERROR && !is_refusal) || is_note) continue;
+    if ((line.level > LOG_LEVEL_ERROR && !is_refusal) || is_note(line.text)) continue;
     drop_blanks(line.text);
     for (const char* ending : {"return NULL", "return FALSE"}) drop_ending(line.text, ending);
     drop_blanks(line.text);
-    return line.text;
+    errors.push_back(std::move(line.text));
   }
-  return "";
+  return errors;
+}
+
+}  // namespace
+
+std::string Reasons::first() const {
+  const std::vector<std::string> errors = errors_of(m_capture);
+  return errors.empty() ? "" : errors.front();
+}
+
+std::string Reasons::last() const {
+  const std::vector<std::string> errors = errors_of(m_capture);
+  return errors.empty() ? "" : errors.back();
 }
 
 std::string with_reason(std::string text, const Reasons& reasons) {

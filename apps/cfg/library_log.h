@@ -17,6 +17,7 @@ class Reasons {
   // The first error: later ones are its consequences. Without its line end and without what
   // the operation returned; empty when there was none.
   std::string first() const;
+  std::string last() const;  // what it comes to in the end
 
  private:
   Log_Capture m_capture;

@@ -146,6 +146,8 @@ WRITES = [
      [*FRENCH, f"- {USERS}\\osei\\viewer\\zoom = 1.25", f"+ {USERS}\\osei\\town = Wick"]),
     ("import piece.xml --keep", "", 2, "--keep goes with", []),
     ("import piece.xml --mode value-list", "", 4, "piece.xml:", []),
+    ("import key_in_list.xml --mode value-list", "", 1,
+     r"at item halvoria\users\osei  with value x", []),
     ("import other_root.xml", "", 4, "the root of tree.xml is 'halvoria'", []),
     ("import cut.xml", "", 4, "cut.xml:", []),
     ("import gone.xml", "", 4, "cannot open <gone.xml>", []),
@@ -160,12 +162,12 @@ REFUSED_NAMES = ["it%s", "it's", "tab\tx", "100%"]
 ODD_NAMES = ["halvoria", "<who>", "a/b", "žluť&", "a<>b"]
 
 
-def document(*records):
+def document(*records, keys=True):
     """An XML file of these paths and texts, and of the keys that they need."""
     nodes, seen = "", set()
     for path, text in records:
         names = path.split("\\")
-        for end in range(1, len(names) + 1):
+        for end in range(1 if keys else len(names), len(names) + 1):
             at, above = "\\".join(names[:end]), "\\".join(names[:end - 1])
             if at not in seen:
                 value = text if end == len(names) else ""
@@ -224,6 +226,8 @@ class VerbTables(CfgTest):
         head, *nodes, tail = re.split(r"(?=<node>)|(?=</branch>)", piece)
         values = [n for n in nodes if r"\language<" in n or r"\town<" in n]
         (self.folder / "list.xml").write_text(head + "".join(values) + tail)
+        (self.folder / "key_in_list.xml").write_text(document(
+            (r"halvoria\a", "1"), (USERS + r"\osei", "x"), keys=False))
         (self.folder / "other_root.xml").write_text(piece.replace("halvoria", "elsewhere"))
         (self.folder / "cut.xml").write_text(piece[:900])
         self.fresh_tree()
