@@ -3,6 +3,7 @@
 #include <memory>
 
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/key_search.h>
 #include <CFG/detail/patterns.h>
 #include <tree/Tree_Node.h>
 
@@ -68,22 +69,8 @@ int held_tree::rename(const Log_Logger& log, const RWCString& path,
 
 String_Arr* held_tree::search(const Log_Logger& log, const RWCString& name,
                               const RWCString& path) const {
-  constexpr char op[] = "SearchKeyOrValueName(const RWCString & name,const RWCString & path)";
-  log.trace("Start %s\n", op);
-  if (name.isNull()) {
-    return log.reject(nullptr, "%s : name parameter is an empty string, return NULL\n", op);
-  }
-  if (path.isNull()) {
-    return log.reject(nullptr, "%s : path parameter is an empty string, return NULL\n", op);
-  }
-  const Tree_NodePtr key = node_at(path);
-  if (!key) {
-    return log.reject(nullptr, "%s : fail to get sub tree for path : %s, return NULL\n", op, path);
-  }
-  if (key->IsLeaf()) {
-    return log.reject(nullptr, "%s : path %s represent a value, return NULL\n", op, path);
-  }
-  return key->Search(name, key, FALSE);
+  log.trace("Start SearchKeyOrValueName(const RWCString & name,const RWCString & path)\n");
+  return search_below(log, name, path, [this](const RWCString& at) { return node_at(at); });
 }
 
 String_Arr* filled_paths(const Log_Logger& log, const std::vector<RWCString>& paths,

@@ -3,6 +3,7 @@
 #include <CFG/CFG_PerformanceEvent.h>
 #include <CFG/CFG_Repository.h>
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/key_search.h>
 #include <CFG/detail/paths.h>
 #include <CFG/detail/patterns.h>
 #include <CFG/remote/connector_lease.h>
@@ -60,8 +61,8 @@ class ActualRule {
   }
   const std::vector<RWCString>& texts() const { return m_texts; }
   const char** pointers() { return m_pointers.data(); }
-  // Of the entry that the service names as the one at which it found `name`: that is the name itself
-  // where the entry is empty. -1 when it is none of these.
+  // Of the entry that the service names as the one at which it found `name`: that is the name
+  // itself where the entry is empty. -1 when it is none of these.
   int place_of(std::string_view found, std::string_view name) const {
     for (size_t i = 0; i < m_texts.size(); ++i) {
       if (found == (m_texts[i].isNull() ? name : m_texts[i].view())) return static_cast<int>(i);
@@ -327,22 +328,9 @@ Tree_NodePtr CFG_Repository::GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(con
 }
 
 String_Arr* CFG_Repository::SearchKeyOrValueName(const RWCString& name, const RWCString& path) {
-  constexpr char op[] = "SearchKeyOrValueName(const RWCString & name,const RWCString & path)";
   logger.trace("SearchKeyOrValueName(): name = %s , path = %s\n", name, path);
-  if (name.isNull()) {
-    return logger.reject(nullptr, "%s : name parameter is an empty string, return NULL\n", op);
-  }
-  if (path.isNull()) {
-    return logger.reject(nullptr, "%s : path parameter is an empty string, return NULL\n", op);
-  }
-  const SubTreePtr sub_tree(CFG_Services::GetSubTree(path));
-  if (!sub_tree) {
-    return logger.reject(nullptr, "%s : fail to get sub tree for path : %s, return NULL\n", op,
-                         path);
-  }
-  const Tree_NodePtr key = sub_tree->GetData();
-  if (key->IsLeaf()) {
-    return logger.reject(nullptr, "%s : path %s represent a value, return NULL\n", op, path);
-  }
-  return key->Search(name, key, FALSE);
+  return cfg::search_below(logger, name, path, [this](const RWCString& at) {
+    const SubTreePtr sub_tree(CFG_Services::GetSubTree(at));
+    return sub_tree ? sub_tree->GetData() : Tree_NodePtr();
+  });
 }
