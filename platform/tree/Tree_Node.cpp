@@ -145,13 +145,28 @@ RWCString Tree_Node::GetVirtualParentPath() const {
   return top ? top->virtual_parent_path : RWCString();
 }
 
-RWCString Tree_Node::parent_path() const {
-  return GetParent() ? GetParent()->GetPath() : GetVirtualParentPath();
-}
-
 void Tree_Node::SetVirtualParentPath(const RWCString& path) {
   if (GetParent() || (path.isNull() && !top_record())) return;
-  need_top_record().virtual_parent_path = path;
+  Top& top = need_top_record();
+  top.virtual_parent_path = path;
+  top.is_path_above_known = false;
+}
+
+void Tree_Node::SetPathAbove(const RWCString& path) {
+  SetVirtualParentPath(path);
+  if (Top* top = top_record()) top->is_path_above_known = true;
+}
+
+bool Tree_Node::IsPathAboveKnown() const {
+  const Top* top = top_record();
+  return GetParent() || (top && top->is_path_above_known);
+}
+
+void Tree_Node::StandWhere(const Tree_Node& other) {
+  const RWCString path =
+      other.GetParent() ? other.GetParent()->GetPath() : other.GetVirtualParentPath();
+  SetVirtualParentPath(path);
+  if (Top* top = top_record()) top->is_path_above_known = other.IsPathAboveKnown();
 }
 
 Tree_NodePtr& Tree_Node::GetChildAt(int index) {

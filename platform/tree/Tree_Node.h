@@ -74,6 +74,12 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // full tree. Empty on a node that has a parent, where setting it does nothing.
   RWCString GetVirtualParentPath() const;
   void SetVirtualParentPath(const RWCString& path);
+  // The same for who knows that the path is that of the key above. One that is only set may be the
+  // node's own: that of a tree that was read from a document is.
+  void SetPathAbove(const RWCString& path);
+  bool IsPathAboveKnown() const;
+  // Makes it the path of what `other` hangs under, knowing as much.
+  void StandWhere(const Tree_Node& other);
   int GetNodeId() const { return m_is_leaf ? -1 : m_key.id; }
   void SetNodeId(int id) {
     if (!m_is_leaf) m_key.id = id;
@@ -224,7 +230,6 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   ~Tree_Node();
   static void Destroy(Tree_Node* node);
 
-  RWCString parent_path() const;
   Top* top_record() const {
     const uintptr_t up = m_up.load(std::memory_order_acquire);
     return up & kIsTop ? reinterpret_cast<Top*>(up & ~kIsTop) : nullptr;

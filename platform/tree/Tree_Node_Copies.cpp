@@ -34,7 +34,7 @@ Tree_NodePtr Tree_Node::copy_of(const Tree_Node& node) {
 
 Tree_NodePtr Tree_Node::DuplicateFromHereDown(bool) const {
   Tree_NodePtr copy = copy_of(*this);
-  copy->SetVirtualParentPath(parent_path());
+  copy->StandWhere(*this);
   return copy;
 }
 
@@ -113,7 +113,7 @@ Tree_NodePtr Tree_Node::merged(const Tree_NodePtr& base, const Tree_NodePtr& ove
       }
     }
   }
-  top->SetVirtualParentPath(base->parent_path());
+  top->StandWhere(*base);
   return top;
 }
 
@@ -147,7 +147,7 @@ Tree_NodePtr Tree_Node::GetChangesTreeNode(const Tree_NodePtr& node) {
     }
     copies.back()->adopt(Tree_NodePtr::First(new Tree_Node(**walk, nullptr)));
   }
-  if (changes) changes->SetVirtualParentPath(node->parent_path());
+  if (changes) changes->StandWhere(*node);
   return changes;
 }
 

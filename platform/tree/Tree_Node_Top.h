@@ -11,6 +11,7 @@
 // readers.
 struct Tree_Node::Top {
   RWCString virtual_parent_path;
+  bool is_path_above_known = false;
   // Deep lookups that walked from key to key since there is no index.
   std::atomic<uint32_t> walks{0};
   std::mutex index_mutex;  // held by the reader that builds the index

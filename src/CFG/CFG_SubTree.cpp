@@ -343,9 +343,7 @@ int CFG_SubTree::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) {
   }
   Tree_Node::ChangeTreeNodePtrProtection(sub_tree, Tree_Node::TRUE_BOOL);
   if (path.isNull() && sub_tree->NameView() == m_data->NameView()) {
-    // The new root stands where the old one stood.
-    const Tree_Node* above = m_data->GetParent();
-    sub_tree->SetVirtualParentPath(above ? above->GetPath() : m_data->GetVirtualParentPath());
+    sub_tree->StandWhere(*m_data);
     m_data = sub_tree;
     return TRUE;
   }

@@ -12,7 +12,7 @@ constexpr Log_Logger logger("src/CFG/CFG_RepositoryServicesImp", 502);
 Tree_NodePtr top_at(std::string_view path) {
   const split_path where(path);
   Tree_NodePtr top = new Tree_Node(where.name);
-  top->SetVirtualParentPath(RWCString(where.parent));
+  top->SetPathAbove(RWCString(where.parent));
   return top;
 }
 

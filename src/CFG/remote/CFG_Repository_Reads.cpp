@@ -40,7 +40,7 @@ CFG_SubTree* sub_tree_of_bytes(Read read, std::string_view parent_path = {}) {
   CFG_SubTree* sub_tree =
       CFG_RepositoryServices::CreateSubTreeFromByteArray(bytes.get(), static_cast<int>(length));
   if (sub_tree && !parent_path.empty()) {
-    sub_tree->GetData()->SetVirtualParentPath(RWCString(parent_path));
+    sub_tree->GetData()->SetPathAbove(RWCString(parent_path));
   }
   return sub_tree;
 }
@@ -296,7 +296,7 @@ CFG_SubTree* CFG_Repository::GetSubTreeWithLongValues(const RWCString& path) {
   logger.trace("GetSubTreeWithLongValues(): _path = %s\n", actual);
   return sub_tree_of_bytes(
       [&](long& length) { return connector->GetSubTreeWithLongValues(actual, length); },
-      parent_of(actual));
+      cfg::split_path(actual).parent);
 }
 
 CFG_SubTree* CFG_Repository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {

@@ -25,13 +25,17 @@ using NodesVec = CFG_SAXImport::NodesVec;
 
 // --- export ------------------------------------------------------------------------------------
 
-// The full path of a subtree. A virtual parent path that ends with the subtree's own name is
-// that path already, as it is on subtrees that were imported; elsewhere it is the parent's.
+// The full path of a subtree. The virtual parent path of a tree that was read from a document is
+// that of its top; on one of which nobody knows, it is when it ends with the name of the top.
 RWCString full_path(CFG_SubTree* sub_tree) {
-  const Tree_NodePtr top = sub_tree ? sub_tree->GetData() : Tree_NodePtr();
-  if (!top) return {};
+  const Tree_NodePtr node = sub_tree ? sub_tree->GetData() : Tree_NodePtr();
+  if (!node) return {};
+  const Tree_Node* top = node.get();
+  while (top->GetParent()) top = top->GetParent();
+  RWCString path = node->GetPath();
   const RWCString above = top->GetVirtualParentPath();
-  return cfg::split_path(above).name == top->NameView() ? above : top->GetPath();
+  const bool is_own = !top->IsPathAboveKnown() && cfg::split_path(above).name == top->NameView();
+  return is_own ? path.remove(above.length(), 1 + top->NameView().size()) : path;
 }
 
 // The path of the key above a path, as its components.

@@ -70,6 +70,14 @@ TEST_F(XmlExport, ListsOfSubtreesKeepTheirPlaces) {
     EXPECT_THAT(exported({&tree, sub_tree}),
                 HasSubstr(written_node("h\\sys\\nodes", "h\\sys", "")));
   }
+  const SubTreePtr of_that_name(repository.GetSubTree("h\\sys\\nodes\\nodes"));
+  const SubTreePtr imported_two =
+      import_buffer(xml_tree(xml_branch({{"h\\sys\\nodes", ""}, {"h\\sys\\nodes\\nodes", ""}})));
+  const SubTreePtr below(imported_two->GetSubTree("", 0));
+  for (CFG_SubTree* sub_tree : {of_that_name.get(), below.get()}) {
+    EXPECT_THAT(exported({sub_tree}),
+                HasSubstr(written_node("h\\sys\\nodes\\nodes", "h\\sys\\nodes", "")));
+  }
 }
 
 TEST_F(XmlExport, TextsOfAllLengthsSurvive) {
