@@ -13,6 +13,10 @@
 // GetSubTree(path) gives a detached copy, GetSubTree(path, index) a handle that shares
 // nodes with the held tree.
 //
+// Paths begin with the held root, so a virtual parent path on it, as a tree has that was read from
+// a file, is dropped. What is written at the root's path goes below the root, also when it is named
+// like it.
+//
 // Threads: no lock of its own. Reads may run beside each other; callers that write from
 // several threads serialise their writes. The transaction operations report TRUE and give
 // no mutual exclusion.

@@ -185,11 +185,11 @@ CFG_SubTree* CFG_FileRepositoryBase::GetSubTree(RWCString& path) {
   return read(path, [&](const held_tree& tree) { return tree.sub_tree_at(path); });
 }
 CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
-  return GetSubTree(path);
+  return CFG_Services::GetSubTree(RWCString(cfg::before_wildcard(path)));
 }
 CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
     const RWCString& path) {
-  return GetSubTree(path);
+  return GetSubTreeWithPrecentAndWildcard(path);
 }
 CFG_SubTree* CFG_FileRepositoryBase::GetSubTreeWithLongValues(const RWCString& path) {
   return GetSubTree(path);
@@ -215,11 +215,11 @@ Tree_NodePtr CFG_FileRepositoryBase::GetTreeNode(const RWCString& path) {
   return read(path, [&](const held_tree& tree) { return tree.copy_at(path); });
 }
 Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeWithPrecentAndWildcard(const RWCString& path) {
-  return GetTreeNode(path);
+  return GetTreeNode(RWCString(cfg::before_wildcard(path)));
 }
 Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(
     const RWCString& path) {
-  return GetTreeNode(path);
+  return GetTreeNodeWithPrecentAndWildcard(path);
 }
 Tree_NodePtr CFG_FileRepositoryBase::GetTreeNodeWithLongValues(const RWCString& path) {
   return GetTreeNode(path);
@@ -281,7 +281,9 @@ int CFG_FileRepositoryBase::SetOrRanameKeyName(const RWCString& path, const RWCS
   if (path.isNull()) {
     return logger.reject(FALSE, "%s key <%s>: path is empty string, return FALSE\n", op, key_name);
   }
-  return change(path, [&](const held_tree& tree) { return tree.rename(logger, path, key_name); });
+  return change(path, [&](const held_tree& tree) {
+    return tree.rename(logger, RemoveRootName(path), key_name);
+  });
 }
 
 String_Arr* CFG_FileRepositoryBase::Search(RWCString name, RWCString path) try {

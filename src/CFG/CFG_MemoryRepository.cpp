@@ -26,7 +26,12 @@ auto ask(CFG_SubTree* sub_tree, const Asked& asked, const char* op = __builtin_F
 
 }  // namespace
 
-CFG_MemoryRepository::CFG_MemoryRepository(CFG_SubTree* sub_tree) : m_sub_tree(sub_tree) {}
+// Paths begin with the root key, also where the tree was read from a file, which leaves its own
+// path on it.
+CFG_MemoryRepository::CFG_MemoryRepository(CFG_SubTree* sub_tree) : m_sub_tree(sub_tree) {
+  const Tree_NodePtr root = sub_tree ? sub_tree->GetData() : Tree_NodePtr();
+  if (root) root->SetVirtualParentPath("");
+}
 
 RWCString CFG_MemoryRepository::RemoveRootName(const RWCString& path) {
   return held_tree(m_sub_tree).below_root(path);
@@ -94,7 +99,7 @@ CFG_SubTree* CFG_MemoryRepository::GetSubTree(RWCString& path) {
   return ask(m_sub_tree, [&](const held_tree& tree) { return tree.sub_tree_at(path); });
 }
 CFG_SubTree* CFG_MemoryRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
-  return GetSubTree(path);
+  return CFG_Services::GetSubTree(RWCString(cfg::before_wildcard(path)));
 }
 CFG_SubTree* CFG_MemoryRepository::GetSubTreeOnlyWithValuesLong(const RWCString& path) {
   return GetSubTree(path);
@@ -104,7 +109,7 @@ CFG_SubTree* CFG_MemoryRepository::GetSubTreeOnlyWithValues(const RWCString& pat
 }
 CFG_SubTree* CFG_MemoryRepository::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
     const RWCString& path) {
-  return GetSubTree(path);
+  return GetSubTreeWithPrecentAndWildcard(path);
 }
 CFG_SubTree* CFG_MemoryRepository::GetSubTreeWithLongValues(const RWCString& path) {
   return GetSubTree(path);
@@ -126,11 +131,11 @@ Tree_NodePtr CFG_MemoryRepository::GetTreeNodeOnlyWithValues(const RWCString& pa
   return GetTreeNode(path);
 }
 Tree_NodePtr CFG_MemoryRepository::GetTreeNodeWithPrecentAndWildcard(const RWCString& path) {
-  return GetTreeNode(path);
+  return GetTreeNode(RWCString(cfg::before_wildcard(path)));
 }
 Tree_NodePtr CFG_MemoryRepository::GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(
     const RWCString& path) {
-  return GetTreeNode(path);
+  return GetTreeNodeWithPrecentAndWildcard(path);
 }
 
 // --- subtree writes, rename and search ------------------------------------------------------
@@ -156,8 +161,9 @@ int CFG_MemoryRepository::SetOrRanameKeyName(const RWCString& path, const RWCStr
     return logger.reject(FALSE, "%s : key_name is empty string, return FALSE\n", op);
   }
   if (path.isNull()) return logger.reject(FALSE, "%s : path is empty string, return FALSE\n", op);
-  return ask(m_sub_tree,
-             [&](const held_tree& tree) { return tree.rename(logger, path, key_name); });
+  return ask(m_sub_tree, [&](const held_tree& tree) {
+    return tree.rename(logger, RemoveRootName(path), key_name);
+  });
 }
 
 String_Arr* CFG_MemoryRepository::SearchKeyOrValueName(const RWCString& name,

@@ -4,6 +4,7 @@
 
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/answered.h>
+#include <CFG/detail/exact_reads.h>
 #include <CFG/detail/once_value.h>
 #include <CFG/detail/paths.h>
 #include <CFG/detail/patterns.h>
@@ -361,7 +362,7 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWi
   if (!last) return new CFG_SubTree(holder);
   const Tree_NodePtr result = holder.GetData()->Child(last->NameView());
   holder.GetData()->Remove(result);
-  result->SetVirtualParentPath(last->GetVirtualParentPath());
+  result->StandWhere(*last);
   return new CFG_SubTree(result);
 } catch (...) {
   return cfg::answered(logger, nullptr);
@@ -399,7 +400,8 @@ int CFG_RepositoryServicesImp::write_with_stored(const char* op, CFG_SubTree* su
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
   const RWCString key = cfg::join(path, key_name);
-  const SubTreePtr stored(GetSubTreeWithLongValues(key));
+  const SubTreePtr stored(cfg::read_exactly(
+      *this, key, [this](const RWCString& exact) { return GetSubTreeWithLongValues(exact); }));
   if (!stored && IsSubTreeExist(key)) {
     return logger.reject(FALSE, "%s : what is stored at <%s> cannot be read, return FALSE\n", op,
                          key);

@@ -10,6 +10,7 @@
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/blob_format.h>
+#include <CFG/detail/exact_reads.h>
 #include <CFG/detail/path_validation.h>
 #include <CFG/detail/paths.h>
 #include <CFG/detail/properties.h>
@@ -134,8 +135,8 @@ CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rul
   if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
   const cfg::search_rule rule(search_rule, search_num);
   for (int i = 0; i < rule.count(); ++i) {
-    RWCString candidate = rule.candidate(i, name);
-    if (CFG_SubTree* found = GetSubTree(candidate)) return found;
+    const RWCString candidate = rule.candidate(i, name);
+    if (CFG_SubTree* found = cfg::read_exactly(*this, candidate)) return found;
   }
   return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : sub tree not found , return NULL\n", op);
 }
@@ -149,7 +150,9 @@ CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rul
   const cfg::search_rule rule(search_rule, search_num);
   Tree_NodePtr merged;
   for (int i = 0; i < rule.count(); ++i) {
-    const Tree_NodePtr found = GetTreeNode(rule.candidate(i, name));
+    const RWCString candidate = rule.candidate(i, name);
+    if (!cfg::is_read_exactly(*this, candidate)) continue;
+    const Tree_NodePtr found = GetTreeNode(candidate);
     if (!found || found->IsLeaf()) continue;
     merged = merged ? Tree_Node::Merge(found, merged) : found;
   }
@@ -344,7 +347,7 @@ int CFG_ServicesImp::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString&
   Tree_NodePtr data;
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
-  const SubTreePtr existing(GetSubTree(cfg::join(actual, key_name)));
+  const SubTreePtr existing(cfg::read_exactly(*this, cfg::join(actual, key_name)));
   Tree_NodePtr written =
       existing ? Tree_Node::Merge(existing->GetData(), data) : data->DuplicateFromHereDown(TRUE);
   return WriteSubTree(written, actual);
@@ -358,7 +361,7 @@ int CFG_ServicesImp::AddMoreInfoToSubTree(CFG_SubTree* sub_tree, const RWCString
   Tree_NodePtr data;
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
-  const SubTreePtr existing(GetSubTree(cfg::join(actual, key_name)));
+  const SubTreePtr existing(cfg::read_exactly(*this, cfg::join(actual, key_name)));
   Tree_NodePtr written =
       existing ? Tree_Node::Merge(data, existing->GetData()) : data->DuplicateFromHereDown(TRUE);
   return WriteSubTree(written, actual);
@@ -389,7 +392,7 @@ int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path, in
                             op);
   }
   const RWCString actual = change_string_with_properties(path);
-  const SubTreePtr existing(GetSubTree(cfg::join(actual, key_name)));
+  const SubTreePtr existing(cfg::read_exactly(*this, cfg::join(actual, key_name)));
   Tree_NodePtr written = existing ? Tree_Node::Merge(existing->GetData(), changes) : changes;
   return WriteSubTree(written, actual);
 }
@@ -431,7 +434,7 @@ bool CFG_ServicesImp::read_chunks(const char* path, RWCString& text, bool& base6
                                   RWCString* encoding) {
   text.clear();
   base64 = false;
-  const SubTreePtr blob(GetSubTree(RWCString(path)));
+  const SubTreePtr blob(cfg::read_exactly(*this, RWCString(path)));
   if (!blob)
     return logger.reject_at(LOG_LEVEL_WARNING, false, "Subtree not found at path [%s]\n", path);
   const RWCString described = blob->GetValue(cfg::blob_description_name);

@@ -64,7 +64,7 @@ TEST(FileRepositoryBase, EveryOperationBringsItsPathsUpToDateAndHoldsTheTreeWhil
       {"save", [](Shared& r) { EXPECT_TRUE(r.UnLock()); }, ""},
       {"set", [](Shared& r) { EXPECT_TRUE(r.SetValue("h\\n", "1")); }, "h\\n;", "changed"},
       {"delete", [](Shared& r) { EXPECT_TRUE(r.DeleteSubTree("h\\k")); }, "h\\k;", "changed"},
-      {"rename", [](Shared& r) { EXPECT_TRUE(r.SetKeyName("h\\k", "n")); }, "h\\k;"},
+      {"rename", [](Shared& r) { EXPECT_TRUE(r.SetKeyName("h\\k", "n")); }, "h\\k;", "changed"},
       {"write",
        [](Shared& r) {
          CFG_SubTree k("k");

@@ -6,6 +6,7 @@
 #include <functional>
 
 #include <logging/Log_Capture.h>
+#include <tree/Tree_Node.h>
 #include "repository_worlds.h"
 
 namespace {
@@ -326,6 +327,122 @@ TEST(Repository, RenamesWholeOrNotAtAll) {
     EXPECT_STREQ(repository.GetValue("halvoria\\" + name + "\\sub\\v").data(), "1") << kind;
     EXPECT_EQ(repository.GetSubTreeEntriesCount("halvoria"), 6) << kind;
     EXPECT_STREQ(repository.GetValue("halvoria\\leaf").data(), "4") << kind;
+  }
+}
+
+// A path that is the root's names it as the parent of what is written, whatever that is called.
+TEST(Repository, WritesBelowTheRootAlsoWhatIsNamedLikeIt) {
+  const TemporaryFolder folder;
+  CFG_SubTree added = tree_of("halvoria", {{"v", "new"}, {"w", "new"}});
+  const RWWString file = folder.file("branch.xml");
+  CFG_MemoryRepository writer(nullptr);
+  ASSERT_TRUE(writer.ExportSubTreeToFile(&added, file, "halvoria\\halvoria"));
+  const struct {
+    const char* what;
+    std::function<int(Repository&)> write;
+    const char* child;
+  } cases[] = {
+      {"add", [&](Repository& r) { return r.AddOrReplaceSubTree(&added, "halvoria"); },
+       "v=new w=new"},
+      {"merge", [&](Repository& r) { return r.AddOrReplaceSubTree(&added, "halvoria", TRUE); },
+       "v=new w=new"},
+      {"merge long values",
+       [&](Repository& r) { return r.AddOrReplaceSubTreeWithLongValues(&added, "halvoria", TRUE); },
+       "v=new w=new"},
+      {"keep", [&](Repository& r) { return r.AddMoreInfoToSubTree(&added, "halvoria"); },
+       "v=old w=new"},
+      {"set", [&](Repository& r) { return r.SetSubTree(&added, "halvoria", TRUE); }, "v=new w=new"},
+      {"blob",
+       [&](Repository& r) {
+         return int{r.WriteBlobFromUTF8String("halvoria\\halvoria", "t", false, "")};
+       },
+       "blobencoding=chunks_num=1 chunk0000=t"},
+      {"import 1",
+       [&](Repository& r) {
+         return r.ImportXmlFileWithType(file, Repository::CFG_XML_IMPORT_REPLACE);
+       },
+       "v=new w=new"},
+      {"import 2", [&](Repository& r) { return r.ImportXmlFile(file, TRUE); }, "v=new w=new"},
+      {"import 3", [&](Repository& r) { return r.ImportXmlFile(file, FALSE); }, "v=old w=new"},
+  };
+  for (const WorldKind kind : repositories) {
+    for (const auto& c : cases) {
+      World world(kind, tree_of("halvoria", {{"halvoria\\v", "old"}, {"k\\v", "1"}}));
+      Repository& repository = world.repository();
+      EXPECT_TRUE(c.write(repository)) << c.what << ", " << kind;
+      const SubTreePtr whole(repository.GetSubTree("halvoria"));
+      const SubTreePtr child(whole->GetSubTree("halvoria"));
+      ASSERT_TRUE(child) << c.what << ", " << kind;
+      std::string found;
+      for (const char* name : {"blobencoding", "chunk0000", "v", "w"}) {
+        const RWCString text = child->GetValue(name);
+        if (!text.isNull()) found += (found.empty() ? "" : " ") + (name + ("=" + text.str()));
+      }
+      EXPECT_EQ(found, c.child) << c.what << ", " << kind;
+      EXPECT_STREQ(whole->GetValue("k\\v").data(), "1") << c.what << ", " << kind;
+    }
+  }
+}
+
+// A path with a `%` in it is a pattern for whoever asks for one: what is merged, exported or read
+// as a blob is at that very path.
+TEST(Repository, TakesAPercentSignForPartOfANameWhereAKeyIsMeant) {
+  const TemporaryFolder folder;
+  for (const WorldKind kind : repositories) {
+    for (const std::string name : {"%", "50%", "a%b"}) {
+      World world(kind, tree_of("halvoria", {{"k\\v", "1"}}));
+      Repository& repository = world.repository();
+      const auto where = testing::Message() << name << ", " << kind;
+      const std::string path = "halvoria\\k\\" + name;
+      CFG_SubTree added{RWCString(name)};
+      added.SetValue("w", "2");
+      RWCString text;
+      EXPECT_FALSE(repository.ReadBlobToUTF8String(path.c_str(), text, nullptr)) << where;
+      EXPECT_FALSE(repository.ExportPath(path, folder.file("part.xml"))) << where;
+      EXPECT_TRUE(repository.AddMoreInfoToSubTreeWithLongValues(&added, "halvoria\\k")) << where;
+      EXPECT_TRUE(repository.AddOrReplaceSubTree(&added, "halvoria\\k", TRUE)) << where;
+      added.SetValue("x", "3");
+      EXPECT_TRUE(repository.AddMoreInfoToSubTree(&added, "halvoria\\k")) << where;
+      EXPECT_EQ(world.content(),
+                "halvoria{k{" + (kind == MEMORY || kind == XML_FILE ? "v=1 " + name + "{w=2 x=3}}}"
+                                                                    : name + "{w=2 x=3} v=1}}"))
+          << where;
+      for (const SubTreePtr& read : {SubTreePtr(repository.GetSubTree(path)),
+                                     SubTreePtr(repository.GetSubTreeWithLongValues(path))}) {
+        EXPECT_EQ(shown(read), name + "{w=2 x=3}") << where;
+        EXPECT_EQ(read->GetPath(), path.c_str()) << where;
+      }
+      EXPECT_TRUE(repository.ExportPath(path, folder.file("part.xml"))) << where;
+      const SubTreePtr exported(repository.ImportXmlFileAsCfgSubTree(folder.file("part.xml")));
+      EXPECT_EQ(shown(exported), name + "{w=2 x=3}") << where;
+      EXPECT_TRUE(repository.SetValue(path + "\\w", "changed")) << where;
+      EXPECT_TRUE(repository.ImportXmlFile(folder.file("part.xml"), FALSE)) << where;
+      EXPECT_STREQ(repository.GetValue(path + "\\w").data(), "changed") << where;
+      EXPECT_TRUE(repository.DeleteSubTree(path)) << where;
+      EXPECT_EQ(world.content(), "halvoria{k{v=1}}") << where;
+    }
+  }
+}
+
+TEST(Repository, OverATreeOfADocumentSaysTheRootOnceInItsPaths) {
+  const TemporaryFolder folder;
+  CFG_SubTree tree =
+      tree_of("halvoria", {{"system\\nodes\\n1\\properties\\inet_address", "1.2.3.4"}});
+  write_tree(tree, folder.file("tree.xml"));
+  const SubTreePtr read(
+      CFG_MemoryRepository(nullptr).ImportXmlFileAsCfgSubTree(folder.file("tree.xml")));
+  CFG_MemoryRepository memory(read.get());
+  CFG_FileRepository file(folder.file("tree.xml"));
+  ASSERT_TRUE(file.Connect());
+  for (Repository* repository :
+       {static_cast<Repository*>(&memory), static_cast<Repository*>(&file)}) {
+    EXPECT_EQ(list(repository->FillPath("halvoria\\system\\nodes\\%")),
+              "halvoria\\system\\nodes\\n1");
+    EXPECT_EQ(list(repository->Search("properties", "halvoria")),
+              "halvoria\\system\\nodes\\n1\\properties");
+    EXPECT_STREQ(repository->GetNodeNameByIp("1.2.3.4").data(), "n1");
+    EXPECT_STREQ(SubTreePtr(repository->GetSubTree("halvoria\\system"))->GetPath().data(),
+                 "halvoria\\system");
   }
 }
 

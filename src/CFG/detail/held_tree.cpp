@@ -32,16 +32,23 @@ Tree_NodePtr held_tree::root() const {
 
 Tree_NodePtr held_tree::node_at(std::string_view path) const {
   const Tree_NodePtr top = root();
-  return top ? top->Find(actual_path(below_root(before_wildcard(path)))) : nullptr;
+  return top ? top->Find(actual_path(below_root(path))) : nullptr;
+}
+
+// A path with a `%` is a pattern, of which the part before it counts, unless something has just
+// that path.
+std::string_view held_tree::without_pattern(std::string_view path) const {
+  const std::string_view front = before_wildcard(path);
+  return front.size() == path.size() || node_at(path) ? path : front;
 }
 
 Tree_NodePtr held_tree::copy_at(std::string_view path) const {
-  const Tree_NodePtr node = node_at(path);
+  const Tree_NodePtr node = node_at(without_pattern(path));
   return node ? node->DuplicateFromHereDown(true) : node;
 }
 
 CFG_SubTree* held_tree::sub_tree_at(std::string_view path) const {
-  RWCString below(below_root(before_wildcard(path)));
+  RWCString below(below_root(without_pattern(path)));
   const std::unique_ptr<CFG_SubTree> found(handle().GetSubTree(below));
   return found ? new CFG_SubTree(found->GetData()->DuplicateFromHereDown(true)) : nullptr;
 }
@@ -52,13 +59,22 @@ CFG_SubTree* held_tree::shared_at(std::string_view path) const {
 }
 
 int held_tree::write(const Tree_NodePtr& node, const RWCString& path) const {
-  CFG_SubTree given(node);
-  return handle().AddOrReplaceSubTree(&given, RWCString(below_root(path)));
+  const RWCString below(below_root(path));
+  const Tree_NodePtr top = root();
+  // The handle would put the tree in the place of the root.
+  const bool is_child_named_like_root =
+      node && top && !path.isNull() && below.isNull() && node->NameView() == top->NameView();
+  if (!is_child_named_like_root) {
+    CFG_SubTree given(node);
+    return handle().AddOrReplaceSubTree(&given, below);
+  }
+  const Tree_NodePtr copy = node->DuplicateFromHereDown(TRUE);
+  top->Remove(copy->GetKeyName());
+  return top->Add(copy);
 }
 
-int held_tree::rename(const Log_Logger& log, const RWCString& path,
+int held_tree::rename(const Log_Logger& log, const RWCString& below,
                       const RWCString& key_name) const {
-  const RWCString below(below_root(path));
   std::string_view first;
   const bool is_root = !Tree_PathWalk(below).Next(first);
   if (!is_root) return handle().SetKeyName(below, key_name);
@@ -70,7 +86,8 @@ int held_tree::rename(const Log_Logger& log, const RWCString& path,
 String_Arr* held_tree::search(const Log_Logger& log, const RWCString& name,
                               const RWCString& path) const {
   log.trace("Start SearchKeyOrValueName(const RWCString & name,const RWCString & path)\n");
-  return search_below(log, name, path, [this](const RWCString& at) { return node_at(at); });
+  return search_below(log, name, path,
+                      [this](const RWCString& at) { return node_at(without_pattern(at)); });
 }
 
 String_Arr* filled_paths(const Log_Logger& log, const std::vector<RWCString>& paths,

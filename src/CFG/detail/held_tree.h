@@ -33,24 +33,27 @@ class held_tree {
   int sub_tree_num(std::string_view path) const { return handle().SubTreeNumAt(below_root(path)); }
   int has_sub_tree(std::string_view path) const { return handle().HasSubTreeAt(below_root(path)); }
 
-  // The root key, and the node at an absolute path up to its first wildcard. Null when nothing
-  // is there.
+  // The root key, and the node at an absolute path. Null when nothing is there.
   Tree_NodePtr root() const;
   Tree_NodePtr node_at(std::string_view path) const;
-  // A tree of its own from that node; a subtree, owned by the caller, where it is a key.
+  // The key at an absolute path, as part of the tree; owned by the caller.
+  CFG_SubTree* shared_at(std::string_view path) const;
+  // A tree of its own from what is at a path that may be a pattern; a subtree, owned by the caller,
+  // where it is a key.
   Tree_NodePtr copy_at(std::string_view path) const;
   CFG_SubTree* sub_tree_at(std::string_view path) const;
-  // The same as part of the tree.
-  CFG_SubTree* shared_at(std::string_view path) const;
 
-  // Writes a copy of the tree at `node` under the key at an absolute path.
+  // Writes a copy of the tree at `node` under the key at an absolute path. It takes the place of
+  // the root where it has its name and the path is empty, but not where the path is the root's.
   int write(const Tree_NodePtr& node, const RWCString& path) const;
-  // Gives what is at an absolute path another name. The root keeps its own.
-  int rename(const Log_Logger& log, const RWCString& path, const RWCString& key_name) const;
+  // Gives what is at a path below the root another name. The root keeps its own.
+  int rename(const Log_Logger& log, const RWCString& below, const RWCString& key_name) const;
   // What SearchKeyOrValueName answers; messages go to the repository's log.
   String_Arr* search(const Log_Logger& log, const RWCString& name, const RWCString& path) const;
 
  private:
+  std::string_view without_pattern(std::string_view path) const;
+
   CFG_SubTree* m_sub_tree;
 };
 
