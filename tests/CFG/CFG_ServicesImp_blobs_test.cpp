@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 
 #include <logging/Log_Capture.h>
+#include <support/temporary_folder.h>
 #include "test_trees.h"
 
 namespace {
@@ -122,14 +122,14 @@ TEST(Blobs, BadWritesAreRefused) {
 }
 
 TEST(Blobs, AFileIsStoredWhole) {
-  const std::string name = testing::TempDir() + "cfg_blob_test.bin", bytes("a\r\n\0\xFFz", 6);
+  const TemporaryFolder folder;
+  const std::string name = folder / "blob", bytes("a\r\n\0\xFFz", 6);
   std::ofstream(name, std::ios::binary) << bytes;
   CFG_SubTree tree("t");
   EXPECT_TRUE(tree.WriteBlobFromFile("p\\b", name.c_str(), true));
   RWCString out;
   EXPECT_TRUE(tree.ReadBlobToUTF8String("p\\b", out, nullptr));
   EXPECT_EQ(out.str(), bytes);
-  std::remove(name.c_str());
 }
 
 }  // namespace

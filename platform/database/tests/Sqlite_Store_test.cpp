@@ -25,7 +25,7 @@ class SqliteFile : public ::testing::Test {
     sqlite3_close(handle);
   }
 
-  Test_Folder m_folder;
+  TemporaryFolder m_folder;
 };
 
 TEST_F(SqliteFile, IsRefusedWithTheReason) {

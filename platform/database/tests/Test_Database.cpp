@@ -1,7 +1,7 @@
 #include <database/tests/Test_Database.h>
 
 void Database::SetUp() {
-  m_connection = "sqlite:" + (m_folder / "cfg.db");
+  m_connection = "sqlite:" + (m_folder / "cfg.db").string();
   if (GetParam() == std::string("postgresql")) {
     if (!Test_Postgres::IsInstalled()) GTEST_SKIP() << "no PostgreSQL server is installed";
     m_server = std::make_unique<Test_Postgres>();

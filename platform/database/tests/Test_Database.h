@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,20 +12,7 @@
 #include <database/CFGDB_Conn.h>
 #include <logging/Log_Capture.h>
 #include <servers/Test_Postgres.h>
-
-// A folder of its own for each case.
-class Test_Folder {
- public:
-  Test_Folder() {
-    std::string name = (std::filesystem::temp_directory_path() / "halvoria_db_XXXXXX").string();
-    m_path = mkdtemp(name.data());
-  }
-  ~Test_Folder() { std::filesystem::remove_all(m_path); }
-  std::string operator/(const std::string& name) const { return (m_path / name).string(); }
-
- private:
-  std::filesystem::path m_path;
-};
+#include <support/temporary_folder.h>
 
 // An empty store of one kind, and connections to it.
 class Database : public ::testing::TestWithParam<const char*> {
@@ -45,7 +31,7 @@ class Database : public ::testing::TestWithParam<const char*> {
                                  bool all_deleted = false);
   int number() { return std::atoi(m_conn->GetMaxSeqNumber().data()); }
 
-  Test_Folder m_folder;
+  TemporaryFolder m_folder;
   std::unique_ptr<Test_Postgres> m_server;
   std::string m_connection;
   Log_Capture m_log;

@@ -10,6 +10,7 @@
 #include <datagrid/IgniteCacheClient.h>
 #include <logging/Log_Capture.h>
 #include <servers/Test_Redis.h>
+#include <support/temporary_folder.h>
 
 namespace {
 
@@ -134,7 +135,8 @@ TEST(DataGrid, FindsAServerThatComesBack) {
 TEST(DataGrid, IsWhereEnvironmentAndParametersFileSay) {
   EXPECT_EQ(DataGridConfigurations::GetIgniteIp(), "127.0.0.1");
   EXPECT_EQ(DataGridConfigurations::GetIgnitePort(), "6379");
-  const auto file = std::filesystem::temp_directory_path() / "datagrid_test_parameters.txt";
+  const TemporaryFolder folder;
+  const auto file = folder / "parameters.txt";
   std::ofstream(file) << "datagrid_ip = 192.0.2.1\ndatagrid_port = 11110\n";
   setenv("HALVORIA_CFG_FILE", file.c_str(), 1);
   EXPECT_EQ(DataGridConfigurations::GetIgniteIp(), "192.0.2.1");

@@ -15,6 +15,7 @@
 #include <logging/Log_Repeats.h>
 #include <logging/Log_Settings.h>
 #include <logging/Logger.h>
+#include <support/temporary_folder.h>
 
 namespace {
 
@@ -162,14 +163,6 @@ struct Environment {
   const std::map<std::string, std::string> values;
 };
 
-// A fresh folder that goes with the test.
-struct Folder {
-  Folder() { std::filesystem::create_directories(path); }
-  ~Folder() { std::filesystem::remove_all(path); }
-  std::string file(const char* name) const { return path + "/" + name; }
-  const std::string path = testing::TempDir() + "logging_test_" + std::to_string(getpid());
-};
-
 std::vector<std::string> lines_of(const std::string& path) {
   std::ifstream in(path);
   std::vector<std::string> lines;
@@ -205,8 +198,8 @@ TEST(LogSettings, TakeWhatIsRightAndNameWhatIsWrong) {
 }
 
 TEST(LogSettings, EnvironmentWinsOverTheFile) {
-  const Folder folder;
-  const std::string path = folder.file("log.ini");
+  const TemporaryFolder folder;
+  const std::string path = folder / "log.ini";
   std::ofstream(path)
       << "\xEF\xBB\xBFlevel = detail\r\nmodule.7 = 2 ; quiet\r\n# a comment\r\noutput = json\r\n"
          "file = /a/b.log\r\nmax_bytes = 5\r\nmax_files=3\r\nmax_repeats = 0\r\ncolour = red\r\nno sign\r\n";
@@ -241,8 +234,8 @@ TEST(LogSettings, AreReadByTheFirstMessage) {
 }
 
 TEST(LogOutput, WritesOneLineEndAndWholeJsonObjects) {
-  const Folder folder;
-  const std::string text = folder.file("text.log"), json = folder.file("json.log");
+  const TemporaryFolder folder;
+  const std::string text = folder / "text.log", json = folder / "json.log";
   ASSERT_TRUE(TmrGLog.Apply(to_file(Log_Settings::TO_FILE, text)));
   for (const char* message : {"none", "one\n", "two\n\n", "\x1b[2Jthree\nmore"})
     logger.error("%s", message);
@@ -261,26 +254,26 @@ TEST(LogOutput, WritesOneLineEndAndWholeJsonObjects) {
 }
 
 TEST(LogOutput, RotatesAndKeepsTheNewestFiles) {
-  const Folder folder;
-  Log_Settings settings = to_file(Log_Settings::TO_FILE, folder.file("a.log"));
+  const TemporaryFolder folder;
+  Log_Settings settings = to_file(Log_Settings::TO_FILE, folder / "a.log");
   settings.max_bytes = 1024;
   settings.max_files = 2;
   ASSERT_TRUE(TmrGLog.Apply(settings));
   for (int i = 0; i < 100; ++i) logger.error("message %d", i);
-  EXPECT_THAT(lines_of(folder.file("a.log")).back(), HasSubstr("message 99"));
+  EXPECT_THAT(lines_of(folder / "a.log").back(), HasSubstr("message 99"));
   for (const char* kept : {"a.log", "a.1.log", "a.2.log"}) {
-    EXPECT_LE(std::filesystem::file_size(folder.file(kept)), 1024u) << kept;
+    EXPECT_LE(std::filesystem::file_size(folder / kept), 1024u) << kept;
   }
-  EXPECT_FALSE(std::filesystem::exists(folder.file("a.3.log")));
+  EXPECT_FALSE(std::filesystem::exists(folder / "a.3.log"));
 }
 
 TEST(LogOutput, DropsLinesOfAFullDiskAndFallsBackToStandardError) {
-  const Folder folder;
+  const TemporaryFolder folder;
   ASSERT_TRUE(TmrGLog.Apply(to_file(Log_Settings::TO_FILE, "/dev/full")));
   for (int i = 0; i < 10; ++i) EXPECT_EQ(logger.reject(i, "%s", std::string(5000, 'x')), i);
   testing::internal::CaptureStderr();
-  std::ofstream(folder.file("plain"));
-  EXPECT_FALSE(TmrGLog.Apply(to_file(Log_Settings::TO_JSON, folder.file("plain/log"))));
+  std::ofstream(folder / "plain");
+  EXPECT_FALSE(TmrGLog.Apply(to_file(Log_Settings::TO_JSON, folder / "plain/log")));
   logger.error("still heard");
   const std::string heard = testing::internal::GetCapturedStderr();
   EXPECT_THAT(heard, HasSubstr("plain/log"));
@@ -309,8 +302,8 @@ TEST(LogOutput, HoldsBackALineThatComesAgainAndAgainAndTellsHowOften) {
   EXPECT_EQ(count("down\n", 11), 10) << "a second later";
   EXPECT_EQ(Log_Repeats(0).admits(origin, "x"), true);
 
-  const Folder folder;
-  const std::string path = folder.file("a.log");
+  const TemporaryFolder folder;
+  const std::string path = folder / "a.log";
   Log_Settings settings = to_file(Log_Settings::TO_FILE, path);
   settings.max_repeats = 2;
   ASSERT_TRUE(TmrGLog.Apply(settings));
@@ -324,8 +317,8 @@ TEST(LogOutput, HoldsBackALineThatComesAgainAndAgainAndTellsHowOften) {
 }
 
 TEST(LogOutput, OfTheChildOfAForkIsItsOwn) {
-  const Folder folder;
-  ASSERT_TRUE(TmrGLog.Apply(to_file(Log_Settings::TO_FILE, folder.file("{pid}.log"))));
+  const TemporaryFolder folder;
+  ASSERT_TRUE(TmrGLog.Apply(to_file(Log_Settings::TO_FILE, folder / "{pid}.log")));
   std::atomic<bool> is_over{false};
   std::thread busy([&] {
     for (int i = 0; !is_over; ++i) logger.error("%d", i);
@@ -340,7 +333,7 @@ TEST(LogOutput, OfTheChildOfAForkIsItsOwn) {
     int status = 1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0) << "no thread holds a lock there";
-    EXPECT_THAT(lines_of(folder.file((std::to_string(child) + ".log").c_str())),
+    EXPECT_THAT(lines_of(folder / (std::to_string(child) + ".log")),
                 ElementsAre(HasSubstr("the child's")));
   }
   is_over = true;
@@ -348,8 +341,8 @@ TEST(LogOutput, OfTheChildOfAForkIsItsOwn) {
 }
 
 TEST(LogOutput, ThreadsWriteWholeLinesWhileLevelsAndCapturesChange) {
-  const Folder folder;
-  const std::string path = folder.file("many.log");
+  const TemporaryFolder folder;
+  const std::string path = folder / "many.log";
   ASSERT_TRUE(TmrGLog.Apply(to_file(Log_Settings::TO_FILE, path)));
   constexpr int kMessages = 2000;
   Log_Capture all;

@@ -15,6 +15,7 @@
 #include <iterator>
 #include <vector>
 
+#include <support/temporary_folder.h>
 #include <system/Sys_Block.h>
 #include <system/Sys_Environment.h>
 #include <system/Sys_File.h>
@@ -35,16 +36,7 @@ using testing::StartsWith;
 // A folder of the test's own.
 class Files : public testing::Test {
  protected:
-  Files() {
-    std::string name = fs::temp_directory_path() / "system_test_XXXXXX";
-    m_folder = mkdtemp(name.data());
-  }
-  ~Files() override {
-    fs::permissions(m_folder, fs::perms::owner_all);
-    fs::remove_all(m_folder);
-  }
-
-  std::string path(const std::string& name) const { return m_folder + "/" + name; }
+  std::string path(const std::string& name) const { return m_folder / name; }
   RWWString wide(const std::string& name) const { return RWWString::fromUTF8(path(name)); }
   void put(const std::string& name, const std::string& bytes) const {
     std::ofstream(path(name), std::ios::binary) << bytes;
@@ -55,7 +47,7 @@ class Files : public testing::Test {
   }
   size_t entries() const {
     return static_cast<size_t>(
-        std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()));
+        std::distance(fs::directory_iterator(m_folder.path()), fs::directory_iterator()));
   }
   std::string replace(const std::string& name, const std::string& bytes) const {
     Sys_FileReplacer file(wide(name));
@@ -63,7 +55,7 @@ class Files : public testing::Test {
     return file.commit() ? "" : file.error().str();
   }
 
-  std::string m_folder;
+  TemporaryFolder m_folder;
 };
 
 TEST_F(Files, EitherSeparatorAndAnyLetterReachesTheSameFile) {
@@ -221,7 +213,7 @@ TEST_F(Files, AKillWhileWritingLeavesTheOldFileAndANamedTemporary) {
   ASSERT_EQ(waitpid(child, nullptr, 0), child);
   EXPECT_EQ(get("tree.xml"), "old");
   std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(m_folder))
+  for (const auto& entry : fs::directory_iterator(m_folder.path()))
     names.push_back(entry.path().filename());
   EXPECT_THAT(names, testing::UnorderedElementsAre(
                          "tree.xml", MatchesRegex("\\.tree\\.xml\\.[a-z0-9]{6}\\.tmp")));

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include <logging/Log_Capture.h>
+#include <support/temporary_folder.h>
 #include <system/Sys_Process.h>
 #include <utility/Tmr_CfgINI.h>
 
@@ -165,17 +166,12 @@ TEST(Tmr_INI, SetValuesReplaceOnlyWhenTold) {
 class CfgINI : public testing::Test {
  protected:
   CfgINI() {
-    std::string name = fs::temp_directory_path() / "cfgini_test_XXXXXX";
-    m_folder = mkdtemp(name.data());
-    fs::current_path(m_folder);
+    fs::current_path(m_folder.path());
     unsetenv("HALVORIA_CFG_FILE");
   }
-  ~CfgINI() override {
-    fs::current_path("/");
-    fs::remove_all(m_folder);
-  }
-  void put(const char* name, const char* text) { std::ofstream(m_folder + "/" + name) << text; }
-  std::string m_folder;
+  ~CfgINI() override { fs::current_path("/"); }
+  void put(const char* name, const char* text) { std::ofstream(m_folder / name) << text; }
+  TemporaryFolder m_folder;
 };
 
 TEST_F(CfgINI, LooksInThreePlacesAndAgainUntilOneIsThere) {

@@ -9,6 +9,7 @@
 #include <CFG/CFG_Repository.h>
 #include <logging/Log_Capture.h>
 #include <servers/Test_Redis.h>
+#include <support/temporary_folder.h>
 #include <system/Sys_Process.h>
 #include <tree/Tree_Node.h>
 #include "../scripted_service.h"
@@ -72,7 +73,8 @@ TEST(Statistics, CountRequestsByCommandAndArguments) {
 }
 
 TEST(Statistics, AreAskedForByTheParametersFileAndNeverInTheWay) {
-  const auto file = testing::TempDir() + "statistics_parameters.txt";
+  const TemporaryFolder folder;
+  const auto file = folder / "parameters.txt";
   std::ofstream(file) << "cfg_report_to_cache = Yes\ndatagrid_port = 1\n";
   setenv("HALVORIA_CFG_FILE", file.c_str(), 1);
   ScriptedService service;
