@@ -42,7 +42,10 @@ void Conn_SyncConnector::Inside::drop_when_stale() {
 }
 
 bool Conn_SyncConnector::Inside::open() {
-  if (host.empty()) return last_error = unusable, false;
+  if (host.empty()) {
+    last_error = unusable;
+    return false;
+  }
   std::string reason;
   if (!stream.open(host, port, time_outs.connect, time_outs.answer, keep_alive, reason)) {
     last_error = "cannot connect to " + address + ": " + reason.c_str();
@@ -70,7 +73,10 @@ bool Conn_SyncConnector::Inside::break_off(const std::string& reason) {
 
 bool Conn_SyncConnector::Inside::send(std::string_view service) {
   if (!is_introduced && !service.empty()) writer.introduce(service, CONN_PROTOCOL_VERSION);
-  if (!writer.is_whole()) return last_error = "the request is too large", false;
+  if (!writer.is_whole()) {
+    last_error = "the request is too large";
+    return false;
+  }
   if (transactions > 0) transaction_has_begun = true;
   std::string reason;
   size_t sent;

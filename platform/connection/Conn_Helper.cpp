@@ -107,7 +107,10 @@ bool Conn_Helper::next_frame() {
       return fail();
     }
     const bool is_ours = head.answers(m_params.GetResponsePrefix(), m_params.GetCommandName());
-    if (is_ours && !head.is_refusal) return m_has_more = head.more != 0, true;
+    if (is_ours && !head.is_refusal) {
+      m_has_more = head.more != 0;
+      return true;
+    }
     if (head.is_refusal && (is_ours || head.name.empty())) {
       m_is_refused = true;
       m_refusal = RWCString(head.error);

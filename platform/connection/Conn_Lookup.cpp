@@ -116,7 +116,10 @@ bool Conn_Lookup(const std::string& host, int port, std::chrono::steady_clock::t
   Result result = ask_system(host, port, AI_NUMERICHOST);  // which asks nobody
   if (result.addresses.empty()) {
     const QuestionPtr question = Questions::instance().ask(host, port);
-    if (!question) return reason = "there is no thread to look the host up", true;
+    if (!question) {
+      reason = "there is no thread to look the host up";
+      return true;
+    }
     std::unique_lock lock(question->mutex);
     if (!question->is_answered.wait_until(lock, deadline, [&] { return question->has_answer; })) {
       return false;

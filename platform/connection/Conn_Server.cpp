@@ -56,7 +56,10 @@ int Conn_Server::sessions() const { return m_inside->shared->admitted; }
 
 bool Conn_Server::start(std::string& reason) {
   Inside& in = *m_inside;
-  if (!in.threads.empty()) return reason = "the server was started before", false;
+  if (!in.threads.empty()) {
+    reason = "the server was started before";
+    return false;
+  }
   const int count = std::max(in.shared->settings.threads, 1);
   for (int i = 0; i < count; ++i) {
     in.threads.push_back(std::make_shared<Conn_ServerThread>(i, in.shared));
@@ -81,7 +84,8 @@ bool Conn_Server::Inside::listen(std::string& reason) {
       resolver.resolve(settings.address, std::to_string(settings.port),
                        tcp::resolver::passive | tcp::resolver::numeric_service, error);
   if (error || found.empty()) {
-    return reason = "<" + settings.address + "> is no address of this host", false;
+    reason = "<" + settings.address + "> is no address of this host";
+    return false;
   }
   const tcp::endpoint end = found.begin()->endpoint();
   acceptor = std::make_unique<tcp::acceptor>(io);

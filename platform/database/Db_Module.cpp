@@ -17,7 +17,10 @@ Db_OpenStore opener(const RWCString& name, std::string& reason) {
   RWCString why;
   const auto function =
       reinterpret_cast<Db_OpenStore>(Sys_ModuleFunction(name, DB_OPEN_STORE, why));
-  if (!function) return reason = why.str(), nullptr;
+  if (!function) {
+    reason = why.str();
+    return nullptr;
+  }
   return loaded[name] = function;
 }
 

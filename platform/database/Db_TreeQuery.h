@@ -37,7 +37,10 @@ class Db_TreeQuery {
   bool next_match();
   bool is_selected(std::string_view path) const;
   bool open(std::string_view path);
-  bool fail() { return m_is_failed = true, false; }
+  bool fail() {
+    m_is_failed = true;
+    return false;
+  }
 
   Db_Store& m_store;
   const Asked m_asked;

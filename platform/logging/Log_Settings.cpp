@@ -27,7 +27,10 @@ bool read_number(std::string_view text, N lowest, N highest, N& out) {
 bool read_level(std::string_view text, int& out) {
   if (read_number(text, 0, int{LOG_LEVEL_TRACE}, out)) return true;
   for (int level = 0; level <= LOG_LEVEL_TRACE && !text.empty(); ++level) {
-    if (text == kLevelNames[level]) return out = level, true;
+    if (text == kLevelNames[level]) {
+      out = level;
+      return true;
+    }
   }
   return false;
 }

@@ -137,7 +137,10 @@ std::unique_ptr<Log_Sink> Log_Sink::open(const Log_Settings& settings, std::stri
     return std::make_unique<SpdlogSink>(std::make_unique<spdlog::sinks::stderr_color_sink_st>(),
                                         text_formatter(), true);
   }
-  if (settings.file.empty()) return why = "the output is a file and no path is given", nullptr;
+  if (settings.file.empty()) {
+    why = "the output is a file and no path is given";
+    return nullptr;
+  }
   const bool as_json = settings.output == Log_Settings::TO_JSON;
   return std::make_unique<SpdlogSink>(
       open_file(settings), as_json ? std::make_unique<JsonFormatter>() : text_formatter(),

@@ -10,10 +10,16 @@
 bool Sys_MappedFile::open(const RWWString& name, size_t max_bytes) {
   close();
   Sys_File file;
-  if (!file.open(name)) return m_error = file.error(), false;
+  if (!file.open(name)) {
+    m_error = file.error();
+    return false;
+  }
   // A size of 0 is also what pipes, devices and the files of /proc announce.
   if (file.size() == 0 || file.size() > max_bytes) {
-    if (!file.read_all(m_copy, max_bytes)) return m_error = file.error(), false;
+    if (!file.read_all(m_copy, max_bytes)) {
+      m_error = file.error();
+      return false;
+    }
     m_view = m_copy;
     return true;
   }
@@ -21,7 +27,8 @@ bool Sys_MappedFile::open(const RWWString& name, size_t max_bytes) {
   void* mapping = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.descriptor(), 0);
   if (mapping == MAP_FAILED) {
     const std::string why = std::generic_category().message(errno);
-    return m_error = "cannot map <" + file.name() + ">: " + RWCString(why), false;
+    m_error = "cannot map <" + file.name() + ">: " + RWCString(why);
+    return false;
   }
   madvise(mapping, size, MADV_SEQUENTIAL);
   m_mapping = mapping;

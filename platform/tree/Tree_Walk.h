@@ -60,8 +60,6 @@ class Tree_PathsWalk {
   size_t Depth() const { return m_walk.Depth(); }
   // Valid until Next.
   const std::string& Path() const { return m_path; }
-  // Length of what stands before the node's own name and its backslash.
-  size_t ParentLength() const { return m_parent_length; }
 
   void Next() {
     m_walk.Next();
@@ -72,7 +70,6 @@ class Tree_PathsWalk {
 
  private:
   void enter() {
-    m_parent_length = m_path.size();
     if (!m_path.empty()) m_path += '\\';
     m_path += m_walk->NameView();
     m_lengths.resize(m_walk.Depth());
@@ -82,5 +79,4 @@ class Tree_PathsWalk {
   Tree_Walk m_walk;
   std::string m_path;
   std::vector<size_t> m_lengths;  // of the path of the open node at each depth
-  size_t m_parent_length = 0;
 };

@@ -61,7 +61,10 @@ char* Tmr_Base64Utils::Decode(const RWCString& text, int* length, bool skip_line
     const auto* piece = reinterpret_cast<const unsigned char*>(chars.data()) + from;
     const int got =
         EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.get()) + *length, piece, count);
-    if (got < 0) return *length = 0, nullptr;
+    if (got < 0) {
+      *length = 0;
+      return nullptr;
+    }
     *length += got;
   }
   *length -= padding;

@@ -28,7 +28,10 @@ Split plain_split(std::string_view stream) {
   while (stream.size() >= CONN_LENGTH_SIZE) {
     const auto* bytes = reinterpret_cast<const unsigned char*>(stream.data());
     const size_t length = size_t{bytes[0]} << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3];
-    if (length > kMaxFrame) return split.is_too_long = true, split;
+    if (length > kMaxFrame) {
+      split.is_too_long = true;
+      return split;
+    }
     if (stream.size() - CONN_LENGTH_SIZE < length) break;
     split.frames.emplace_back(stream.substr(CONN_LENGTH_SIZE, length));
     stream.remove_prefix(CONN_LENGTH_SIZE + length);

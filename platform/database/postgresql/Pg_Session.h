@@ -114,7 +114,6 @@ class Pg_Session {
     m_trace = told;
     m_trace_context = context;
   }
-  bool is_in_transaction() const { return m_is_in_transaction; }
   void set_in_transaction(bool is) { m_is_in_transaction = is; }
   void keep_rest();  // of what is being read, so that other statements can be sent
   void release(const Pg_Cursor* cursor) {
