@@ -161,6 +161,7 @@ class HALVORIA_API CFG_Connector : public Conn_SyncConnector {
   static RWCString statistics_key(const cfg::protocol::CommandRow& row, Arguments arguments);
   bool report_to_cache(const char* command, RWCString key);
   void increment_cache_key(std::string key);
+  void begin_statistics();
   void connect_cache();
   static void search_and_replace(RWCString& text, const char* what, const char* with);
 

@@ -29,6 +29,14 @@ const RWCString& name_of(Command command) {
 
 }  // namespace
 
+CFG_Connector::CFG_Connector() {
+  logger.trace("Constructing CFG_Connector\n");
+  m_service_name = SERVICE_NAME;
+  begin_statistics();
+}
+
+CFG_Connector::~CFG_Connector() = default;
+
 // --- one request -----------------------------------------------------------------------------
 
 std::shared_ptr<const std::string> CFG_Connector::get_token() {

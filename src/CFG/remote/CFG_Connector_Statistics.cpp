@@ -39,17 +39,13 @@ Mutex& statistics_mutex() {
 std::atomic<bool> CFG_Connector::m_report_to_cache{false};
 std::atomic<int> CFG_Connector::m_ConectorCnt{0};
 
-CFG_Connector::CFG_Connector() {
-  logger.trace("Constructing CFG_Connector\n");
-  m_service_name = SERVICE_NAME;
+void CFG_Connector::begin_statistics() {
   if (CounterLevel() > 4) {
     m_counter = "CFG_REMOTE_" + RWCString(std::to_string(++m_ConectorCnt));
     Tmr_PerformanceMonitorCounters::GetInstance().AddCounter(kCounters, m_counter);
   }
   if (m_report_to_cache) connect_cache();
 }
-
-CFG_Connector::~CFG_Connector() = default;
 
 int CFG_Connector::CounterLevel() {
   static const int level = Tmr_PerformanceMonitorCounters::GetLevel(kCounters);
