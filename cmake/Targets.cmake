@@ -17,18 +17,19 @@ function(halvoria_platform_library name)
   endif()
 endfunction()
 
-# halvoria_test(NAME SOURCES files... LINKS targets...)
+# halvoria_test(NAME SOURCES files... LINKS targets... [COST seconds])
+#   Of two tests the one with the higher cost begins first, so that none is waited for at the end.
 #   Every case runs in a process of its own, since some state is process-wide.
 function(halvoria_test name)
   if(HALVORIA_FUZZ)
     return()
   endif()
-  cmake_parse_arguments(A "" "" "SOURCES;LINKS" ${ARGN})
+  cmake_parse_arguments(A "" "COST" "SOURCES;LINKS" COST 0 ${ARGN})
   add_executable(${name} ${A_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${A_LINKS} GTest::gmock GTest::gtest_main)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300 COST ${A_COST})
 endfunction()
 
 # halvoria_fuzz_target(NAME SOURCES files... LINKS targets... CORPUS folder)
