@@ -2,6 +2,7 @@
 #include <clocale>
 #include <csignal>
 #include <exception>
+#include <new>
 
 #include "command_line.h"
 #include "failure.h"
@@ -31,6 +32,9 @@ int main(int argc, char** argv) {
   } catch (const cli::Failure& failure) {
     cli::say_failure(failure.text, failure.code);
     return failure.code;
+  } catch (const std::bad_alloc&) {
+    cli::say_memory_ran_out();
+    return cli::UNREACHABLE;
   } catch (const std::exception& error) {
     cli::say_failure(error.what(), cli::UNREACHABLE);
     return cli::UNREACHABLE;

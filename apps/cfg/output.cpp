@@ -169,6 +169,13 @@ void talk_json() { is_talk_json = true; }
 
 void say(std::string_view text) { talk(text, {{"note", text}}); }
 
+void say_memory_ran_out() {
+  constexpr std::string_view plain = "cfg: memory ran out\n";
+  constexpr std::string_view json = "{\"error\":\"memory ran out\",\"exit_code\":5}\n";
+  const std::string_view line = is_talk_json ? json : plain;
+  static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
+}
+
 void say_failure(std::string_view text, int exit_code) {
   talk(text, {{"error", text}, {"exit_code", exit_code}});
 }

@@ -64,5 +64,7 @@ void talk_json();
 void say(std::string_view text);
 // Why the run ends, and its exit code: "cfg: TEXT", or {"error":"TEXT","exit_code":N}.
 void say_failure(std::string_view text, int exit_code);
+// The same for want of memory, with exit code 5; takes none.
+void say_memory_ran_out();
 
 }  // namespace cli
