@@ -10,6 +10,7 @@
 #include <type_traits>
 
 #include <CFG/CFG_RepositoryServicesImp.h>
+#include <thread/ForkHandler.h>
 
 class CFGDB_Conn;
 
@@ -177,6 +178,7 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   }
   static void say_failed(const char* op) noexcept;
   static void say_not_connected(const char* op);
+  static void told(void* repository, ForkHandler::Phase phase);
 
   Tree_NodePtr GetTreeByParams(const TreeQuery& query);
   Tree_NodePtr tree_of(CFGDB_Conn& connection, const TreeQuery& query);
@@ -188,4 +190,5 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   // since a change moves the records away. Taken after the connection's query mutex.
   std::recursive_mutex m_changes;
   bool m_query_flag = false;  // of the connection's tree queries
+  ForkHandler m_fork_handler{ForkHandler::REPOSITORIES, told, this};
 };

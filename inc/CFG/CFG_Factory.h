@@ -6,7 +6,7 @@
 #include <memory>
 
 #include <CFG/CFG_RepositoryServices.h>
-#include <thread/Mutex.h>
+#include <thread/ForkHandler.h>
 
 class Tmr_INI;
 struct CFG_ConnectionParameters;
@@ -80,8 +80,8 @@ class HALVORIA_API CFG_Factory {
   static RWCString choose_listeners_af(const RWCString& node);
   static RWCString get_default_host_listeners_af();
 
-  static RepositoryPtr cfg;        // the process's repository
-  static Mutex cfg_factory_mutex;  // serialises initialisation and disconnection
+  static RepositoryPtr cfg;                    // the process's repository
+  static ForkReleasedMutex cfg_factory_mutex;  // serialises initialisation and disconnection
   static CFG_MODE cfg_mode;
   static std::atomic<int> is_cfg_init;   // 1 while a connected repository is held
   static int is_cfg_shutdown;            // 1 for good after ShutdownRepositoryServices

@@ -65,6 +65,10 @@ class OpenSockets {
   ForkHandler m_handler{ForkHandler::CONNECTIONS, told, this};
 };
 
+// Made when the library is loaded: a child would wait for ever for a thread that was just making
+// it.
+[[maybe_unused]] const OpenSockets& made_early = OpenSockets::instance();
+
 // Closes what was not handed on.
 class Socket {
  public:

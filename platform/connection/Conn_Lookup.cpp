@@ -103,6 +103,8 @@ class Questions {
   ForkHandler m_handler{ForkHandler::CONNECTIONS, told, this};
 };
 
+[[maybe_unused]] const Questions& made_early = Questions::instance();
+
 }  // namespace
 
 std::string Conn_Address::text() const {

@@ -1,10 +1,10 @@
 #include <connection/Conn_PingClient.h>
 
 #include <map>
-#include <mutex>
 #include <string>
 
 #include <connection/Conn_Helper.h>
+#include <thread/ForkHandler.h>
 
 namespace {
 
@@ -26,9 +26,12 @@ struct Status {
   clock_type::time_point when;
 };
 
-std::mutex statuses_mutex;
-std::map<std::string, Status>& statuses() {  // guarded by statuses_mutex
-  static std::map<std::string, Status> all;
+ForkMutex& statuses_mutex() {
+  static ForkMutex& mutex = *new ForkMutex(ForkHandler::CONNECTIONS);
+  return mutex;
+}
+std::map<std::string, Status>& statuses() {  // guarded by statuses_mutex()
+  static auto& all = *new std::map<std::string, Status>;
   return all;
 }
 
@@ -37,7 +40,7 @@ std::string key_of(const RWCString& server, int port) {
 }
 
 void keep_status(const RWCString& server, int port, int status) {
-  const std::lock_guard guard(statuses_mutex);
+  const MutexGuard guard(statuses_mutex());
   statuses()[key_of(server, port)] = {status, clock_type::now()};
 }
 
@@ -76,7 +79,7 @@ int Conn_PingClient::PingServer(const RWCString& server, int port, const RWCStri
 }
 
 bool Conn_PingClient::GetServerPingStatus(const RWCString& server, int port, int& status) {
-  const std::lock_guard guard(statuses_mutex);
+  const MutexGuard guard(statuses_mutex());
   const auto found = statuses().find(key_of(server, port));
   if (found == statuses().end()) return false;
   if (clock_type::now() - found->second.when > kStatusHolds) return false;

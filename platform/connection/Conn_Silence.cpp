@@ -23,6 +23,7 @@ Silent& silent() {
   static Silent& all = *new Silent;
   return all;
 }
+[[maybe_unused]] const Silent& made_early = silent();
 
 }  // namespace
 

@@ -1,16 +1,19 @@
 #include <connection/Conn_TokenManagerHook.h>
 
-#include <mutex>
+#include <thread/ForkHandler.h>
 
 namespace {
 
-std::mutex getter_mutex;
-Conn_TokenManagerHook::SessionIdGetter current_getter;  // guarded by getter_mutex
+ForkMutex& getter_mutex() {
+  static ForkMutex& mutex = *new ForkMutex(ForkHandler::VALUES);
+  return mutex;
+}
+Conn_TokenManagerHook::SessionIdGetter current_getter;  // guarded by getter_mutex()
 
 }  // namespace
 
 void Conn_TokenManagerHook::RegisterSecmSessionIdGetter(SessionIdGetter getter, int /*kind*/) {
-  const std::lock_guard guard(getter_mutex);
+  const MutexGuard guard(getter_mutex());
   current_getter = getter;
 }
 
@@ -18,7 +21,7 @@ std::shared_ptr<const std::string> Conn_TokenManagerHook::GetToken(const char* /
                                                                    RWCString& session_id) {
   SessionIdGetter getter;
   {
-    const std::lock_guard guard(getter_mutex);
+    const MutexGuard guard(getter_mutex());
     getter = current_getter;
   }
   session_id = getter ? getter() : RWCString();

@@ -1,6 +1,8 @@
 #include <database/CFGDB_Conn.h>
 
 #include <algorithm>
+#include <new>
+#include <set>
 #include <utility>
 
 #include <database/CFGDB_Conn_Use.h>
@@ -14,7 +16,14 @@
 
 namespace {
 constexpr Log_Logger logger("platform/database/CFGDB_Conn", 502);
+
+// Files that the process this one was forked from had something pending in, by their connection
+// string. Written while there is one thread.
+std::set<std::string>& barred_files() {
+  static auto& files = *new std::set<std::string>;
+  return files;
 }
+}  // namespace
 
 CFGDB_Conn::CFGDB_Conn(bool) {}
 CFGDB_Conn::~CFGDB_Conn() { disconnect(); }
@@ -25,13 +34,20 @@ int CFGDB_Conn::Init(const RWCString& conn_string, const RWCString& user, bool s
   m_conn_string = conn_string.str();
   m_user = user.str();
   m_sql_trace = sql_trace;
+  m_is_file = m_conn_string.rfind("sqlite:", 0) == 0;
   return reconnect();
 }
 
 bool CFGDB_Conn::reconnect() {
   std::string reason;
+  if (barred_files().count(m_conn_string)) {
+    return logger.reject(
+        false, "Init: <%s> was in use when the process forked, which its child cannot share\n",
+        m_conn_string);
+  }
   m_store = Db_Open(m_conn_string, m_user, reason);
   if (!m_store) return logger.reject(false, "Init: %s\n", reason);
+  m_is_parked = false;
   if (!m_sql_trace) return true;
   const auto tell = [](void* self, const char* statement) {
     logger.detail("SQL of session <%s>: %s\n", static_cast<CFGDB_Conn*>(self)->m_session,
@@ -47,8 +63,42 @@ void CFGDB_Conn::disconnect() {
   m_query.reset();
   if (m_store && m_is_changing) m_store->rollback();
   forget_transaction();
-  m_is_lost = false;
+  m_is_lost = m_is_parked = false;
   m_store.reset();
+}
+
+// --- forks ------------------------------------------------------------------------------------
+
+// SQLite's locks are the process's, but what it knows of them is copied to the child, which would
+// believe that it holds them. So the file is open in neither process when they part.
+void CFGDB_Conn::told(void* conn, ForkHandler::Phase phase) {
+  auto& self = *static_cast<CFGDB_Conn*>(conn);
+  if (phase == ForkHandler::BEFORE) return self.before_fork();
+  if (phase == ForkHandler::IN_CHILD) return self.in_child();
+  if (std::exchange(self.m_is_use_held, false)) self.m_use_mutex.unlock();
+}
+
+// Operations on a file end soon. A server may keep one for ever.
+void CFGDB_Conn::before_fork() {
+  if (!m_is_file) return;
+  m_use_mutex.lock();
+  m_is_use_held = true;
+  if (!m_store || m_is_changing || m_query) return;
+  m_store.reset();
+  m_is_parked = true;
+}
+
+void CFGDB_Conn::in_child() {
+  new (&m_use_mutex) std::recursive_mutex;  // it knows its holder by a number that is another now
+  m_is_use_held = false;
+  if (!m_store) return;
+  if (m_is_file) barred_files().insert(m_conn_string);
+  m_store.release()->abandon();
+  static_cast<void>(m_query.release());
+  forget_transaction();
+  m_is_lost = false;
+  m_auto_commit = 1;
+  m_is_parked = true;
 }
 
 void CFGDB_Conn::note_failure(const std::string& why) {
@@ -68,7 +118,7 @@ bool CFGDB_Conn::reject(const char* op, std::string_view path, const std::string
 }
 
 bool CFGDB_Conn::is_usable(const char* op, std::string_view path) {
-  if (m_store) return true;
+  if (m_store || (m_is_parked && reconnect())) return true;
   return reject(op, path, "not connected to a database");
 }
 

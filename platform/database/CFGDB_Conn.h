@@ -12,7 +12,7 @@
 
 #include <strings/Export.h>
 #include <strings/RWCString.h>
-#include <thread/Mutex.h>
+#include <thread/ForkHandler.h>
 #include <tree/Tree_NodeInfo.h>
 #include <tree/Tree_PathAndValueArray.h>
 #include <utility/Tmr_PtrSortedVector.h>
@@ -40,6 +40,10 @@ class Db_TreeQuery;
 // Threads: any, one after the other; a transaction and a tree query belong to all of them, so
 // GetMutexPtr serialises tree queries. Failures are the codes below, null, or empty answers; the
 // reason is logged here.
+//
+// After a fork both processes go on, each with a connection of its own, which its next operation
+// opens. What was pending is the parent's; of a SQLite file in which something was pending, or a
+// query open, the child can use nothing.
 class HALVORIA_API CFGDB_Conn {
  public:
   static constexpr int COMMIT_OK = 1004;  // what Commit answers; 0 when it failed
@@ -60,7 +64,7 @@ class HALVORIA_API CFGDB_Conn {
   // connection string that names none. With `sql_trace` statements are logged (6). 1, or 0.
   int Init(const RWCString& conn_string, const RWCString& user, bool sql_trace);
   void disconnect();
-  bool is_connected() const { return m_store != nullptr; }
+  bool is_connected() const { return m_store || m_is_parked; }
   // What the store said when it failed for the first time since the last call of this; empty when
   // it did not. An empty answer alone does not tell what is not there from what cannot be read.
   std::string TakeFailure();
@@ -172,6 +176,9 @@ class HALVORIA_API CFGDB_Conn {
   class Use;
   class Change;
 
+  static void told(void* conn, ForkHandler::Phase phase);
+  void before_fork();
+  void in_child();
   void note_failure(const std::string& why);
   bool reject(const char* op, std::string_view path, const std::string& why);
   bool is_usable(const char* op, std::string_view path);
@@ -217,4 +224,9 @@ class HALVORIA_API CFGDB_Conn {
   bool m_is_query_failed = false;
   Mutex m_query_mutex;
   std::recursive_mutex m_use_mutex;
+
+  std::atomic<bool> m_is_file{false};  // SQLite, which must not be open in both after a fork
+  bool m_is_parked = false;            // closed for a fork, and opened again by the next use
+  bool m_is_use_held = false;          // by the thread that forks
+  ForkHandler m_fork_handler{ForkHandler::DATABASES, told, this};
 };

@@ -76,6 +76,10 @@ class Db_Store {
   virtual Db_Result erase_range(std::string_view from, std::string_view to, int64_t sequence,
                                 int64_t& rows) = 0;
   virtual Db_Result purge_deletions(int days, int64_t& rows) = 0;
+
+  // Of the child of a fork: the session is its parent's. Closes what the child has of it without
+  // telling the other side; after that the store is left as it is for good.
+  virtual void abandon() {}
 };
 
 // What a module exports under the name below. On failure null, and the reason.

@@ -1,6 +1,8 @@
 // What becomes of locks, and of what they guard, when the process forks.
 #pragma once
 
+#include <new>
+
 #include <strings/Export.h>
 #include <thread/Mutex.h>
 
@@ -10,7 +12,7 @@
 // they are released on both sides, lower layers first, and the child gives up what is the parent's.
 //
 // Registered from construction to end, so it is the last member of what it serves. None is made or
-// destroyed by a thread that holds a lock of another one.
+// destroyed by a thread that holds a lock that a fork takes.
 class HALVORIA_API ForkHandler {
  public:
   enum Phase { BEFORE, IN_PARENT, IN_CHILD };
@@ -33,6 +35,24 @@ class HALVORIA_API ForkHandler {
   const Layer m_layer;
   const Call m_call;
   void* const m_object;
+};
+
+// A lock that is held for long, so that a fork does not wait for it: in the child it is free, and
+// what it guards as it was in the middle of whatever its holder did.
+class HALVORIA_API ForkReleasedMutex : public Mutex {
+ public:
+  ForkReleasedMutex() = default;
+
+ private:
+  static void told(void* mutex, ForkHandler::Phase phase) THREADAPI_UNCHECKED {
+    auto& self = *static_cast<ForkReleasedMutex*>(mutex);
+    if (phase == ForkHandler::IN_CHILD && !self.try_lock()) {
+      new (static_cast<Mutex*>(&self)) Mutex;
+    } else if (phase == ForkHandler::IN_CHILD) {
+      self.unlock();
+    }
+  }
+  ForkHandler m_handler{ForkHandler::REPOSITORIES, told, this};
 };
 
 // A lock that is held for moments only, and that a fork waits for.

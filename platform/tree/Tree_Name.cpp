@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <unordered_set>
 
+#include <thread/ForkHandler.h>
+
 namespace {
 
 struct Hash {
@@ -29,11 +31,23 @@ struct Part {
 };
 constexpr size_t kParts = 32;
 
+struct Parts {
+  std::array<Part, kParts> all;
+  ForkHandler handler{ForkHandler::TREES, told, this};
+
+  static void told(void* parts, ForkHandler::Phase phase) {
+    for (Part& part : static_cast<Parts*>(parts)->all) {
+      phase == ForkHandler::BEFORE ? part.mutex.lock() : part.mutex.unlock();
+    }
+  }
+};
+
 // Never destroyed: trees held by static objects drop their names late.
 Part& part_of(uint64_t hash) {
-  static auto* const parts = new std::array<Part, kParts>;
-  return (*parts)[hash >> 59];
+  static auto* const parts = new Parts;
+  return parts->all[hash >> 59];
 }
+[[maybe_unused]] const Part& made_early = part_of(0);  // no child of a fork waits for its making
 static_assert(kParts == 1u << (64 - 59));
 
 // The count reaches zero only under the lock, so that a name found in the table is

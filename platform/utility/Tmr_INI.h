@@ -9,7 +9,7 @@
 #include <strings/Export.h>
 #include <strings/RWCString.h>
 #include <strings/RWWString.h>
-#include <thread/Mutex.h>
+#include <thread/ForkHandler.h>
 
 // The parameters of one file of `name = value` lines:
 //   - Names are found in any case; of several lines with one name the last one counts.
@@ -50,7 +50,7 @@ class HALVORIA_API Tmr_INI {
  private:
   using Values = std::unordered_map<std::string, RWCString>;  // names in lower case
 
-  mutable Mutex m_mutex;
+  mutable ForkMutex m_mutex{ForkHandler::VALUES};
   Values m_values THREADAPI_GUARDED_BY(m_mutex);
   bool m_is_init THREADAPI_GUARDED_BY(m_mutex) = false;
 };

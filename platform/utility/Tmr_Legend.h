@@ -5,7 +5,7 @@
 
 #include <strings/Export.h>
 #include <strings/RWCString.h>
-#include <thread/Mutex.h>
+#include <thread/ForkHandler.h>
 
 // One registry for the process, from 1 on in order of registration. Any thread may call.
 class HALVORIA_API Tmr_Legend {
@@ -16,6 +16,6 @@ class HALVORIA_API Tmr_Legend {
   RWCString GetName(int id) const;      // empty for a number that was not given
 
  private:
-  mutable Mutex m_mutex;
+  mutable ForkMutex m_mutex{ForkHandler::VALUES};
   std::vector<RWCString> m_names THREADAPI_GUARDED_BY(m_mutex);
 };

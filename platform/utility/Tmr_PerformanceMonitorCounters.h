@@ -6,7 +6,7 @@
 
 #include <strings/Export.h>
 #include <strings/RWCString.h>
-#include <thread/Mutex.h>
+#include <thread/ForkHandler.h>
 
 // Counters by name, off unless the environment variable HALVORIA_PERFORMANCE lists the types of
 // monitoring that are wanted ("2,3" or "all"). Ask IsEnabled first: counters that nobody
@@ -45,6 +45,6 @@ class HALVORIA_API Tmr_PerformanceMonitorCounters {
     void mark();
   };
 
-  mutable Mutex m_mutex;
+  mutable ForkMutex m_mutex{ForkHandler::VALUES};
   std::map<RWCString, Running> m_counters THREADAPI_GUARDED_BY(m_mutex);
 };

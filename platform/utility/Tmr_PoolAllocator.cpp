@@ -1,11 +1,13 @@
 #include <utility/Tmr_PoolAllocator.h>
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <new>
 #include <utility>
 
 #include <system/Sys_Block.h>
+#include <thread/ForkHandler.h>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define POOL_FROM_HEAP 1
@@ -29,6 +31,30 @@ struct Tmr_PoolAllocator::Block {
   uint32_t words() const { return (slots + 63) / 64; }
   char* slot_memory() { return reinterpret_cast<char*>(bits() + words()); }
 };
+
+// The locks of all pools in use are free in the child of a fork.
+struct Tmr_PoolFork {
+  static inline std::atomic<Tmr_PoolAllocator*> pools[Tmr_PoolAllocator::kPools];
+  static ForkHandler& handler;
+
+  static void note(Tmr_PoolAllocator* pool) {
+    pools[pool->m_id].store(pool, std::memory_order_relaxed);
+  }
+  static void told(void*, ForkHandler::Phase phase) {
+    static bool is_held[Tmr_PoolAllocator::kPools];  // others may come to be used meanwhile
+    for (unsigned i = 0; i < Tmr_PoolAllocator::kPools; ++i) {
+      Tmr_PoolAllocator* const pool = pools[i].load(std::memory_order_relaxed);
+      if (phase == ForkHandler::BEFORE) {
+        is_held[i] = pool != nullptr;
+        if (pool) pool->m_mutex.lock();
+      } else if (is_held[i]) {
+        pool->m_mutex.unlock();
+      }
+    }
+  }
+};
+ForkHandler& Tmr_PoolFork::handler =
+    *new ForkHandler(ForkHandler::TREES, Tmr_PoolFork::told, nullptr);
 
 // What a thread keeps of every pool. It is plain data and stays usable while the thread
 // ends; the guard gives it back, after which the thread keeps nothing.
@@ -127,6 +153,7 @@ void* Tmr_PoolAllocator::pop_from(Run& run) const {
 
 Tmr_PoolAllocator::Run Tmr_PoolAllocator::take_run() {
   const std::lock_guard lock(m_mutex);
+  Tmr_PoolFork::note(this);
   if (!m_open && !add_block()) throw std::bad_alloc();
   Block& block = *m_open;
   uint32_t& word = block.first_word;

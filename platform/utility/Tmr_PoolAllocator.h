@@ -54,6 +54,7 @@ class HALVORIA_API Tmr_PoolAllocator {
     void* freed[kFreed] = {};
   };
   friend struct Tmr_PoolThread;
+  friend struct Tmr_PoolFork;
 
   void* pop_from(Run& run) const;
   Run take_run();

@@ -60,7 +60,7 @@ RWCString local_host_ip(const RWCString& host, const RWCString& af) {
 }  // namespace
 
 CFG_Factory::RepositoryPtr CFG_Factory::cfg;
-Mutex CFG_Factory::cfg_factory_mutex;
+ForkReleasedMutex CFG_Factory::cfg_factory_mutex;
 CFG_MODE CFG_Factory::cfg_mode = CFG_MODE_DIRECT;
 std::atomic<int> CFG_Factory::is_cfg_init{0};
 int CFG_Factory::is_cfg_shutdown = 0;

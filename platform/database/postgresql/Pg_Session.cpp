@@ -1,5 +1,7 @@
 #include <database/postgresql/Pg_Session.h>
 
+#include <unistd.h>
+
 #include <cstring>
 
 #include <database/postgresql/Pg_Statements.h>
@@ -76,6 +78,11 @@ bool Pg_Session::connect() {
   PQsetNoticeProcessor(
       m_handle, [](void*, const char*) {}, nullptr);
   return m_set_up(*this);
+}
+
+// The server learns from the parent's end alone how that goes on.
+void Pg_Session::abandon() {
+  if (m_handle) ::close(PQsocket(m_handle));
 }
 
 bool Pg_Session::is_alive() {

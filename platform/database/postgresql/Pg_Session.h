@@ -91,6 +91,7 @@ class Pg_Session {
   Pg_Session(const Pg_Session&) = delete;
   Pg_Session& operator=(const Pg_Session&) = delete;
   ~Pg_Session() { PQfinish(m_handle); }
+  void abandon();  // by the child of a fork
 
   // `set_up` is called for each new connection and says whether it can be used.
   bool open(const std::string& connection, const std::string& user,

@@ -35,6 +35,7 @@ class Pg_Store : public Db_Store {
   Db_Result erase_range(std::string_view from, std::string_view to, int64_t sequence,
                         int64_t& rows) override;
   Db_Result purge_deletions(int days, int64_t& rows) override;
+  void abandon() override { m_session.abandon(); }
 
  private:
   Pg_Store() = default;

@@ -23,6 +23,12 @@ void CFG_DBRepository::say_not_connected(const char* op) {
   logger.error("%s : not connected to the database\n", op);
 }
 
+// A change may take long, so that a fork does not wait for it.
+void CFG_DBRepository::told(void* repository, ForkHandler::Phase phase) {
+  if (phase != ForkHandler::IN_CHILD) return;
+  new (&static_cast<CFG_DBRepository*>(repository)->m_changes) std::recursive_mutex;
+}
+
 // --- connection ----------------------------------------------------------------------------------
 
 int CFG_DBRepository::Connect() try {

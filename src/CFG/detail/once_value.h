@@ -2,17 +2,34 @@
 #pragma once
 
 #include <atomic>
+#include <new>
 
 #include <ace/Guard_T.h>
 #include <ace/Recursive_Thread_Mutex.h>
+#include <thread/ForkHandler.h>
 
 namespace cfg {
 
 // The lock under which all of them are computed. It is recursive because reading one from
 // the tree may ask for another.
 inline ACE_Recursive_Thread_Mutex& once_lock() {
-  static ACE_Recursive_Thread_Mutex& lock = *new ACE_Recursive_Thread_Mutex;
-  return lock;
+  struct Lock {
+    ACE_Recursive_Thread_Mutex mutex;
+    // It may be held for as long as a request takes: a fork does not wait for it.
+    ForkHandler handler{ForkHandler::REPOSITORIES, told, this};
+
+    static void told(void* lock, ForkHandler::Phase phase) {
+      if (phase != ForkHandler::IN_CHILD) return;
+      ACE_Recursive_Thread_Mutex& mutex = static_cast<Lock*>(lock)->mutex;
+      if (mutex.tryacquire() == 0) {
+        mutex.release();
+      } else {
+        new (&mutex) ACE_Recursive_Thread_Mutex;  // whoever had it is not there
+      }
+    }
+  };
+  static Lock& lock = *new Lock;
+  return lock.mutex;
 }
 
 // A value that the first caller computes and that all later ones get. A computation that

@@ -11,6 +11,13 @@ PropertiesWrapper& PropertiesWrapper::of_process() {
   return table;
 }
 
+static const PropertiesWrapper& made_early = PropertiesWrapper::of_process();
+
+void PropertiesWrapper::told(void* table, ForkHandler::Phase phase) {
+  ACE_Thread_Mutex& lock = static_cast<PropertiesWrapper*>(table)->m_lock;
+  phase == ForkHandler::BEFORE ? lock.acquire() : lock.release();
+}
+
 PropertiesWrapper::Entry* PropertiesWrapper::entry(std::string_view name) const {
   const auto& head = m_buckets[std::hash<std::string_view>()(name) % m_buckets.size()];
   for (auto* e = head.load(std::memory_order_acquire); e; e = const_cast<Entry*>(e->next)) {

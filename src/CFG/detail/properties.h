@@ -9,6 +9,7 @@
 
 #include <ace/Thread_Mutex.h>
 #include <strings/RWCString.h>
+#include <thread/ForkHandler.h>
 
 namespace cfg {
 
@@ -36,12 +37,14 @@ class PropertiesWrapper {
     const Entry* const next;
   };
 
+  static void told(void* table, ForkHandler::Phase phase);
   Entry* entry(std::string_view name) const;
   const std::string* kept_text(std::string_view text);
 
   std::array<std::atomic<Entry*>, 256> m_buckets{};                  // heads; written under m_lock
   std::unordered_map<std::string_view, const std::string*> m_texts;  // guarded by m_lock
   ACE_Thread_Mutex m_lock;
+  ForkHandler m_handler{ForkHandler::VALUES, told, this};
 };
 
 }  // namespace cfg

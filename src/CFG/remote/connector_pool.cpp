@@ -15,7 +15,9 @@ struct ThreadEnd {
   ~ThreadEnd() {
     is_over = true;
     for (const auto& bound_in : pools) {
-      if (const auto pool = bound_in.lock()) pool->give_up_bound();
+      const auto pool = bound_in.lock();
+      if (!pool || !pool->give_up_bound()) continue;
+      logger.warning("a thread ended within a transaction: what it has not committed is undone\n");
     }
   }
   void tell(const std::weak_ptr<connector_pool>& pool) {
@@ -83,16 +85,26 @@ void connector_pool::unbind() {
   m_bound.erase(entry);
 }
 
-void connector_pool::give_up_bound() {
-  std::unique_ptr<CFG_Connector> left;
-  {
-    const MutexGuard guard(m_mutex);
-    const auto entry = m_bound.find(std::this_thread::get_id());
-    if (entry == m_bound.end()) return;
-    left = std::move(entry->second);
-    m_bound.erase(entry);
+bool connector_pool::give_up_bound() {
+  std::unique_ptr<CFG_Connector> left;  // is closed without the lock
+  const MutexGuard guard(m_mutex);
+  const auto entry = m_bound.find(std::this_thread::get_id());
+  if (entry == m_bound.end()) return false;
+  left = std::move(entry->second);
+  m_bound.erase(entry);
+  return true;
+}
+
+// What other threads use may be half changed and stays as it is.
+void connector_pool::told(void* pool, ForkHandler::Phase phase) THREADAPI_UNCHECKED {
+  auto& self = *static_cast<connector_pool*>(pool);
+  if (phase == ForkHandler::BEFORE) return self.m_mutex.lock();
+  if (phase == ForkHandler::IN_CHILD) {
+    self.m_free.clear();
+    for (auto& [thread, bound] : self.m_bound) static_cast<void>(bound.release());
+    self.m_bound.clear();
   }
-  logger.warning("a thread ended within a transaction: what it has not committed is undone\n");
+  self.m_mutex.unlock();
 }
 
 void connector_pool::disconnect_free() {

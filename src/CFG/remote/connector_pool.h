@@ -7,7 +7,7 @@
 #include <vector>
 
 #include <CFG/CFG_Connector.h>
-#include <thread/Mutex.h>
+#include <thread/ForkHandler.h>
 
 namespace cfg {
 
@@ -16,6 +16,8 @@ namespace cfg {
 //
 // A thread in a transaction is bound to its connection until it ends it. A thread that ends first
 // loses the connection with it, and the service undoes what was not committed.
+//
+// The child of a fork begins with none of them, outside any transaction.
 //
 // Any thread; the lock is not held during a request. Made by std::make_shared: a thread that ends
 // may hold it a moment longer than its repository does.
@@ -40,13 +42,17 @@ class connector_pool : public std::enable_shared_from_this<connector_pool> {
   void unbind();
 
   void disconnect_free();
-  // For the end of a thread.
-  void give_up_bound();
+  // Closes the connection that this thread is bound to: what is open at the service is undone.
+  // False when there is none.
+  bool give_up_bound();
 
  private:
+  static void told(void* pool, ForkHandler::Phase phase);
+
   Mutex m_mutex;
   std::vector<std::unique_ptr<CFG_Connector>> m_free THREADAPI_GUARDED_BY(m_mutex);  // oldest first
   std::map<std::thread::id, std::unique_ptr<CFG_Connector>> m_bound THREADAPI_GUARDED_BY(m_mutex);
+  ForkHandler m_handler{ForkHandler::REPOSITORIES, told, this};
 };
 
 }  // namespace cfg

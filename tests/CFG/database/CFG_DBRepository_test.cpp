@@ -1,11 +1,13 @@
 // What a database adds to, and changes of, what the contract says for every repository.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 
 #include <logging/Log_Capture.h>
 #include <tree/Tree_Node.h>
 #include "../database_fixture.h"
+#include "../forked.h"
 
 namespace {
 
@@ -282,6 +284,33 @@ TEST_P(Database, GivesWhatChangedAndWhatWasDeletedAfterANumber) {
   EXPECT_EQ(shown(SubTreePtr(m_repository->GetSubTreeBySeqNumber("halvoria", number))), content());
   EXPECT_FALSE(m_repository->GetServerSyncID().isNull());
   EXPECT_EQ(another()->GetServerSyncID(), m_repository->GetServerSyncID());
+}
+
+TEST_P(Database, ForkedProcessesHaveConnectionsOfTheirOwn) {
+  constexpr char path[] = "halvoria\\k\\v";
+  ASSERT_TRUE(m_repository->SetValue(path, "before"));
+  std::atomic<bool> is_over{false};
+  std::thread busy([&] {
+    while (!is_over) EXPECT_FALSE(m_repository->GetValue(path).isNull());
+  });
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_TRUE(holds_in_child([&] {
+      return !m_repository->GetValue(path).isNull() && m_repository->SetValue(path, "the child's");
+    }));
+    EXPECT_EQ(m_repository->GetValue(path), "the child's");
+    EXPECT_TRUE(m_repository->SetValue(path, "the parent's"));
+  }
+  is_over = true;
+  busy.join();
+
+  // What is pending is the parent's; while it is in a file, the child keeps off that.
+  const bool is_file = GetParam() == std::string("SQLite");
+  EXPECT_TRUE(m_repository->Lock());
+  EXPECT_TRUE(m_repository->SetValue(path, "pending"));
+  EXPECT_TRUE(holds_in_child(
+      [&] { return m_repository->GetValue(path) == (is_file ? "" : "the parent's"); }));
+  EXPECT_TRUE(m_repository->UnLock());
+  EXPECT_EQ(another()->GetValue(path), "pending");
 }
 
 OVER_EVERY_DATABASE(Database);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <barrier>
 #include <cstdlib>
 #include <thread>
@@ -11,6 +12,7 @@
 #include <CFG/CFG_RepositoryTransaction.h>
 #include <CFG/detail/path_validation.h>
 #include <logging/Log_Capture.h>
+#include "../forked.h"
 #include "../scripted_service.h"
 #include "../test_trees.h"
 
@@ -166,6 +168,11 @@ TEST_F(Remote, ReadsSubtreesOfEitherForm) {
   EXPECT_EQ(shown(streamed), "k{v=1 s{w=2} empty{}}");
   EXPECT_EQ(streamed->GetPath(), "a\\k");
   EXPECT_EQ(from_bytes->GetPath(), "a\\k");
+  m_service.on("CFG_GET_SUB_INX",
+               answer_of({{7, std::string(array.get(), static_cast<size_t>(length))}}));
+  const SubTreePtr by_position(m_repository.GetSubTree("a\\b", 0));
+  EXPECT_EQ(by_position->GetPath(), "a\\b\\k");
+  EXPECT_EQ(SubTreePtr(by_position->GetSubTree("s"))->GetPath(), "a\\b\\k\\s");
   EXPECT_EQ(shown(SubTreePtr(m_repository.GetSubTreeOnlyWithValuesLong("a\\k"))), "k{v=1 s{w=2}}");
   const std::unique_ptr<String_Arr> found(m_repository.Search("w", "a\\k"));
   ASSERT_TRUE(found);
@@ -383,6 +390,53 @@ TEST_F(Remote, ABrokenConnectionEndsATransactionButNotTheNextRequest) {
     EXPECT_FALSE(m_repository.DeleteValue("p")) << "not on another connection";
   }
   EXPECT_TRUE(m_repository.DeleteValue("p"));
+}
+
+// --- processes -----------------------------------------------------------------------------------
+
+TEST_F(Remote, AChildHasConnectionsOfItsOwnAndNoTransaction) {
+  m_service.on("CFG_GET_VAL", answer_of({{9, "text"s}}));
+  EXPECT_EQ(m_repository.GetValue("p"), "text");  // leaves a connection that nobody uses
+  std::thread([&] { m_repository.GetMaxSeqNumber(); }).join();
+  EXPECT_TRUE(m_repository.StartTransaction());
+  EXPECT_EQ(m_repository.GetValue("p"), "text");
+  std::atomic<bool> is_over{false};
+  std::vector<std::thread> busy;
+  for (int i = 0; i < 3; ++i) {
+    busy.emplace_back([&] {
+      while (!is_over) EXPECT_EQ(m_repository.GetValue("q"), "text");
+    });
+  }
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_TRUE(holds_in_child([&] {
+      return !m_repository.IsInTransaction() && m_repository.GetValue("p") == "text" &&
+             m_repository.StartTransactionUpdate() && m_repository.SetValue("p", "v") &&
+             m_repository.EndTransactionUpdate(false) && m_repository.DisConnect();
+    }));
+    EXPECT_TRUE(m_repository.IsInTransaction());
+    EXPECT_EQ(m_repository.GetValue("p"), "text") << "on a connection that goes on";
+  }
+  is_over = true;
+  for (std::thread& thread : busy) thread.join();
+  EXPECT_EQ(m_repository.EndTransaction(), 1);
+}
+
+TEST_F(Remote, AChildDoesNotKeepItsParentsConnectionsOpen) {
+  m_repository.GetMaxSeqNumber();
+  int gate[2];
+  ASSERT_EQ(pipe(gate), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    char byte;
+    close(gate[1]);
+    _exit(static_cast<int>(read(gate[0], &byte, 1)));  // until the parent lets it go
+  }
+  m_repository.DisConnect();
+  while (m_service.sessions() > 0) std::this_thread::yield();
+  close(gate[1]);
+  close(gate[0]);
+  int status = 1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
 }
 
 // --- where the service is ------------------------------------------------------------------------
