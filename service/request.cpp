@@ -20,28 +20,28 @@ class RequestReader {
   }
 
   bool argument(Argument argument, Request& request) {
+    const Field field = field_of(argument);
     switch (argument) {
       case Argument::NONE:
         return true;
       case Argument::PATH:
-        return text(CFG_FLD_PATH, "the path", request.path);
+        return text(field, "the path", request.path);
       case Argument::VALUE:
-        return text(CFG_FLD_VALUE, "the value", request.value);
+        return text(field, "the value", request.value);
       case Argument::VALUE_NAME:
-        return text(CFG_FLD_VALUE_NAME, "the value's name", request.value_name);
+        return text(field, "the value's name", request.value_name);
       case Argument::SEQ_NUMBER:
-        return text(CFG_FLD_SEQ_NUMBER, "the sequence number", request.seq_number);
+        return text(field, "the sequence number", request.seq_number);
       case Argument::SUBTREE:
-        return m_form.ReadBinary(CFG_FLD_SUBTREE, request.subtree) || missing("the subtree");
+        return m_form.ReadBinary(field, request.subtree) || missing("the subtree");
       case Argument::INDEX:
-        return m_form.ReadInt(CFG_FLD_INDEX, request.index) || missing("the index");
+        return m_form.ReadInt(field, request.index) || missing("the index");
       case Argument::COMPRESSED:
-        return m_form.ReadInt(CFG_FLD_COMPRESSED, request.compressed) ||
-               missing("the flag for compression");
+        return m_form.ReadInt(field, request.compressed) || missing("the flag for compression");
       case Argument::MERGE:
-        return m_form.ReadInt(CFG_FLD_MERGE, request.merge) || missing("the merge flag");
+        return m_form.ReadInt(field, request.merge) || missing("the merge flag");
       case Argument::RULES:
-        return rules(request.rules);
+        return rules(field, request.rules);
     }
     return false;
   }
@@ -72,9 +72,9 @@ class RequestReader {
     out.append(found);
   }
 
-  bool rules(std::vector<RWCString>& rules) {
+  bool rules(Field field, std::vector<RWCString>& rules) {
     int count = 0;
-    if (!m_form.ReadInt(CFG_FLD_COUNT, count)) return missing("the number of rules");
+    if (!m_form.ReadInt(field, count)) return missing("the number of rules");
     if (count < 0 || count > MAX_RULES) {
       return fail(std::to_string(count) + " rules are not between 0 and " +
                   std::to_string(MAX_RULES));

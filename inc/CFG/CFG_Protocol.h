@@ -45,6 +45,30 @@ enum class Argument : uint8_t {
   RULES
 };
 
+// What an argument travels in; RULES begin with it.
+constexpr Field field_of(Argument argument) {
+  switch (argument) {
+    case Argument::VALUE:
+      return CFG_FLD_VALUE;
+    case Argument::VALUE_NAME:
+      return CFG_FLD_VALUE_NAME;
+    case Argument::SUBTREE:
+      return CFG_FLD_SUBTREE;
+    case Argument::INDEX:
+      return CFG_FLD_INDEX;
+    case Argument::SEQ_NUMBER:
+      return CFG_FLD_SEQ_NUMBER;
+    case Argument::COMPRESSED:
+      return CFG_FLD_COMPRESSED;
+    case Argument::MERGE:
+      return CFG_FLD_MERGE;
+    case Argument::RULES:
+      return CFG_FLD_COUNT;
+    default:
+      return CFG_FLD_PATH;
+  }
+}
+
 enum class Reply : uint8_t {
   NOTHING,  // one-way
   SUCCESS_CODE,

@@ -214,5 +214,6 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
   std::unordered_map<RWCString, RWCString> m_app_info;
   int m_app_info_ready = 0;      // set once the table was filled completely; guarded alike
   RWCString m_server_guid;       // guarded by the process's lock of once-only values
+  bool m_is_guid_known = false;  // likewise: asked for, and empty perhaps
   Mutex m_core_properties_lock;  // held while core properties are looked up
 };

@@ -1,6 +1,7 @@
 #include <CFG/CFG_RepositoryServicesImp.h>
 
 #include <memory>
+#include <utility>
 
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/answered.h>
@@ -601,7 +602,7 @@ RWCString CFG_RepositoryServicesImp::GetServerProperty(RWCString name) try {
 
 RWCString CFG_RepositoryServicesImp::GetServerGUID() try {
   const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(cfg::once_lock());
-  if (m_server_guid.isNull()) {
+  if (!std::exchange(m_is_guid_known, true)) {
     m_server_guid = GetValue("halvoria\\system\\applications\\plexaris\\sync\\server_guid");
   }
   return m_server_guid;

@@ -315,15 +315,16 @@ TEST(ServerProperties, GridAndDomainStayForTheLifeOfTheProcess) {
       << "any other property is read on every call";
 }
 
-TEST(ServerProperties, TheGuidStaysInTheObjectOnceItIsFound) {
-  CFG_SubTree tree("halvoria");
-  CFG_MemoryRepository repository(&tree);
-  const RWCString path = "halvoria\\system\\applications\\plexaris\\sync\\server_guid";
-  EXPECT_EQ(repository.GetServerGUID(), "");
-  repository.SetValue(path, "{1}");
-  EXPECT_EQ(repository.GetServerGUID(), "{1}");
-  repository.SetValue(path, "{2}");
-  EXPECT_EQ(repository.GetServerGUID(), "{1}");
+TEST(ServerProperties, TheGuidIsAskedForOnceEmptyOrNot) {
+  for (const char* first : {"", "{1}"}) {
+    CFG_SubTree tree("halvoria");
+    CFG_MemoryRepository repository(&tree);
+    const RWCString path = "halvoria\\system\\applications\\plexaris\\sync\\server_guid";
+    if (*first) repository.SetValue(path, first);
+    EXPECT_EQ(repository.GetServerGUID(), first);
+    repository.SetValue(path, "{2}");
+    EXPECT_EQ(repository.GetServerGUID(), first);
+  }
 }
 
 // A store that reports its times asks for the flag in every read, the one that computes the
