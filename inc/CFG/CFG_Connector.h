@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include <CFG/CFG_Protocol.h>
 #include <connection/Conn_SyncConnector.h>
@@ -142,7 +143,7 @@ class HALVORIA_API CFG_Connector : public Conn_SyncConnector {
   // an empty one when the request could not be sent.
   template <class Read>
   auto request(const char* operation, cfg::protocol::Command command, Arguments arguments,
-               Read read);
+               Read read) -> std::invoke_result_t<Read, CFG_Conn_ClientHelper&>;
   bool begin(CFG_Conn_ClientHelper& helper, const cfg::protocol::CommandRow& row,
              Arguments arguments, const std::string* token);
   static bool write(CFG_Conn_ClientHelper& helper, cfg::protocol::Argument kind,

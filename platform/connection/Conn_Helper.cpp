@@ -1,5 +1,8 @@
 #include <connection/Conn_Helper.h>
 
+#include <exception>
+#include <new>
+
 #include <connection/Conn_Connection.h>
 #include <logging/Logger.h>
 
@@ -33,6 +36,7 @@ Conn_Helper::Conn_Helper(const char* operation, Conn_SyncConnector& connector,
     : m_connector(connector),
       m_params(params),
       m_operation(operation),
+      m_exceptions(std::uncaught_exceptions()),
       m_keep_open(keep_open),
       m_log(log) {
   Writer().begin(params.GetCommandName());
@@ -40,6 +44,18 @@ Conn_Helper::Conn_Helper(const char* operation, Conn_SyncConnector& connector,
 }
 
 Conn_Helper::~Conn_Helper() {
+  try {
+    if (std::uncaught_exceptions() == m_exceptions) {
+      finish();
+      return;
+    }
+  } catch (const std::bad_alloc&) {
+    // As for the exceptions of others.
+  }
+  m_connector.m_inside->drop();
+}
+
+void Conn_Helper::finish() {
   if (m_is_valid && !m_is_sent) send();
   ConsumeForm();
   if (m_is_sent) m_connector.m_inside->mark_used();

@@ -8,7 +8,8 @@
 // Made for a request and gone after it. The form is sent when its answer is asked for, or else
 // when the object goes; sent and received with one call to the system each, as a rule. Fields
 // that are read are views into the connection's buffer and hold until the next frame is read.
-// Failures are logged; nothing throws.
+// Failures are logged; nothing throws but for want of memory. A request that an exception ends,
+// whoever throws it, drops the connection, on which it would be half sent or half read.
 class HALVORIA_API Conn_Helper {
  public:
   // Opens the connection when it is not. `operation` names the caller in the log; with
@@ -54,8 +55,10 @@ class HALVORIA_API Conn_Helper {
   bool is_at_field();
   bool fail();  // logs the reason
   void log_line();
+  void finish();
 
   const char* m_operation;
+  const int m_exceptions;  // on their way when this was made
   bool m_is_valid = false;
   bool m_is_sent = false;
   bool m_keep_open;

@@ -3,6 +3,7 @@
 #include <array>
 
 #include <CFG/CFG_Conn_ClientHelper.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/patterns.h>
 #include <CFG/remote/request_argument.h>
 #include <connection/Conn_TokenManagerHook.h>
@@ -56,34 +57,26 @@ bool CFG_Connector::write(CFG_Conn_ClientHelper& helper, cfg::protocol::Argument
                           const Argument& argument) {
   using K = cfg::protocol::Argument;
   Conn_FormWriter& form = helper.Writer();
+  const Field field = field_of(kind);
   switch (kind) {
     case K::NONE:
       return true;
-    case K::PATH:
-      return form.WriteString(CFG_FLD_PATH, argument.text);
-    case K::VALUE:
-      return form.WriteString(CFG_FLD_VALUE, argument.text);
-    case K::VALUE_NAME:
-      return form.WriteString(CFG_FLD_VALUE_NAME, argument.text);
-    case K::SEQ_NUMBER:
-      return form.WriteString(CFG_FLD_SEQ_NUMBER, argument.text);
     case K::INDEX:
-      return form.WriteLong(CFG_FLD_INDEX, argument.number);
     case K::COMPRESSED:
-      return form.WriteLong(CFG_FLD_COMPRESSED, argument.number);
     case K::MERGE:
-      return form.WriteLong(CFG_FLD_MERGE, argument.number);
+      return form.WriteLong(field, argument.number);
     case K::SUBTREE:
-      return form.WriteBinary(CFG_FLD_SUBTREE, argument.bytes->release(),
-                              static_cast<int>(argument.number), CONN_FORM_OWNS);
+      return form.WriteBinary(field, argument.bytes->release(), static_cast<int>(argument.number),
+                              CONN_FORM_OWNS);
     case K::RULES:
-      if (!form.WriteLong(CFG_FLD_COUNT, argument.number)) return false;
+      if (!form.WriteLong(field, argument.number)) return false;
       for (long i = 0; i < argument.number; ++i) {
         if (!form.WriteString(CFG_FLD_PATH, argument.rule(i))) return false;
       }
       return true;
+    default:
+      return form.WriteString(field, argument.text);
   }
-  return false;
 }
 
 bool CFG_Connector::begin(CFG_Conn_ClientHelper& helper, const CommandRow& row, Arguments arguments,
@@ -106,14 +99,16 @@ bool CFG_Connector::begin(CFG_Conn_ClientHelper& helper, const CommandRow& row, 
 }
 
 template <class Read>
-auto CFG_Connector::request(const char* operation, Command command, Arguments arguments,
-                            Read read) {
+auto CFG_Connector::request(const char* operation, Command command, Arguments arguments, Read read)
+    -> std::invoke_result_t<Read, CFG_Conn_ClientHelper&> try {
   const CommandRow& row = row_of(command);
   const auto token = row.has_token ? get_token() : nullptr;
   CFGClientHelper_Params params(*this, name_of(command));
   CFG_Conn_ClientHelper helper(operation, *this, params);
-  if (!begin(helper, row, arguments, token.get())) return decltype(read(helper))();
+  if (!begin(helper, row, arguments, token.get())) return {};
   return read(helper);
+} catch (...) {
+  return cfg::answered(logger, std::invoke_result_t<Read, CFG_Conn_ClientHelper&>(), operation);
 }
 
 int CFG_Connector::ask_success(const char* operation, Command command, Arguments arguments) {
@@ -189,13 +184,15 @@ int CFG_Connector::DeleteSubTree(const RWCString& path) {
   return ask_success("CFG_Connector::DeleteSubTree", DEL_SUB, {path});
 }
 
-int CFG_Connector::WriteSubTree(Tree_NodePtr& tree, const RWCString& path) {
+int CFG_Connector::WriteSubTree(Tree_NodePtr& tree, const RWCString& path) try {
   if (!tree) return 0;
   logger.trace("Calling SerializeSubTree in the CFG\n");
   int length = 0;
   std::unique_ptr<char[]> bytes(Tree_Node::GetSerializedTreeNode(tree, length, false));
   if (!bytes) return logger.reject(0, "Fail to write subtree, return NULL\n");
   return ask_success("CFG_Connector::WriteSubTree", WRITE_SUB, {{bytes, length}, path});
+} catch (...) {
+  return cfg::answered(logger, 0);
 }
 
 // --- values and counts -----------------------------------------------------------------------

@@ -61,10 +61,11 @@ int CFG_Connector::ReadTreePathAndValue(CFG_Conn_ClientHelper& helper,
     return helper.Read(CFG_FLD_RESULT, path) && helper.Read(CFG_FLD_RESULT, value);
   });
   if (!is_whole) return -1;
-  *values = new Tree_PathAndValueArray(static_cast<int>(read.size()));
+  auto made = std::make_unique<Tree_PathAndValueArray>(static_cast<int>(read.size()));
   for (size_t i = 0; i < read.size(); ++i) {
-    (*values)->SetPV(static_cast<int>(i), read[i].first, read[i].second);
+    made->SetPV(static_cast<int>(i), read[i].first, read[i].second);
   }
+  *values = made.release();
   return 0;
 }
 

@@ -24,12 +24,14 @@
 
 #include <CFG/CFG_Connector.h>
 #include <CFG/CFG_RepositoryTransaction.h>
+#include <CFG/detail/answered.h>
 #include <CFG/remote/connection_properties.h>
 #include <CFG/remote/connector_lease.h>
 #include <CFG/remote/connector_pool.h>
 #include <logging/Logger.h>
 #include <system/Sys_Environment.h>
 #include <system/Sys_Process.h>
+#include <thread/ForkHandler.h>
 #include <utility/Tmr_CfgINI.h>
 #include <utility/Tmr_StackTrace.h>
 
@@ -43,7 +45,7 @@ enum { MONITOR_STACK = 2, MONITOR_EXIT = 3 };
 
 // The name of the service's node: the service is the same for all repositories of the process.
 struct ServerNodeName {
-  Mutex mutex;  // held while it is asked for
+  ForkReleasedMutex mutex;  // held while it is asked for
   RWCString name THREADAPI_GUARDED_BY(mutex);
   bool is_cached THREADAPI_GUARDED_BY(mutex) = false;
 };
@@ -127,22 +129,26 @@ std::unique_ptr<CFG_Connector> CFG_Repository::MakeNewConnector() {
 
 void CFG_Repository::FreeConnector(CFG_Connector* connector) { m_connectors->give_back(connector); }
 
-int CFG_Repository::Connect() {
+int CFG_Repository::Connect() try {
   const RecursiveThreadMutexWrapper::WriteGuard guard(m_connection_lock);
   if (m_is_connected) return m_is_connected;
   SetProperty("CurrUser", "CFG");
   SetProperty("CurrApp", "CFG");
   m_is_connected = true;
   return TRUE;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::DisConnect() {
+int CFG_Repository::DisConnect() try {
   logger.trace("DisConnect()\n");
   m_connectors->disconnect_free();
   return TRUE;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-RWCString CFG_Repository::GetServerNodeName() {
+RWCString CFG_Repository::GetServerNodeName() try {
   ServerNodeName& node = server_node_name();
   const MutexGuard guard(node.mutex);
   if (node.is_cached) return node.name;
@@ -152,14 +158,18 @@ RWCString CFG_Repository::GetServerNodeName() {
   node.is_cached = true;
   logger.trace(" GetServerNodeName() - node name is %s\n", node.name);
   return node.name;
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
 // --- transactions --------------------------------------------------------------------------------
 
-int CFG_Repository::StartTransaction() {
+int CFG_Repository::StartTransaction() try {
   const connector_lease connector(*this);
   logger.trace("StartTransaction()\n");
   return StartTransaction(connector.get());
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_Repository::StartTransaction(CFG_Connector* connector) {
@@ -169,10 +179,12 @@ int CFG_Repository::StartTransaction(CFG_Connector* connector) {
   return is_first;
 }
 
-int CFG_Repository::EndTransaction() {
+int CFG_Repository::EndTransaction() try {
   const connector_lease connector(*this);
   logger.trace("EndTransaction()\n");
   return EndTransaction(connector.get());
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_Repository::EndTransaction(CFG_Connector* connector) {
@@ -186,37 +198,47 @@ int CFG_Repository::IsInTransaction() { return m_connectors->bound() != nullptr;
 
 // --- the lock, and updates -------------------------------------------------------------------
 
-int CFG_Repository::Lock() {
+int CFG_Repository::Lock() try {
   const connector_lease connector(*this);
   logger.trace("Lock() = disable auto commit\n");
   return connector->Lock();
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::UnLock() {
+int CFG_Repository::UnLock() try {
   const connector_lease connector(*this);
   logger.trace("UnLock() = enable auto commit\n");
   return connector->UnLock();
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::Rollback() {
+int CFG_Repository::Rollback() try {
   const connector_lease connector(*this);
   logger.trace("Rollback() = undo changes\n");
   return connector->Rollback();
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::EnableExtendedTimeout() {
+int CFG_Repository::EnableExtendedTimeout() try {
   const connector_lease connector(*this);
   logger.trace("EnableExtendedTimeout() = allow long timeout in SVCFG for long update\n");
   return connector->EnableExtendedTimeout();
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::DisableExtendedTimeout() {
+int CFG_Repository::DisableExtendedTimeout() try {
   const connector_lease connector(*this);
   logger.trace("DisableExtendedTimeout() = revert to regular SVCFG timeout after long update\n");
   return connector->DisableExtendedTimeout();
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::StartTransactionUpdate() {
+int CFG_Repository::StartTransactionUpdate() try {
   logger.trace("StartTransactionUpdate \n");
   if (!StartTransaction()) {
     EndTransaction();  // takes back what was counted: who gets 0 has nothing to end
@@ -229,9 +251,11 @@ int CFG_Repository::StartTransactionUpdate() {
   if (!is_locked) return abandon_update();
   logger.trace("StartTransactionUpdate: disabled auto commit \n");
   return is_locked;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::EndTransactionUpdate(bool failed) {
+int CFG_Repository::EndTransactionUpdate(bool failed) try {
   logger.trace("EndTransactionUpdate \n");
   if (failed) {
     if (!Rollback()) return abandon_update();
@@ -244,6 +268,8 @@ int CFG_Repository::EndTransactionUpdate(bool failed) {
   const int is_ended = EndTransaction();
   if (is_ended) logger.trace("EndTransactionUpdate: ended transaction \n");
   return is_ended;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 // Nobody sees one of the changes without the others. Of an update that is open already the caller
@@ -268,17 +294,20 @@ int CFG_Repository::in_one_update(const std::function<int()>& change) {
 // What the service holds of an update goes with the connection, and the thread is free for the
 // next one: nobody ends an update that failed to begin or to end.
 int CFG_Repository::abandon_update() {
-  connector_lease(*this)->Disconnect();
-  EndTransaction();
+  m_connectors->give_up_bound();
   return FALSE;
 }
 
-int CFG_Repository::StartTransactionUpdateBaseRep() {
+int CFG_Repository::StartTransactionUpdateBaseRep() try {
   logger.trace("StartTransactionUpdateBaseRep \n");
   return StartTransactionUpdate();
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::EndTransactionUpdateBaseRep(bool failed) {
+int CFG_Repository::EndTransactionUpdateBaseRep(bool failed) try {
   logger.trace("EndTransactionUpdateBaseRep \n");
   return EndTransactionUpdate(failed);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }

@@ -3,6 +3,7 @@
 #include <CFG/CFG_PerformanceEvent.h>
 #include <CFG/CFG_Repository.h>
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/key_renaming.h>
 #include <CFG/remote/connector_lease.h>
 #include <CFG/remote/tree_parts.h>
@@ -22,7 +23,7 @@ constexpr uint64_t kLargestArray = uint64_t{16} << 20;
 
 }  // namespace
 
-int CFG_Repository::SetValue(const RWCString& path, const RWCString& value) {
+int CFG_Repository::SetValue(const RWCString& path, const RWCString& value) try {
   constexpr char op[] = "CFG_Repository::SetValue";
   if (!IsValidPath(path, op)) return FALSE;
   const RWCString actual = change_string_with_properties(path);
@@ -31,26 +32,32 @@ int CFG_Repository::SetValue(const RWCString& path, const RWCString& value) {
   const connector_lease connector(*this);
   logger.trace("%s: _value_path = %s , _value_data = %s\n", op, actual, value);
   return connector->SetValue(actual, value);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::DeleteValue(const RWCString& path) {
+int CFG_Repository::DeleteValue(const RWCString& path) try {
   if (!IsValidPath(path, "CFG_SubTree::DeleteValue")) return FALSE;
   const RWCString actual = change_string_with_properties(path);
   const CFG_PerformanceEvent event(CFGPerformanceEnabled(), kSource,
                                    CFG_PerformanceEvent::PERFORMANCE_DELETE_VALUE, actual);
   return request(logger, *this, "DeleteValue(): _path = %s\n", CONNECTOR_CALL(DeleteValue), actual);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::DeleteSubTree(const RWCString& path) {
+int CFG_Repository::DeleteSubTree(const RWCString& path) try {
   if (!IsValidPath(path, "CFG_SubTree::DeleteSubTree")) return FALSE;
   const RWCString actual = change_string_with_properties(path);
   const CFG_PerformanceEvent event(CFGPerformanceEnabled(), kSource,
                                    CFG_PerformanceEvent::PERFORMANCE_DELETE_SUB_TREE, actual);
   return request(logger, *this, "DeleteSubTree(): _path = %s\n", CONNECTOR_CALL(DeleteSubTree),
                  actual);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+int CFG_Repository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) try {
   if (!sub_tree) {
     return logger.reject(
         FALSE,
@@ -61,13 +68,17 @@ int CFG_Repository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& 
   logger.trace("AddOrReplaceSubTree(): sub_tree , _path = %s\n", actual);
   Tree_NodePtr tree = sub_tree->GetData();
   return WriteSubTree(tree, actual);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_Repository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) {
+int CFG_Repository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) try {
   const CFG_PerformanceEvent event(CFGPerformanceEnabled(), kSource,
                                    CFG_PerformanceEvent::PERFORMANCE_WRITE_SUB_TREE, path);
   const bool is_large = sub_tree && cfg::byte_array_size(*sub_tree) > kLargestArray;
   return is_large ? write_in_parts(sub_tree, path) : write_array(sub_tree, path);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_Repository::write_array(Tree_NodePtr& sub_tree, const RWCString& path) {
@@ -85,7 +96,7 @@ int CFG_Repository::write_in_parts(const Tree_NodePtr& sub_tree, const RWCString
   });
 }
 
-int CFG_Repository::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) {
+int CFG_Repository::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) try {
   logger.info("SetOrRanameKeyName(): path = %s , key_name = %s\n", path, key_name);
   if (key_name.isNull()) return logger.reject(FALSE, " key_name is empty string, return FALSE\n");
   if (path.isNull()) return logger.reject(FALSE, "path is empty string, return FALSE\n");
@@ -95,11 +106,13 @@ int CFG_Repository::SetOrRanameKeyName(const RWCString& path, const RWCString& k
                          key_name, asked.fault);
   }
   return in_one_update([&] { return rename(asked); });
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 // Within an update. The old tree goes when the new one is there: an update that its caller keeps
 // although the rename failed has lost nothing.
-int CFG_Repository::rename(const cfg::key_renaming& asked) {
+int CFG_Repository::rename(const cfg::key_renaming& asked) try {
   const std::unique_ptr<CFG_SubTree> sub_tree(CFG_Services::GetSubTree(asked.from));
   if (!sub_tree) {
     return logger.reject(
@@ -119,6 +132,8 @@ int CFG_Repository::rename(const cfg::key_renaming& asked) {
     return logger.reject(FALSE, "fail to write path <%s>, return FALSE\n", asked.to);
   }
   return logger.reject(FALSE, "fail to delete path <%s>, return FALSE\n", asked.from);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 bool CFG_Repository::is_taken(const RWCString& path) {
