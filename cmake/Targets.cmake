@@ -33,9 +33,6 @@ function(halvoria_test name)
   target_compile_definitions(${name} PRIVATE _FILE_OFFSET_BITS=64)
   target_compile_options(${name} PRIVATE
     -Wno-array-bounds -Wno-restrict -Wno-stringop-overflow -Wno-stringop-overread)
-  # What the optimizer sees in std::string counts as the test's own when it comes from a
-  # precompiled header: these two warn of copies that cannot happen.
-  target_compile_options(${name} PRIVATE -Wno-array-bounds -Wno-restrict)
   get_property(first GLOBAL PROPERTY HALVORIA_FIRST_TEST)
   if(first)
     target_precompile_headers(${name} REUSE_FROM ${first})
