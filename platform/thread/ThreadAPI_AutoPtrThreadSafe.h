@@ -20,6 +20,11 @@ class ThreadAPI_Counted {
   ThreadAPI_Counted& operator=(const ThreadAPI_Counted&) { return *this; }
   ~ThreadAPI_Counted() = default;
 
+  // TRUE for the holder of the only reference to an owned object: nobody else can use it.
+  bool is_sole() const {
+    return m_count.load(std::memory_order_acquire) == 1 &&
+           m_owning.load(std::memory_order_relaxed) != 0;
+  }
   void count_up() { m_count.fetch_add(1, std::memory_order_relaxed); }
 
   // TRUE when this was the last reference to an owned object: the caller destroys it.

@@ -1,11 +1,12 @@
 #include <tree/String_Arr.h>
 
 #include <cstring>
+#include <memory>
 
-static char* copy_of(const char* text, int length) {
+static std::unique_ptr<char[]> copy_of(const char* text, int length) {
   const size_t size = text && length > 0 ? static_cast<size_t>(length) : 0;
-  char* copy = new char[size + 1];
-  if (size) std::memcpy(copy, text, size);
+  auto copy = std::make_unique_for_overwrite<char[]>(size + 1);
+  if (size) std::memcpy(copy.get(), text, size);
   copy[size] = '\0';
   return copy;
 }
@@ -22,15 +23,17 @@ char* String_Arr::GetStr(int index) const {
 
 void String_Arr::SetStr(int index, const char* text, int length) {
   if (index < 0 || !text) return;
-  while (GetArrLen() <= index) m_strings.push_back(copy_of("", 0));
+  auto fresh = copy_of(text, length);
+  while (GetArrLen() <= index) AddStr("", 0);
   char*& place = m_strings[static_cast<size_t>(index)];
-  char* fresh = copy_of(text, length);
   delete[] place;
-  place = fresh;
+  place = fresh.release();
 }
 
 void String_Arr::AddStr(const char* text, int length) {
-  m_strings.push_back(copy_of(text, length));
+  auto copy = copy_of(text, length);
+  m_strings.push_back(copy.get());
+  copy.release();
 }
 
 void String_Arr::clear() {

@@ -75,12 +75,22 @@ struct Tree_ChildList::Large {
     index[at] = place;
     ++index_used;
   }
-  void enter_growing(uint32_t place) {
-    if ((index_used + 1) * 4 > static_cast<uint32_t>(index.size()) * 3) {
-      rebuild_index(size() * 2);  // enters `place`, too
-    } else {
-      enter(place);
+  void make_room_in_index() {
+    if ((index_used + 1) * 4 > static_cast<uint32_t>(index.size()) * 3) rebuild_index(size() * 2);
+  }
+  template <class T>
+  static void make_room_in(std::vector<T>& list) {
+    if (list.size() == list.capacity()) list.reserve(std::max<size_t>(list.size() * 2, 4));
+  }
+  // The next append does not throw.
+  void make_room() {
+    make_room_in(places);
+    make_room_in(hashes);
+    if (size() % 64 == 0) {
+      make_room_in(bits);
+      make_room_in(sums);
     }
+    make_room_in_index();
   }
 
   void count_block(uint32_t block, int live, int keys) {
@@ -103,6 +113,7 @@ struct Tree_ChildList::Large {
   }
 
   void append(uint32_t hash, bool is_key, Tree_NodePtr child) {
+    make_room();
     const uint32_t place = size();
     if (place % 64 == 0) add_block();
     places.push_back(std::move(child));
@@ -110,7 +121,7 @@ struct Tree_ChildList::Large {
     bits.back().live |= uint64_t{1} << place % 64;
     if (is_key) bits.back().keys |= uint64_t{1} << place % 64;
     count_block(place / 64, 1, is_key);
-    enter_growing(place);
+    enter(place);
   }
 
   Tree_NodePtr take(uint32_t place) {
@@ -148,17 +159,14 @@ struct Tree_ChildList::Large {
     return block * 64 + static_cast<uint32_t>(std::countr_zero(rest));
   }
 
-  // Closes the holes.
+  // Closes the holes. There is room for all children from the start on.
   void pack(uint32_t room) {
-    std::vector<Tree_NodePtr> old_places = std::move(places);
-    std::vector<uint32_t> old_hashes = std::move(hashes);
-    std::vector<Bits> old_bits = std::move(bits);
-    *this = Large(room);
-    for (uint32_t place = 0; place < old_places.size(); ++place) {
-      if (!old_places[place]) continue;
-      const bool is_key = old_bits[place / 64].keys >> place % 64 & 1;
-      append(old_hashes[place], is_key, std::move(old_places[place]));
+    Large packed(room);
+    for (uint32_t place = next(0); place != npos; place = next(place + 1)) {
+      const bool is_key = bits[place / 64].keys >> place % 64 & 1;
+      packed.append(hashes[place], is_key, std::move(places[place]));
     }
+    *this = std::move(packed);
   }
 };
 
@@ -233,9 +241,7 @@ uint32_t Tree_ChildList::find(const Tree_Name& name, uint32_t likely) const {
 
 void Tree_ChildList::append(uint64_t name_hash, bool is_key, Tree_NodePtr child) {
   const auto hash = static_cast<uint32_t>(name_hash);
-  if (!is_large() && m_count == m_capacity) {
-    m_count < kSmall ? grow_small(m_capacity * 2) : become_large(2 * kSmall);
-  }
+  make_room_in_small(m_count);
   if (is_large()) {
     m_large->append(hash, is_key, std::move(child));
   } else {
@@ -247,16 +253,42 @@ void Tree_ChildList::append(uint64_t name_hash, bool is_key, Tree_NodePtr child)
   m_keys += is_key;
 }
 
+void Tree_ChildList::make_room(uint32_t instead) {
+  make_room_in_small(instead == npos ? m_count : m_count - 1);
+  if (is_large()) m_large->make_room();
+}
+
+void Tree_ChildList::make_room_in_small(uint32_t count) {
+  if (is_large() || count < m_capacity) return;
+  if (count < kSmall) {
+    grow_small(m_capacity * 2);
+  } else {
+    become_large(2 * kSmall);
+  }
+}
+
+// The hole is closed last, as that would take away the room.
+Tree_NodePtr Tree_ChildList::replace(uint32_t place, uint64_t hash, bool is_key,
+                                     Tree_NodePtr child) {
+  Tree_NodePtr gone = take_keeping_places(place);
+  append(hash, is_key, std::move(child));
+  pack_when_sparse();
+  return gone;
+}
+
 Tree_NodePtr Tree_ChildList::take(uint32_t place) {
   Tree_NodePtr child = take_keeping_places(place);
   pack_when_sparse();
   return child;
 }
 
-void Tree_ChildList::pack_when_sparse() {
-  if (is_large() && m_count * 2 < m_large->size()) {
-    if (m_count == 0) return clear();
+void Tree_ChildList::pack_when_sparse() noexcept {
+  if (!is_large() || m_count * 2 >= m_large->size()) return;
+  if (m_count == 0) return clear();
+  try {
     m_large->pack(m_count * 2);
+  } catch (const std::bad_alloc&) {
+    // Holes do no harm: another time.
   }
 }
 
@@ -285,13 +317,18 @@ void Tree_ChildList::rename(uint32_t place, uint64_t name_hash) {
     hashes()[place] = hash;
     return;
   }
+  m_large->make_room_in_index();
   m_large->hashes[place] = hash;
-  m_large->enter_growing(place);
+  m_large->enter(place);
 }
 
 void Tree_ChildList::reserve(uint32_t room) {
   if (is_large() || room <= m_capacity) return;
-  room <= kSmall ? grow_small(room) : become_large(room);
+  if (room <= kSmall) {
+    grow_small(room);
+  } else {
+    become_large(room);
+  }
 }
 
 void Tree_ChildList::clear() {
@@ -310,7 +347,8 @@ void Tree_ChildList::release_small() {
   if (m_slots) Tree_Memory::Release(m_slots, m_capacity * kSlotSize);
 }
 
-// All places are there and null; count and kinds are those of the other list already.
+// All places are there and null; count and kinds are those of the other list already. Nobody but
+// fill_with_copies may meet the list like this.
 void Tree_ChildList::take_layout(const Tree_ChildList& other) {
   if (other.m_count == 0) return;
   if (other.is_large()) {

@@ -18,7 +18,8 @@
 // hole, and a tree of sums over blocks of 64 places finds positions, so that every
 // operation stays at O(log n) or better however the children come and go.
 //
-// Not locked; reading changes nothing, so any number of threads may read.
+// Not locked; reading changes nothing, so any number of threads may read. What allocates throws
+// std::bad_alloc, and nothing has changed then.
 class HALVORIA_API Tree_ChildList {
  public:
   enum Kind { ANY, KEYS, VALUES };
@@ -55,7 +56,12 @@ class HALVORIA_API Tree_ChildList {
 
   // The caller made sure that no child of that name is there.
   void append(uint64_t hash, bool is_key, Tree_NodePtr child);
-  // Takes the child out; other children may move to other places.
+  // Makes room for one more child, or for one instead of that at a place: appending or
+  // replacing that one does not throw.
+  void make_room(uint32_t instead = npos);
+  // Takes the child at a place out and appends another one, for which there is room.
+  Tree_NodePtr replace(uint32_t place, uint64_t hash, bool is_key, Tree_NodePtr child);
+  // Takes the child out; other children may move to other places. Does not throw.
   Tree_NodePtr take(uint32_t place);
   // The child at the place has a new name.
   void rename(uint32_t place, uint64_t hash);
@@ -81,7 +87,8 @@ class HALVORIA_API Tree_ChildList {
   uint32_t* hashes() const { return reinterpret_cast<uint32_t*>(m_slots + m_capacity); }
   bool is_large() const { return m_capacity == kIsLarge; }
   Tree_NodePtr take_keeping_places(uint32_t place);  // large: leaves a hole
-  void pack_when_sparse();
+  void pack_when_sparse() noexcept;
+  void make_room_in_small(uint32_t count);
   void grow_small(uint32_t capacity);
   void release_small();
   void become_large(uint32_t room);
@@ -100,8 +107,13 @@ class HALVORIA_API Tree_ChildList {
 template <class Copy>
 void Tree_ChildList::fill_with_copies(const Tree_ChildList& other, Copy&& copy) {
   take_layout(other);
-  for (uint32_t place = other.next(0); place != npos; place = other.next(place + 1))
-    at(place) = copy(*other.at(place));
+  try {
+    for (uint32_t place = other.next(0); place != npos; place = other.next(place + 1))
+      at(place) = copy(*other.at(place));
+  } catch (...) {
+    clear();  // no list has a place that is counted and empty
+    throw;
+  }
 }
 
 template <class Test>

@@ -64,6 +64,7 @@ void give_back(Tree_Name::Text* text, uint32_t references) {
   const std::lock_guard lock(part.mutex);
   if (text->count.fetch_sub(references, std::memory_order_acq_rel) != references) return;
   part.names.erase(text);
+  delete text->string.load(std::memory_order_relaxed);
   ::operator delete(text);
 }
 
@@ -175,13 +176,22 @@ Tree_Name::Tree_Name(std::string_view text) {
         void operator()(void* memory) const { ::operator delete(memory); }
       };
       std::unique_ptr<void, Release> memory(::operator new(sizeof(Text) + text.size()));
-      m_text = new (memory.get()) Text{{1}, static_cast<uint32_t>(text.size()), hash};
+      m_text = new (memory.get()) Text{{1}, static_cast<uint32_t>(text.size()), hash, nullptr};
       text.copy(reinterpret_cast<char*>(m_text + 1), text.size());
       part.names.insert(m_text);
       memory.release();
     }
   }
   if (names) names->meet(m_text);
+}
+
+// Threads may race to make it; one of them wins.
+const RWCString& Tree_Name::string() const {
+  const RWCString* there = m_text->string.load(std::memory_order_acquire);
+  if (there) return *there;
+  auto fresh = std::make_unique<const RWCString>(view());
+  const bool has_won = m_text->string.compare_exchange_strong(there, fresh.get());
+  return has_won ? *fresh.release() : *there;
 }
 
 void Tree_Name::share() const {

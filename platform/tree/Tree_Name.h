@@ -7,6 +7,7 @@
 #include <utility>
 
 #include <strings/Export.h>
+#include <strings/RWCString.h>
 #include <tree/Tree_Hash.h>
 
 // One counted reference to an interned text. A tree of a million nodes holds some
@@ -24,6 +25,8 @@ class HALVORIA_API Tree_Name {
   }
 
   std::string_view view() const { return m_text->view(); }
+  // The same as a string, which is made when it is first asked for.
+  const RWCString& string() const;
   // Tree_Hash::Text of the name.
   uint64_t hash() const { return m_text->hash; }
 
@@ -33,6 +36,7 @@ class HALVORIA_API Tree_Name {
     std::atomic<uint32_t> count;
     uint32_t length;
     uint64_t hash;
+    std::atomic<const RWCString*> string;  // null until asked for
     std::string_view view() const { return {reinterpret_cast<const char*>(this + 1), length}; }
   };
 

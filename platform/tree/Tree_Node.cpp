@@ -2,13 +2,13 @@
 
 #include <memory>
 #include <new>
-#include <optional>
+#include <utility>
 
 #include <tree/Tree_Memory.h>
 #include <tree/Tree_Node_Top.h>
 #include <tree/Tree_Walk.h>
 
-Tree_NodePtr Tree_Node::NULL_TREE_NODE_PTR;
+const Tree_NodePtr Tree_Node::NULL_TREE_NODE_PTR;
 int Tree_Node::TRUE_BOOL = 1;
 constinit Tmr_PoolAllocator Tree_Node::m_NodesPool{sizeof(Tree_Node), 0};
 
@@ -25,10 +25,12 @@ Tree_Node::Tree_Node(RWCString::Text name, RWCString::Text text, int is_change)
 }
 
 Tree_Node::Tree_Node(RWCString::Text name, Tree_Value* value)
-    : m_is_leaf(value != nullptr), m_name(name.view) {
-  const std::unique_ptr<Tree_Value> owned(value);
-  if (owned) {
-    new (&m_value) Tree_Value(std::move(*owned));
+    : Tree_Node(name.view, std::unique_ptr<Tree_Value>(value)) {}
+
+Tree_Node::Tree_Node(std::string_view name, std::unique_ptr<Tree_Value> value)
+    : m_is_leaf(value != nullptr), m_name(name) {
+  if (value) {
+    new (&m_value) Tree_Value(std::move(*value));
   } else {
     new (&m_key) Key;
   }
@@ -52,41 +54,69 @@ Tree_Node::~Tree_Node() {
   }
 }
 
-// Keys whose last pointer goes are chained through their parent links, so that dropping
-// a tree takes neither stack nor memory; what has no children goes at once. That is the order
-// in which most trees were made, which spares misses of the cache. A child that somebody else
-// holds becomes the top of a tree of its own, unless it hangs under another key already.
-void Tree_Node::Destroy(Tree_Node* node) {
-  const auto link = [](Tree_Node* from, Tree_Node* to) {
-    from->m_up.store(reinterpret_cast<uintptr_t>(to), std::memory_order_relaxed);
-  };
-  node->SetParent(nullptr);
-  for (Tree_Node* chain = node; chain;) {
-    Tree_Node* gone = chain;
-    chain = reinterpret_cast<Tree_Node*>(gone->m_up.load(std::memory_order_relaxed));
-    link(gone, nullptr);
-    Tree_Node* last = nullptr;  // of the children that went into the chain
-    if (!gone->m_is_leaf) {
-      Tree_ChildList& children = gone->m_key;
-      Tree_Node* const behind = chain;
-      for (uint32_t place = children.next(0); place != Tree_ChildList::npos;
-           place = children.next(place + 1)) {
-        Tree_Node* child = children.at(place).detach();
-        const bool was_ours = child->GetParent() == gone;
-        if (!child->count_down()) {
-          if (was_ours) child->SetParent(nullptr);
-        } else if (child->IsEmpty()) {
-          delete child;
-        } else {
-          child->SetParent(nullptr);
-          last ? link(last, child) : void(chain = child);
-          link(child, behind);
-          last = child;
-        }
+// A tree goes from its leaves up, so that its parent links hold until they are used for the last
+// time: as the way back from a key to its parent here, which takes neither stack nor memory, and
+// as the way to its path for whatever somebody else holds. What has no children goes at once. That
+// is the order in which most trees were made, which spares misses of the cache.
+void Tree_Node::Destroy(Tree_Node* top) {
+  if (top->GetParent()) top->SetParent(nullptr);
+  top->SetNodeId(0);
+  for (Tree_Node* key = top; key;) {
+    if (Tree_Node* child = key->next_to_go()) {
+      if (child->IsEmpty()) {
+        delete child;
+      } else {
+        child->m_key.id = 0;
+        key = child;
       }
+    } else {
+      Tree_Node* const gone = key;
+      key = key == top ? nullptr : key->GetParent();
+      delete gone;
     }
-    delete gone;
   }
+}
+
+// Takes the next child that goes with this key out of the list, NULL when there is none left. The
+// id, which nobody asks for any more, is the place to go on from.
+Tree_Node* Tree_Node::next_to_go() {
+  if (m_is_leaf) return nullptr;
+  for (;;) {
+    const uint32_t place = m_key.next(static_cast<uint32_t>(m_key.id));
+    if (place == Tree_ChildList::npos) return nullptr;
+    m_key.id = static_cast<int>(place) + 1;
+    Tree_Node* const child = m_key.at(place).get();
+    if (!child->is_sole() && child->GetParent() == this) child->outlive_parent();
+    m_key.at(place).detach();
+    if (!child->count_down()) continue;
+    if (child->GetParent() != this) child->SetParent(this);  // others let go of it meanwhile
+    return child;
+  }
+}
+
+// Without memory for its path the node goes on with its name.
+void Tree_Node::outlive_parent() noexcept {
+  std::unique_ptr<Top> record;
+  try {
+    RWCString path = GetParentPath();
+    record = std::make_unique<Top>();
+    record->virtual_parent_path = std::move(path);
+    record->is_path_above_known = true;
+  } catch (const std::bad_alloc&) {
+  }
+  const Tree_WayUp::Closed nobody_is_above;
+  const uintptr_t up = record ? reinterpret_cast<uintptr_t>(record.release()) | kIsTop : 0;
+  m_up.store(up, std::memory_order_release);
+}
+
+void Tree_Node::SetNodeId(int id) {
+  if (!m_is_leaf) {
+    m_key.id = id;
+    return;
+  }
+  const uint32_t inverted = ~static_cast<uint32_t>(id);
+  m_id_high = static_cast<uint16_t>(inverted >> 16);
+  m_value.SetTag(static_cast<uint16_t>(inverted));
 }
 
 int Tree_Node::SetKeyName(const RWCString& name) {
@@ -98,14 +128,26 @@ int Tree_Node::SetKeyName(const RWCString& name) {
     m_name = Tree_Name(name.view());
     return 1;
   }
+  Tree_Name new_name(name.view());
+  parent->m_key.rename(place, new_name.hash());
   parent->leave_index(*this);
-  m_name = Tree_Name(name.view());
-  parent->m_key.rename(place, m_name.hash());
+  m_name = std::move(new_name);
   parent->enter_index(*this);
   return 1;
 }
 
 RWCString Tree_Node::GetPath() const {
+  const Tree_WayUp way;
+  return path_up();
+}
+
+RWCString Tree_Node::GetParentPath() const {
+  const Tree_WayUp way;
+  const Tree_Node* parent = GetParent();
+  return parent ? parent->path_up() : GetVirtualParentPath();
+}
+
+RWCString Tree_Node::path_up() const {
   const Tree_Node* top = this;
   size_t length = NameView().size();
   for (; top->GetParent(); top = top->GetParent())
@@ -133,8 +175,7 @@ Tree_Node::Top& Tree_Node::need_top_record() const {
   if (Top* top = top_record()) return *top;
   auto fresh = std::make_unique<Top>();
   uintptr_t none = 0;
-  auto& up = const_cast<std::atomic<uintptr_t>&>(m_up);
-  if (up.compare_exchange_strong(none, reinterpret_cast<uintptr_t>(fresh.get()) | kIsTop)) {
+  if (m_up.compare_exchange_strong(none, reinterpret_cast<uintptr_t>(fresh.get()) | kIsTop)) {
     return *fresh.release();
   }
   return *top_record();
@@ -163,9 +204,7 @@ bool Tree_Node::IsPathAboveKnown() const {
 }
 
 void Tree_Node::StandWhere(const Tree_Node& other) {
-  const RWCString path =
-      other.GetParent() ? other.GetParent()->GetPath() : other.GetVirtualParentPath();
-  SetVirtualParentPath(path);
+  SetVirtualParentPath(other.GetParentPath());
   if (Top* top = top_record()) top->is_path_above_known = other.IsPathAboveKnown();
 }
 
@@ -173,10 +212,17 @@ Tree_NodePtr& Tree_Node::GetChildAt(int index) {
   const uint32_t place = m_is_leaf || index < 0
                              ? Tree_ChildList::npos
                              : m_key.select(Tree_ChildList::ANY, static_cast<uint32_t>(index));
-  return place == Tree_ChildList::npos ? NULL_TREE_NODE_PTR : m_key.at(place);
+  return place == Tree_ChildList::npos ? nothing() : m_key.at(place);
+}
+
+// Handed out by reference, so each time null again.
+Tree_NodePtr& Tree_Node::nothing() {
+  static thread_local Tree_NodePtr null;
+  return null = nullptr;
 }
 
 static bool is_at_or_above(const Tree_Node* wanted, const Tree_Node* node) {
+  const Tree_WayUp way;
   while (node && node != wanted) node = node->GetParent();
   return node != nullptr;
 }
@@ -184,12 +230,77 @@ static bool is_at_or_above(const Tree_Node* wanted, const Tree_Node* node) {
 int Tree_Node::Add(const Tree_NodePtr& child) {
   if (!child || m_is_leaf || child->NameView().empty() || Child(child->NameView())) return 0;
   if (!child->IsEmpty() && is_at_or_above(child.get(), this)) return 0;
-  Tree_Node& node = *child;
-  const Tree_NodePtr keep(&node);  // `child` may be a reference into the list it leaves
-  if (Tree_Node* before = node.GetParent()) before->Remove(keep);
-  adopt(keep);
-  enter_index(node);
+  settle(child, Tree_ChildList::npos);
   return 1;
+}
+
+int Tree_Node::Put(std::string_view path, const Tree_NodePtr& child) {
+  Tree_PathWalk rest(path);
+  std::string_view missing;
+  Tree_Node* const key = last_on(rest, missing);
+  if (!child || key->m_is_leaf || child->NameView().empty()) return 0;
+  if (!child->IsEmpty() && is_at_or_above(child.get(), key)) return 0;
+  if (!missing.empty()) {
+    const auto [first, last] = new_branch(rest, missing);
+    last->settle(child, Tree_ChildList::npos);
+    key->settle(first, Tree_ChildList::npos);
+    return 1;
+  }
+  const uint32_t there = key->m_key.find(child->m_name, 0);
+  const bool is_there = there != Tree_ChildList::npos && key->m_key.at(there) == child;
+  if (!is_there) key->settle(child, there);
+  return 1;
+}
+
+// The last node that is there on the way along a path, whose first component without a node is
+// `missing`: none when the node is where the path ends, or is a value.
+Tree_Node* Tree_Node::last_on(Tree_PathWalk& rest, std::string_view& missing) {
+  Tree_Node* node = this;
+  while (!node->m_is_leaf && rest.Next(missing)) {
+    Tree_Node* child = node->Child(missing);
+    if (!child) return node;
+    node = child;
+  }
+  missing = {};
+  return node;
+}
+
+// Keys one below the other, named like the components of a path from `name` on: first and last.
+std::pair<Tree_NodePtr, Tree_Node*> Tree_Node::new_branch(Tree_PathWalk& rest,
+                                                          std::string_view name) {
+  Tree_NodePtr first = Tree_NodePtr::First(new Tree_Node(name));
+  Tree_Node* last = first.get();
+  while (rest.Next(name)) {
+    auto* const next = new Tree_Node(name);
+    last->adopt(Tree_NodePtr::First(next));
+    last = next;
+  }
+  return {std::move(first), last};
+}
+
+// Takes the child from where it hangs and appends it; the one at `instead`, if any, goes. The
+// caller made sure that it may hang here, and that no other child has its name. Nothing has
+// changed when it throws.
+void Tree_Node::settle(const Tree_NodePtr& child, uint32_t instead) {
+  m_key.make_room(instead);
+  Tree_Node& node = *child;
+  Tree_NodePtr keep(&node);  // `child` may be a reference into the list it leaves
+  if (Tree_Node* before = node.GetParent()) before->Remove(keep);
+  settle_in_room(std::move(keep), instead);
+}
+
+void Tree_Node::settle_in_room(Tree_NodePtr child, uint32_t instead) {
+  Tree_Node& node = *child;
+  node.SetParent(this);
+  if (instead == Tree_ChildList::npos) {
+    m_key.append(node.m_name.hash(), !node.m_is_leaf, std::move(child));
+  } else {
+    leave_index(*m_key.at(instead));
+    const Tree_NodePtr gone =
+        m_key.replace(instead, node.m_name.hash(), !node.m_is_leaf, std::move(child));
+    if (gone->GetParent() == this) gone->SetParent(nullptr);
+  }
+  enter_index(node);
 }
 
 Tree_Node* Tree_Node::add_new(Tree_Node* child) {
@@ -208,9 +319,9 @@ void Tree_Node::AddDistinct(Tree_NodePtr child) {
 }
 
 void Tree_Node::adopt(Tree_NodePtr child) {
-  child->SetParent(this);
   Tree_Node* raw = child.get();
   m_key.append(raw->m_name.hash(), !raw->m_is_leaf, std::move(child));
+  raw->SetParent(this);
 }
 
 Tree_Node* Tree_Node::MoveHere(Tree_Node& from, int index) {
@@ -226,13 +337,9 @@ Tree_Node* Tree_Node::MoveHere(Tree_Node& from, int index) {
   if (present && there >= 4) __builtin_prefetch(m_key.at(there - 4).get());
   if (present && present->GetText() == child.GetText()) return present;
   if (!child.IsEmpty() && is_at_or_above(&child, this)) return nullptr;
-  if (present) {
-    leave_index(*present);
-    orphan(there);
-  }
+  m_key.make_room(there);
   from.leave_index(child);
-  adopt(from.m_key.take(place));
-  enter_index(child);
+  settle_in_room(from.m_key.take(place), there);
   return nullptr;
 }
 
@@ -263,17 +370,17 @@ Tree_NodePtr Tree_Node::Get(const RWCString& name, const Tree_NodePtr&) const {
 }
 
 int Tree_Node::GetNodeNum() const {
-  int count = 0;
-  for (Tree_Walk walk(const_cast<Tree_Node*>(this)); walk; walk.Next()) ++count;
+  int count = 1;
+  for (Tree_Walk walk(Children()); walk; walk.Next()) ++count;
   return count;
 }
 
 uint64_t Tree_Node::GetTotalSize() const {
-  uint64_t size = 0;
-  for (Tree_Walk walk(const_cast<Tree_Node*>(this)); walk; walk.Next()) {
-    size += sizeof(Tree_Node);
-    size += walk->m_is_leaf ? walk->m_value.OutsideSize() : walk->m_key.memory();
-  }
+  const auto size_of = [](const Tree_Node& node) {
+    return sizeof node + (node.m_is_leaf ? node.m_value.OutsideSize() : node.m_key.memory());
+  };
+  uint64_t size = size_of(*this);
+  for (Tree_Walk walk(Children()); walk; walk.Next()) size += size_of(**walk);
   return size;
 }
 
@@ -283,21 +390,21 @@ Tree_Node* Tree_Node::Child(std::string_view name) const {
   return place == Tree_ChildList::npos ? nullptr : m_key.at(place).get();
 }
 
-Tree_NodePtr Tree_Node::GetRelativeNode(const Tree_Path& path, const Tree_NodePtr&) const {
+Tree_NodePtr Tree_Node::GetRelativeNode(const Tree_Path& path, const Tree_NodePtr&) {
   return Find(path.GetText());
 }
 
-Tree_NodePtr Tree_Node::GetRelativeSubTree(const Tree_Path& path, const Tree_NodePtr&) const {
+Tree_NodePtr Tree_Node::GetRelativeSubTree(const Tree_Path& path, const Tree_NodePtr&) {
   return Find(path.GetText());
 }
 
-Tree_NodePtr& Tree_Node::slot_of(Tree_Node* child) const {
+Tree_NodePtr& Tree_Node::slot_of(Tree_Node* child) {
   const Tree_Node* parent = child ? child->GetParent() : nullptr;
   const uint32_t place = parent ? parent->place_of(child) : Tree_ChildList::npos;
-  return place == Tree_ChildList::npos ? NULL_TREE_NODE_PTR : parent->m_key.at(place);
+  return place == Tree_ChildList::npos ? nothing() : parent->m_key.at(place);
 }
 
-Tree_NodePtr& Tree_Node::GetRelativeSubTreeByRef(const Tree_Path& path, Tree_NodePtr& self) const {
+Tree_NodePtr& Tree_Node::GetRelativeSubTreeByRef(const Tree_Path& path, Tree_NodePtr& self) {
   Tree_Node* found = Find(path.GetText());
   return found == this ? self : slot_of(found);
 }
@@ -305,32 +412,19 @@ Tree_NodePtr& Tree_Node::GetRelativeSubTreeByRef(const Tree_Path& path, Tree_Nod
 Tree_NodePtr& Tree_Node::GetRelativeSubTreeByRef(const RWCString& path, int index,
                                                  const Tree_NodePtr&) const {
   const Tree_Node* key = Find(path);
-  if (!key || key->m_is_leaf || index < 0) return NULL_TREE_NODE_PTR;
+  if (!key || key->m_is_leaf || index < 0) return nothing();
   const uint32_t place = key->m_key.select(Tree_ChildList::KEYS, static_cast<uint32_t>(index));
-  return place == Tree_ChildList::npos ? NULL_TREE_NODE_PTR : key->m_key.at(place);
+  return place == Tree_ChildList::npos ? nothing() : key->m_key.at(place);
 }
 
 Tree_NodePtr Tree_Node::GetOrCreateRelativeNode(const Tree_Path& path, const Tree_NodePtr&) {
-  Tree_Node* node = this;
-  std::string_view name;
-  bool is_new = false;
-  Top* top = nullptr;  // found once, at the first new node: the way up may be long
-  std::optional<Tree_PathIndex::Way> way;
-  for (Tree_PathWalk walk(path.GetText()); !node->m_is_leaf && walk.Next(name);) {
-    Tree_Node* child = is_new ? nullptr : node->Child(name);
-    if (!child) {
-      if (!is_new) top = node->indexed_top();
-      is_new = true;
-      child = new Tree_Node(name);
-      node->adopt(Tree_NodePtr::First(child));
-      if (top) {
-        way ? way->Append(name) : void(way.emplace(*child));
-        top->index.load()->Insert(way->Hash(), child);
-      }
-    }
-    node = child;
-  }
-  return node;
+  Tree_PathWalk rest(path.GetText());
+  std::string_view missing;
+  Tree_Node* const node = last_on(rest, missing);
+  if (missing.empty()) return node;
+  const auto [first, last] = new_branch(rest, missing);
+  node->settle(first, Tree_ChildList::npos);
+  return last;
 }
 
 RWCString Tree_Node::GetValue(const RWCString& path, const Tree_NodePtr&) const {
@@ -410,8 +504,7 @@ String_Arr* Tree_Node::Search(const RWCString& name, const Tree_NodePtr&, int re
   auto paths = std::make_unique<String_Arr>();
   const Tree_Name wanted(name.view());
   const size_t strip = relative ? GetPath().length() + 1 : 0;
-  Tree_Walk walk(const_cast<Tree_Node*>(this));
-  for (walk.Next(); walk; walk.Next()) {
+  for (Tree_Walk walk(Children()); walk; walk.Next()) {
     if (walk->m_name == wanted) paths->AddStr(walk->GetPath().str().substr(strip));
   }
   return paths.release();

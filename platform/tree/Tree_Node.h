@@ -3,7 +3,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <strings/Export.h>
@@ -24,22 +26,27 @@
 //
 // Ownership: a node lives while a Tree_NodePtr refers to it; a key's child list holds its
 // children, a child does not hold its parent. A node hangs under at most one key.
-// Operations that return a tree "of its own" return copies that share nothing.
+// Operations that return a tree "of its own" return copies that share nothing. What is held
+// from outside when the key above it goes becomes the top of a tree of its own and keeps its path.
 //
-// Threads: any number of threads may read a tree and copy and drop pointers into it; a
-// thread that changes a tree, or drops the last pointer to its top, must be the only one
-// that uses it at that time.
+// Threads: any number of threads may read a tree and copy and drop pointers into it, the last one
+// to its top included: what a thread holds, and what is below, stays as it is. A thread that
+// changes a tree must be the only one that uses it at that time; others may let go of what they
+// hold of it.
 //
 // Paths are relative to the node called on; the empty path names the node itself and
 // empty components are passed over. Names are compared byte for byte. Nothing is logged but
 // what no byte array can hold; what is not there comes back as a null pointer, an empty string
-// or 0. No operation recurses, whatever the depth of the tree.
+// or 0. No operation recurses, whatever the depth of the tree. Where memory runs out,
+// std::bad_alloc is thrown and every tree is as it was; lookups and removals need none.
 //
 // Arguments named `self` are the pointer that holds the node the call is made on.
 class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
  public:
-  static Tree_NodePtr NULL_TREE_NODE_PTR;  // what operations returning a reference give for nothing
-  static int TRUE_BOOL;                    // 1
+  // The null pointer. Operations that return a reference give one to a null pointer of the
+  // thread's own for nothing: what is assigned to it is forgotten.
+  static const Tree_NodePtr NULL_TREE_NODE_PTR;
+  static int TRUE_BOOL;  // 1
   static Tmr_PoolAllocator m_NodesPool;
 
   explicit Tree_Node(RWCString::Text name);
@@ -51,7 +58,8 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   Tree_Node& operator=(const Tree_Node&) = delete;
 
   // Identity
-  RWCString GetKeyName() const { return NameView(); }
+  // Valid until the node is renamed or goes.
+  const RWCString& GetKeyName() const { return m_name.string(); }
   std::string_view NameView() const { return m_name.view(); }
   const Tree_Name& Name() const { return m_name; }
   uint64_t NameHash() const { return m_name.hash(); }
@@ -61,6 +69,9 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // The virtual parent path of the top of its tree, when there is one, then the names from
   // the top down to this node, joined by backslashes.
   RWCString GetPath() const;
+  // The same without the name of this node.
+  RWCString GetParentPath() const;
+  // NULL at the top of a tree. Valid while somebody holds a node above this one.
   Tree_Node* GetParent() const {
     const uintptr_t up = m_up.load(std::memory_order_acquire);
     return up & kIsTop ? nullptr : reinterpret_cast<Tree_Node*>(up);
@@ -80,18 +91,22 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   bool IsPathAboveKnown() const;
   // Makes it the path of what `other` hangs under, knowing as much.
   void StandWhere(const Tree_Node& other);
-  int GetNodeId() const { return m_is_leaf ? -1 : m_key.id; }
-  void SetNodeId(int id) {
-    if (!m_is_leaf) m_key.id = id;
+  // The number of a record of a byte array; -1 at first.
+  int GetNodeId() const {
+    return m_is_leaf ? static_cast<int>(~(uint32_t{m_id_high} << 16 | m_value.Tag())) : m_key.id;
   }
+  void SetNodeId(int id);
 
   // Children, in order
   int GetChildCount() const { return m_is_leaf ? 0 : static_cast<int>(m_key.count()); }
-  // The child at a 0-based position; NULL_TREE_NODE_PTR out of range.
+  // The child at a 0-based position; null out of range.
   Tree_NodePtr& GetChildAt(int index);
   // Appends the child, taking it from the key it hung under before. Refused (FALSE): a null
   // child, a value as parent, a name that is empty or already there, a child that holds this node.
   int Add(const Tree_NodePtr& child);
+  // The same at the end of a path: each missing component becomes a key, and a child of that
+  // name gives way. Refused, too, when the path leads through a value or to one.
+  int Put(std::string_view path, const Tree_NodePtr& child);
   // Appends a new key, or a new value. NULL when refused, as above; else owned by this node.
   Tree_Node* AddKey(std::string_view name) { return add_new(new Tree_Node(name)); }
   Tree_Node* AddValue(std::string_view name, std::string_view text, int is_change) {
@@ -128,13 +143,14 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // The raw lookup under all others, without counting references. A top node that is asked
   // for many deep paths makes itself a Tree_PathIndex.
   Tree_Node* Child(std::string_view name) const;
-  Tree_Node* Find(std::string_view path) const;
+  Tree_Node* Find(std::string_view path);
+  const Tree_Node* Find(std::string_view path) const;
   const Tree_ChildList* Children() const { return m_is_leaf ? nullptr : &m_key; }
 
   // Lookups by path
-  Tree_NodePtr GetRelativeNode(const Tree_Path& path, const Tree_NodePtr& self) const;
-  Tree_NodePtr GetRelativeSubTree(const Tree_Path& path, const Tree_NodePtr& self) const;
-  Tree_NodePtr& GetRelativeSubTreeByRef(const Tree_Path& path, Tree_NodePtr& self) const;
+  Tree_NodePtr GetRelativeNode(const Tree_Path& path, const Tree_NodePtr& self);
+  Tree_NodePtr GetRelativeSubTree(const Tree_Path& path, const Tree_NodePtr& self);
+  Tree_NodePtr& GetRelativeSubTreeByRef(const Tree_Path& path, Tree_NodePtr& self);
   // The key at a 0-based position among the keys directly under the key at the path.
   Tree_NodePtr& GetRelativeSubTreeByRef(const RWCString& path, int index,
                                         const Tree_NodePtr& self) const;
@@ -226,34 +242,50 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
     int id = -1;
   };
 
+  Tree_Node(std::string_view name, std::unique_ptr<Tree_Value> value);
   Tree_Node(const Tree_Node& other, std::nullptr_t);  // same name, and same value, no children
   ~Tree_Node();
-  static void Destroy(Tree_Node* node);
+  static void Destroy(Tree_Node* top);
+  Tree_Node* next_to_go();
+  void outlive_parent() noexcept;
 
+  RWCString path_up() const;
   Top* top_record() const {
     const uintptr_t up = m_up.load(std::memory_order_acquire);
     return up & kIsTop ? reinterpret_cast<Top*>(up & ~kIsTop) : nullptr;
   }
   Top& need_top_record() const;
   void drop_top_record();
-  Tree_Node* walk(std::string_view path) const;
-  void count_walk() const;
+  template <class Node>
+  static Node* found_from(Node& node, std::string_view path);
+  template <class Node>
+  static Node* walked_from(Node& node, std::string_view path);
+  void count_walk() const noexcept;
   Top* indexed_top() const;
-  void drop_index() const;
-  void enter_index(Tree_Node& child) const;
-  void leave_index(const Tree_Node& child) const;
+  static void drop_index(Top& top) noexcept;
+  void drop_index() const noexcept;
+  void enter_index(Tree_Node& child) const noexcept;
+  void leave_index(const Tree_Node& child) const noexcept;
 
-  Tree_NodePtr& slot_of(Tree_Node* child) const;
+  static Tree_NodePtr& nothing();
+  static Tree_NodePtr& slot_of(Tree_Node* child);
   uint32_t place_of(const Tree_Node* child) const;
   void adopt(Tree_NodePtr child);  // a node whose name is not there yet; the index is the caller's
   void orphan(uint32_t place);     // likewise
+  void settle(const Tree_NodePtr& child, uint32_t instead);
+  void settle_in_room(Tree_NodePtr child, uint32_t instead);
+  Tree_Node* last_on(Tree_PathWalk& rest, std::string_view& missing);
+  static std::pair<Tree_NodePtr, Tree_Node*> new_branch(Tree_PathWalk& rest, std::string_view name);
   Tree_Node* add_new(Tree_Node* child);
   static void copy_children(const Tree_Node& from, Tree_Node& to);
   static Tree_NodePtr copy_of(const Tree_Node& node);
   static Tree_NodePtr merged(const Tree_NodePtr& base, const Tree_NodePtr& overlay, bool deep);
 
-  bool m_is_leaf;                  // shares the word of the count
-  std::atomic<uintptr_t> m_up{0};  // the parent, or a tagged pointer to an owned Top
+  bool m_is_leaf;  // shares the word of the count
+  // Of a value: upper half of its inverted id, whose lower half is the tag of the value.
+  uint16_t m_id_high = 0;
+  // The parent, or a tagged pointer to an owned Top, which readers may make.
+  mutable std::atomic<uintptr_t> m_up{0};
   Tree_Name m_name;
   union {
     Key m_key;

@@ -20,6 +20,7 @@
 
 #include <climits>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include <logging/Logger.h>
@@ -115,9 +116,9 @@ char* serialized(const char* op, const Tree_NodePtr& top, int& length, const RWC
         nullptr, "%s : <%s> takes %llu bytes, more than an array can have, return NULL\n", op,
         [&] { return top->GetPath(); }, size);
   }
-  auto* const bytes = new char[size];
-  Sys_AskForHugePages(bytes, size);
-  char* at = header ? put(bytes, *header) : bytes;
+  auto bytes = std::make_unique_for_overwrite<char[]>(size);
+  Sys_AskForHugePages(bytes.get(), size);
+  char* at = header ? put(bytes.get(), *header) : bytes.get();
   for_each_record(*top, left_out, [&](const Tree_Node& node, uint32_t id, uint32_t parent_id) {
     at = put(put(at, id), parent_id);
     at = put(put(at, node.NameView()), node.GetText());
@@ -125,11 +126,7 @@ char* serialized(const char* op, const Tree_NodePtr& top, int& length, const RWC
     return true;
   });
   length = static_cast<int>(size);
-  return bytes;
-}
-
-RWCString path_above(const Tree_Node& node) {
-  return node.GetParent() ? node.GetParent()->GetPath() : node.GetVirtualParentPath();
+  return bytes.release();
 }
 
 }  // namespace
@@ -144,7 +141,7 @@ char* Tree_Node::GetSerializedTreeNodeSkipPath(const Tree_NodePtr& node, int& le
   constexpr char op[] = "GetSerializedTreeNode(Tree_NodePtr & node,int & length,bool)";
   length = 0;
   if (!node) return logger.reject(nullptr, "%s : node is null, return NULL\n", op);
-  const RWCString header = with_virtual_path ? path_above(*node) : RWCString();
+  const RWCString header = with_virtual_path ? node->GetParentPath() : RWCString();
   const Tree_Node* named = node->Find(skip_path);
   return serialized(op, node, length, with_virtual_path ? &header : nullptr,
                     named == node.get() ? nullptr : named);

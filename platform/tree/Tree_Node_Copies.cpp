@@ -16,10 +16,10 @@ void Tree_Node::copy_children(const Tree_Node& from, Tree_Node& to) {
     keys.pop_back();
     const size_t waiting = keys.size();
     copy->m_key.fill_with_copies(source->m_key, [&, key = copy](const Tree_Node& child) {
-      auto* fresh = new Tree_Node(child, nullptr);
+      Tree_NodePtr fresh = Tree_NodePtr::First(new Tree_Node(child, nullptr));
       fresh->m_up.store(reinterpret_cast<uintptr_t>(key), std::memory_order_relaxed);
-      if (!child.IsEmpty()) keys.emplace_back(&child, fresh);
-      return Tree_NodePtr::First(fresh);
+      if (!child.IsEmpty()) keys.emplace_back(&child, fresh.get());
+      return fresh;
     });
     std::reverse(keys.begin() + static_cast<ptrdiff_t>(waiting), keys.end());
   }
@@ -88,15 +88,16 @@ Tree_NodePtr Tree_Node::merged(const Tree_NodePtr& base, const Tree_NodePtr& ove
       const Tree_Node* other = in_both ? over->m_key.at(there).get() : nullptr;
       const bool both_values = other && child.m_is_leaf && other->m_is_leaf;
       const bool goes_on = other && deep && !child.m_is_leaf && !other->m_is_leaf;
-      auto* fresh = new Tree_Node(both_values ? *other : child, nullptr);
+      Tree_NodePtr fresh =
+          Tree_NodePtr::First(new Tree_Node(both_values ? *other : child, nullptr));
       fresh->m_up.store(reinterpret_cast<uintptr_t>(to), std::memory_order_relaxed);
       settled += both_values || goes_on;
       if (goes_on || (!other && !child.IsEmpty())) {
-        keys.push_back({&child, other, fresh});
+        keys.push_back({&child, other, fresh.get()});
       } else if (other && !both_values) {
-        displaced.push_back(fresh);
+        displaced.push_back(fresh.get());
       }
-      return Tree_NodePtr::First(fresh);
+      return fresh;
     });
     std::reverse(keys.begin() + static_cast<ptrdiff_t>(waiting), keys.end());
     for (const Tree_Node* node : displaced) to->orphan(to->place_of(node));
@@ -142,7 +143,11 @@ Tree_NodePtr Tree_Node::GetChangesTreeNode(const Tree_NodePtr& node) {
     if (!walk->m_value.IsChange()) continue;
     while (copies.size() < originals.size()) {
       auto* copy = new Tree_Node(*originals[copies.size()], nullptr);
-      copies.empty() ? void(changes = copy) : copies.back()->adopt(copy);
+      if (copies.empty()) {
+        changes = copy;
+      } else {
+        copies.back()->adopt(copy);
+      }
       copies.push_back(copy);
     }
     copies.back()->adopt(Tree_NodePtr::First(new Tree_Node(**walk, nullptr)));
@@ -169,21 +174,30 @@ bool Tree_Node::RemoveEmptyBranches() {
   return removed;
 }
 
+static std::vector<std::unique_ptr<Tree_NodeInfo>> records_of(const Tree_NodePtr& node,
+                                                              const RWCString& path) {
+  std::vector<std::unique_ptr<Tree_NodeInfo>> records;
+  for (Tree_PathsWalk walk(node.get(), path); walk; walk.Next()) {
+    const Tree_Value* value = walk->GetTreeValue();
+    records.push_back(std::make_unique<Tree_NodeInfo>(
+        RWCString(walk.Path()), RWCString(walk->GetText()), value ? value->IsChange() : 0));
+  }
+  return records;
+}
+
 void Tree_Node::ConvertTreeNodeToVec(const Tree_NodePtr& node, const RWCString& path,
                                      Tmr_PtrSortedVector<Tree_NodeInfo>* records) {
-  std::vector<Tree_NodeInfo*> plain;
-  ConvertTreeToSimpleVec(node, path, &plain);
-  for (Tree_NodeInfo* record : plain) records->append(record);
+  auto fresh = records_of(node, path);
+  records->reserve(records->entries() + fresh.size());
+  for (auto& record : fresh) records->append(std::move(record));
   records->sort();
 }
 
 void Tree_Node::ConvertTreeToSimpleVec(const Tree_NodePtr& node, const RWCString& path,
                                        std::vector<Tree_NodeInfo*>* records) {
-  for (Tree_PathsWalk walk(node.get(), path); walk; walk.Next()) {
-    const Tree_Value* value = walk->GetTreeValue();
-    records->push_back(new Tree_NodeInfo(RWCString(walk.Path()), RWCString(walk->GetText()),
-                                         value ? value->IsChange() : 0));
-  }
+  auto fresh = records_of(node, path);
+  records->reserve(records->size() + fresh.size());
+  for (auto& record : fresh) records->push_back(record.release());
 }
 
 Tree_NodePtr Tree_Node::BuildSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>* records,

@@ -62,16 +62,15 @@ std::vector<Tree_PathIndex::Line> Tree_PathIndex::made(size_t lines) {
 }
 
 Tree_PathIndex::Tree_PathIndex(const Tree_Node& top) {
-  s_alive.fetch_add(1, std::memory_order_relaxed);
   m_lines = made(lines_for(static_cast<size_t>(top.GetNodeNum())));
   Way way;
-  for (Tree_Walk walk(const_cast<Tree_Node*>(&top)); walk; walk.Next()) {
-    if (walk.Depth() == 0) continue;
+  for (Tree_Walk walk(top.Children()); walk; walk.Next()) {
     way.Cut(walk.Depth() - 1);
     way.Append(walk->NameView());
     place(way.Hash(), *walk);
     ++m_used;
   }
+  s_alive.fetch_add(1, std::memory_order_relaxed);
 }
 
 static bool ends_with_component(std::string_view path, std::string_view name) {

@@ -30,7 +30,7 @@ class HALVORIA_API Tree_PathIndex {
   class Way {
    public:
     Way() = default;                      // to the top itself
-    explicit Way(const Tree_Node& node);  // to a node below the top of its tree
+    explicit Way(const Tree_Node& node);  // to a node below the top of its tree; on a way up
 
     void Append(std::string_view name);
     void Cut(size_t names);  // of the names that were appended, all but the first so many go

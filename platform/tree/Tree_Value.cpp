@@ -1,5 +1,7 @@
 #include <tree/Tree_Value.h>
 
+#include <utility>
+
 constinit Tmr_PoolAllocator Tree_Value::m_sValuesPool{sizeof(Tree_Value), 1};
 
 void Tree_Value::assign(std::string_view text) {
@@ -14,4 +16,8 @@ void Tree_Value::assign(std::string_view text) {
 }
 
 // The new text is in place before the old one goes: `text` may be part of it.
-void Tree_Value::SetText(std::string_view text) { *this = Tree_Value(text, IsChange()); }
+void Tree_Value::SetText(std::string_view text) {
+  Tree_Value fresh(text, IsChange());
+  fresh.SetTag(Tag());
+  *this = std::move(fresh);
+}

@@ -15,7 +15,10 @@
 class HALVORIA_API Tree_Value {
  public:
   Tree_Value(const RWCString& text, int is_change) : Tree_Value(text.view(), is_change) {}
-  Tree_Value(std::string_view text, int is_change) : m_length(0), m_is_change(is_change != 0) {
+  Tree_Value(const char* text, int is_change)
+      : Tree_Value(std::string_view(text ? text : ""), is_change) {}
+  Tree_Value(std::string_view text, int is_change)
+      : m_length(0), m_is_change(is_change != 0), m_tag(0) {
     assign(text);
   }
   Tree_Value(const Tree_Value& other) : Tree_Value(other.GetText(), other.IsChange()) {}
@@ -39,6 +42,9 @@ class HALVORIA_API Tree_Value {
   void SetText(std::string_view text);
   int IsChange() const { return m_is_change; }
   void SetIsChange(int is_change) { m_is_change = is_change != 0; }
+  // Sixteen bits for whoever holds the value; 0 at first, and in a copy.
+  uint16_t Tag() const { return m_tag; }
+  void SetTag(uint16_t tag) { m_tag = tag; }
   // Bytes held outside the object.
   uint64_t OutsideSize() const {
     return m_length <= sizeof m_inside ? 0 : Tree_Memory::Taken(m_length);
@@ -59,8 +65,9 @@ class HALVORIA_API Tree_Value {
     other.m_length = 0;
   }
 
-  uint64_t m_length : 63;
+  uint64_t m_length : 47;
   uint64_t m_is_change : 1;
+  uint64_t m_tag : 16;
   union {
     char m_inside[16];
     char* m_outside;

@@ -7,23 +7,26 @@
 
 #include <tree/Tree_Node.h>
 
-// A cursor over the nodes of a tree, on its top node at first. Keeps its way on the heap, so
-// depth costs no stack. The tree must not change meanwhile.
+// A cursor over the nodes of a tree, on its top node at first, or over those below a key. Keeps its
+// way on the heap, so depth costs no stack. The tree must not change meanwhile.
 class Tree_Walk {
  public:
   explicit Tree_Walk(Tree_Node* top) : m_node(top) {}
+  // The children of a node and what is below them; NULL of a value, which has none.
+  explicit Tree_Walk(const Tree_ChildList* children) { enter(children); }
 
   // NULL past the end.
   Tree_Node* operator*() const { return m_node; }
   Tree_Node* operator->() const { return m_node; }
   explicit operator bool() const { return m_node != nullptr; }
-  // 0 for the top node.
+  // 0 for the top node, 1 for its children.
   size_t Depth() const { return m_open.size(); }
 
-  void Next() {
-    if (const Tree_ChildList* children = m_node->Children()) {
-      m_open.push_back({children, 0});
-    }
+  void Next() { enter(m_node->Children()); }
+
+ private:
+  void enter(const Tree_ChildList* children) {
+    if (children) m_open.push_back({children, 0});
     while (!m_open.empty()) {
       Open& open = m_open.back();
       const uint32_t place = open.list->next(open.place);
@@ -37,12 +40,11 @@ class Tree_Walk {
     m_node = nullptr;
   }
 
- private:
   struct Open {
     const Tree_ChildList* list;
     uint32_t place;
   };
-  Tree_Node* m_node;
+  Tree_Node* m_node = nullptr;
   std::vector<Open> m_open;
 };
 

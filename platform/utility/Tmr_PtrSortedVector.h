@@ -16,7 +16,7 @@ class Tmr_PtrSortedVector {
   explicit Tmr_PtrSortedVector(size_t room) { m_records.reserve(room); }
 
   // Takes ownership of the record.
-  void append(T* record) { m_records.emplace_back(record); }
+  void append(T* record) { append(std::unique_ptr<T>(record)); }
   void append(std::unique_ptr<T> record) { m_records.push_back(std::move(record)); }
   // Takes ownership and puts the record behind those that are not greater.
   void insert(T* record) {
@@ -30,6 +30,8 @@ class Tmr_PtrSortedVector {
     }
   }
 
+  // Makes room for that many records in all.
+  void reserve(size_t records) { m_records.reserve(records); }
   size_t entries() const { return m_records.size(); }
   bool isEmpty() const { return m_records.empty(); }
   T* operator[](size_t i) const { return m_records[i].get(); }

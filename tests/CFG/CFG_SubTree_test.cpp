@@ -82,7 +82,7 @@ TEST(SubTree, HandlesShareNodesAndOutliveEachOther) {
     assigned.SetValue("w", "3");
   }
   EXPECT_EQ(shown(part), "k{v=2 w=3}");
-  EXPECT_EQ(part->GetPath(), "k");
+  EXPECT_EQ(part->GetPath(), "t\\k");
 }
 
 TEST(SubTree, PositionsCountKeysAndValuesApart) {

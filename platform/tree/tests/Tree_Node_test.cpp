@@ -122,11 +122,21 @@ TEST(Tree, AddKeepsNamesUniqueAndANodeUnderOneKey) {
 }
 
 TEST(Tree, ANodeOutlivesItsTreeWhileSomebodyHoldsIt) {
-  Tree_NodePtr top = tree("root", {"a\\b\\x=1"});
-  const Tree_NodePtr held = top->Find("a\\b");
+  Tree_NodePtr top = tree("root", {"a\\b\\x=1", "a\\c=2", "d\\e=3"});
+  top->SetVirtualParentPath("far\\up");
+  const Tree_NodePtr held = top->Find("a\\b"), value = top->Find("a\\c");
+  const RWCString path = held->GetPath();
   top = nullptr;
   EXPECT_EQ(held->GetParent(), nullptr);
+  EXPECT_EQ(held->GetPath(), path);
+  EXPECT_EQ(value->GetPath(), "far\\up\\root\\a\\c");
+  EXPECT_EQ(held->DuplicateFromHereDown(true)->GetPath(), path);
   EXPECT_EQ(text_of(held), "b\nb\\x=1\n");
+
+  // What is assigned to the nothing of one answer is not the next answer.
+  held->GetChildAt(7) = value;
+  EXPECT_TRUE(held->GetChildAt(7).IsNull());
+  EXPECT_TRUE(Tree_Node::NULL_TREE_NODE_PTR.IsNull());
 
   Tree_NodePtr stays = new Tree_Node("unowned");
   Tree_Node* raw = stays.get();
