@@ -1,5 +1,6 @@
 #include <CFG/CFG_RepositoryServicesImp.h>
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -506,7 +507,9 @@ bool CFG_RepositoryServicesImp::AddNodeToTree(Tree_NodePtr& root, Tree_NodeInfo*
   state.last_key = nullptr;
   if (!is_key(state.parent.get())) return cfg::is_placed(Tree_PathBuilder::BELOW_A_VALUE, path);
 
-  const std::string_view name = parent_path.empty() ? path : path.substr(parent_path.size() + 1);
+  // A parent path may have been set that is as long as the path: what is left is no name.
+  const std::string_view name =
+      parent_path.empty() ? path : path.substr(std::min(parent_path.size() + 1, path.size()));
   Tree_Node* node;
   const Tree_PathBuilder::Outcome outcome =
       Tree_PathBuilder::Put(*state.parent, name, record->ValueView(), record->IsChange(), node);

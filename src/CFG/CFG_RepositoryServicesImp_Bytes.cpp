@@ -6,6 +6,7 @@
 #include <CFG/CFG_RepositoryServicesImp.h>
 
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/record_tree.h>
 #include <CFG/detail/subtree_filter.h>
 #include <logging/Logger.h>
@@ -136,7 +137,7 @@ bool array_reader::read_name(cfg::node_record& record) {
   if (!take(record.name, length, "the path")) return false;
   record.name = Tree_IdNodeInfo::Stripped(record.name);
   if (!record.name.empty()) return true;
-  record.name = "ERRONEOUS_EMPTY_PATH";
+  record.name = cfg::record_tree::empty_name;
   if (++m_empty_names <= kEmptyNamesLogged) {  // each may name a path as long as the array
     logger.warning(
         "The parent '%s' has a key with length 0. Fix this with the configuration editor\n",
@@ -179,7 +180,7 @@ CFG_SubTree* CFG_RepositoryServices::CreateSubTreeFromByteArray(const char* byte
 CFG_SubTree* CFG_RepositoryServices::CreateSubTreeFromByteArray(const char* byteArray, int length,
                                                                 bool with_virtual_path,
                                                                 RWCString sub_path,
-                                                                bool skip_sub_path) {
+                                                                bool skip_sub_path) try {
   if (!byteArray) {
     return logger.reject_at(LOG_LEVEL_INFORMATION, nullptr,
                             "%s : byteArray parameter is NULL, return NULL\n", op);
@@ -201,6 +202,8 @@ CFG_SubTree* CFG_RepositoryServices::CreateSubTreeFromByteArray(const char* byte
   }
   top->SetVirtualParentPath(virtual_path);
   return new CFG_SubTree(top);  // its nodes are owned since they were made
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 Tree_NodePtr CFG_RepositoryServicesImp::CreateTreeFromNodeIdVec(

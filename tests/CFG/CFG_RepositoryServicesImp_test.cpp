@@ -252,6 +252,14 @@ TEST(TreeBuilder, PlacesEveryRecordWhereAddNodeToTreeDoes) {
     ASSERT_EQ(shown(*builder.tree()), shown(*root));
   }
   EXPECT_GT(refused, 1000);
+
+  Tree_NodePtr root(new Tree_Node("top"));
+  CFG_BuildTreeState state;
+  Tree_NodeInfo record{"a\\b", ""};
+  for (RWCString parent : {"a\\b", "longer\\than\\it"}) {
+    record.SetParentPath(parent);
+    EXPECT_FALSE(Imp::AddNodeToTree(root, &record, state)) << "nothing is left for a name";
+  }
 }
 
 // --- application information ----------------------------------------------------------------

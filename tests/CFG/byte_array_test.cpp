@@ -175,6 +175,16 @@ TEST(ByteArray, RecordsFindTheirPlaceOrThereIsNoTree) {
   }
 }
 
+TEST(ByteArray, NodesKeepTheIdsOfTheirRecords) {
+  const SubTreePtr tree = read_array(array_of({top, {70000, 0, "k"}, {INT_MAX, 70000, "v", "x"}}));
+  EXPECT_EQ(tree->GetData()->Find("k")->GetNodeId(), 70000);
+  const Tree_NodePtr value = tree->GetData()->Find("k\\v");
+  EXPECT_EQ(value->GetNodeId(), INT_MAX);
+  value->GetTreeValue()->SetValue("a text that takes a block of its own");
+  EXPECT_EQ(value->GetNodeId(), INT_MAX);
+  EXPECT_EQ(Tree_NodePtr(new Tree_Node("fresh", new Tree_Value("text", 1)))->GetNodeId(), -1);
+}
+
 TEST(ByteArray, NamesAndTextsSurviveButForNulBytesAtTheirEnds) {
   const std::string nuls(3, '\0'), name_3000(3000, 'n'), inside = "a" + nuls + "b";
   const SubTreePtr tree =
@@ -190,9 +200,22 @@ TEST(ByteArray, NamesAndTextsSurviveButForNulBytesAtTheirEnds) {
   Log_Capture capture;
   EXPECT_EQ(shown(read_array(array_of({top, {1, 0, "k"}, {2, 1, ""}, {3, 0, nuls, "x"}}))),
             "t{k{ERRONEOUS_EMPTY_PATH{}} ERRONEOUS_EMPTY_PATH=x}");
+  // Of several below one key the first stays, and nothing else is lost.
+  EXPECT_EQ(shown(read_array(array_of({top,
+                                       {1, 0, "k"},
+                                       {2, 1, "", "x"},
+                                       {3, 1, ""},
+                                       {4, 3, "below"},
+                                       {5, 4, "deep", "y"},
+                                       {6, 1, "a", "z"},
+                                       {7, 0, "b"}}))),
+            "t{k{ERRONEOUS_EMPTY_PATH=x a=z} b{}}");
   EXPECT_EQ(shown(read_array(array_of(ArrayRecord{0, -1, ""}))), "ERRONEOUS_EMPTY_PATH{}");
   std::string expected;
-  for (const char* parent : {"t\\k", "t", ""}) {
+  for (const char* parent : {"t\\k", "t", "t\\k", "t\\k", ""}) {
+    if (!*parent)
+      expected +=
+          builder + std::string(" : 3 records of further keys with length 0 are left out\n");
     expected += std::string("The parent '") + parent +
                 "' has a key with length 0. Fix this with the configuration editor\n";
   }

@@ -48,6 +48,10 @@ bool record_tree::add(const node_record& record) {
     m_last_id = record.id;
     return true;
   }
+  if (!m_left_out.empty()) {
+    if (m_left_out.count(record.parent_id) != 0) return leave_out(record);
+    m_left_out.clear();
+  }
   Tree_Node* parent = near(record.parent_id);
   if (!parent) parent = find_upwards(m_current, record.parent_id);
   if (parent) return add_below(*parent, record) || fail();
@@ -60,6 +64,7 @@ bool record_tree::add_below(Tree_Node& parent, const node_record& record) {
                               ? parent.AddKey(record.name)
                               : parent.AddValue(record.name, record.value, record.is_change >= 1);
   if (!node) {
+    if (record.name == empty_name && !parent.IsLeaf()) return leave_out(record);
     const char* why = parent.IsLeaf()       ? "it is a value"
                       : record.name.empty() ? "the name is empty"
                                             : "it has a child of that name already";
@@ -74,6 +79,12 @@ bool record_tree::add_below(Tree_Node& parent, const node_record& record) {
   return true;
 }
 
+bool record_tree::leave_out(const node_record& record) {
+  m_left_out.insert(record.id);
+  ++m_left_out_count;
+  return true;
+}
+
 bool record_tree::fail() {
   m_has_failed = true;
   m_top = nullptr;
@@ -82,6 +93,10 @@ bool record_tree::fail() {
 }
 
 Tree_NodePtr record_tree::finish() {
+  if (m_left_out_count > 0) {
+    logger.warning("%s : %d records of further keys with length 0 are left out\n", op,
+                   m_left_out_count);
+  }
   if (!m_top && !m_has_failed) {
     logger.error("%s : vec parameter is null or empty , return NULL_TREE_NODE_PTR\n", op);
   }
