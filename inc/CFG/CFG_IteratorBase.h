@@ -50,6 +50,8 @@ class HALVORIA_API CFG_IteratorBase {
   void take_child(const RWCString& name, const RWCString& prefix, int32_t child);
   // Called after the last child: orders the entries and steps to the first.
   void finish(int32_t children);
+  // Called while an exception is handled: logs it, and there are no entries.
+  void give_up() noexcept;
   // The index of the current entry's child, -1 when there is none.
   int32_t current_child() const;
 

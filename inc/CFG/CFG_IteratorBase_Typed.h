@@ -11,10 +11,14 @@ class CFG_IteratorBase_Typed : public CFG_IteratorBase {
   // Stands on the first entry. `sub_tree` may be null: then there are no entries.
   CFG_IteratorBase_Typed(CFG_SubTree* sub_tree, RWCString prefix) : CFG_IteratorBase(sub_tree) {
     if (!sub_tree) return;
-    CFG_ServicesImp::tolower(prefix);
-    const int children = Traits::count(sub_tree);
-    for (int i = 0; i < children; ++i) take_child(Traits::name(sub_tree, i), prefix, i);
-    finish(children);
+    try {
+      CFG_ServicesImp::tolower(prefix);
+      const int children = Traits::count(sub_tree);
+      for (int i = 0; i < children; ++i) take_child(Traits::name(sub_tree, i), prefix, i);
+      finish(children);
+    } catch (...) {
+      give_up();
+    }
   }
 
   bool is_valid() override { return current_child() >= 0; }

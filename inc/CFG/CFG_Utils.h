@@ -33,7 +33,5 @@ class HALVORIA_API CFG_Utils {
   [[nodiscard]] static CFG_SubTree* MergeTrees(CFG_SubTree*& first, CFG_SubTree*& second);
 
  private:
-  static void add_subtree_by_name(CFG_SubTree*& root, CFG_SubTree*& sub, RWCString name);
-
   CFG_SubTree* m_sub_tree;
 };

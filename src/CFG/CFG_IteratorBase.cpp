@@ -5,6 +5,11 @@
 
 #include <CFG/CFG_ServicesImp.h>
 #include <CFG/CFG_Utils.h>
+#include <CFG/detail/answered.h>
+
+namespace {
+constexpr Log_Logger logger("src/CFG/CFG_IteratorBase", 502);
+}
 
 void CFG_IteratorBase::operator++(int) { ++*this; }
 
@@ -53,6 +58,12 @@ void CFG_IteratorBase::finish(int32_t children) {
   m_order.erase(m_order.begin(), kept.base());
   m_slots = m_order.empty() ? children : std::max(children, m_order.back().slot + 1);
   reset();
+}
+
+void CFG_IteratorBase::give_up() noexcept {
+  cfg::log_exception(logger, "CFG_IteratorBase(CFG_SubTree* sub_tree, RWCString prefix)");
+  m_order.clear();
+  m_slots = 0;
 }
 
 int32_t CFG_IteratorBase::current_child() const {

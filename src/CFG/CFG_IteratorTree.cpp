@@ -1,14 +1,12 @@
 #include <CFG/CFG_IteratorTree.h>
 
-#include <memory>
-
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/child_name.h>
 
 int CFG_IteratorSubTree_Traits::count(CFG_SubTree* sub_tree) { return sub_tree->GetSubTreeNum(""); }
 
 RWCString CFG_IteratorSubTree_Traits::name(CFG_SubTree* sub_tree, int index) {
-  const std::unique_ptr<CFG_SubTree> child(sub_tree->GetSubTree("", index));
-  return child ? child->GetKeyName() : RWCString();
+  return cfg::child_name(*sub_tree, Tree_ChildList::KEYS, index);
 }
 
 CFG_SubTree* CFG_IteratorTree::value() {

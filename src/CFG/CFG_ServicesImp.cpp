@@ -9,6 +9,7 @@
 
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/blob_format.h>
 #include <CFG/detail/exact_reads.h>
 #include <CFG/detail/path_validation.h>
@@ -93,6 +94,13 @@ bool read_boolean(CFG_Services& store, const RWCString& path, bool& answer) {
   return true;
 }
 
+// What is stored at a path, null when there is nothing, for a write that merges into it. False when
+// it is there but cannot be read: nothing may be written over it then.
+bool read_stored(CFG_Services& store, RWCString path, SubTreePtr& stored) {
+  stored.reset(cfg::read_exactly(store, path));
+  return stored || !store.IsSubTreeExist(path);
+}
+
 double read_double(CFG_Services& store, const RWCString& path, double default_value) {
   const RWCString text = store.GetValue(path);
   return text.isNull() ? default_value : I18n_DecimalConvertUtils::AnyLocaleStrToDouble(text);
@@ -116,7 +124,7 @@ int CFG_ServicesImp::CheckSearchRule(const char* caller, const RWCString& path,
 }
 
 Tree_ValueAndPath* CFG_ServicesImp::GetValue(RWCString name, const char** search_rule,
-                                             int search_num) {
+                                             int search_num) try {
   constexpr char op[] = "GetValue(const RWCString name,const char ** search_rule,int search_num)";
   if (name.isNull()) {
     return logger.reject(nullptr, "%s : value_name is an empty string , return NULL\n", op);
@@ -128,9 +136,12 @@ Tree_ValueAndPath* CFG_ServicesImp::GetValue(RWCString name, const char** search
     if (!text.isNull()) return new Tree_ValueAndPath(rule.prefix(i), text);
   }
   return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : value not found , return NULL\n", op);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rule, int search_num) {
+CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rule,
+                                         int search_num) try {
   constexpr char op[] = "GetSubTree(const RWCString name,const char ** search_rule,int search_num)";
   if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
   const cfg::search_rule rule(search_rule, search_num);
@@ -139,10 +150,12 @@ CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rul
     if (CFG_SubTree* found = cfg::read_exactly(*this, candidate)) return found;
   }
   return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : sub tree not found , return NULL\n", op);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rule, int merge,
-                                         int search_num) {
+                                         int search_num) try {
   if (!merge) return GetSubTree(name, search_rule, search_num);
   constexpr char op[] =
       "GetSubTree(const RWCString name,const char ** search_rule,T_Bool merge,int search_num)";
@@ -162,24 +175,32 @@ CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rul
   }
   Tree_Node::ChangeTreeNodePtrProtection(merged, Tree_Node::TRUE_BOOL);
   return new CFG_SubTree(merged);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 // --- values ------------------------------------------------------------------------------------
 
-RWCString CFG_ServicesImp::GetValue(RWCString path, RWCString default_value) {
+RWCString CFG_ServicesImp::GetValue(RWCString path, RWCString default_value) try {
   RWCString text = GetValue(path);
   if (text.isNull()) return default_value;
   return text;
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-int* CFG_ServicesImp::GetIntegerValue(RWCString path) {
+int* CFG_ServicesImp::GetIntegerValue(RWCString path) try {
   int number;
   return read_integer(*this, path, number) ? new int(number) : nullptr;
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-int* CFG_ServicesImp::GetIntegerValue(RWCString path, int default_value) {
+int* CFG_ServicesImp::GetIntegerValue(RWCString path, int default_value) try {
   int* number = GetIntegerValue(std::move(path));
   return number ? number : new int(default_value);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 int CFG_ServicesImp::GetIntegerValueWrapper(const RWCString& path, int default_value) {
@@ -187,9 +208,11 @@ int CFG_ServicesImp::GetIntegerValueWrapper(const RWCString& path, int default_v
   return read_integer(*this, path, number) ? number : default_value;
 }
 
-int* CFG_ServicesImp::GetBooleanValue(RWCString path) {
+int* CFG_ServicesImp::GetBooleanValue(RWCString path) try {
   bool answer;
   return read_boolean(*this, path, answer) ? new int(answer) : nullptr;
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 bool CFG_ServicesImp::GetBooleanValueWrapper(const RWCString& path, bool default_value) {
@@ -197,27 +220,35 @@ bool CFG_ServicesImp::GetBooleanValueWrapper(const RWCString& path, bool default
   return read_boolean(*this, path, answer) ? answer : default_value;
 }
 
-double* CFG_ServicesImp::GetDoubleValue(RWCString path) {
+double* CFG_ServicesImp::GetDoubleValue(RWCString path) try {
   return new double(read_double(*this, path, 0.0));
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-double* CFG_ServicesImp::GetDoubleValue(RWCString path, double default_value) {
+double* CFG_ServicesImp::GetDoubleValue(RWCString path, double default_value) try {
   return new double(read_double(*this, path, default_value));
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 double CFG_ServicesImp::GetDoubleValueWrapper(const RWCString& path, double default_value) {
   return read_double(*this, path, default_value);
 }
 
-int CFG_ServicesImp::SetIntegerValue(RWCString path, int value) {
+int CFG_ServicesImp::SetIntegerValue(RWCString path, int value) try {
   return SetValue(path, RWCString(std::to_string(value)));
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_ServicesImp::SetDoubleValue(RWCString path, double value) {
+int CFG_ServicesImp::SetDoubleValue(RWCString path, double value) try {
   return SetValue(path, I18n_ConvertUtils::Double2DicomLocaleStrNum(value, 3));
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-String_Arr* CFG_ServicesImp::Search(RWCString name, RWCString path) {
+String_Arr* CFG_ServicesImp::Search(RWCString name, RWCString path) try {
   const RWCString actual_name = change_string_with_properties(name);
   const RWCString actual_path = change_string_with_properties(path);
   if (actual_name.isNull()) {
@@ -226,9 +257,11 @@ String_Arr* CFG_ServicesImp::Search(RWCString name, RWCString path) {
         "Search(const RWCString _name,const RWCString _path)\n : name is ampty string, return NULL");
   }
   return SearchKeyOrValueName(actual_name, actual_path);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-int CFG_ServicesImp::SetKeyName(RWCString path, RWCString key_name) {
+int CFG_ServicesImp::SetKeyName(RWCString path, RWCString key_name) try {
   const RWCString actual_name = change_string_with_properties(key_name);
   if (actual_name.isNull()) {
     return logger.reject(
@@ -236,13 +269,15 @@ int CFG_ServicesImp::SetKeyName(RWCString path, RWCString key_name) {
         "SetKeyName(const RWCString _path,const RWCString _key_name) : key_name is an empty string,return FALSE\n");
   }
   return SetOrRanameKeyName(change_string_with_properties(path), actual_name);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_ServicesImp::SynchronizeSubTree(String_Arr*, const RWCString&) { return TRUE; }
 
 // --- properties ----------------------------------------------------------------------------------
 
-int CFG_ServicesImp::SetProperty(RWCString property_name, RWCString property_value) {
+int CFG_ServicesImp::SetProperty(RWCString property_name, RWCString property_value) try {
   constexpr char op[] = "SetProperty(const RWCString property_name,const RWCString property_value)";
   if (property_name.isNull()) {
     return logger.reject(FALSE, "%s : property_name is empty string,return FALSE\n", op);
@@ -258,15 +293,19 @@ int CFG_ServicesImp::SetProperty(RWCString property_name, RWCString property_val
   }
   if (!before.empty()) logger.trace("property exist with the another value %s\n", before);
   return TRUE;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-RWCString CFG_ServicesImp::GetProperty(RWCString property_name) {
+RWCString CFG_ServicesImp::GetProperty(RWCString property_name) try {
   if (property_name.isNull()) {
     return logger.reject(
         RWCString(),
         "GetProperty(const RWCString property_name)\n : property_name is an empty string, return empty string\n");
   }
   return cfg::PropertiesWrapper::of_process().find(property_name);
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
 RWCString CFG_ServicesImp::change_string_with_properties(const RWCString& text) {
@@ -279,17 +318,29 @@ void CFG_ServicesImp::tolower(RWCString& text) {
   text = std::move(lowered);
 }
 
-int CFG_ServicesImp::IsMappingExist() {
+int CFG_ServicesImp::IsMappingExist() try {
   const RWCString mapping = GetProperty("mapping");
   return mapping.isNull() || is_equal_ignoring_case(mapping, "exist");
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_ServicesImp::IsItServer() {
+int CFG_ServicesImp::IsItServer() try {
   return is_equal_ignoring_case(GetProperty("client_or_server").str(), "server");
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-RWCString CFG_ServicesImp::GetLocalHostIP() { return GetProperty("local_host_ip"); }
-RWCString CFG_ServicesImp::GetLocalHostName() { return GetProperty("current_node"); }
+RWCString CFG_ServicesImp::GetLocalHostIP() try {
+  return GetProperty("local_host_ip");
+} catch (...) {
+  return cfg::answered(logger, RWCString());
+}
+RWCString CFG_ServicesImp::GetLocalHostName() try {
+  return GetProperty("current_node");
+} catch (...) {
+  return cfg::answered(logger, RWCString());
+}
 RWCString CFG_ServicesImp::GetIPv6HostIP() { return RWCString(); }
 
 Tmr_ValHashMap<RWCString, RWCString, Tmr_DefaultHash<RWCString>>& CFG_ServicesImp::prop() {
@@ -305,15 +356,19 @@ int CFG_ServicesImp::GetMonitorConnStatus() { return monitor_active ? monitor_mo
 
 // --- path validation -----------------------------------------------------------------------------
 
-int CFG_ServicesImp::IsValidPath(const RWCString& path, const char* caller) {
+int CFG_ServicesImp::IsValidPath(const RWCString& path, const char* caller) try {
   return !cfg::is_path_validation_on() || cfg::is_well_formed(path, caller);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-void CFG_ServicesImp::InitValidatePathProperties() {
+void CFG_ServicesImp::InitValidatePathProperties() try {
   const RWCString text =
       GetValue("halvoria\\system\\applications\\central_configuration\\validate_path");
   const bool is_off = text.view().substr(0, 1) == "0" || is_equal_ignoring_case(text, "false");
   cfg::set_path_validation(!is_off);
+} catch (...) {
+  cfg::log_exception(logger, __func__);
 }
 
 // --- subtree writes ------------------------------------------------------------------------------
@@ -338,7 +393,8 @@ int CFG_ServicesImp::IsSubTreeValidWithLog(const char* caller, CFG_SubTree* sub_
   return TRUE;
 }
 
-int CFG_ServicesImp::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path, int merge) {
+int CFG_ServicesImp::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path,
+                                         int merge) try {
   constexpr char op[] = "AddOrReplaceSubTree with merge";
   logger.info("Start %s for path <%s> merge (%d)\n", op, path, merge);
   const RWCString actual = change_string_with_properties(path);
@@ -347,13 +403,16 @@ int CFG_ServicesImp::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString&
   Tree_NodePtr data;
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
-  const SubTreePtr existing(cfg::read_exactly(*this, cfg::join(actual, key_name)));
+  SubTreePtr existing;
+  if (!read_stored(*this, cfg::join(actual, key_name), existing)) return FALSE;
   Tree_NodePtr written =
       existing ? Tree_Node::Merge(existing->GetData(), data) : data->DuplicateFromHereDown(TRUE);
   return WriteSubTree(written, actual);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_ServicesImp::AddMoreInfoToSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+int CFG_ServicesImp::AddMoreInfoToSubTree(CFG_SubTree* sub_tree, const RWCString& path) try {
   constexpr char op[] =
       "CFG_ServicesImp::AddMoreInfoToSubTree(CFG_SubTree * sub_tree,const RWCString & path)";
   logger.info("Start %s for path <%s>\n", op, path);
@@ -361,13 +420,16 @@ int CFG_ServicesImp::AddMoreInfoToSubTree(CFG_SubTree* sub_tree, const RWCString
   Tree_NodePtr data;
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
-  const SubTreePtr existing(cfg::read_exactly(*this, cfg::join(actual, key_name)));
+  SubTreePtr existing;
+  if (!read_stored(*this, cfg::join(actual, key_name), existing)) return FALSE;
   Tree_NodePtr written =
       existing ? Tree_Node::Merge(data, existing->GetData()) : data->DuplicateFromHereDown(TRUE);
   return WriteSubTree(written, actual);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path) try {
   constexpr char op[] = "SetSubTree(CFG_SubTree * sub_tree,const RWCString & path)";
   Tree_NodePtr data;
   RWCString key_name;
@@ -378,9 +440,11 @@ int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
   logger.trace("%s, no changes in sub_tree, delete it\n", op);
   DeleteSubTree(cfg::join(actual, key_name));
   return FALSE;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path, int merge) {
+int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path, int merge) try {
   if (!merge) return SetSubTree(sub_tree, path);
   constexpr char op[] = "SetSubTree(CFG_SubTree * sub_tree,const RWCString & path,T_Bool merge)";
   Tree_NodePtr data;
@@ -392,15 +456,18 @@ int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path, in
                             op);
   }
   const RWCString actual = change_string_with_properties(path);
-  const SubTreePtr existing(cfg::read_exactly(*this, cfg::join(actual, key_name)));
+  SubTreePtr existing;
+  if (!read_stored(*this, cfg::join(actual, key_name), existing)) return FALSE;
   Tree_NodePtr written = existing ? Tree_Node::Merge(existing->GetData(), changes) : changes;
   return WriteSubTree(written, actual);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 // --- blobs ----------------------------------------------------------------------------------
 
 bool CFG_ServicesImp::WriteBlobFromBuffer(const char* path, char* buffer, int length, bool base64,
-                                          RWCString encoding) {
+                                          RWCString encoding) try {
   constexpr char op[] = "WriteBlobFromBuffer";
   if (length < 0 || (length > 0 && !buffer)) {
     return logger.reject(false, "%s : path <%s>, buffer of %d bytes is not valid, return FALSE\n",
@@ -411,8 +478,9 @@ bool CFG_ServicesImp::WriteBlobFromBuffer(const char* path, char* buffer, int le
   const RWCString text = base64 ? Tmr_Base64Utils::Encode(buffer, length, false)
                                 : RWCString(buffer, static_cast<size_t>(length));
 
-  CFG_SubTree blob{where.has_parent ? RWCString(where.name) : RWCString()};
-  const Tree_NodePtr key = blob.GetData();
+  RWCString name{where.has_parent ? where.name : std::string_view()};
+  tolower(name);
+  const Tree_NodePtr key = new Tree_Node(name);
   std::string_view rest = text;
   int chunks = 0;
   while (!rest.empty()) {
@@ -422,12 +490,17 @@ bool CFG_ServicesImp::WriteBlobFromBuffer(const char* path, char* buffer, int le
   }
   key->Add(new Tree_Node(cfg::blob_description_name,
                          cfg::blob_description::text(base64, encoding, chunks), 1));
+  CFG_SubTree blob(key);
   return AddOrReplaceSubTree(&blob, RWCString(where.parent), FALSE);
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 
 bool CFG_ServicesImp::WriteBlobFromUTF8String(const char* path, RWCString text, bool base64,
-                                              RWCString encoding) {
+                                              RWCString encoding) try {
   return WriteBlobFromBuffer(path, text.data(), static_cast<int>(text.length()), base64, encoding);
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 
 bool CFG_ServicesImp::read_chunks(const char* path, RWCString& text, bool& base64,
@@ -437,14 +510,21 @@ bool CFG_ServicesImp::read_chunks(const char* path, RWCString& text, bool& base6
   const SubTreePtr blob(cfg::read_exactly(*this, RWCString(path)));
   if (!blob)
     return logger.reject_at(LOG_LEVEL_WARNING, false, "Subtree not found at path [%s]\n", path);
-  const RWCString described = blob->GetValue(cfg::blob_description_name);
+  // From the nodes: a chunk that cannot be read for want of memory must not pass for a missing one.
+  const Tree_NodePtr key = blob->GetData();
+  const auto text_of = [&key](std::string_view name) {
+    const Tree_Node* value = key->Child(name);
+    return value ? value->GetText() : std::string_view();
+  };
+  const RWCString described = text_of(cfg::blob_description_name);
   if (encoding) *encoding = described;
-  const cfg::blob_description description(described, blob->GetValueNum(""));
+  const auto values = static_cast<int>(key->Children()->count(Tree_ChildList::VALUES));
+  const cfg::blob_description description(described, values);
   base64 = description.base64;
   for (int i = 0; i < description.chunks; ++i) {
     const RWCString name = cfg::chunk_name(i);
-    const RWCString chunk = blob->GetValue(name);
-    if (chunk.isNull()) {
+    const std::string_view chunk = text_of(name);
+    if (chunk.empty()) {
       return logger.reject(
           false, "read_chunks: %s is empty, path is %s. Using only existing chunks read so far.\n",
           name, path);
@@ -454,7 +534,8 @@ bool CFG_ServicesImp::read_chunks(const char* path, RWCString& text, bool& base6
   return true;
 }
 
-bool CFG_ServicesImp::ReadBlobToUTF8String(const char* path, RWCString& out, RWCString* encoding) {
+bool CFG_ServicesImp::ReadBlobToUTF8String(const char* path, RWCString& out,
+                                           RWCString* encoding) try {
   bool base64;
   if (!read_chunks(path, out, base64, encoding)) return false;
   if (!base64 || out.isNull()) return true;
@@ -462,10 +543,12 @@ bool CFG_ServicesImp::ReadBlobToUTF8String(const char* path, RWCString& out, RWC
   const std::unique_ptr<char[]> bytes(Tmr_Base64Utils::Decode(out, &length, true));
   out = RWCString(bytes ? bytes.get() : "", static_cast<size_t>(bytes ? length : 0));
   return bytes != nullptr;
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 
 bool CFG_ServicesImp::ReadBlobToBuffer(const char* path, char** buffer, int& length,
-                                       RWCString* encoding) {
+                                       RWCString* encoding) try {
   *buffer = nullptr;
   length = 0;
   RWCString text;
@@ -486,18 +569,22 @@ bool CFG_ServicesImp::ReadBlobToBuffer(const char* path, char** buffer, int& len
   *buffer = new char[text.length() + 1];
   std::memcpy(*buffer, text.data(), text.length() + 1);
   return true;
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 
 bool CFG_ServicesImp::ReadBlobFromSearchPathsToBuffer(const char* name, const char** search_rule,
                                                       int search_num, char** buffer, int& length,
-                                                      RWCString* encoding) {
+                                                      RWCString* encoding) try {
   *buffer = nullptr;
   length = 0;
   const SubTreePtr found(GetSubTree(RWCString(name), search_rule, FALSE, search_num));
   return found && found->ReadBlobToBuffer("", buffer, length, encoding);
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 
-bool CFG_ServicesImp::WriteBlobFromFile(const char* path, char* file_name, bool base64) {
+bool CFG_ServicesImp::WriteBlobFromFile(const char* path, char* file_name, bool base64) try {
   std::string bytes;
   RWCString error("no file name");
   if (!file_name ||
@@ -506,11 +593,13 @@ bool CFG_ServicesImp::WriteBlobFromFile(const char* path, char* file_name, bool 
   }
   return WriteBlobFromBuffer(path, bytes.data(), static_cast<int>(bytes.size()), base64,
                              RWCString());
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 
 // --- network addresses -------------------------------------------------------------------------
 
-bool CFG_ServicesImp::RemoveIpv6Braces(RWCString& address) {
+bool CFG_ServicesImp::RemoveIpv6Braces(RWCString& address) try {
   constexpr size_t longest = 99;  // no address has more; such a text is left as it is
   std::string_view inner = address;
   if (inner.substr(0, 1) != "[") return false;
@@ -519,22 +608,28 @@ bool CFG_ServicesImp::RemoveIpv6Braces(RWCString& address) {
   if (inner.size() > longest) return false;
   address = RWCString(inner);
   return true;
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 
-bool CFG_ServicesImp::handle_if_ipv6_mapped(RWCString& address) {
+bool CFG_ServicesImp::handle_if_ipv6_mapped(RWCString& address) try {
   constexpr char prefix[] = "::ffff:";
   constexpr size_t length = sizeof prefix - 1;
   if (!is_equal_ignoring_case(address.subString(0, length).str(), prefix)) return false;
   address.remove(0, length);
   return true;
+} catch (...) {
+  return cfg::answered(logger, false);
 }
 
-RWCString CFG_ServicesImp::GetINetAddress(RWCString node_name) {
+RWCString CFG_ServicesImp::GetINetAddress(RWCString node_name) try {
   const SubTreePtr properties(GetSubTree("halvoria\\system\\nodes\\" + node_name + "\\properties"));
   return properties ? properties->GetINetAddressFromPath("") : RWCString();
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-RWCString CFG_ServicesImp::GetINetAddressFromPath(RWCString path) {
+RWCString CFG_ServicesImp::GetINetAddressFromPath(RWCString path) try {
   const auto value = [&](const char* name) { return GetValue(cfg::join(path, name)); };
   RWCString address = value("inet_address");
   RWCString optional = value("inet_address_optional");
@@ -565,4 +660,6 @@ RWCString CFG_ServicesImp::GetINetAddressFromPath(RWCString path) {
       address,
       "IP Address [%s] is not supported by server's configuration; nor does [%s] keeping the first\n",
       address, optional);
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }

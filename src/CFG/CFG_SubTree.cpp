@@ -3,6 +3,7 @@
 #include <memory>
 
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/answered.h>
 #include <CFG/detail/key_renaming.h>
 #include <CFG/detail/moving_merge.h>
 #include <CFG/detail/paths.h>
@@ -46,8 +47,12 @@ int child_count(const Tree_NodePtr& root, std::string_view path, Tree_ChildList:
 }  // namespace
 
 CFG_SubTree::CFG_SubTree(RWCString name) {
-  tolower(name);
-  m_data = new Tree_Node(name);
+  try {
+    tolower(name);
+    m_data = new Tree_Node(name);
+  } catch (...) {
+    cfg::log_exception(logger, "CFG_SubTree(RWCString name)");  // a handle without data
+  }
 }
 
 CFG_SubTree::CFG_SubTree(const Tree_NodePtr& data) : m_data(data) {}
@@ -68,7 +73,7 @@ int CFG_SubTree::GetValueNum(RWCString& path) { return ValueNumAt(path); }
 int CFG_SubTree::GetSubTreeNum(RWCString& path) { return SubTreeNumAt(path); }
 int CFG_SubTree::IsSubTreeExist(const RWCString& path) { return HasSubTreeAt(path); }
 
-RWCString CFG_SubTree::ValueAt(std::string_view path) {
+RWCString CFG_SubTree::ValueAt(std::string_view path) try {
   static constexpr char op[] = "GetValue(RWCString & path)";
   const cfg::actual_path actual(path);
   if (actual.empty()) {
@@ -78,18 +83,22 @@ RWCString CFG_SubTree::ValueAt(std::string_view path) {
   if (!begin_read(m_data, op, path, actual, "empty string")) return RWCString();
   const Tree_Node* found = m_data->Find(actual);
   return found ? found->CopyText() : RWCString();
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-RWCString CFG_SubTree::ValueAt(std::string_view path, int index) {
+RWCString CFG_SubTree::ValueAt(std::string_view path, int index) try {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetValue(RWCString & path,int index)", path, actual, "empty string")) {
     return RWCString();
   }
   const Tree_Node* value = child_at(m_data, actual, Tree_ChildList::VALUES, index);
   return value ? value->CopyText() : RWCString();
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-RWCString CFG_SubTree::ValueNameAt(std::string_view path, int index) {
+RWCString CFG_SubTree::ValueNameAt(std::string_view path, int index) try {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetValueName(RWCString & path,int index)", path, actual,
                   "empty string")) {
@@ -97,21 +106,27 @@ RWCString CFG_SubTree::ValueNameAt(std::string_view path, int index) {
   }
   const Tree_Node* value = child_at(m_data, actual, Tree_ChildList::VALUES, index);
   return value ? value->NameView() : std::string_view();
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-int CFG_SubTree::ValueNumAt(std::string_view path) {
+int CFG_SubTree::ValueNumAt(std::string_view path) try {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetValueNum(RWCString & path)", path, actual, "0")) return 0;
   return child_count(m_data, actual, Tree_ChildList::VALUES);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_SubTree::SubTreeNumAt(std::string_view path) {
+int CFG_SubTree::SubTreeNumAt(std::string_view path) try {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetSubTreeNum(RWCString & path)", path, actual, "0")) return 0;
   return child_count(m_data, actual, Tree_ChildList::KEYS);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_SubTree::HasSubTreeAt(std::string_view path) {
+int CFG_SubTree::HasSubTreeAt(std::string_view path) try {
   static constexpr char op[] = "IsSubTreeExist(const RWCString & path)";
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, op, path, actual, "FALSE")) return FALSE;
@@ -126,31 +141,39 @@ int CFG_SubTree::HasSubTreeAt(std::string_view path) {
   }
   return logger.reject_at(LOG_LEVEL_TRACE, TRUE, "%s : path %s is a sub tree, return TRUE\n", op,
                           path);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_SubTree::GetSubTreeEntriesCount(const RWCString& path) {
+int CFG_SubTree::GetSubTreeEntriesCount(const RWCString& path) try {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetSubTreeEntriesCount(const RWCString & path)", path, actual, "0"))
     return 0;
   const Tree_Node* key = m_data->Find(actual);
   return key ? key->GetNodeNum() - 1 : 0;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-Tree_PathAndValueArray* CFG_SubTree::GetSubTreeValues(const RWCString& path) {
+Tree_PathAndValueArray* CFG_SubTree::GetSubTreeValues(const RWCString& path) try {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetSubTreeValues(const RWCString & path)", path, actual, "NULL"))
     return nullptr;
   return m_data->GetSubTreeValues(actual.copy(), m_data);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-String_Arr* CFG_SubTree::GetSubTreePaths(const RWCString& path) {
+String_Arr* CFG_SubTree::GetSubTreePaths(const RWCString& path) try {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetSubTreePaths(const RWCString & path)", path, actual, "NULL"))
     return nullptr;
   return m_data->GetSubTreePaths(actual.copy(), m_data);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_SubTree::GetSubTree(RWCString& path) {
+CFG_SubTree* CFG_SubTree::GetSubTree(RWCString& path) try {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetSubTree(RWCString & path)", path, actual, "NULL")) return nullptr;
   Tree_Node* found = m_data->Find(actual);
@@ -165,9 +188,11 @@ CFG_SubTree* CFG_SubTree::GetSubTree(RWCString& path) {
                             path);
   }
   return new CFG_SubTree(Tree_NodePtr(found));
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_SubTree::GetSubTree(RWCString& path, int index) {
+CFG_SubTree* CFG_SubTree::GetSubTree(RWCString& path, int index) try {
   const cfg::actual_path actual(path);
   if (!begin_read(m_data, "GetSubTree(RWCString & path,int index)", path, actual, "NULL"))
     return nullptr;
@@ -178,6 +203,8 @@ CFG_SubTree* CFG_SubTree::GetSubTree(RWCString& path, int index) {
         "GetSubTree(RWCString & path,int index) : sub tree at index under path not exist, return NULL\n");
   }
   return new CFG_SubTree(found);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 Tree_NodePtr CFG_SubTree::GetTreeNode(const RWCString& path) {
@@ -192,16 +219,20 @@ int CFG_SubTree::IsEmpty() {
   return logger.reject(FALSE, "IsEmpty() : This sub tree data is null, return false\n");
 }
 
-RWCString CFG_SubTree::GetKeyName() {
-  if (m_data) return m_data->GetKeyName();
+RWCString CFG_SubTree::GetKeyName() try {
+  if (m_data) return m_data->NameView();
   return logger.reject(RWCString(),
                        "GetKeyName() : This sub tree data is null, return empty string\n");
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-RWCString CFG_SubTree::GetPath() {
+RWCString CFG_SubTree::GetPath() try {
   if (m_data) return m_data->GetPath();
   return logger.reject(RWCString(),
                        "GetPath() : This sub tree data is null, return empty string\n");
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
 String_Arr* CFG_SubTree::SearchKeyOrValueName(const RWCString& name, const RWCString& path) {
@@ -221,7 +252,7 @@ String_Arr* CFG_SubTree::SearchKeyOrValueName(const RWCString& name, const RWCSt
 
 // --- writes ------------------------------------------------------------------------------------
 
-int CFG_SubTree::SetValue(const RWCString& value_path, const RWCString& value_data) {
+int CFG_SubTree::SetValue(const RWCString& value_path, const RWCString& value_data) try {
   constexpr char op[] = "SetValue(const RWCString & value_path,const RWCString & value_data)";
   const cfg::actual_path actual(value_path);
   if (!IsValidPath(value_path, "CFG_SubTree::SetValue")) return FALSE;
@@ -238,13 +269,10 @@ int CFG_SubTree::SetValue(const RWCString& value_path, const RWCString& value_da
   }
   Tree_Node* parent = m_data->Find(where.parent);
   if (!parent) {
-    parent = m_data->GetOrCreateRelativeNode(Tree_Path(RWCString(where.parent)), m_data).get();
+    const Tree_NodePtr value = new Tree_Node(where.name, value_data, 1);
+    if (m_data->Put(where.parent, value)) return TRUE;
   }
-  if (!parent) {
-    return logger.reject_at(LOG_LEVEL_TRACE, FALSE,
-                            "%s : fali to get/create parent node(bug !!),return FALSE\n", op);
-  }
-  if (parent->IsLeaf()) {
+  if (!parent || parent->IsLeaf()) {
     return logger.reject_at(LOG_LEVEL_TRACE, FALSE,
                             "%s : value_name parent path is a value,return FALSE\n", op);
   }
@@ -256,9 +284,11 @@ int CFG_SubTree::SetValue(const RWCString& value_path, const RWCString& value_da
   present->GetTreeValue()->SetValue(value_data);
   present->GetTreeValue()->SetIsChange(1);
   return TRUE;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_SubTree::DeleteSubTree(const RWCString& path) {
+int CFG_SubTree::DeleteSubTree(const RWCString& path) try {
   constexpr char op[] = "DeleteSubTree(const RWCString & path)";
   const cfg::actual_path actual(path);
   if (actual.empty()) return logger.reject(FALSE, "%s : path is empty string, return FALSE\n", op);
@@ -281,9 +311,11 @@ int CFG_SubTree::DeleteSubTree(const RWCString& path) {
                          path);
   }
   return parent->Remove(Tree_NodePtr(found));
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_SubTree::DeleteValue(const RWCString& path) {
+int CFG_SubTree::DeleteValue(const RWCString& path) try {
   constexpr char op[] = "DeleteValue(const RWCString & path)";
   const cfg::actual_path actual(path);
   if (actual.empty()) return logger.reject(FALSE, "%s : path is empty string, return FALSE\n", op);
@@ -306,9 +338,11 @@ int CFG_SubTree::DeleteValue(const RWCString& path) {
                          path);
   }
   return parent->Remove(Tree_NodePtr(found));
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
-int CFG_SubTree::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) {
+int CFG_SubTree::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) try {
   logger.info("Start m_name  path <%s>  on sub tree <%s>\n", path, [&] { return path_of(m_data); });
   Tree_NodePtr data;
   RWCString key_name;
@@ -323,6 +357,8 @@ int CFG_SubTree::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& pat
         "AddOrReplaceSubTree(CFG_SubTree* sub_tree,const RWCString & path), fail to duplicate sub tree data, return FALSE\n");
   }
   return WriteSubTree(copy, change_string_with_properties(path));
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_SubTree::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) {
@@ -333,22 +369,14 @@ int CFG_SubTree::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& path) {
         "%s: sub tree data is null, return FALSE , path for insert <%s>,  on sub tree <%s>\n", op,
         path, [&] { return path_of(m_data); });
   }
-  const Tree_NodePtr parent =
-      path.isNull() ? m_data : m_data->GetOrCreateRelativeNode(Tree_Path(path), m_data);
-  if (!parent) {
-    return logger.reject(FALSE, "%s: fail to get/create parent path %s, return FALSE\n", op, path);
-  }
-  if (parent->IsLeaf()) {
-    return logger.reject(FALSE, "%s: parent path %s is a value, return FALSE\n", op, path);
-  }
   Tree_Node::ChangeTreeNodePtrProtection(sub_tree, Tree_Node::TRUE_BOOL);
-  if (path.isNull() && sub_tree->NameView() == m_data->NameView()) {
+  if (path.isNull() && sub_tree->NameView() == m_data->NameView() && !m_data->IsLeaf()) {
     sub_tree->StandWhere(*m_data);
     m_data = sub_tree;
     return TRUE;
   }
-  parent->Remove(sub_tree->GetKeyName());
-  return parent->Add(sub_tree);
+  if (m_data->Put(path, sub_tree)) return TRUE;
+  return logger.reject(FALSE, "%s: parent path %s is a value, return FALSE\n", op, path);
 }
 
 int CFG_SubTree::SetOrRanameKeyName(const RWCString& path, const RWCString& key_name) {
@@ -370,17 +398,19 @@ int CFG_SubTree::SetOrRanameKeyName(const RWCString& path, const RWCString& key_
                        op, path, key_name);
 }
 
-char* CFG_SubTree::SerializeSubTree(CFG_SubTree* sub, int& buffer_length) {
+char* CFG_SubTree::SerializeSubTree(CFG_SubTree* sub, int& buffer_length) try {
   constexpr char op[] = "SerializeSubTree(CFG_SubTree* sub,int & buffer_length)";
   buffer_length = 0;
   if (!sub) return logger.reject(nullptr, "%s : sub parameter is null, return NULL\n", op);
   char* const bytes = Tree_Node::GetSerializedTreeNode(sub->m_data, buffer_length, false);
   return bytes ? bytes : logger.reject(nullptr, "%s : Fail to write subtree, return NULL\n", op);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 // --- merges that move nodes --------------------------------------------------------------------
 
-int CFG_SubTree::MergeSubTree(CFG_SubTree* other, const RWCString& stop_path) {
+int CFG_SubTree::MergeSubTree(CFG_SubTree* other, const RWCString& stop_path) try {
   if (!other || other->IsDataNull()) {
     return logger.reject_at(LOG_LEVEL_DETAIL, 0, "MergeSubTree: Trying to merge null nodes\n");
   }
@@ -393,6 +423,8 @@ int CFG_SubTree::MergeSubTree(CFG_SubTree* other, const RWCString& stop_path) {
                             "MergeSubTree: trying to merge two different trees\n");
   }
   return MergeTreeNodes(m_data, other->m_data, stop_path);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_SubTree::MergeTreeNodes(Tree_NodePtr destination, Tree_NodePtr source,
@@ -404,7 +436,7 @@ int CFG_SubTree::MergeTreeNodes(Tree_NodePtr destination, Tree_NodePtr source,
   return 0;
 }
 
-int CFG_SubTree::MergeDeletionSubTree(CFG_SubTree* other) {
+int CFG_SubTree::MergeDeletionSubTree(CFG_SubTree* other) try {
   if (!other || other->IsDataNull()) {
     return logger.reject_at(LOG_LEVEL_DETAIL, 0,
                             "MergeDeletionSubTree: Trying to merge null nodes\n");
@@ -414,6 +446,8 @@ int CFG_SubTree::MergeDeletionSubTree(CFG_SubTree* other) {
                             "MergeSubTree: trying to merge two different trees\n");
   }
   return MergeDeletionTreeNodes(m_data, other->m_data);
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 int CFG_SubTree::MergeDeletionTreeNodes(Tree_NodePtr destination, Tree_NodePtr deletions) {

@@ -6,23 +6,32 @@
 #include <memory>
 
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/answered.h>
 
 using SubTreePtr = std::unique_ptr<CFG_SubTree>;
 
-void CFG_Utils::DeleteAllSubTrees() {
+namespace {
+constexpr Log_Logger logger("src/CFG/CFG_Utils", 502);
+}
+
+void CFG_Utils::DeleteAllSubTrees() try {
   for (int rest = m_sub_tree->GetSubTreeNum(""); rest > 0; --rest) {
     const SubTreePtr first(m_sub_tree->GetSubTree("", 0));
     if (first) m_sub_tree->DeleteSubTree(first->GetKeyName());
   }
+} catch (...) {
+  cfg::log_exception(logger, __func__);
 }
 
-void CFG_Utils::DeleteAllValues() {
+void CFG_Utils::DeleteAllValues() try {
   for (int rest = m_sub_tree->GetValueNum(""); rest > 0; --rest) {
     m_sub_tree->DeleteValue(m_sub_tree->GetValueName("", 0));
   }
+} catch (...) {
+  cfg::log_exception(logger, __func__);
 }
 
-RWCString CFG_Utils::ExtractOrdinal(RWCString name, long* ordinal) {
+RWCString CFG_Utils::ExtractOrdinal(RWCString name, long* ordinal) try {
   const std::string_view text = name;
   const size_t digit = text.find_first_of("0123456789");
   *ordinal = -1;
@@ -30,47 +39,46 @@ RWCString CFG_Utils::ExtractOrdinal(RWCString name, long* ordinal) {
   const auto read = std::from_chars(text.data() + digit, text.data() + text.size(), *ordinal);
   if (read.ec != std::errc()) *ordinal = std::numeric_limits<long>::max();
   return RWCString(text.substr(0, digit));
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-RWCString CFG_Utils::GetValueCompatible(RWCString name, RWCString alternative_name, RWCString) {
+RWCString CFG_Utils::GetValueCompatible(RWCString name, RWCString alternative_name, RWCString) try {
   for (const RWCString& candidate : {name, alternative_name}) {
     RWCString text = candidate.isNull() ? RWCString() : m_sub_tree->GetValue(candidate);
     if (!text.isNull()) return text;
   }
   return RWCString();
+} catch (...) {
+  return cfg::answered(logger, RWCString());
 }
 
-CFG_SubTree* CFG_Utils::MakeACopy(CFG_SubTree*& source) {
+CFG_SubTree* CFG_Utils::MakeACopy(CFG_SubTree*& source) try {
   const Tree_NodePtr data = source ? source->GetData() : Tree_NodePtr();
   return data ? new CFG_SubTree(data->DuplicateFromHereDown(TRUE)) : nullptr;
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_Utils::MergeTrees(CFG_SubTree*& first, CFG_SubTree*& second) {
-  constexpr char temporary_name[] = "____TEMP_____";
-  CFG_SubTree root("__ROOT_TEMP__");
-  CFG_SubTree* into = &root;
-  if (first) add_subtree_by_name(into, first, temporary_name);
-  if (second) add_subtree_by_name(into, second, temporary_name);
-  return root.GetSubTree(temporary_name);
+// Neither tree is touched: others may read them.
+CFG_SubTree* CFG_Utils::MergeTrees(CFG_SubTree*& first, CFG_SubTree*& second) try {
+  const auto data_of = [](CFG_SubTree* tree) { return tree ? tree->GetData() : Tree_NodePtr(); };
+  const Tree_NodePtr merged = Tree_Node::Merge(data_of(first), data_of(second));
+  if (!merged) return nullptr;
+  merged->SetVirtualParentPath(RWCString());
+  merged->SetKeyName("____temp_____");
+  return new CFG_SubTree(merged);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
-// An empty name can't be given back by SetKeyName, which refuses it.
-void CFG_Utils::add_subtree_by_name(CFG_SubTree*& root, CFG_SubTree*& sub, RWCString name) {
-  const RWCString own_name = sub->GetKeyName();
-  sub->SetKeyName("", name);
-  root->AddOrReplaceSubTree(sub, "", TRUE);
-  if (!own_name.isNull()) {
-    sub->SetKeyName("", own_name);
-  } else if (const Tree_NodePtr node = sub->GetData()) {
-    node->SetKeyName(own_name);
-  }
-}
-
-void CFG_Utils::SwapKeysByOrdinal(RWCString prefix, int first, int second) {
+void CFG_Utils::SwapKeysByOrdinal(RWCString prefix, int first, int second) try {
   const RWCString temporary_name("temp_frw24frwer1244");
   const RWCString first_name = prefix + std::to_string(first).c_str();
   const RWCString second_name = prefix + std::to_string(second).c_str();
   m_sub_tree->SetKeyName(first_name, temporary_name);
   m_sub_tree->SetKeyName(second_name, first_name);
   m_sub_tree->SetKeyName(temporary_name, second_name);
+} catch (...) {
+  cfg::log_exception(logger, __func__);
 }

@@ -68,7 +68,7 @@ TEST(Utils, MergingLaysTheSecondTreeOverTheFirst) {
   EXPECT_EQ(shown(SubTreePtr(CFG_Utils::MergeTrees(first, none))), "____temp_____{x=1 k{y=1}}");
   EXPECT_EQ(shown(SubTreePtr(CFG_Utils::MergeTrees(none, second))), "____temp_____{x=2 k{z=2}}");
   EXPECT_EQ(CFG_Utils::MergeTrees(none, none), nullptr);
-  EXPECT_EQ(shown(a) + shown(b), "a{x=1 k{y=1}}{x=2 k{z=2}}") << "both get their names back";
+  EXPECT_EQ(shown(a) + shown(b), "a{x=1 k{y=1}}{x=2 k{z=2}}") << "both keep their names";
 }
 
 TEST(Utils, SwappingExchangesNamesNotContents) {
