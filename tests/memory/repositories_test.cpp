@@ -85,6 +85,31 @@ int write_k(Repository& r) {
 constexpr auto add = write_k<[](Repository& r, CFG_SubTree* k) {
   return services(r).AddOrReplaceSubTree(k, "halvoria");
 }>;
+constexpr auto merge = write_k<[](Repository& r, CFG_SubTree* k) {
+  return r.AddOrReplaceSubTree(k, "halvoria", TRUE);
+}>;
+constexpr auto merge_long = write_k<[](Repository& r, CFG_SubTree* k) {
+  return r.AddOrReplaceSubTreeWithLongValues(k, "halvoria", TRUE);
+}>;
+constexpr auto merge_under = write_k<[](Repository& r, CFG_SubTree* k) {
+  return r.AddMoreInfoToSubTreeWithLongValues(k, "halvoria");
+}>;
+
+// A document with one branch, the same for all.
+const RWWString& document() {
+  static const TemporaryFolder folder;
+  static const RWWString name = [] {
+    CFG_SubTree tree = tree_of("k", {{"a", "imported"}, {"i\\j", kLong}});
+    CFG_SubTree none("none");
+    CFG_MemoryRepository writer(&none);
+    EXPECT_TRUE(writer.ExportSubTreeToFile(&tree, folder.file("k.xml"), "halvoria\\k"));
+    return folder.file("k.xml");
+  }();
+  return name;
+}
+int import_over(Repository& r) { return r.ImportXmlFile(document(), TRUE); }
+int import_under(Repository& r) { return r.ImportXmlFile(document(), FALSE); }
+
 // The tree is afterwards as it was or as it was to be, and who is told that it is changed can rely
 // on that.
 template <class World, int (*change)(Repository&)>
@@ -118,6 +143,35 @@ void transaction(MemoryShortage& memory) {
   const bool is_deleted = value(r, "halvoria\\n\\v").isNull();
   EXPECT_TRUE(!answer || (is_set && is_deleted));
   EXPECT_TRUE(r.SetValue("halvoria\\n\\v", "open to the next change"));
+}
+
+// --- reads ---------------------------------------------------------------------------------------
+
+const char* rule[] = {"halvoria\\none", "halvoria"};
+
+// Whatever comes back is whole or empty, and an answer that misses is told.
+template <class World>
+void reads(MemoryShortage& memory) {
+  World world;
+  Repository& r = world.repository();
+  SubTreePtr copy, merged, valued;
+  RWCString text, path;
+  std::unique_ptr<String_Arr> found, filled;
+  memory.Under([&] { copy.reset(services(r).GetSubTree("halvoria\\k")); });
+  memory.Under([&] { merged.reset(r.GetSubTreeOnlyWithValues("k", rule, TRUE, 2)); });
+  memory.Under([&] { valued.reset(r.GetSubTreeOnlyWithValues("halvoria\\k")); });
+  memory.Under([&] { text = value(r, "halvoria\\k\\b"); });
+  memory.Under([&] { found.reset(r.Search("a", "halvoria")); });
+  memory.Under([&] { filled.reset(r.FillPath("halvoria\\%\\s")); });
+  memory.Under([&] { path = r.FillPath("halvoria\\%", "a", "1"); });
+  const std::string k = "k{a=1 b=" + std::string(kLong) + " s{c=2}}";
+  for (const SubTreePtr* tree : {&copy, &merged, &valued}) {
+    EXPECT_TRUE(*tree ? shown(*tree) == k : memory.IsExplained()) << shown(*tree);
+  }
+  EXPECT_TRUE(text == kLong || memory.IsExplained());
+  EXPECT_TRUE(path == "halvoria\\k" || memory.IsExplained());
+  EXPECT_TRUE(found ? found->GetArrLen() == 1 : memory.IsExplained());
+  EXPECT_TRUE(filled ? filled->GetArrLen() == 1 : memory.IsExplained());
 }
 
 // --- files ---------------------------------------------------------------------------------------
@@ -162,8 +216,19 @@ void connect(MemoryShortage& memory) {
 
 const OutOfMemoryCase repository_cases[] = {
     {"MemorySet", changes<MemoryWorld, set>},
+    {"MemorySetDeep", changes<MemoryWorld, set_deep>},
     {"MemoryRemoveKey", changes<MemoryWorld, remove_key>},
     {"MemoryRename", changes<MemoryWorld, rename>},
+    {"MemoryAdd", changes<MemoryWorld, add>},
+    {"MemoryMerge", changes<MemoryWorld, merge>},
+    {"MemoryMergeLong", changes<MemoryWorld, merge_long>},
+    {"MemoryMergeUnder", changes<MemoryWorld, merge_under>},
+    {"MemoryImportOver", changes<MemoryWorld, import_over>},
+    {"MemoryImportUnder", changes<MemoryWorld, import_under>},
+    {"MemoryReads", reads<MemoryWorld>},
+    {"FileSetDeep", changes<FileWorld, set_deep>},
+    {"FileMerge", changes<FileWorld, merge>},
+    {"FileReads", reads<FileWorld>},
     {"FileSave", save},
     {"FileExport", export_path},
     {"FileConnect", connect},
@@ -172,7 +237,9 @@ const OutOfMemoryCase repository_cases[] = {
     {"DatabaseRemoveKey", changes<DatabaseWorld, remove_key>},
     {"DatabaseRename", changes<DatabaseWorld, rename>},
     {"DatabaseAdd", changes<DatabaseWorld, add>},
+    {"DatabaseMergeLong", changes<DatabaseWorld, merge_long>},
     {"DatabaseTransaction", transaction},
+    {"DatabaseReads", reads<DatabaseWorld>},
 };
 INSTANTIATE_TEST_SUITE_P(Repositories, OutOfMemory, testing::ValuesIn(repository_cases),
                          OutOfMemory::NameOf);
