@@ -11,9 +11,9 @@
 #include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_SubTree.h>
 #include <CFG/CFG_Utils.h>
-#include <tree/Tree_Node.h>
 #include <common/clock.h>
 #include <common/suite.h>
+#include <tree/Tree_Node.h>
 
 namespace bench {
 namespace {

@@ -4,12 +4,12 @@
 #include <stdexcept>
 
 #include <CFG/CFG_SubTree.h>
-#include <tree/Tree_Node.h>
 #include <common/clock.h>
 #include <common/our_stores.h>
 #include <common/suite.h>
 #include <common/two_threads.h>
 #include <peers/flat_map.h>
+#include <tree/Tree_Node.h>
 
 namespace bench {
 namespace {

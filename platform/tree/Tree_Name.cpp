@@ -179,7 +179,7 @@ Tree_Name::Tree_Name(std::string_view text) {
       m_text = new (memory.get()) Text{{1}, static_cast<uint32_t>(text.size()), hash, nullptr};
       text.copy(reinterpret_cast<char*>(m_text + 1), text.size());
       part.names.insert(m_text);
-      memory.release();
+      static_cast<void>(memory.release());
     }
   }
   if (names) names->meet(m_text);

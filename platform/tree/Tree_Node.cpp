@@ -241,9 +241,9 @@ int Tree_Node::Put(std::string_view path, const Tree_NodePtr& child) {
   if (!child || key->m_is_leaf || child->NameView().empty()) return 0;
   if (!child->IsEmpty() && is_at_or_above(child.get(), key)) return 0;
   if (!missing.empty()) {
-    const auto [first, last] = new_branch(rest, missing);
-    last->settle(child, Tree_ChildList::npos);
-    key->settle(first, Tree_ChildList::npos);
+    const std::pair<Tree_NodePtr, Tree_Node*> branch = new_branch(rest, missing);
+    branch.second->settle(child, Tree_ChildList::npos);
+    key->settle(branch.first, Tree_ChildList::npos);
     return 1;
   }
   const uint32_t there = key->m_key.find(child->m_name, 0);
@@ -422,9 +422,9 @@ Tree_NodePtr Tree_Node::GetOrCreateRelativeNode(const Tree_Path& path, const Tre
   std::string_view missing;
   Tree_Node* const node = last_on(rest, missing);
   if (missing.empty()) return node;
-  const auto [first, last] = new_branch(rest, missing);
-  node->settle(first, Tree_ChildList::npos);
-  return last;
+  const std::pair<Tree_NodePtr, Tree_Node*> branch = new_branch(rest, missing);
+  node->settle(branch.first, Tree_ChildList::npos);
+  return branch.second;
 }
 
 RWCString Tree_Node::GetValue(const RWCString& path, const Tree_NodePtr&) const {

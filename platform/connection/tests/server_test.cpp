@@ -140,7 +140,8 @@ TEST(Server, RefusesTheConnectionThatIsOneTooMany) {
     EXPECT_EQ(first.ask("ECHO", "1"), "1");
     EXPECT_EQ(second.ask("ECHO", "2"), "2");
     EXPECT_EQ(third.ask("ECHO", "3"), "failed");
-    EXPECT_THAT(third.LastError().str(), HasSubstr("refused the connection: the sessions are full: there are 2"));
+    EXPECT_THAT(third.LastError().str(),
+                HasSubstr("refused the connection: the sessions are full: there are 2"));
     EXPECT_EQ(lines_with(log, "refused: the sessions are full: there are 2"), 1);
     EXPECT_EQ(service.server->sessions(), 2);
     second.Disconnect();

@@ -327,7 +327,8 @@ TEST(XmlImport, FilesThatCannotBeReadAreNamed) {
   }
   Log_Capture capture;
   EXPECT_EQ(reader.ImportXmlFileAsCfgSubTree(L"none.xml"), nullptr);
-  EXPECT_TRUE(capture.has("<" + (std::filesystem::current_path() / "none.xml").string() + ">, ret"));
+  EXPECT_TRUE(
+      capture.has("<" + (std::filesystem::current_path() / "none.xml").string() + ">, ret"));
   EXPECT_EQ(reader.ImportXmlBufferAsCfgSubTree(nullptr, 5), nullptr);
 }
 
