@@ -203,9 +203,11 @@ int* CFG_ServicesImp::GetIntegerValue(RWCString path, int default_value) try {
   return cfg::answered(logger, nullptr);
 }
 
-int CFG_ServicesImp::GetIntegerValueWrapper(const RWCString& path, int default_value) {
+int CFG_ServicesImp::GetIntegerValueWrapper(const RWCString& path, int default_value) try {
   int number;
   return read_integer(*this, path, number) ? number : default_value;
+} catch (...) {
+  return cfg::answered(logger, default_value);
 }
 
 int* CFG_ServicesImp::GetBooleanValue(RWCString path) try {
@@ -215,9 +217,11 @@ int* CFG_ServicesImp::GetBooleanValue(RWCString path) try {
   return cfg::answered(logger, nullptr);
 }
 
-bool CFG_ServicesImp::GetBooleanValueWrapper(const RWCString& path, bool default_value) {
+bool CFG_ServicesImp::GetBooleanValueWrapper(const RWCString& path, bool default_value) try {
   bool answer;
   return read_boolean(*this, path, answer) ? answer : default_value;
+} catch (...) {
+  return cfg::answered(logger, default_value);
 }
 
 double* CFG_ServicesImp::GetDoubleValue(RWCString path) try {
@@ -232,8 +236,10 @@ double* CFG_ServicesImp::GetDoubleValue(RWCString path, double default_value) tr
   return cfg::answered(logger, nullptr);
 }
 
-double CFG_ServicesImp::GetDoubleValueWrapper(const RWCString& path, double default_value) {
+double CFG_ServicesImp::GetDoubleValueWrapper(const RWCString& path, double default_value) try {
   return read_double(*this, path, default_value);
+} catch (...) {
+  return cfg::answered(logger, default_value);
 }
 
 int CFG_ServicesImp::SetIntegerValue(RWCString path, int value) try {
