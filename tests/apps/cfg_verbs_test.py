@@ -211,6 +211,28 @@ class OddNames:
             (self.folder / "expected.xml").write_text(document(*expected))
             self.assertEqual(self.on_store("diff halvoria/odd expected.xml")[1], "", name)
 
+    def test_a_key_named_like_the_root_takes_the_place_of_nothing(self):
+        (self.folder / "paper").write_text("x" * 2000)
+        before = self.on_store("export halvoria before_named.xml")
+        self.assertEqual(before[0], 0, before)
+        for lines in [
+            ["cp halvoria/users halvoria/halvoria", "export halvoria/halvoria named.xml"],
+            ["cp halvoria/users halvoria/other", "mv halvoria/other halvoria/halvoria"],
+            ["merge halvoria/users halvoria/halvoria"],
+            ["merge --keep halvoria/users halvoria/halvoria"],
+            ["blob put halvoria/halvoria/paper paper"],
+            ["import --mode overwrite named.xml"],
+            ["import --mode no-overwrite named.xml"],
+            ["import --mode replace named.xml"],
+        ]:
+            with self.subTest(lines[-1]):
+                for line in lines:
+                    code, _, error = self.on_store(line)
+                    self.assertEqual(code, 0, error)
+                self.assertIn("halvoria\\\n", self.on_store("ls halvoria")[1])
+                self.assertEqual(self.on_store("rm halvoria/halvoria")[0], 0)
+                self.assertEqual(self.on_store("diff halvoria before_named.xml")[1], "")
+
 
 class VerbTables(CfgTest):
     """With the files that the tables above import."""
