@@ -4,14 +4,13 @@
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Thread_Mutex.h>
 #include <pthread.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <functional>
 #include <mutex>
 #include <vector>
 
+#include <support/forked.h>
 #include <thread/ConditionVar.h>
 #include <thread/ForkHandler.h>
 #include <thread/Mutex.h>
@@ -144,17 +143,6 @@ TEST(Thread, RunsOnceUnderItsNameAndAgainAfterAJoin) {
   EXPECT_TRUE(task.start());
   task.join();
   EXPECT_EQ(runs, 2);
-}
-
-// What the child finds in order; it ends by itself should it wait for ever.
-bool holds_in_child(const std::function<bool()>& holds) {
-  const pid_t child = fork();
-  if (child == 0) {
-    alarm(20);
-    _exit(holds() ? 0 : 1);
-  }
-  int status = 1;
-  return waitpid(child, &status, 0) == child && status == 0;
 }
 
 TEST(Fork, WaitsForLocksAndLeavesThemFreeOnBothSides) {

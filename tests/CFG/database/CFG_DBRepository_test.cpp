@@ -5,9 +5,9 @@
 #include <thread>
 
 #include <logging/Log_Capture.h>
+#include <support/forked.h>
 #include <tree/Tree_Node.h>
 #include "../database_fixture.h"
-#include "../forked.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <CFG/CFG_RepositoryTransaction.h>
 #include <CFG/detail/path_validation.h>
 #include <logging/Log_Capture.h>
-#include "../forked.h"
+#include <support/forked.h>
 #include "../scripted_service.h"
 #include "../test_trees.h"
 
