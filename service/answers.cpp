@@ -10,6 +10,10 @@ void write_success(Conn_FormWriter& frame, int code) {
   frame.WriteLong(CFG_FLD_SUCCESS_CODE, code);
 }
 
+void write_reason(Conn_FormWriter& frame, std::string_view reason) {
+  if (!reason.empty()) frame.WriteString(CFG_FLD_REASON, reason);
+}
+
 void write_number(Conn_FormWriter& frame, int number) { frame.WriteInt(CFG_FLD_NUMBER, number); }
 
 void write_text(Conn_FormWriter& frame, const RWCString& text) {

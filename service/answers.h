@@ -13,6 +13,7 @@ namespace service {
 
 // The fields of each kind of reply. Null is what there is for nothing.
 void write_success(Conn_FormWriter& frame, int code);
+void write_reason(Conn_FormWriter& frame, std::string_view reason);  // behind a code of 0
 void write_number(Conn_FormWriter& frame, int number);
 void write_text(Conn_FormWriter& frame, const RWCString& text);
 void write_list(Conn_FormWriter& frame, std::unique_ptr<String_Arr> list);

@@ -43,6 +43,12 @@ bool sub_tree(Work& work, CFG_SubTree* found) {
 bool change(Work& work, int result) {
   work.result = result;
   write_success(work.frame, result);
+  if (!result) write_reason(work.frame, work.store.TakeRefusal());
+  return true;
+}
+
+bool yes_or_no(Work& work, int found) {
+  write_success(work.frame, found);
   return true;
 }
 
@@ -50,7 +56,11 @@ bool write_sub(Work& work) {
   const std::string_view bytes = work.request.subtree;
   const SubTree tree(CFG_RepositoryServices::CreateSubTreeFromByteArray(
       bytes.data(), static_cast<int>(bytes.size())));
-  if (!tree) return change(work, 0);
+  if (!tree) {
+    write_success(work.frame, 0);
+    write_reason(work.frame, "the subtree is not well formed");
+    return true;
+  }
   Tree_NodePtr top = tree->GetData();
   return change(work, work.store.WriteSubTree(top, work.request.path));
 }
@@ -147,7 +157,7 @@ constexpr Handler handlers[] = {
     {Command::GET_SUB_ENTRIES_COUNT, !QUICK,
      [](Work& w) { return number(w, w.store.GetSubTreeEntriesCount(w.request.path)); }},
     {Command::GET_SUB_EXISTS, QUICK,
-     [](Work& w) { return change(w, w.store.IsSubTreeExist(w.request.path)); }},
+     [](Work& w) { return yes_or_no(w, w.store.IsSubTreeExist(w.request.path)); }},
     {Command::GET_SUB_PATHS, !QUICK, key_names},
     {Command::GET_SUB_TREE_VALUES, !QUICK, values},
     {Command::GET_SUB_INX, !QUICK,

@@ -142,6 +142,8 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   bool CheckIntegrity(std::string& reason);
   // Why the database failed since the last call; empty when it did not.
   std::string TakeFailure();
+  // Why the database refused the last change, with the place; empty when it did not.
+  std::string TakeRefusal();
   // Forgets deletions of more than so many days ago. How many went, -1 on failure.
   int PurgeDeletedEntries(int days);
 

@@ -28,6 +28,7 @@ enum Field : uint32_t {
   CFG_FLD_MERGE,
   CFG_FLD_INDEX,
   CFG_FLD_NUMBER,
+  CFG_FLD_REASON,  // why a change was not done
   CFG_FLD_SECURITY_TOKEN = 1970002,
 };
 

@@ -110,6 +110,21 @@ int Conn_Helper::GetResponseHeaders(int seconds, int milliseconds) {
   return result;
 }
 
+void Conn_Helper::refuse(const char* what, std::string_view reason) {
+  auto& inside = *m_connector.m_inside;
+  m_is_refused = true;
+  m_refusal = RWCString(reason);
+  inside.last_error = inside.address + " refused the " + what + m_refusal;
+}
+
+void Conn_Helper::take_refusal(std::string_view reason) {
+  const RWCString kept(reason);  // what follows may move the bytes of the answer
+  ConsumeForm();
+  if (!m_is_valid) return;
+  refuse("request: ", kept);
+  fail();
+}
+
 bool Conn_Helper::next_frame() {
   auto& inside = *m_connector.m_inside;
   m_has_more = false;
@@ -128,11 +143,8 @@ bool Conn_Helper::next_frame() {
       return true;
     }
     if (head.is_refusal && (is_ours || head.name.empty())) {
-      m_is_refused = true;
-      m_refusal = RWCString(head.error);
       // Without a name, the connection itself is refused.
-      const char* const what = head.name.empty() ? "connection: " : "request: ";
-      inside.last_error = inside.address + " refused the " + what + m_refusal;
+      refuse(head.name.empty() ? "connection: " : "request: ", head.error);
       if (head.name.empty()) inside.drop();
       return fail();
     }

@@ -46,6 +46,9 @@ class HALVORIA_API Conn_Helper {
   void FreeLogGuard();
 
  protected:
+  // For an answer that says in its own fields why what was asked for is not done (4).
+  void take_refusal(std::string_view reason);
+
   Conn_SyncConnector& m_connector;
   ConnHelper_Params& m_params;
 
@@ -53,6 +56,7 @@ class HALVORIA_API Conn_Helper {
   bool send();
   bool next_frame();
   bool is_at_field();
+  void refuse(const char* what, std::string_view reason);
   bool fail();  // logs the reason
   void log_line();
   void finish();

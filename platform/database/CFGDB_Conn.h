@@ -68,6 +68,9 @@ class HALVORIA_API CFGDB_Conn {
   // What the store said when it failed for the first time since the last call of this; empty when
   // it did not. An empty answer alone does not tell what is not there from what cannot be read.
   std::string TakeFailure();
+  // Why the last change was refused by the rules of the tree, with the place; empty when it was
+  // not.
+  std::string TakeRefusal();
 
   // --- transactions ---------------------------------------------------------------------------
 
@@ -208,6 +211,7 @@ class HALVORIA_API CFGDB_Conn {
   std::unique_ptr<Db_Store> m_store;
   std::string m_conn_string, m_user, m_session;
   std::string m_failure;
+  std::string m_refusal;
   std::atomic<bool> m_has_failed{false};  // there is one, to be looked at without waiting
   bool m_sql_trace = false;
   int m_auto_commit = 1;

@@ -36,7 +36,10 @@ class CFGDB_Conn::Use {
 // One that changes the store. What an exception interrupts is undone, as when the store fails.
 class CFGDB_Conn::Change : public CFGDB_Conn::Use {
  public:
-  using Use::Use;
+  Change(CFGDB_Conn& conn, const char* op, std::string_view path = std::string_view())
+      : Use(conn, op, path) {
+    conn.m_refusal.clear();
+  }
   ~Change() {
     if (std::uncaught_exceptions() > m_exceptions) conn().undo();
   }

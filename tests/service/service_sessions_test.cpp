@@ -188,6 +188,43 @@ TEST(Sessions, AStoreThatFailsIsNotAnEmptyTree) {
   EXPECT_TRUE(client.SetValue(path, "y"));
 }
 
+// The client's log says why, in the words of the store, at one line (4).
+TEST(Sessions, ARefusedChangeSaysWhy) {
+  ServiceWorld world;
+  Client client;
+  ASSERT_TRUE(client.SetValue("halvoria\\key\\value", "x"));
+  const RWCString longer(std::string(2700, 'n'));
+  CFG_SubTree sub_tree{RWCString("t")};
+  ASSERT_TRUE(sub_tree.SetValue(longer, "x"));
+  const struct {
+    std::function<int()> change;
+    const char* reason;
+  } rows[] = {
+      {[&] { return client.SetValue("halvoria\\key", "x"); },
+       "path <halvoria\\key>: it is a key, no value can be there"},
+      {[&] { return client.SetValue("halvoria\\key\\value\\below", "x"); },
+       "path <halvoria\\key\\value>: it is a value, nothing can be below it"},
+      {[&] { return client.SetValue("halvoria\\" + longer, "x"); }, "is longer than 2600 bytes"},
+      {[&] { return client.AddOrReplaceSubTree(&sub_tree, "halvoria\\key"); },
+       "is longer than 2600 bytes"},
+  };
+  for (const auto& row : rows) {
+    const Log_Capture log;
+    EXPECT_FALSE(row.change());
+    int lines = 0;
+    for (const auto& line : log.lines()) {
+      lines += line.level == LOG_LEVEL_WARNING && line.text.find(row.reason) != line.text.npos &&
+               line.text.find("refused the request: path <halvoria\\") != line.text.npos;
+    }
+    EXPECT_EQ(lines, 1) << log.text();
+  }
+  // The connection goes on, and what was refused is not a later one's reason.
+  const Log_Capture log;
+  EXPECT_TRUE(client.SetValue("halvoria\\key\\value", "y"));
+  EXPECT_FALSE(client.IsSubTreeExist("halvoria\\none"));
+  EXPECT_FALSE(log.has("refused")) << log.text();
+}
+
 TEST(Sessions, ManyTreesAreSentOneAfterTheOther) {
   ServiceWorld world([](service::Settings& settings) { settings.max_streams = 2; });
   Client writer;

@@ -153,6 +153,9 @@ bool CFG_DBRepository::CheckIntegrity(std::string& reason) {
 std::string CFG_DBRepository::TakeFailure() {
   return ask("TakeFailure()", [](CFGDB_Conn& db) { return db.TakeFailure(); });
 }
+std::string CFG_DBRepository::TakeRefusal() {
+  return ask("TakeRefusal()", [](CFGDB_Conn& db) { return db.TakeRefusal(); });
+}
 int CFG_DBRepository::PurgeDeletedEntries(int days) try {
   const Step one_step(m_changes);
   CFGDB_Conn* const db = m_connection;

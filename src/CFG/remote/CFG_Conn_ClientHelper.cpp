@@ -75,7 +75,10 @@ bool CFG_Conn_ClientHelper::HasAnswer(Log_Format<> otherwise) {
 int CFG_Conn_ClientHelper::GetSuccessCode() {
   if (!HasAnswer("GetSuccessCode: failed reading server response\n")) return 0;
   long code = 0;
-  return Read(CFG_FLD_SUCCESS_CODE, code) ? static_cast<int>(code) : logger.reject(0, no_response);
+  if (!Read(CFG_FLD_SUCCESS_CODE, code)) return logger.reject(0, no_response);
+  RWCString reason;
+  if (!code && Read(CFG_FLD_REASON, reason)) take_refusal(reason);
+  return static_cast<int>(code);
 }
 
 int CFG_Conn_ClientHelper::GetResponseLength() {
