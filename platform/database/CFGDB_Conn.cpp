@@ -174,6 +174,7 @@ bool CFGDB_Conn::commit_pending(const char* op) {
 }
 
 void CFGDB_Conn::forget_transaction() {
+  m_savepoint.reset();
   m_is_changing = m_is_changed = false;
   m_known_key.clear();
   uncommitted = 0;
@@ -199,6 +200,9 @@ int CFGDB_Conn::begin(const char* op, std::string_view path) {
 }
 
 int CFGDB_Conn::end(const char* op, std::string_view path, int commit) {
+  if (std::exchange(m_savepoint, std::nullopt) && m_store->release() != Db_Result::OK) {
+    return lose(op, path);
+  }
   if (!m_auto_commit || !commit) return OK;
   if (commit_pending(op)) return OK;
   reject(op, path, "not committed");
@@ -222,9 +226,9 @@ int CFGDB_Conn::lose(const char* op, std::string_view path) {
   return DB_ERROR;
 }
 
-// The transaction goes; who commits it later is told.
+// What was done since the savepoint goes, or else the transaction; who commits that is told.
 void CFGDB_Conn::undo() noexcept {
-  if (!m_is_changing) return;
+  if (!m_is_changing || go_back()) return;
   const bool is_told_later = !m_auto_commit && uncommitted;
   forget_transaction();
   m_is_lost = is_told_later;
@@ -236,6 +240,18 @@ void CFGDB_Conn::undo() noexcept {
     m_query.reset();
     m_store->rollback();
   }
+}
+
+bool CFGDB_Conn::go_back() try {
+  const auto before = std::exchange(m_savepoint, std::nullopt);
+  if (!before || m_store->rollback_to() != Db_Result::OK) return false;
+  m_sequence = before->sequence;
+  m_is_changed = before->is_changed;
+  uncommitted = m_is_changed ? 1 : 0;
+  m_known_key.clear();
+  return true;
+} catch (...) {  // no memory to keep the rest of a query in
+  return false;
 }
 
 // --- the store --------------------------------------------------------------------------------

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,7 @@
 
 enum class Db_Result;
 class Db_Store;
+struct Db_Entry;
 class Db_TreeQuery;
 
 // The rules of the stored tree over a Db_Store: keys and values by full path, parents made on
@@ -30,9 +32,10 @@ class Db_TreeQuery;
 // whose `commit` argument is not 0 ends it; one with 0 leaves it for the next operation of
 // the same step. With auto-commit off, the transaction lasts until Commit or RollBack. A
 // failed operation with auto-commit on rolls back what its step has done. With auto-commit off
-// a refused operation leaves the transaction as it is; when the store fails, the transaction is
-// lost: changes answer DB_ERROR, and `uncommitted` stays, until Commit (which answers 0) or
-// RollBack.
+// a refused operation leaves the transaction as it is, and so does one of several statements
+// (Rename, RemoveSubTree, WriteSubTree) in which the store fails. When it fails otherwise, or
+// cannot go back, the transaction is lost: changes answer DB_ERROR, and `uncommitted` stays, until
+// Commit (which answers 0) or RollBack.
 //
 // A reader of the same connection sees its pending changes. Writing what is there already is no
 // change and takes no number.
@@ -178,6 +181,10 @@ class HALVORIA_API CFGDB_Conn {
   // Of every operation: waits for those of other threads.
   class Use;
   class Change;
+  struct Savepoint {  // how it was there
+    int64_t sequence;
+    bool is_changed;
+  };
 
   static void told(void* conn, ForkHandler::Phase phase);
   void before_fork();
@@ -199,11 +206,12 @@ class HALVORIA_API CFGDB_Conn {
   int refuse(const char* op, std::string_view path, int code, const char* why);
   int lose(const char* op, std::string_view path);
   void undo() noexcept;
-  int make_keys(const char* op, std::string_view path);
-  Db_Result erase_tree(std::string_view top);
+  bool go_back();
+  int missing_keys(const char* op, std::string_view path, std::vector<Db_Entry>& keys);
+  int put(const char* op, std::vector<Db_Entry>& rows);
+  bool erase_tree(std::string_view top);
   Db_Result read_renamed(std::string_view top, std::string_view new_top,
                          Tmr_PtrSortedVector<Tree_NodeInfo>& records);
-  int replace(const std::vector<const Tree_NodeInfo*>& records);
   bool commit_pending(const char* op);
   void forget_transaction();
   void note_change() { m_is_changed = true, uncommitted = 1; }
@@ -221,7 +229,8 @@ class HALVORIA_API CFGDB_Conn {
   bool m_is_changed = false;   // and has changed something
   bool m_is_lost = false;      // the transaction went in a failure, and nobody was told yet
   int64_t m_sequence = 0;      // the last number given, while changing
-  std::string m_known_key;     // a key that is there, while changing
+  std::optional<Savepoint> m_savepoint;  // of an operation of several statements
+  std::string m_known_key;               // a key that is there, while changing
 
   std::unique_ptr<Db_TreeQuery> m_query;
   RWCString m_query_root;

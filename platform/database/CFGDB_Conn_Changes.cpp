@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include <database/CFGDB_Conn_Use.h>
 #include <database/Db_KeyCheck.h>
 #include <database/Db_Path.h>
@@ -13,10 +15,10 @@ const char* fault_of(std::string_view path, std::string_view value = std::string
 
 }  // namespace
 
-// Makes the keys of a path that are missing, the highest first, after looking that they can be.
-int CFGDB_Conn::make_keys(const char* op, std::string_view path) {
-  if (path.empty() || path == m_known_key) return OK;
-  std::vector<std::string_view> missing;
+// The rows of the keys of a path that are missing, the highest first, after looking that they can
+// be. Views of the path.
+int CFGDB_Conn::missing_keys(const char* op, std::string_view path, std::vector<Db_Entry>& keys) {
+  if (path == m_known_key) return OK;
   std::string value;
   for (std::string_view key = path; !key.empty(); key = Db_ParentOf(key)) {
     const Db_Result result = m_store->get(key, value);
@@ -25,17 +27,18 @@ int CFGDB_Conn::make_keys(const char* op, std::string_view path) {
       if (value.empty()) break;
       return refuse(op, key, PARENT_IS_VALUE, "it is a value, nothing can be below it");
     }
-    missing.push_back(key);
+    keys.push_back({key, "", 0});
   }
-  std::vector<Db_Entry> keys;
-  for (auto key = missing.rbegin(); key != missing.rend(); ++key) {
-    keys.push_back({*key, "", ++m_sequence});
-  }
-  if (!keys.empty()) {
-    if (m_store->put(keys.data(), keys.size()) != Db_Result::OK) return lose(op, path);
-    note_change();
-  }
-  m_known_key = path;
+  std::reverse(keys.begin(), keys.end());
+  return OK;
+}
+
+// Numbers the rows and puts all of them, or none.
+int CFGDB_Conn::put(const char* op, std::vector<Db_Entry>& rows) {
+  if (rows.empty()) return OK;
+  for (Db_Entry& row : rows) row.sequence = ++m_sequence;
+  if (m_store->put(rows.data(), rows.size()) != Db_Result::OK) return lose(op, rows.back().path);
+  note_change();
   return OK;
 }
 
@@ -45,9 +48,13 @@ int CFGDB_Conn::CreatePath(const RWCString& path, int commit, bool) {
   const Change use(*this, op, at);
   if (!use) return DB_ERROR;
   if (const char* fault = fault_of(at)) return refuse(op, at, DB_ERROR, fault);
+  std::vector<Db_Entry> keys;
   int result = begin(op, at);
-  if (result == OK) result = make_keys(op, at);
-  return result == OK ? end(op, at, commit) : result;
+  if (result == OK) result = missing_keys(op, at, keys);
+  if (result == OK) result = put(op, keys);
+  if (result != OK) return result;
+  m_known_key = at;
+  return end(op, at, commit);
 }
 
 int CFGDB_Conn::InsertLine(const Tree_NodeInfo& record, int commit, bool) {
@@ -60,19 +67,19 @@ int CFGDB_Conn::InsertLine(const Tree_NodeInfo& record, int commit, bool) {
   if (const char* fault = fault_of(at, value)) return refuse(op, at, DB_ERROR, fault);
   if (begin(op, at) != OK) return DB_ERROR;
   std::string old;
-  const Db_Result result = m_store->get(at, old);
-  if (result == Db_Result::FAILED) return lose(op, at);
-  const bool is_there = result == Db_Result::OK;
+  const Db_Result found = m_store->get(at, old);
+  if (found == Db_Result::FAILED) return lose(op, at);
+  const bool is_there = found == Db_Result::OK;
   if (is_there && old.empty() && !value.empty()) {
     return refuse(op, at, IS_KEY, "it is a key, no value can be there");
   }
-  const int made = is_there ? OK : make_keys(op, Db_ParentOf(at));
-  if (made != OK) return made;
-  if (!is_there || old != value) {
-    const Db_Entry entry = {at, value, ++m_sequence};
-    if (m_store->put(&entry, 1) != Db_Result::OK) return lose(op, at);
-    note_change();
-  }
+  std::vector<Db_Entry> rows;
+  int result = is_there ? OK : missing_keys(op, Db_ParentOf(at), rows);
+  if (result != OK) return result;
+  if (!is_there || old != value) rows.push_back({at, value, 0});
+  result = put(op, rows);
+  if (result != OK) return result;
+  if (!is_there) m_known_key = Db_ParentOf(at);
   return end(op, at, commit);
 }
 
@@ -100,25 +107,26 @@ int CFGDB_Conn::RemoveSubTree(const RWCString& path, int commit, bool) {
   if (at.empty()) return refuse(op, at, DB_ERROR, "an empty path is no place");
   if (begin(op, at) != OK) return DB_ERROR;
   std::string value;
-  Db_Result result = m_store->get(at, value);
-  if (result == Db_Result::OK) result = erase_tree(at);
-  if (result == Db_Result::FAILED) return lose(op, at);
+  const Db_Result found = m_store->get(at, value);
+  if (found == Db_Result::FAILED) return lose(op, at);
+  const bool is_gone = found == Db_Result::NOT_FOUND || (use.set_savepoint() && erase_tree(at));
+  if (!is_gone) return lose(op, at);
   return end(op, at, commit);
 }
 
 // The entry at a path, and all that is below it.
-Db_Result CFGDB_Conn::erase_tree(std::string_view top) {
+bool CFGDB_Conn::erase_tree(std::string_view top) {
   m_known_key.clear();
   const Db_Range range(top);
   const Db_Entry entry = {top, "", ++m_sequence};
   int64_t rows = 0;
   if (m_store->erase(&entry, 1) != Db_Result::OK ||
       m_store->erase_range(range.from, range.to, m_sequence + 1, rows) != Db_Result::OK) {
-    return Db_Result::FAILED;
+    return false;
   }
   m_sequence += rows;
   note_change();
-  return Db_Result::OK;
+  return true;
 }
 
 int CFGDB_Conn::Rename(const RWCString& path, const RWCString& new_path, int commit) {
@@ -141,7 +149,7 @@ int CFGDB_Conn::Rename(const RWCString& path, const RWCString& new_path, int com
   if (const char* fault = replacement.take(records)) {
     return refuse(op, replacement.fault_path(), DB_ERROR, fault);
   }
-  if (erase_tree(from) != Db_Result::OK ||
+  if (!use.set_savepoint() || !erase_tree(from) ||
       replacement.write(*m_store, m_sequence) != Db_Result::OK) {
     return lose(op, from);
   }
@@ -180,9 +188,12 @@ int CFGDB_Conn::WriteSubTree(const Tmr_PtrSortedVector<Tree_NodeInfo>& records,
   const std::string_view top = replacement.top();
   if (begin(op, top) != OK) return DB_ERROR;
   m_known_key.clear();
-  const int made = make_keys(op, Db_ParentOf(top));
-  if (made != OK) return made;
-  m_known_key.clear();
+  std::vector<Db_Entry> keys;
+  int result = missing_keys(op, Db_ParentOf(top), keys);
+  if (result != OK) return result;
+  if (!use.set_savepoint()) return lose(op, top);
+  result = put(op, keys);
+  if (result != OK) return result;
   const int64_t before = m_sequence;
   if (replacement.write(*m_store, m_sequence) != Db_Result::OK) return lose(op, top);
   if (m_sequence != before) note_change();

@@ -41,7 +41,16 @@ class CFGDB_Conn::Change : public CFGDB_Conn::Use {
     conn.m_refusal.clear();
   }
   ~Change() {
-    if (std::uncaught_exceptions() > m_exceptions) conn().undo();
+    if (std::uncaught_exceptions() > m_exceptions || conn().m_savepoint) conn().undo();
+  }
+
+  // What comes now takes several statements: unless it comes to its end, it is undone without the
+  // rest of the transaction. False when the store failed.
+  bool set_savepoint() const {
+    if (conn().m_auto_commit) return true;
+    if (conn().m_store->savepoint() != Db_Result::OK) return false;
+    conn().m_savepoint = Savepoint{conn().m_sequence, conn().m_is_changed};
+    return true;
   }
 
  private:

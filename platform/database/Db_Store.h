@@ -80,6 +80,14 @@ class Db_Store {
   // Of the child of a fork: the session is its parent's. Closes what the child has of it without
   // telling the other side; after that the store is left as it is for good.
   virtual void abandon() {}
+
+  // --- a part of a transaction -----------------------------------------------------------------
+
+  // Marks where changes can go back to without the transaction, one place at a time. Going back
+  // forgets the place, and fails where the transaction itself is gone.
+  virtual Db_Result savepoint() = 0;
+  virtual Db_Result release() = 0;
+  virtual Db_Result rollback_to() = 0;
 };
 
 // What a module exports under the name below. On failure null, and the reason.

@@ -38,6 +38,8 @@ enum class Pg_Sql {
   SET_LAST,
   SET_LAST_BULK,
   COMMIT,
+  SAVEPOINT,
+  RELEASE,
   PURGE,
   END
 };

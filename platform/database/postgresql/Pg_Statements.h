@@ -90,6 +90,8 @@ constexpr Pg_Statement kPgStatements[] = {
     {Pg_Sql::SET_LAST, "UPDATE store SET last_sequence = $1::int8"},
     {Pg_Sql::SET_LAST_BULK, "UPDATE store SET last_sequence = $1::int8, last_bulk = $1"},
     {Pg_Sql::COMMIT, "COMMIT"},
+    {Pg_Sql::SAVEPOINT, "SAVEPOINT part"},
+    {Pg_Sql::RELEASE, "RELEASE part"},
     {Pg_Sql::PURGE,
      "WITH newest AS (SELECT max(sequence) AS number FROM deleted"
      "  WHERE at < now() - $1::int8 * interval '1 day'),"

@@ -48,8 +48,7 @@ std::unique_ptr<Pg_Store> Pg_Store::Open(const std::string& connection, const st
 // ----------------------------------------------------------------------------------------
 
 Db_Result Pg_Store::get(std::string_view path, std::string& value) {
-  if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
-  const Pg_Result result = m_session.call(Pg_Sql::GET, {path}, "read");
+  const Pg_Result result = ask(Pg_Sql::GET, {path}, "read");
   if (!result) return Db_Result::FAILED;
   if (!PQntuples(result.get())) return Db_Result::NOT_FOUND;
   value.assign(Pg_Bytes(result.get(), 0, 0));
@@ -80,16 +79,14 @@ std::unique_ptr<Db_Cursor> Pg_Store::children(std::string_view path) {
 }
 
 Db_Result Pg_Store::number(Pg_Sql sql, const Pg_Values& values, int64_t& number) {
-  if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
-  const Pg_Result result = m_session.call(sql, values, "read");
+  const Pg_Result result = ask(sql, values, "read");
   if (!result || !PQntuples(result.get())) return Db_Result::FAILED;
   number = Pg_Number(result.get(), 0, 0);
   return Db_Result::OK;
 }
 
 Db_Result Pg_Store::text(Pg_Sql sql, std::string& text) {
-  if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
-  const Pg_Result result = m_session.call(sql, {}, "read");
+  const Pg_Result result = ask(sql, {}, "read");
   if (!result || !PQntuples(result.get())) return Db_Result::FAILED;
   text.assign(Pg_Bytes(result.get(), 0, 0));
   return Db_Result::OK;
@@ -137,15 +134,13 @@ Db_Result Pg_Store::begin(int wait_milliseconds, int64_t& last_sequence) {
 }
 
 Db_Result Pg_Store::commit(int64_t last_sequence) {
-  const std::unique_ptr<Pending> pending = std::move(m_pending);
   std::vector<Pg_Call> calls;
-  if (pending) calls.push_back(pending->call());
   if (last_sequence != m_last_sequence) {
     calls.push_back({m_is_bulk ? Pg_Sql::SET_LAST_BULK : Pg_Sql::SET_LAST, {}});
     calls.back().values.add(last_sequence);
   }
   calls.push_back({Pg_Sql::COMMIT, {}});
-  const Pg_Result result = m_session.call(calls, "write");
+  const Pg_Result result = ask(calls, "write");
   // A transaction that had failed answers otherwise.
   if (result && std::string_view(PQcmdStatus(result.get())) == "COMMIT") {
     m_session.set_in_transaction(false);
@@ -157,28 +152,65 @@ Db_Result Pg_Store::commit(int64_t last_sequence) {
 
 // The server rolls back what a lost connection leaves.
 void Pg_Store::rollback() {
-  m_pending.reset();
+  m_waiting.clear();
   m_session.keep_rest();
   m_session.set_in_transaction(false);
   if (PQtransactionStatus(m_session.handle()) == PQTRANS_IDLE) return;
   PQclear(PQexec(m_session.handle(), "ROLLBACK"));
 }
 
-Pg_Call Pg_Store::Pending::call() const {
-  Pg_Call call{Pg_Sql::PUT, {path, value}};
-  call.values.add(sequence);
+Pg_Call Pg_Store::Waiting::call() const {
+  Pg_Call call{sql, {}};
+  if (sql != Pg_Sql::PUT) return call;
+  call.values.add(path).add(value).add(sequence);
   return call;
 }
 
+Pg_Result Pg_Store::ask(const std::vector<Pg_Call>& calls, const char* what) {
+  const std::vector<Waiting> waiting = std::move(m_waiting);
+  m_waiting.clear();
+  std::vector<Pg_Call> all;
+  all.reserve(waiting.size() + calls.size());
+  for (const Waiting& one : waiting) all.push_back(one.call());
+  all.insert(all.end(), calls.begin(), calls.end());
+  return m_session.call(all, what);
+}
+
+Pg_Result Pg_Store::ask(Pg_Sql sql, const Pg_Values& values, const char* what) {
+  if (m_waiting.empty()) return m_session.call(sql, values, what);
+  return ask({{sql, values}}, what);
+}
+
+// Before what can only be sent alone.
 Db_Result Pg_Store::carry_out() {
-  if (!m_pending) return Db_Result::OK;
-  const std::unique_ptr<Pending> pending = std::move(m_pending);
-  return m_session.call({pending->call()}, "write") ? Db_Result::OK : Db_Result::FAILED;
+  if (m_waiting.empty()) return Db_Result::OK;
+  return ask({}, "write") ? Db_Result::OK : Db_Result::FAILED;
+}
+
+Db_Result Pg_Store::savepoint() {
+  m_waiting.push_back({Pg_Sql::SAVEPOINT});
+  return Db_Result::OK;
+}
+
+Db_Result Pg_Store::release() {
+  m_waiting.push_back({Pg_Sql::RELEASE});
+  return Db_Result::OK;
+}
+
+// Nothing was done since when the savepoint itself still waits.
+Db_Result Pg_Store::rollback_to() {
+  const auto is_savepoint = [](const Waiting& one) { return one.sql == Pg_Sql::SAVEPOINT; };
+  const auto unsent = std::find_if(m_waiting.begin(), m_waiting.end(), is_savepoint);
+  const bool is_unsent = unsent != m_waiting.end();
+  m_waiting.erase(is_unsent ? unsent : m_waiting.begin(), m_waiting.end());
+  if (is_unsent) return Db_Result::OK;
+  m_session.keep_rest();
+  return m_session.run("ROLLBACK TO part; RELEASE part", "undo") ? Db_Result::OK
+                                                                 : Db_Result::FAILED;
 }
 
 Db_Result Pg_Store::change(Pg_Sql sql, const Pg_Values& values, int64_t* rows) {
-  if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
-  const Pg_Result result = m_session.call(sql, values, "write");
+  const Pg_Result result = ask(sql, values, "write");
   if (!result) return Db_Result::FAILED;
   if (rows) *rows = std::strtoll(PQcmdTuples(result.get()), nullptr, 10);
   return Db_Result::OK;
@@ -186,9 +218,11 @@ Db_Result Pg_Store::change(Pg_Sql sql, const Pg_Values& values, int64_t* rows) {
 
 Db_Result Pg_Store::put(const Db_Entry* entries, size_t count) {
   if (count == 1) {
-    if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
-    m_pending.reset(
-        new Pending{std::string(entries->path), std::string(entries->value), entries->sequence});
+    const auto is_row = [](const Waiting& one) { return one.sql == Pg_Sql::PUT; };
+    const bool is_second = std::any_of(m_waiting.begin(), m_waiting.end(), is_row);
+    if (is_second && carry_out() != Db_Result::OK) return Db_Result::FAILED;
+    m_waiting.push_back(
+        {Pg_Sql::PUT, std::string(entries->path), std::string(entries->value), entries->sequence});
     return Db_Result::OK;
   }
   for (size_t at = 0; at < count; at += kRowsOfCall) {

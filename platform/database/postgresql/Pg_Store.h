@@ -35,6 +35,9 @@ class Pg_Store : public Db_Store {
   Db_Result erase_range(std::string_view from, std::string_view to, int64_t sequence,
                         int64_t& rows) override;
   Db_Result purge_deletions(int days, int64_t& rows) override;
+  Db_Result savepoint() override;
+  Db_Result release() override;
+  Db_Result rollback_to() override;
   void abandon() override { m_session.abandon(); }
 
  private:
@@ -44,17 +47,20 @@ class Pg_Store : public Db_Store {
   Db_Result text(Pg_Sql sql, std::string& text);
   Db_Result change(Pg_Sql sql, const Pg_Values& values, int64_t* rows = nullptr);
 
-  Db_Result carry_out();
-
-  // A single row waits for the next statement, with which it is sent: mostly that is the commit.
-  struct Pending {
-    std::string path, value;
-    int64_t sequence;
+  // What answers nothing waits for the next statement, with which it is sent: a single row, mostly
+  // for the commit or the look at the next row's place, and what is said of the savepoint.
+  struct Waiting {
+    Pg_Sql sql;
+    std::string path = {}, value = {};
+    int64_t sequence = 0;
     Pg_Call call() const;
   };
+  Pg_Result ask(const std::vector<Pg_Call>& calls, const char* what);
+  Pg_Result ask(Pg_Sql sql, const Pg_Values& values, const char* what);
+  Db_Result carry_out();
 
   Pg_Session m_session;
-  std::unique_ptr<Pending> m_pending;
+  std::vector<Waiting> m_waiting;
   int64_t m_last_sequence = 0;  // when the transaction began
   bool m_is_bulk = false;       // the transaction wrote in bulk
 };

@@ -63,6 +63,8 @@ constexpr struct {
      "  WHERE at < CAST(strftime('%s', 'now') AS INTEGER) - ?1 * 86400"},
     {Sqlite_Sql::PURGE, "DELETE FROM deleted WHERE sequence <= ?"},
     {Sqlite_Sql::SET_OLDEST, "UPDATE store SET oldest_deletion = max(oldest_deletion, ? + 1)"},
+    {Sqlite_Sql::SAVEPOINT, "SAVEPOINT part"},
+    {Sqlite_Sql::RELEASE, "RELEASE part"},
 };
 static_assert(Db_IsInOrder(kSql));
 

@@ -35,6 +35,8 @@ enum class Sqlite_Sql {
   NEWEST_BEFORE,
   PURGE,
   SET_OLDEST,
+  SAVEPOINT,
+  RELEASE,
   END
 };
 

@@ -184,8 +184,8 @@ Db_Result Sqlite_Store::execute(Sqlite_Sql sql, int64_t number, const char* what
 
 Db_Result Sqlite_Store::commit(int64_t last_sequence) {
   const Sqlite_Sql sql = m_is_bulk ? Sqlite_Sql::SET_LAST_BULK : Sqlite_Sql::SET_LAST;
-  const bool is_counted =
-      last_sequence == m_last_sequence || execute(sql, last_sequence, "write") == Db_Result::OK;
+  const bool is_counted = may_change() && (last_sequence == m_last_sequence ||
+                                           execute(sql, last_sequence, "write") == Db_Result::OK);
   if (is_counted && m_session.run("COMMIT", "write")) {
     m_session.set_wait(kReadWait);
     return Db_Result::OK;
@@ -194,14 +194,35 @@ Db_Result Sqlite_Store::commit(int64_t last_sequence) {
   return Db_Result::FAILED;
 }
 
-// Some failures have rolled back already.
 void Sqlite_Store::rollback() {
   for (Sqlite_Cursor* cursor : m_cursors) cursor->keep_rest();
   if (sqlite3_get_autocommit(m_session.handle())) return;
   sqlite3_exec(m_session.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
+// Some failures, of reads too, have rolled back already: what comes now would be for good at once.
+bool Sqlite_Store::may_change() {
+  return !sqlite3_get_autocommit(m_session.handle()) ||
+         m_session.fail("write", "the transaction went in a failure before");
+}
+
+Db_Result Sqlite_Store::savepoint() {
+  if (!may_change()) return Db_Result::FAILED;
+  return Sqlite_Statement(m_session, Sqlite_Sql::SAVEPOINT).execute("write");
+}
+
+Db_Result Sqlite_Store::release() {
+  return Sqlite_Statement(m_session, Sqlite_Sql::RELEASE).execute("write");
+}
+
+Db_Result Sqlite_Store::rollback_to() {
+  for (Sqlite_Cursor* cursor : m_cursors) cursor->keep_rest();
+  return m_session.run("ROLLBACK TO part; RELEASE part", "undo") ? Db_Result::OK
+                                                                 : Db_Result::FAILED;
+}
+
 Db_Result Sqlite_Store::put(const Db_Entry* entries, size_t count) {
+  if (!may_change()) return Db_Result::FAILED;
   Sqlite_Statement put(m_session, Sqlite_Sql::PUT);
   Sqlite_Statement forget(m_session, Sqlite_Sql::FORGET_DELETION);
   if (!put.is_ready() || !forget.is_ready()) return Db_Result::FAILED;
@@ -219,6 +240,7 @@ Db_Result Sqlite_Store::put(const Db_Entry* entries, size_t count) {
 
 Db_Result Sqlite_Store::put_new(const Db_Entry* entries, size_t count) {
   if (!count) return Db_Result::OK;
+  if (!may_change()) return Db_Result::FAILED;
   m_is_bulk = true;
   Sqlite_Statement put(m_session, Sqlite_Sql::PUT_NEW);
   Sqlite_Statement forget(m_session, Sqlite_Sql::FORGET_DELETIONS);
@@ -235,6 +257,7 @@ Db_Result Sqlite_Store::put_new(const Db_Entry* entries, size_t count) {
 }
 
 Db_Result Sqlite_Store::erase(const Db_Entry* entries, size_t count) {
+  if (!may_change()) return Db_Result::FAILED;
   Sqlite_Statement erase(m_session, Sqlite_Sql::ERASE);
   Sqlite_Statement keep(m_session, Sqlite_Sql::KEEP_DELETION);
   if (!erase.is_ready() || !keep.is_ready()) return Db_Result::FAILED;
@@ -251,6 +274,7 @@ Db_Result Sqlite_Store::erase(const Db_Entry* entries, size_t count) {
 
 Db_Result Sqlite_Store::erase_range(std::string_view from, std::string_view to, int64_t sequence,
                                     int64_t& rows) {
+  if (!may_change()) return Db_Result::FAILED;
   Sqlite_Statement keep(m_session, Sqlite_Sql::KEEP_DELETIONS);
   Sqlite_Statement erase(m_session, Sqlite_Sql::ERASE_RANGE);
   if (!erase.is_ready() || !keep.is_ready()) return Db_Result::FAILED;
@@ -267,6 +291,7 @@ Db_Result Sqlite_Store::erase_range(std::string_view from, std::string_view to, 
 }
 
 Db_Result Sqlite_Store::purge_deletions(int days, int64_t& rows) {
+  if (!may_change()) return Db_Result::FAILED;
   int64_t newest = 0;
   {
     Sqlite_Statement statement(m_session, Sqlite_Sql::NEWEST_BEFORE);

@@ -36,6 +36,9 @@ class Sqlite_Store : public Db_Store {
   Db_Result erase_range(std::string_view from, std::string_view to, int64_t sequence,
                         int64_t& rows) override;
   Db_Result purge_deletions(int days, int64_t& rows) override;
+  Db_Result savepoint() override;
+  Db_Result release() override;
+  Db_Result rollback_to() override;
 
  private:
   Sqlite_Store() = default;
@@ -43,6 +46,7 @@ class Sqlite_Store : public Db_Store {
   Db_Result text(Sqlite_Sql sql, std::string& text);
   Db_Result read(std::string_view path, std::string& value);
   Db_Result execute(Sqlite_Sql sql, int64_t number, const char* what);
+  bool may_change();
 
   Sqlite_Session m_session;
   Sqlite_ValueCache m_values;

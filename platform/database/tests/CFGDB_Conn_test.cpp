@@ -117,6 +117,42 @@ TEST_P(Database, HoldsATransactionUntilCommitOrRollBack) {
   EXPECT_EQ(other->IsSubTreeExist("t\\e", 0), 1);
 }
 
+// Each write is whole in a transaction, too; what was pending before stays.
+TEST_P(Database, TakesBackWhatFailsHalfwayAlone) {
+  ASSERT_EQ(write({{"t", ""}, {"t\\tree", ""}, {"t\\tree\\stop", "1"}}), CFGDB_Conn::OK);
+  fail_at("stop");
+  const auto fail_all = [this] {
+    EXPECT_EQ(m_conn->Rename("t\\tree", "t\\named", 1), CFGDB_Conn::DB_ERROR);
+    EXPECT_EQ(m_conn->RemoveSubTree("t\\tree", 1, true), CFGDB_Conn::DB_ERROR);
+    EXPECT_EQ(write({{"t\\deep\\key", ""}, {"t\\deep\\key\\stop", "1"}}), CFGDB_Conn::DB_ERROR);
+  };
+  m_conn->SetAutoCommit(0);
+  fail_all();  // the first in the transaction
+  ASSERT_EQ(set("t\\new\\a", "1"), CFGDB_Conn::OK);
+  fail_all();
+  EXPECT_EQ(set("t\\fresh\\" + std::string(2600, 'x'), "1"), CFGDB_Conn::DB_ERROR);
+  EXPECT_EQ(set("t\\fresh\\nul", std::string("a\0b", 3)), CFGDB_Conn::DB_ERROR);
+  EXPECT_EQ(set("t\\new\\a\\fresh\\v", "1"), CFGDB_Conn::PARENT_IS_VALUE);
+  ASSERT_EQ(write({{"t\\new\\k", ""}, {"t\\new\\k\\v", "1"}}), CFGDB_Conn::OK);
+  ASSERT_EQ(m_conn->Rename("t\\new\\k", "t\\new\\l", 1), CFGDB_Conn::OK);
+  fail_all();
+  EXPECT_EQ(m_conn->uncommitted, 1);
+  EXPECT_EQ(m_conn->Commit(0), CFGDB_Conn::COMMIT_OK);
+  const auto is_kept =
+      ElementsAre("new", "new\\a=1", "new\\l", "new\\l\\v=1", "tree", "tree\\stop=1");
+  EXPECT_THAT(rows(), is_kept);
+  EXPECT_EQ(number(), 11);  // none for what was taken back
+  std::string reason;
+  EXPECT_TRUE(m_conn->CheckIntegrity(reason)) << reason;
+
+  // The keys above a value that fails go with all the rest, which whoever commits is told.
+  ASSERT_EQ(set("t\\lost", "1"), CFGDB_Conn::OK);
+  EXPECT_EQ(set("t\\fresh\\stop", "1"), CFGDB_Conn::DB_ERROR);
+  EXPECT_EQ(set("t\\after", "1"), CFGDB_Conn::DB_ERROR);
+  EXPECT_EQ(m_conn->Commit(0), 0);
+  EXPECT_THAT(rows(), is_kept);
+}
+
 TEST_P(Database, LetsOneWriterInAtATime) {
   const auto other = connect();
   other->SetWriteWait(50);

@@ -61,6 +61,15 @@ TEST_F(PostgresServer, IsReachedAgainAfterTheConnectionWasLost) {
   EXPECT_EQ(set("t\\f", "6"), CFGDB_Conn::OK);
   EXPECT_EQ(m_conn->GetSubTreeEntriesCount("t"), 3);
 
+  // By an operation that would be taken back alone, too.
+  m_conn->SetAutoCommit(0);
+  ASSERT_EQ(set("t\\c", "3"), CFGDB_Conn::OK);
+  m_server->disconnect_clients();
+  EXPECT_EQ(m_conn->RemoveSubTree("t", 1, true), CFGDB_Conn::DB_ERROR);
+  EXPECT_EQ(set("t\\d", "4"), CFGDB_Conn::DB_ERROR);
+  EXPECT_EQ(m_conn->Commit(0), 0);
+  EXPECT_EQ(m_conn->GetSubTreeEntriesCount("t"), 3);
+
   // Lost by the commit itself: what is asked next is asked anew.
   m_conn->SetAutoCommit(0);
   ASSERT_EQ(set("t\\g", "7"), CFGDB_Conn::OK);

@@ -143,6 +143,26 @@ TEST_F(SqliteFile, ReadsNothingOlderThanWhatWasAcknowledged) {
   writing.join();
 }
 
+// A read without memory ends the transaction: what comes after it is not for good at once.
+TEST_F(SqliteFile, LosesATransactionInWhichAReadFailed) {
+  const std::string file = m_folder / "cfg.db";
+  CFGDB_Conn conn(true), other(true);
+  ASSERT_TRUE(conn.Init(("sqlite:" + file).c_str(), "", false));
+  ASSERT_TRUE(other.Init(("sqlite:" + file).c_str(), "", false));
+  const std::string big(1 << 20, 'b');
+  ASSERT_EQ(conn.InsertLine(Tree_NodeInfo("t\\big", big), 1, true), CFGDB_Conn::OK);
+  conn.SetAutoCommit(0);
+  ASSERT_EQ(conn.InsertLine(Tree_NodeInfo("t\\a", "1"), 1, true), CFGDB_Conn::OK);
+  sqlite3_hard_heap_limit64(sqlite3_memory_used() + (100 << 10));
+  EXPECT_STREQ(conn.GetValue("t\\big").data(), "");
+  sqlite3_hard_heap_limit64(0);
+  EXPECT_EQ(conn.InsertLine(Tree_NodeInfo("t\\b", "2"), 1, true), CFGDB_Conn::DB_ERROR);
+  EXPECT_STREQ(other.GetValue("t\\b").data(), "");
+  EXPECT_EQ(conn.Commit(0), 0);
+  EXPECT_EQ(other.GetSubTreeEntriesCount("t"), 1);
+  EXPECT_STREQ(other.GetMaxSeqNumber().data(), "2");
+}
+
 // The disk is full in the middle of a transaction: it is lost as a whole, and told so.
 TEST_F(SqliteFile, LosesAllOfATransactionWhenTheDiskIsFull) {
   const std::string file = m_folder / "cfg.db";

@@ -1,5 +1,8 @@
 #include <database/tests/Test_Database.h>
 
+#include <libpq-fe.h>
+#include <sqlite3.h>
+
 void Database::SetUp() {
   m_connection = "sqlite:" + (m_folder / "cfg.db").string();
   if (GetParam() == std::string("postgresql")) {
@@ -46,6 +49,33 @@ std::vector<std::string> Database::query(const std::string& path, bool wildcard,
   if (m_conn->is_query_failed()) found.push_back("failed");
   m_conn->CloseTreeQuery(true);
   return found;
+}
+
+void Database::fail_at(const std::string& name) {
+  if (!m_server) {
+    sqlite3* handle = nullptr;
+    ASSERT_EQ(sqlite3_open((m_folder / "cfg.db").c_str(), &handle), SQLITE_OK);
+    for (const char* table : {"entry", "deleted"}) {
+      const std::string sql = std::string("CREATE TRIGGER fail_") + table + " BEFORE INSERT ON " +
+                              table + " WHEN NEW.path LIKE '%" + name +
+                              "' BEGIN SELECT RAISE(ABORT, 'as told'); END";
+      EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+    }
+    sqlite3_close(handle);
+    return;
+  }
+  PGconn* handle = PQconnectdb(m_connection.c_str());
+  std::string sql =
+      "SET search_path = halvoria_cfg; CREATE FUNCTION fail() RETURNS trigger LANGUAGE plpgsql"
+      " AS 'BEGIN RAISE ''as told''; END'";
+  for (const char* table : {"entry", "deleted"}) {
+    sql += std::string("; CREATE TRIGGER fail BEFORE INSERT ON ") + table +
+           " FOR EACH ROW WHEN (NEW.path LIKE '%" + name + "'::bytea) EXECUTE FUNCTION fail()";
+  }
+  PGresult* result = PQexec(handle, sql.c_str());
+  EXPECT_EQ(PQresultStatus(result), PGRES_COMMAND_OK) << PQerrorMessage(handle);
+  PQclear(result);
+  PQfinish(handle);
 }
 
 std::vector<std::string> Database::rows(const std::string& path) { return query(path); }

@@ -29,6 +29,8 @@ class Database : public ::testing::TestWithParam<const char*> {
   std::vector<std::string> query(const std::string& path, bool wildcard = false,
                                  const char* sequence = nullptr, bool deleted = false,
                                  bool all_deleted = false);
+  // From now on the store fails where a row of that name is written, or kept as a deleted one.
+  void fail_at(const std::string& name);
   int number() { return std::atoi(m_conn->GetMaxSeqNumber().data()); }
 
   TemporaryFolder m_folder;
