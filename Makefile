@@ -37,9 +37,10 @@ lint:
 
 # Runs each fuzz target for FUZZ_SECONDS; new inputs go to build/fuzz/corpus.
 FUZZ_SECONDS ?= 60
+FUZZ_BOUND ?= $(FUZZ_SECONDS)
 fuzz:
 	@tools/install-packages build fuzz
-	@tools/run-fuzzers $(FUZZ_SECONDS)
+	@tools/run-fuzzers $(FUZZ_BOUND)
 
 deps:
 	@tools/install-packages build test

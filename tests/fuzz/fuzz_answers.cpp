@@ -18,8 +18,15 @@
 #include <logging/Tmr_GLog.h>
 #include <tree/Tree_Node.h>
 #include "../CFG/scripted_service.h"
+#include "reach.h"
 
 namespace {
+
+Reach tree_received("a tree is received");
+Reach list_received("a list is received");
+Reach records_received("records are received");
+Reach value_found("a value is found by its rules");
+Reach bytes_received("a byte array is received");
 
 enum { PATH = 4, SUBTREE = 7, CHUNK = 8, RESULT = 9, CODE = 10, VALUE = 11, COUNT = 12 };
 
@@ -91,6 +98,7 @@ void read_list(String_Arr* read, Fields fields) {
   const bool is_whole = fields.list(1, texts);
   demand(is_whole == (read != nullptr));
   if (!read) return;
+  list_received(read->GetArrLen() > 1);
   demand(static_cast<size_t>(read->GetArrLen()) == texts.size());
   for (size_t i = 0; i < texts.size(); ++i) {
     demand(is_same(read->GetStr(static_cast<int>(i)), texts[i]));
@@ -103,6 +111,7 @@ void read_records(CFG_Connector& connector, Fields fields) {
   const bool is_whole = fields.list(2, texts);
   demand(is_whole == (read != nullptr));
   if (!read) return;
+  records_received(read->m_count > 1);
   demand(static_cast<size_t>(read->m_count) * 2 == texts.size());
   for (int i = 0; i < read->m_count; ++i) {
     const size_t at = static_cast<size_t>(i) * 2;
@@ -120,6 +129,7 @@ void read_value_by_rule(CFG_Connector& connector, Fields fields) {
   const std::string* sent_value = code ? fields.text(VALUE) : nullptr;
   const std::string* sent_path = sent_value ? fields.text(PATH) : nullptr;
   demand(is_found == (sent_path && *code && *sent_value->c_str() && *sent_path->c_str()));
+  value_found(is_found);
   demand(is_found == (value != nullptr) && is_found == (path != nullptr));
   demand(!is_found || (is_same(value, *sent_value) && is_same(path, *sent_path)));
 }
@@ -129,6 +139,7 @@ void read_bytes(CFG_Connector& connector, Fields fields) {
   const std::unique_ptr<char[]> read(connector.GetSubTree("p", 0, length));
   const std::string* sent = fields.text(SUBTREE);
   demand((sent != nullptr) == (read != nullptr));
+  bytes_received(sent && !sent->empty());
   demand(std::string_view(read.get() ? read.get() : "", static_cast<size_t>(length)) ==
          (sent ? *sent : ""));
 }
@@ -152,6 +163,7 @@ void read_tree(Tree_NodePtr tree, Fields fields) {
   if (!chunk || chunk->empty()) return demand(!tree);
   std::string sent;
   for (; chunk && !chunk->empty(); chunk = fields.text(CHUNK)) sent += *chunk;
+  tree_received();
   demand(static_cast<bool>(tree));  // of a stream that breaks off, what there is of it
   check_node(*tree, sent);
 }

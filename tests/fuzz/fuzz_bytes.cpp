@@ -18,7 +18,13 @@
 #include <logging/Tmr_GLog.h>
 #include <tree/Tree_Walk.h>
 
+#include "reach.h"
+
 namespace {
+
+Reach tree_read("a byte array becomes a tree");
+Reach array_refused("a byte array is refused");
+Reach part_read("a part of a byte array becomes a tree");
 
 struct form {
   bool has_header;
@@ -153,7 +159,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                           form{has_header, path, true}}) {
       const Tree_NodePtr tree = read(bytes, f), plain = plain_reader(bytes, f).read();
       if (!tree != !plain) abort();
+      array_refused(!tree);
       if (!tree) continue;
+      tree_read();
+      part_read(!f.sub_path.empty());
       check_equal(tree, plain);
       const std::string array = written(tree);
       const Tree_NodePtr again = read(array, {true, "", false});

@@ -12,7 +12,13 @@
 #include <SECM/SECM_crypt.h>
 #include <logging/Tmr_GLog.h>
 
+#include "reach.h"
+
 namespace {
+
+Reach foreign_opened("a buffer with a foreign header is opened");
+Reach foreign_refused("a buffer is refused");
+Reach own_opened("what was encrypted is decrypted");
 
 using bytes = std::vector<unsigned char>;
 
@@ -34,7 +40,8 @@ bool decrypt(SECM_crypt& cipher, std::span<const uint8_t> in, bytes& out, bool w
 // ciphertext alone, too.
 void check_foreign(SECM_crypt& cipher, std::span<const uint8_t> buffer) {
   bytes opened, bare;
-  if (!decrypt(cipher, buffer, opened, true)) return;
+  if (!decrypt(cipher, buffer, opened, true)) return foreign_refused();
+  foreign_opened();
   if (buffer.size() < header_size || buffer[0] != 2) abort();
   const std::string digits(buffer.begin() + 1, buffer.begin() + 12);
   const unsigned long length = std::stoul(digits);
@@ -50,6 +57,7 @@ void check_own(SECM_crypt& cipher, std::span<const uint8_t> plain) {
     if (!cipher.encrypt(plain.data(), length, sealed, with_header)) abort();
     if (!decrypt(cipher, sealed, opened, with_header)) abort();
     if (!std::ranges::equal(opened, plain)) abort();
+    own_opened();
   }
   // Its ciphertext under a header of the input's making.
   std::copy_n(plain.begin(), std::min(plain.size(), header_size), sealed.begin());

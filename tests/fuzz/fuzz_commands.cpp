@@ -9,9 +9,16 @@
 #include <logging/Tmr_GLog.h>
 #include <service/commands.h>
 
+#include "reach.h"
+
 using namespace cfg::protocol;
 
 namespace {
+
+Reach request_refused("a request is refused before it is carried out");
+Reach read_answered("a read is answered");
+Reach change_done("a change is done");
+Reach change_refused("a change is refused by the store");
 
 service::StoreRepository& store() {
   static service::StoreRepository& repository = []() -> service::StoreRepository& {
@@ -35,11 +42,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string fault;
   if (!service::read_request(fields, row, caller, request, fault)) {
     if (fault.empty()) std::abort();
+    request_refused();
     return 0;
   }
   Conn_FormWriter frame;
   frame.begin("answer");
   int result = 0;
-  service::carry_out(store(), request, frame, result, fault);
+  const bool is_answered = service::carry_out(store(), request, frame, result, fault);
+  const bool is_change = row.effect == Effect::CHANGES;
+  read_answered(is_answered && !is_change);
+  change_done(is_answered && is_change && result);
+  change_refused(is_answered && is_change && !result);
   return 0;
 }

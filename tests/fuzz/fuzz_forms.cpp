@@ -13,7 +13,12 @@
 
 #include <connection/Conn_Form.h>
 
+#include "reach.h"
+
 namespace {
+
+Reach fields_read("all fields of a frame of the input are read");
+Reach form_compared("a form of several fields is written and read");
 
 struct Field {
   uint32_t number;
@@ -63,6 +68,7 @@ void write_and_read(const std::vector<Field>& script) {
     if (field.is_text && text != field.text) abort();
   }
   if (!reader.is_done()) abort();
+  form_compared(script.size() > 2);
 }
 
 void read_all(std::string_view bytes) {
@@ -97,6 +103,7 @@ void read_all(std::string_view bytes) {
     if (!is_read && reader.rest().size() != before) abort();
     if (!is_read) return;
   }
+  fields_read(!bytes.empty());
 }
 
 }  // namespace

@@ -13,7 +13,12 @@
 #include <connection/Conn_Form.h>
 #include <connection/Conn_FrameSplitter.h>
 
+#include "reach.h"
+
 namespace {
+
+Reach frames_split("a stream of several frames is split");
+Reach frame_refused("a frame is too long");
 
 using Found = Conn_FrameSplitter::Found;
 constexpr size_t kMaxFrame = 1000;
@@ -79,6 +84,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string_view stream(reinterpret_cast<const char*>(data) + 1, size - 1);
   const Split plain = plain_split(stream), split = split_in_pieces(stream, data[0]);
   if (plain.frames != split.frames || plain.is_too_long != split.is_too_long) abort();
+  frames_split(split.frames.size() > 1);
+  frame_refused(split.is_too_long);
   for (const std::string& frame : split.frames) read_own_fields(frame);
   return 0;
 }

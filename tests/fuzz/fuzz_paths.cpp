@@ -8,6 +8,16 @@
 #include <CFG/CFG_SubTree.h>
 #include <logging/Tmr_GLog.h>
 
+#include "reach.h"
+
+namespace {
+
+Reach value_set("a path takes a value");
+Reach path_refused("a path is refused");
+Reach text_put_in("a property is put in");
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   TmrGLog.SetLevel(0);
   static CFG_SubTree setup("setup");
@@ -30,6 +40,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int is_set = tree.SetValue(path, "text");
   if (is_set && (!is_valid || tree.GetValue(path) != "text")) abort();
   if (!is_set && !tree.IsEmpty()) abort();
+  value_set(is_set);
+  path_refused(!is_valid);
+  text_put_in(actual.view().find("alpha\\beta") != std::string_view::npos);
   if (is_set && (!tree.DeleteValue(path) || tree.GetValue(path) != "")) abort();
   return 0;
 }

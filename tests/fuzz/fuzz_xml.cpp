@@ -11,9 +11,14 @@
 #include <logging/Tmr_GLog.h>
 #include <tree/Tree_Walk.h>
 #include <xercesc/framework/MemBufInputSource.hpp>
+#include "reach.h"
 #include "written_document.h"
 
 namespace {
+
+Reach tree_compared("a document becomes a tree that is written and read again");
+Reach document_refused("a document is refused");
+Reach records_sorted("a document has records");
 
 bool read(CFG_SAXImport& import, std::string_view document, uint64_t flags) {
   const xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(document.data()),
@@ -21,6 +26,7 @@ bool read(CFG_SAXImport& import, std::string_view document, uint64_t flags) {
   import.SetClearVectorAtDtor(true);
   const bool is_good = import.Init(source, flags) == 0;
   if (is_good != (import.GetErrorCount() == 0)) abort();
+  document_refused(!is_good);
   return is_good;
 }
 
@@ -56,12 +62,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check_equal(*tree, *again);
     const std::string document_again = written(*again);
     if (written(*read_tree(document_again)) != document_again) abort();
+    tree_compared();
   }
   for (const uint64_t flags : {CFG_SAX_MULTI_BRANCH, CFG_SAX_VALUE_LIST}) {
     CFG_SAXImport import;
     read(import, document, flags);
     for (int i = 0; i < import.GetNumOfVectors(); ++i) {
       const CFG_SAXImport::NodesVec* records = import.GetNodesVecIndex(i);
+      records_sorted(records && records->entries() > 1);
       for (size_t at = 1; records && at < records->entries(); ++at) {
         if (*(*records)[at] < *(*records)[at - 1]) abort();
       }

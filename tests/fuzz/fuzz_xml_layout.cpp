@@ -10,9 +10,14 @@
 #include <CFG/xml/xml_layout.h>
 #include <logging/Tmr_GLog.h>
 #include "../CFG/xml/import_outcome.h"
+#include "reach.h"
 #include "written_document.h"
 
 namespace {
+
+Reach both_compared("a document is read both ways");
+Reach written_again("a document is written again");
+Reach other_layout("a document has another layout");
 
 void check(bool is_true) {
   if (!is_true) abort();
@@ -21,6 +26,7 @@ void check(bool is_true) {
 void check_both_ways(std::string_view document, uint64_t flags) {
   CFG_SAXImport read, parsed;
   const std::string outcome_read = outcome(read.InitFromBuffer(document, flags), read, flags);
+  both_compared();
   check(outcome_read == outcome(parse_document(parsed, document, flags), parsed, flags));
 }
 
@@ -32,6 +38,7 @@ void check_written_again(std::string_view document) {
   if (!tree) return;
   const std::string again = written(*tree);
   check(is_own_layout(again, 0));
+  written_again();
   check_both_ways(again, 0);
 }
 
@@ -42,7 +49,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string document(reinterpret_cast<const char*>(data), size);
   if (document.substr(0, 5) != "<?xml") document.insert(0, cfg::xml_layout::prologue);
   for (const uint64_t flags : {uint64_t{0}, CFG_SAX_MULTI_BRANCH, CFG_SAX_VALUE_LIST}) {
-    if (is_own_layout(document, flags)) check_both_ways(document, flags);
+    const bool is_own = is_own_layout(document, flags);
+    other_layout(!is_own);
+    if (is_own) check_both_ways(document, flags);
   }
   if (is_own_layout(document, 0)) check_written_again(document);
   return 0;
