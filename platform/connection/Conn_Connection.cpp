@@ -109,7 +109,10 @@ bool Conn_SyncConnector::Inside::receive(std::string_view& frame) {
   try {
     for (;;) {
       const Found found = received.next(frame);
-      if (found == Found::FRAME) return Conn_Silence::End(address), true;
+      if (found == Found::FRAME) {
+        Conn_Silence::End(address);
+        return true;
+      }
       if (found == Found::TOO_LONG) return break_off("the answer is not well formed");
       const milliseconds wait = time_to_wait();
       stream.set_receive_time_out(wait);

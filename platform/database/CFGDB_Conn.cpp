@@ -301,7 +301,10 @@ int CFGDB_Conn::PurgeDeletedEntries(int days) {
   const Change use(*this, op);
   if (!use || begin(op, "") != OK) return -1;
   int64_t rows = 0;
-  if (m_store->purge_deletions(days, rows) != Db_Result::OK) return lose(op, ""), -1;
+  if (m_store->purge_deletions(days, rows) != Db_Result::OK) {
+    lose(op, "");
+    return -1;
+  }
   if (rows) note_change();
   return end(op, "", 1) == OK ? static_cast<int>(rows) : -1;
 }

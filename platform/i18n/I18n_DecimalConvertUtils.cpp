@@ -42,7 +42,11 @@ class Reader {
     m_point = -1;
     if (m_next < m_text.size()) U8_NEXT(m_text.data(), m_next, m_text.size(), m_point);
   }
-  bool take(UChar32 wanted) { return m_point == wanted ? advance(), true : false; }
+  bool take(UChar32 wanted) {
+    if (m_point != wanted) return false;
+    advance();
+    return true;
+  }
   std::string take_digits() {
     std::string digits;
     for (; digit() >= 0; advance()) digits.push_back(static_cast<char>('0' + digit()));

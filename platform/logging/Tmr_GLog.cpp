@@ -93,7 +93,8 @@ void Tmr_GLog::read_settings_once() {
     const Log_Settings settings = Log_Settings::FromEnvironment(complaints);
     for (const std::string& text : complaints) complain(text);
     std::atexit([] { TmrGLog.Flush(); });
-    return replace_settings(settings), true;
+    replace_settings(settings);
+    return true;
   }();
   static_cast<void>(is_read);
 }

@@ -81,13 +81,23 @@ class HALVORIA_API RWCString {
   // The bytes from `from`, at most `count` of them; empty beyond the end.
   RWCString subString(size_t from, size_t count = npos) const;
 
-  RWCString& append(Text text) { return m_text.append(text.view), *this; }
-  RWCString& operator+=(Text text) { return append(text); }
-  RWCString& operator+=(char c) { return m_text.push_back(c), *this; }
-  RWCString& replace(size_t from, size_t count, Text by) {
-    return m_text.replace(from, count, by.view), *this;
+  RWCString& append(Text text) {
+    m_text.append(text.view);
+    return *this;
   }
-  RWCString& remove(size_t from, size_t count = npos) { return m_text.erase(from, count), *this; }
+  RWCString& operator+=(Text text) { return append(text); }
+  RWCString& operator+=(char c) {
+    m_text.push_back(c);
+    return *this;
+  }
+  RWCString& replace(size_t from, size_t count, Text by) {
+    m_text.replace(from, count, by.view);
+    return *this;
+  }
+  RWCString& remove(size_t from, size_t count = npos) {
+    m_text.erase(from, count);
+    return *this;
+  }
   void clear() { m_text.clear(); }
   void reserve(size_t bytes) { m_text.reserve(bytes); }
   void toLower();  // ASCII letters only

@@ -28,7 +28,10 @@ class HALVORIA_API RWWString {
   size_t length() const { return m_text.size(); }
   const wchar_t* data() const { return m_text.c_str(); }
   std::wstring_view view() const { return m_text; }
-  RWWString& append(std::wstring_view text) { return m_text.append(text), *this; }
+  RWWString& append(std::wstring_view text) {
+    m_text.append(text);
+    return *this;
+  }
   RWWString& operator+=(std::wstring_view text) { return append(text); }
 
   friend bool operator==(const RWWString& a, const RWWString& b) { return a.m_text == b.m_text; }

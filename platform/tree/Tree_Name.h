@@ -19,7 +19,10 @@ class HALVORIA_API Tree_Name {
   explicit Tree_Name(std::string_view text);
   Tree_Name(const Tree_Name& other) : m_text(other.m_text) { share(); }
   Tree_Name(Tree_Name&& other) noexcept : m_text(std::exchange(other.m_text, nullptr)) {}
-  Tree_Name& operator=(Tree_Name other) noexcept { return std::swap(m_text, other.m_text), *this; }
+  Tree_Name& operator=(Tree_Name other) noexcept {
+    std::swap(m_text, other.m_text);
+    return *this;
+  }
   ~Tree_Name() {
     if (m_text) drop();
   }

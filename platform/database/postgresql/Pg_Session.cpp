@@ -174,7 +174,10 @@ Pg_Result Pg_Session::try_call(const std::vector<Pg_Call>& calls, const char* wh
   for (const Pg_Call& call : calls) {
     if (!prepare(call.sql)) return nullptr;
   }
-  if (!PQenterPipelineMode(m_handle)) return fail(what), nullptr;
+  if (!PQenterPipelineMode(m_handle)) {
+    fail(what);
+    return nullptr;
+  }
   bool is_sent = true;
   for (const Pg_Call& call : calls) is_sent = is_sent && send(call.sql, call.values);
   is_sent = is_sent && PQpipelineSync(m_handle) == 1;
