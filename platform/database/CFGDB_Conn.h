@@ -195,7 +195,6 @@ class HALVORIA_API CFGDB_Conn {
   bool reconnect();
 
   // Reads.
-  bool read(const char* op, std::string_view path, std::string& value);
   bool is_tree(std::string& reason);
   int children(const char* op, const RWCString& path, bool keys, int at, RWCString* name,
                RWCString* value);

@@ -16,7 +16,6 @@ class HALVORIA_API Sys_Module {
   // `name`: a file name with a folder, or a bare one that the system's loader searches.
   // False with `error` set when it cannot be loaded; a module loaded before stays then.
   bool load(const RWCString& name);
-  bool is_loaded() const { return m_handle != nullptr; }
 
   // Address of a function or variable, NULL with `error` set when there is none.
   void* symbol(const RWCString& name);

@@ -67,8 +67,6 @@ class HALVORIA_API Tree_PathIndex {
   void Insert(uint64_t hash, Tree_Node* node);
   void Erase(uint64_t hash, const Tree_Node* node);
 
-  uint64_t Memory() const { return m_lines.capacity() * sizeof(Line); }
-
  private:
   // As many entries as a cache line holds. A lookup compares all of a line at once: one by
   // one, it would go wrong at a branch in every second line.
