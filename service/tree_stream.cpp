@@ -1,7 +1,5 @@
 #include "tree_stream.h"
 
-#include <tree/Tree_Node.h>
-
 namespace service {
 
 using namespace cfg::protocol;

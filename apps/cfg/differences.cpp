@@ -88,8 +88,8 @@ std::vector<Difference> find_differences(Tree_Node* left, Tree_Node* right) {
 
 Counts count_below(const Tree_Node* node) {
   Counts counts;
-  Tree_Walk walk(const_cast<Tree_Node*>(node));
-  for (walk.Next(); walk; walk.Next()) ++(walk->IsLeaf() ? counts.values : counts.keys);
+  for (Tree_Walk walk(node->Children()); walk; walk.Next())
+    ++(walk->IsLeaf() ? counts.values : counts.keys);
   return counts;
 }
 

@@ -6,7 +6,6 @@
 #include <functional>
 
 #include <logging/Log_Capture.h>
-#include <tree/Tree_Node.h>
 #include "repository_worlds.h"
 
 namespace {

@@ -105,10 +105,8 @@ RWCString path_above(const Tree_Node& node, const Tree_Node& tree, const RWCStri
 }  // namespace
 
 uint64_t byte_array_size(const Tree_Node& tree) {
-  uint64_t size = 0;
-  for (Tree_Walk walk(const_cast<Tree_Node*>(&tree)); walk; walk.Next()) {
-    size += record_size(**walk);
-  }
+  uint64_t size = record_size(tree);
+  for (Tree_Walk walk(tree.Children()); walk; walk.Next()) size += record_size(**walk);
   return size;
 }
 
