@@ -99,7 +99,7 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
 
   // Children, in order
   int GetChildCount() const { return m_is_leaf ? 0 : static_cast<int>(m_key.count()); }
-  // The child at a 0-based position; null out of range.
+  // The child at a 0-based position; null out of range. What it refers to is not for assigning.
   Tree_NodePtr& GetChildAt(int index);
   // Appends the child, taking it from the key it hung under before. Refused (FALSE): a null
   // child, a value as parent, a name that is empty or already there, a child that holds this node.
@@ -143,6 +143,8 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // The raw lookup under all others, without counting references. A top node that is asked
   // for many deep paths makes itself a Tree_PathIndex.
   Tree_Node* Child(std::string_view name) const;
+  // The child at a 0-based position among those of a kind; NULL out of range.
+  const Tree_Node* ChildAt(Tree_ChildList::Kind kind, int position) const;
   Tree_Node* Find(std::string_view path);
   const Tree_Node* Find(std::string_view path) const;
   const Tree_ChildList* Children() const { return m_is_leaf ? nullptr : &m_key; }

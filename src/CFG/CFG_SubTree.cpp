@@ -29,13 +29,7 @@ RWCString path_of(const Tree_NodePtr& node) { return node ? node->GetPath() : RW
 const Tree_Node* child_at(const Tree_NodePtr& root, std::string_view path,
                           Tree_ChildList::Kind kind, int index) {
   const Tree_Node* key = root->Find(path);
-  const Tree_ChildList* children = key ? key->Children() : nullptr;
-  const auto position = static_cast<uint32_t>(index);
-  if (!children || index < 0 || position >= children->count(kind)) return nullptr;
-  // Most trees are made in order, so that the child lies just behind its key. Then it is on its
-  // way when the list says where it is.
-  __builtin_prefetch(key + 1 + position);
-  return children->at(children->select(kind, position)).get();
+  return key ? key->ChildAt(kind, index) : nullptr;
 }
 
 int child_count(const Tree_NodePtr& root, std::string_view path, Tree_ChildList::Kind kind) {
