@@ -326,6 +326,13 @@ void Tree_Node::adopt(Tree_NodePtr child) {
   raw->SetParent(this);
 }
 
+void Tree_Node::ExchangePlaces(Tree_NodePtr& a, Tree_NodePtr& b) {
+  std::swap(a->m_name, b->m_name);
+  std::swap(a->m_value, b->m_value);
+  std::swap(a->m_id_high, b->m_id_high);
+  std::swap(a, b);
+}
+
 Tree_Node* Tree_Node::MoveHere(Tree_Node& from, int index) {
   if (m_is_leaf || from.m_is_leaf || index < 0) return nullptr;
   const auto position = static_cast<uint32_t>(index);

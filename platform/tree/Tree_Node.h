@@ -119,6 +119,8 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // Appends a node that hangs nowhere yet to a key. The caller made sure that no child has its
   // name, and that the name is not empty.
   void AddDistinct(Tree_NodePtr child);
+  // Gives two values each other's place in memory. They hang nowhere, and nobody else holds them.
+  static void ExchangePlaces(Tree_NodePtr& a, Tree_NodePtr& b);
   // Makes room for that many children of a key.
   void Reserve(uint32_t count) { m_key.reserve(count); }
   // TRUE when a child was removed. It no longer has a parent.
