@@ -10,7 +10,7 @@
 
 #include <CFG/CFG_BuildTreeState.h>
 #include <CFG/CFG_RepositoryServices.h>
-#include <thread/Mutex.h>
+#include <thread/ForkHandler.h>
 #include <thread/RecursiveThreadMutexWrapper.h>
 #include <tree/Tree_IdNodeInfo.h>
 
@@ -208,7 +208,7 @@ class HALVORIA_API CFG_RepositoryServicesImp : public CFG_RepositoryServices {
   // Opens the file. False when it cannot be opened for reading; the log says why.
   static bool is_xml_file_exists(const RWWString& file, const char* caller, Sys_File& opened);
 
-  Mutex m_app_info_lock;  // not held while the tree is read
+  ForkMutex m_app_info_lock{ForkHandler::VALUES};  // not held while the tree is read
   // `vendor_name`, `<application>_name` and `<application>_display_name`; guarded by
   // m_app_info_lock.
   std::unordered_map<RWCString, RWCString> m_app_info;

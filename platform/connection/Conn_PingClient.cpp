@@ -34,6 +34,8 @@ std::map<std::string, Status>& statuses() {  // guarded by statuses_mutex()
   static auto& all = *new std::map<std::string, Status>;
   return all;
 }
+[[maybe_unused]] const ForkMutex& made_early = statuses_mutex();  // before any fork, like the next
+[[maybe_unused]] const auto& all_made_early = statuses();
 
 std::string key_of(const RWCString& server, int port) {
   return server.str() + ':' + std::to_string(port);

@@ -8,7 +8,8 @@ ForkMutex& getter_mutex() {
   static ForkMutex& mutex = *new ForkMutex(ForkHandler::VALUES);
   return mutex;
 }
-Conn_TokenManagerHook::SessionIdGetter current_getter;  // guarded by getter_mutex()
+[[maybe_unused]] const ForkMutex& made_early = getter_mutex();  // before any fork
+Conn_TokenManagerHook::SessionIdGetter current_getter;          // guarded by getter_mutex()
 
 }  // namespace
 

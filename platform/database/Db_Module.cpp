@@ -3,14 +3,24 @@
 #include <map>
 
 #include <system/Sys_ModuleFinder.h>
-#include <thread/Mutex.h>
+#include <thread/ForkHandler.h>
 
 namespace {
 
+// Loading takes its time: a fork does not wait for it.
+struct Modules {
+  ForkReleasedMutex mutex;
+  std::map<RWCString, Db_OpenStore> loaded THREADAPI_GUARDED_BY(mutex);
+};
+Modules& modules() {
+  static Modules& all = *new Modules;
+  return all;
+}
+[[maybe_unused]] const Modules& made_early = modules();  // before any fork
+
 // A module is looked for until it was found once.
 Db_OpenStore opener(const RWCString& name, std::string& reason) {
-  static Mutex mutex;
-  static std::map<RWCString, Db_OpenStore> loaded;
+  auto& [mutex, loaded] = modules();
   const MutexGuard guard(mutex);
   const auto known = loaded.find(name);
   if (known != loaded.end()) return known->second;

@@ -1,6 +1,7 @@
 // What becomes of locks, and of what they guard, when the process forks.
 #pragma once
 
+#include <atomic>
 #include <new>
 
 #include <strings/Export.h>
@@ -66,4 +67,25 @@ class HALVORIA_API ForkMutex : public Mutex {
     phase == ForkHandler::BEFORE ? self.lock() : self.unlock();
   }
   ForkHandler m_handler;
+};
+
+// std::call_once that a fork waits for: a child would wait for ever for a thread that was just
+// at it. The call makes no ForkHandler. Itself it is made when the library is loaded.
+class HALVORIA_API ForkOnce {
+ public:
+  explicit ForkOnce(ForkHandler::Layer layer) : m_mutex(layer) {}
+
+  // A call that throws is made again by the next caller.
+  template <class Call>
+  void call(const Call& make) {
+    if (m_is_done.load(std::memory_order_acquire)) return;
+    const MutexGuard guard(m_mutex);
+    if (m_is_done.load(std::memory_order_relaxed)) return;
+    make();
+    m_is_done.store(true, std::memory_order_release);
+  }
+
+ private:
+  std::atomic<bool> m_is_done{false};
+  ForkMutex m_mutex;
 };

@@ -31,10 +31,17 @@ std::vector<RWWString> places() {
 }  // namespace
 
 Tmr_CfgINI& Tmr_CfgINI::Instance() {
-  static Tmr_CfgINI& instance = *new Tmr_CfgINI;  // also for the last destructors of the process
-  instance.load();
-  return instance;
+  instance().load();
+  return instance();
 }
+
+Tmr_CfgINI& Tmr_CfgINI::instance() {
+  static Tmr_CfgINI& made = *new Tmr_CfgINI;  // also for the last destructors of the process
+  return made;
+}
+// Made when the library is loaded: a child of a fork would wait for ever for a thread that was just
+// making it.
+const Tmr_CfgINI& Tmr_CfgINI::made_early = instance();
 
 void Tmr_CfgINI::load() {
   const MutexGuard guard(m_load_mutex);

@@ -20,9 +20,12 @@ class HALVORIA_API Tmr_CfgINI : public Tmr_INI {
 
  private:
   Tmr_CfgINI() = default;
+  static Tmr_CfgINI& instance();
   void load();
 
-  mutable Mutex m_load_mutex;  // taken before the base's
+  static const Tmr_CfgINI& made_early;
+
+  mutable ForkReleasedMutex m_load_mutex;  // taken before the base's
   RWWString m_file_name THREADAPI_GUARDED_BY(m_load_mutex);
   std::vector<RWWString> m_places THREADAPI_GUARDED_BY(m_load_mutex);
 };

@@ -6,6 +6,8 @@ Tmr_Legend& Tmr_Legend::GetInstance() {
   static Tmr_Legend& instance = *new Tmr_Legend;
   return instance;
 }
+// No child of a fork waits for its making.
+[[maybe_unused]] static const Tmr_Legend& made_early = Tmr_Legend::GetInstance();
 
 int Tmr_Legend::Register(const RWCString& name) {
   const MutexGuard guard(m_mutex);

@@ -17,15 +17,22 @@ std::string enabled_types() {
   return "," + types.str() + ",";
 }
 
+ForkOnce types_are_read(ForkHandler::VALUES);
+
 }  // namespace
 
 Tmr_PerformanceMonitorCounters& Tmr_PerformanceMonitorCounters::GetInstance() {
   static Tmr_PerformanceMonitorCounters& instance = *new Tmr_PerformanceMonitorCounters;
   return instance;
 }
+// No child of a fork waits for its making.
+[[maybe_unused]] static const Tmr_PerformanceMonitorCounters& made_early =
+    Tmr_PerformanceMonitorCounters::GetInstance();
 
 bool Tmr_PerformanceMonitorCounters::IsEnabled(int type) {
-  static const std::string& types = *new std::string(enabled_types());
+  static constinit const std::string* read = nullptr;
+  types_are_read.call([] { read = new std::string(enabled_types()); });
+  const std::string& types = *read;
   if (types.size() == 2) return false;
   return types == ",all," || types.find("," + std::to_string(type) + ",") != types.npos;
 }

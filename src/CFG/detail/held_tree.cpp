@@ -13,10 +13,10 @@ constexpr Log_Logger logger("src/CFG/detail/held_tree", 502);
 
 namespace cfg {
 
-CFG_SubTree& held_tree::handle() const {
-  static CFG_SubTree& without_data = *new CFG_SubTree(Tree_NodePtr());
-  return m_sub_tree ? *m_sub_tree : without_data;
-}
+// Made when the library is loaded: no child of a fork waits for it.
+static CFG_SubTree& without_data = *new CFG_SubTree(Tree_NodePtr());
+
+CFG_SubTree& held_tree::handle() const { return m_sub_tree ? *m_sub_tree : without_data; }
 
 std::string_view held_tree::below_root(std::string_view path) const {
   const size_t cut = path.find('\\');

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <new>
 
 #include <ace/Guard_T.h>
@@ -32,6 +33,9 @@ inline ACE_Recursive_Thread_Mutex& once_lock() {
   return lock.mutex;
 }
 
+// No child of a fork waits for its making.
+[[maybe_unused]] inline const ACE_Recursive_Thread_Mutex& once_lock_made_early = once_lock();
+
 // A value that the first caller computes and that all later ones get. A computation that
 // asks for the value it is about to give gets T().
 template <class T>
@@ -42,12 +46,14 @@ class once_value {
     if (m_is_ready.load(std::memory_order_acquire)) return m_value;
     const ACE_Guard<ACE_Recursive_Thread_Mutex> guard(once_lock());
     if (m_is_ready.load(std::memory_order_relaxed)) return m_value;
-    if (m_is_computing) return T();
+    // What was begun before a fork, by a thread that the child does not have, never ends.
+    const uint64_t here = uint64_t{ForkHandler::Generation()} + 1;
+    if (m_computed_in == here) return T();
     struct Computing {
-      explicit Computing(bool& is_computing) : m_flag(is_computing) { m_flag = true; }
-      ~Computing() { m_flag = false; }
-      bool& m_flag;
-    } const computing(m_is_computing);
+      Computing(uint64_t& where, uint64_t process) : m_where(where) { m_where = process; }
+      ~Computing() { m_where = 0; }
+      uint64_t& m_where;
+    } const computing(m_computed_in, here);
     m_value = compute();
     m_is_ready.store(true, std::memory_order_release);
     return m_value;
@@ -55,8 +61,8 @@ class once_value {
 
  private:
   std::atomic<bool> m_is_ready{false};
-  bool m_is_computing = false;  // guarded by once_lock()
-  T m_value{};                  // written under once_lock() before it is ready
+  uint64_t m_computed_in = 0;  // guarded by once_lock(): one more than that process's generation
+  T m_value{};                 // written under once_lock() before it is ready
 };
 
 }  // namespace cfg

@@ -5,7 +5,7 @@
 #include <datagrid/DataGridConfigurations.h>
 #include <logging/Logger.h>
 #include <system/Sys_Process.h>
-#include <thread/Mutex.h>
+#include <thread/ForkHandler.h>
 #include <utility/Tmr_PerformanceMonitorCounters.h>
 
 using namespace cfg::protocol;
@@ -24,15 +24,8 @@ struct KeySuffixes {
   RWCString total = "Total";
 };
 
-const KeySuffixes& suffixes() {
-  static const KeySuffixes& made = *new KeySuffixes;
-  return made;
-}
-
-Mutex& statistics_mutex() {
-  static Mutex& mutex = *new Mutex;
-  return mutex;
-}
+// Held while the cache is asked.
+ForkReleasedMutex& statistics_mutex = *new ForkReleasedMutex;
 
 }  // namespace
 
@@ -48,7 +41,9 @@ void CFG_Connector::begin_statistics() {
 }
 
 int CFG_Connector::CounterLevel() {
-  static const int level = Tmr_PerformanceMonitorCounters::GetLevel(kCounters);
+  constexpr int unknown = -1;
+  static constinit std::atomic<int> level{unknown};  // asked for once, or by several at a time
+  if (level == unknown) level = Tmr_PerformanceMonitorCounters::GetLevel(kCounters);
   return level;
 }
 
@@ -117,8 +112,9 @@ bool CFG_Connector::report_to_cache(const char* command, RWCString key) {
   if (!m_cache.IsConnected()) return false;
   search_and_replace(key, ",", ";");
   const std::string base = std::string(command) + " params-" + key.str();
-  const RWCString* const counted_for[] = {&suffixes().application, &suffixes().process,
-                                          &suffixes().total};
+  const KeySuffixes suffixes;
+  const RWCString* const counted_for[] = {&suffixes.application, &suffixes.process,
+                                          &suffixes.total};
   for (const RWCString* who : counted_for) increment_cache_key(base + who->str());
   RWCString kind = m_connection_kind;
   kind.toLower();
@@ -130,7 +126,7 @@ bool CFG_Connector::report_to_cache(const char* command, RWCString key) {
 }
 
 void CFG_Connector::increment_cache_key(std::string key) {
-  const MutexGuard guard(statistics_mutex());
+  const MutexGuard guard(statistics_mutex);
   const int count = m_cache.Get(key);
   m_cache.Put(key, count + 1);
 }

@@ -9,6 +9,7 @@
 #include <SECM/SECM_crypt.h>
 #include <logging/Logger.h>
 #include <system/Sys_Environment.h>
+#include <thread/ForkHandler.h>
 
 namespace secm {
 namespace {
@@ -48,9 +49,12 @@ crypto_library::crypto_library() {
   }
 }
 
+ForkOnce is_loaded(ForkHandler::VALUES);
+
 const crypto_library& library() {
-  static const crypto_library& the_library = *new crypto_library;
-  return the_library;
+  static constinit const crypto_library* the_library = nullptr;
+  is_loaded.call([] { the_library = new crypto_library; });
+  return *the_library;
 }
 
 }  // namespace
