@@ -138,6 +138,7 @@ class HALVORIA_API CFG_Repository : public CFG_RepositoryServicesImp {
   std::unique_ptr<CFG_Connector> MakeNewConnector();
   int StartTransaction(CFG_Connector* connector);
   int EndTransaction(CFG_Connector* connector);
+  int end_bound();
   void read_statistics_switch();
   int abandon_update();
   int in_one_update(const std::function<int()>& change);

@@ -103,11 +103,16 @@ int Conn_Helper::GetResponseHeaders() {
 }
 
 int Conn_Helper::GetResponseHeaders(int seconds, int milliseconds) {
-  m_connector.m_inside->limit_answer(std::chrono::seconds(seconds) +
-                                     std::chrono::milliseconds(milliseconds));
-  const int result = GetResponseHeaders();
-  m_connector.m_inside->unlimit_answer();
-  return result;
+  struct Limit {
+    Limit(Conn_SyncConnector::Inside& connection, std::chrono::milliseconds time)
+        : inside(connection) {
+      inside.limit_answer(time);
+    }
+    ~Limit() { inside.unlimit_answer(); }
+    Conn_SyncConnector::Inside& inside;
+  } const limit(*m_connector.m_inside,
+                std::chrono::seconds(seconds) + std::chrono::milliseconds(milliseconds));
+  return GetResponseHeaders();
 }
 
 void Conn_Helper::refuse(const char* what, std::string_view reason) {

@@ -95,11 +95,12 @@ void operator delete[](void* p, std::align_val_t a, const std::nothrow_t&) noexc
 MemoryShortage::Scope::Scope(MemoryShortage* memory) { shortage = memory; }
 MemoryShortage::Scope::~Scope() { shortage = nullptr; }
 
-bool MemoryShortage::IsExplained() const {
+bool MemoryShortage::IsExplained(int level) const {
   const std::vector<Log_Capture::Line> lines = m_log.lines();
-  return m_for_good || std::any_of(lines.begin(), lines.end(), [](const Log_Capture::Line& line) {
-           return line.level == LOG_LEVEL_SEVERE;
-         });
+  const auto tells = [=](const Log_Capture::Line& line) {
+    return line.level >= LOG_LEVEL_SEVERE && line.level <= level;
+  };
+  return m_for_good || std::any_of(lines.begin(), lines.end(), tells);
 }
 
 // Whether the run came to its end without a failure, and how many blocks it left behind.

@@ -34,8 +34,8 @@ class MemoryShortage {
   // Whether an allocation has failed.
   bool HasStruck() const { return m_left <= 0; }
   // Whether the log says that an operation had to give up; always, when not even the log has
-  // memory.
-  bool IsExplained() const;
+  // memory. A failed connection is told by a line of the level of errors.
+  bool IsExplained(int level = LOG_LEVEL_SEVERE) const;
 
  private:
   struct Scope {

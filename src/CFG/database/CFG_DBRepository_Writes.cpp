@@ -274,7 +274,10 @@ int CFG_DBRepository::SetOrRanameKeyName(const RWCString& path, const RWCString&
 }
 
 bool CFG_DBRepository::is_taken(const RWCString& path) {
-  return ask("SetOrRanameKeyName", [&](CFGDB_Conn& db) {
+  const cfg::failure_watch reads;
+  const bool is_there = ask("SetOrRanameKeyName", [&](CFGDB_Conn& db) {
     return db.IsSubTreeExist(path, 0) || !db.GetValue(path).isNull();
   });
+  reads.check();
+  return is_there;
 }

@@ -8,8 +8,27 @@
 
 namespace cfg {
 
+// The empty answer of an operation that failed reads like that of one that found nothing. Who goes
+// on with something else then looks here first.
+class failure_watch {
+ public:
+  // Throws when an operation of this thread has ended with an exception since this was made.
+  void check() const {
+    if (s_failures != m_before) throw read_failed();
+  }
+  static void note() { ++s_failures; }
+
+ private:
+  struct read_failed : std::exception {
+    const char* what() const noexcept override { return "a read that it needs failed"; }
+  };
+  static inline constinit thread_local unsigned s_failures = 0;
+  const unsigned m_before = s_failures;
+};
+
 // Called while an exception is handled: writes the line that says why.
 inline void log_exception(const Log_Logger& logger, const char* op) noexcept {
+  failure_watch::note();
   try {
     throw;
   } catch (const std::bad_alloc&) {

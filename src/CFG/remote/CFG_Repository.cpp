@@ -54,6 +54,7 @@ ServerNodeName& server_node_name() {
   static ServerNodeName& kept = *new ServerNodeName;
   return kept;
 }
+[[maybe_unused]] const ServerNodeName& made_early = server_node_name();  // before any fork
 
 // Whoever set the monitor so wants to know who calls the server, and nothing else.
 [[noreturn]] void end_process() {
@@ -96,16 +97,17 @@ CFG_Connector* CFG_Repository::GetConnector() {
   return bound ? bound : free.release();
 }
 
-// A key of the parameters file of the process.
+// A key of the parameters file of the process, read once, or by threads that come at the same time:
+// a child of a fork must not wait for one that is just reading.
 void CFG_Repository::read_statistics_switch() {
-  static std::once_flag is_read;
-  std::call_once(is_read, [] {
-    RWCString text = "no";
-    Tmr_CfgINI::Instance().GetValue("cfg_report_to_cache", text);
-    CFG_Connector::m_report_to_cache = text.compareTo("yes", RWCString::ignoreCase) == 0;
-    logger.trace("report_to_cache = [%s],m_report_to_cache=[%d]\n", text,
-                 CFG_Connector::m_report_to_cache.load());
-  });
+  static constinit std::atomic<bool> is_read{false};
+  if (is_read) return;
+  RWCString text = "no";
+  Tmr_CfgINI::Instance().GetValue("cfg_report_to_cache", text);
+  CFG_Connector::m_report_to_cache = text.compareTo("yes", RWCString::ignoreCase) == 0;
+  logger.trace("report_to_cache = [%s],m_report_to_cache=[%d]\n", text,
+               CFG_Connector::m_report_to_cache.load());
+  is_read = true;
 }
 
 std::unique_ptr<CFG_Connector> CFG_Repository::MakeNewConnector() {
@@ -169,6 +171,8 @@ int CFG_Repository::StartTransaction() try {
   logger.trace("StartTransaction()\n");
   return StartTransaction(connector.get());
 } catch (...) {
+  // Within a transaction it counts even so: whoever began ends it, whatever the answer was.
+  if (CFG_Connector* bound = m_connectors->bound()) StartTransaction(bound);
   return cfg::answered(logger, FALSE);
 }
 
@@ -184,7 +188,8 @@ int CFG_Repository::EndTransaction() try {
   logger.trace("EndTransaction()\n");
   return EndTransaction(connector.get());
 } catch (...) {
-  return cfg::answered(logger, FALSE);
+  cfg::log_exception(logger, __func__);
+  return end_bound();  // which needs no memory: the thread would stay bound for ever
 }
 
 int CFG_Repository::EndTransaction(CFG_Connector* connector) {
@@ -192,6 +197,14 @@ int CFG_Repository::EndTransaction(CFG_Connector* connector) {
   if (!is_ended) return is_ended;
   m_connectors->unbind();
   return TRUE;
+}
+
+int CFG_Repository::end_bound() {
+  CFG_Connector* const bound = m_connectors->bound();
+  if (!bound) return FALSE;
+  const int is_ended = EndTransaction(bound);
+  FreeConnector(bound);
+  return is_ended;
 }
 
 int CFG_Repository::IsInTransaction() { return m_connectors->bound() != nullptr; }
@@ -240,10 +253,8 @@ int CFG_Repository::DisableExtendedTimeout() try {
 
 int CFG_Repository::StartTransactionUpdate() try {
   logger.trace("StartTransactionUpdate \n");
-  if (!StartTransaction()) {
-    EndTransaction();  // takes back what was counted: who gets 0 has nothing to end
-    return FALSE;
-  }
+  if (IsInTransaction()) return FALSE;  // and nothing is counted: who gets 0 has nothing to end
+  if (!StartTransaction()) return FALSE;
   logger.trace("StartTransactionUpdate: started transaction \n");
   if (!EnableExtendedTimeout()) return abandon_update();
   logger.trace("StartTransactionUpdate: started extended timeout \n");
@@ -274,7 +285,14 @@ int CFG_Repository::EndTransactionUpdate(bool failed) try {
 
 // Nobody sees one of the changes without the others. Of an update that is open already the caller
 // keeps or undoes the whole; all of it goes over the connection that the service is locked for.
-int CFG_Repository::in_one_update(const std::function<int()>& change) {
+int CFG_Repository::in_one_update(const std::function<int()>& asked) {
+  const auto change = [&] {
+    try {
+      return asked();
+    } catch (...) {
+      return cfg::answered(logger, FALSE, "in_one_update");  // a failed one, that has its end
+    }
+  };
   const auto is_locked = [this] { return connector_lease(*this)->IsLocked(); };
   if (is_locked()) {
     const CFG_RepositoryTransaction transaction(this);

@@ -112,7 +112,7 @@ int CFG_Repository::SetOrRanameKeyName(const RWCString& path, const RWCString& k
 
 // Within an update. The old tree goes when the new one is there: an update that its caller keeps
 // although the rename failed has lost nothing.
-int CFG_Repository::rename(const cfg::key_renaming& asked) try {
+int CFG_Repository::rename(const cfg::key_renaming& asked) {
   const std::unique_ptr<CFG_SubTree> sub_tree(CFG_Services::GetSubTree(asked.from));
   if (!sub_tree) {
     return logger.reject(
@@ -132,10 +132,11 @@ int CFG_Repository::rename(const cfg::key_renaming& asked) try {
     return logger.reject(FALSE, "fail to write path <%s>, return FALSE\n", asked.to);
   }
   return logger.reject(FALSE, "fail to delete path <%s>, return FALSE\n", asked.from);
-} catch (...) {
-  return cfg::answered(logger, FALSE);
 }
 
 bool CFG_Repository::is_taken(const RWCString& path) {
-  return IsSubTreeExist(path) || !GetValue(path).isNull();
+  const cfg::failure_watch reads;
+  if (IsSubTreeExist(path) || !GetValue(path).isNull()) return true;
+  reads.check();
+  return false;
 }

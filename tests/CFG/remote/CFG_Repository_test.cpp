@@ -1,6 +1,8 @@
 #include <CFG/CFG_Repository.h>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -13,6 +15,7 @@
 #include <CFG/detail/path_validation.h>
 #include <logging/Log_Capture.h>
 #include <support/forked.h>
+#include <support/temporary_folder.h>
 #include "../scripted_service.h"
 #include "../test_trees.h"
 
@@ -419,6 +422,45 @@ TEST_F(Remote, AChildHasConnectionsOfItsOwnAndNoTransaction) {
   is_over = true;
   for (std::thread& thread : busy) thread.join();
   EXPECT_EQ(m_repository.EndTransaction(), 1);
+}
+
+TEST(RemoteForks, InTheMiddleOfFirstUsesLeaveTheChildUsable) {
+  ScriptedService service;
+  service.on("CFG_GET_VAL", answer_of({{9, "text"s}}));
+  CFG_Repository repository;
+  repository.SetProperty("HALVORIA_REMOTE_SERVER_NAME", "127.0.0.1");
+  repository.SetProperty("HALVORIA_REMOTE_SERVER_PORT", RWCString(std::to_string(service.port())));
+  // A thread that makes the first request reads the parameters, which do not come to their end.
+  const TemporaryFolder folder;
+  const std::string parameters = (folder / "parameters").string();
+  ASSERT_EQ(mkfifo(parameters.c_str(), 0600), 0);
+  setenv("HALVORIA_CFG_FILE", parameters.c_str(), 1);
+  std::atomic<bool> is_over{false};
+  std::thread first([&] {
+    EXPECT_EQ(repository.GetValue("p"), "text");
+    is_over = true;
+  });
+  int end = -1;
+  while (end < 0 && !is_over) end = open(parameters.c_str(), O_WRONLY | O_NONBLOCK);
+  EXPECT_GE(end, 0) << "it was not the first";
+  unsetenv("HALVORIA_CFG_FILE");
+  // Another one is connecting.
+  struct Busy : CFG_Repository {
+    RecursiveThreadMutexWrapper& lock() { return m_connection_lock; }
+  } busy;
+  std::barrier steps(2);
+  std::thread connecting([&] {
+    const RecursiveThreadMutexWrapper::WriteGuard guard(busy.lock());
+    steps.arrive_and_wait();
+    steps.arrive_and_wait();
+  });
+  steps.arrive_and_wait();
+  EXPECT_TRUE(holds_in_child([&] { return repository.GetValue("p") == "text"; }));
+  EXPECT_TRUE(holds_in_child([&] { return busy.Connect() && busy.GetValue("p") == "text"; }));
+  steps.arrive_and_wait();
+  connecting.join();
+  close(end);
+  first.join();
 }
 
 TEST_F(Remote, AChildDoesNotKeepItsParentsConnectionsOpen) {
