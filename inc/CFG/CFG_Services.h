@@ -55,7 +55,8 @@ class HALVORIA_API CFG_Services {
   // the rule entry that matched. Null when there is none.
   [[nodiscard]] virtual Tree_ValueAndPath* GetValue(RWCString name, const char** search_rule,
                                                     int search_num) = 0;
-  // The text at `path`, or `default_value` when there is none.
+  // The text at `path`, or `default_value` when there is none, and when it cannot be read: then
+  // the log says so.
   virtual RWCString GetValue(RWCString path, RWCString default_value) = 0;
   // The text of the value at 0-based position `index` among the values directly under `path`.
   virtual RWCString GetValue(RWCString& path, int index) = 0;

@@ -64,8 +64,6 @@ class HALVORIA_API CFG_SubTree : public CFG_MemoryServices {
   // GetValue, GetValueName, GetValueNum, GetSubTreeNum and IsSubTreeExist for a path that
   // stands inside a longer text.
   RWCString ValueAt(std::string_view path);
-  // The same without a copy, valid until the tree is changed.
-  std::string_view TextAt(std::string_view path);
   RWCString ValueAt(std::string_view path, int index);
   RWCString ValueNameAt(std::string_view path, int index);
   int ValueNumAt(std::string_view path);
@@ -82,8 +80,12 @@ class HALVORIA_API CFG_SubTree : public CFG_MemoryServices {
   // Moves the nodes of `other` over this tree, key by key: its values replace those of the
   // same name, and a key replaces a value and the other way round. Nothing is merged below
   // the key whose full path is `stop_path`. 0, or -1 when the root keys have different names.
+  // Memory that runs out ends it between two nodes, with -1: each is in one of the trees then,
+  // and the same call goes on. To look first what there is to move would cost as much as moving
+  // it, for who has a place to keep the whole.
   int MergeSubTree(CFG_SubTree* other, const RWCString& stop_path);
-  // Removes what the leaves of `other` name. 0, or -1 when the two paths differ.
+  // Removes what the leaves of `other` name. 0, or -1 when the two paths differ, and when there is
+  // no memory to look for all of it: then nothing is removed.
   int MergeDeletionSubTree(CFG_SubTree* other);
 
  protected:

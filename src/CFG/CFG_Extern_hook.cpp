@@ -1,13 +1,16 @@
 #include <CFG/CFG_Extern_hook.h>
 
+#include <utility>
+
 #include <CFG/CFG_Factory.h>
+#include <CFG/detail/answered.h>
 #include <logging/Logger.h>
 
 namespace {
 constexpr Log_Logger logger("src/CFG/CFG_Extern_hook", 502);
 }
 
-RWCString CFG_Extern_hook::GetValue(RWCString path, RWCString default_value) {
+RWCString CFG_Extern_hook::GetValue(RWCString path, RWCString default_value) try {
   if (!CFG_Factory::is_cfg_init) {
     return logger.reject(
         default_value,
@@ -18,4 +21,6 @@ RWCString CFG_Extern_hook::GetValue(RWCString path, RWCString default_value) {
   logger.info("CFG_Extern_hook::GetValue: path <%s> returned value <%s>  default value <%s>\n",
               path, text, default_value);
   return text;
+} catch (...) {
+  return cfg::answered(logger, std::move(default_value));
 }

@@ -23,6 +23,7 @@
 #include <CFG/CFG_Repository.h>
 #include <CFG/CFG_RepositoryTransaction.h>
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/answered.h>
 #include <connection/Conn_TokenManagerHook.h>
 #include <logging/Logger.h>
 #include <system/Sys_Process.h>
@@ -77,7 +78,7 @@ CFG_Factory::AtUnload CFG_Factory::AtUnload::instance;
 // --- entry points --------------------------------------------------------------------------------
 
 CFG_RepositoryServices* CFG_Factory::get_or_init(
-    const std::function<CFG_RepositoryServices*()>& init) {
+    const std::function<CFG_RepositoryServices*()>& init) try {
   const MutexGuard guard(cfg_factory_mutex);
   logger.trace("Start GetRepositoryServices()\n");
   if (is_cfg_init) {
@@ -91,18 +92,22 @@ CFG_RepositoryServices* CFG_Factory::get_or_init(
   }
   logger.detail("GetRepositoryServices() : Cfg was not init, start init\n");
   return init();
+} catch (...) {
+  return cfg::answered(logger, nullptr, "GetRepositoryServices()");
 }
 
 CFG_RepositoryServices* CFG_Factory::GetRepositoryServices() {
   return get_or_init(init_from_process_parameters);
 }
 
-CFG_RepositoryServices* CFG_Factory::GetRepositoryServices(const char* cfg_type, bool force) {
+CFG_RepositoryServices* CFG_Factory::GetRepositoryServices(const char* cfg_type, bool force) try {
   {
     const MutexGuard guard(cfg_factory_mutex);
     m_override_cfg_type = RWCString(force ? cfg_type : nullptr);
   }
   return GetRepositoryServices();
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 CFG_RepositoryServices* CFG_Factory::GetRepositoryServices(const char* file_name) {
@@ -121,13 +126,15 @@ CFG_RepositoryServices* CFG_Factory::GetRepositoryServices(const wchar_t* file_n
   });
 }
 
-CFG_RepositoryServices* CFG_Factory::GetRepositoryServices(CFG_SubTree* sub_tree) {
+CFG_RepositoryServices* CFG_Factory::GetRepositoryServices(CFG_SubTree* sub_tree) try {
   if (!sub_tree) {
     return logger.reject(nullptr, "GetRepositoryServices() : sub_tree is NULL, return NULL\n");
   }
   Parameters parameters;
   parameters.cfg_type = "memory";
   return ConnectToCfg(parameters, sub_tree);
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 
 void CFG_Factory::SetCFGMode(CFG_MODE mode) { cfg_mode = mode; }
@@ -235,7 +242,7 @@ CFG_Factory::RepositoryPtr CFG_Factory::build_repository(const Parameters& param
 }
 
 CFG_RepositoryServices* CFG_Factory::ConnectToCfg(const Parameters& parameters,
-                                                  CFG_SubTree* sub_tree) {
+                                                  CFG_SubTree* sub_tree) try {
   Tmr_Legend::GetInstance().Register("CFG_ACTION");
   Tmr_Legend::GetInstance().Register("CFG_TYPE");
   if (parameters.use_datagrid_cache == "yes") cfg_mode = CFG_MODE_DATAGRID_CACHE;
@@ -251,6 +258,9 @@ CFG_RepositoryServices* CFG_Factory::ConnectToCfg(const Parameters& parameters,
   init_common_values();
   is_cfg_init = 1;
   return cfg.get();
+} catch (...) {
+  drop_repository();
+  throw;
 }
 
 bool CFG_Factory::set_properties(const Parameters& parameters) {

@@ -42,9 +42,6 @@ RWCString CFG_MemoryRepository::RemoveRootName(const RWCString& path) {
 RWCString CFG_MemoryRepository::GetValue(const RWCString& path) {
   return ask(m_sub_tree, [&](const held_tree& tree) { return tree.value(path); });
 }
-std::string_view CFG_MemoryRepository::TextAt(const RWCString& path) {
-  return held_tree(m_sub_tree).text(path);
-}
 RWCString CFG_MemoryRepository::GetValue(RWCString& path, int index) {
   return ask(m_sub_tree, [&](const held_tree& tree) { return tree.value(path, index); });
 }
@@ -101,8 +98,10 @@ int CFG_MemoryRepository::DeleteValue(const RWCString& path) {
 CFG_SubTree* CFG_MemoryRepository::GetSubTree(RWCString& path) {
   return ask(m_sub_tree, [&](const held_tree& tree) { return tree.sub_tree_at(path); });
 }
-CFG_SubTree* CFG_MemoryRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) {
+CFG_SubTree* CFG_MemoryRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path) try {
   return CFG_Services::GetSubTree(RWCString(cfg::before_wildcard(path)));
+} catch (...) {
+  return cfg::answered(logger, nullptr);
 }
 CFG_SubTree* CFG_MemoryRepository::GetSubTreeOnlyWithValuesLong(const RWCString& path) {
   return GetSubTree(path);

@@ -39,8 +39,10 @@ struct RuleRead {
   bool each_candidate(Visit visit) const {
     if (!CFG_ServicesImp::CheckSearchRule(op, path, search_rule, search_num)) return false;
     const cfg::search_rule rule(search_rule, search_num);
+    const cfg::failure_watch reads;
     for (int i = 0; i < rule.count(); ++i) {
       if (visit(rule.candidate(i, path))) break;
+      reads.check();
     }
     return true;
   }
@@ -402,8 +404,10 @@ int CFG_RepositoryServicesImp::write_with_stored(const char* op, CFG_SubTree* su
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
   const RWCString key = cfg::join(path, key_name);
+  const cfg::failure_watch reads;
   const SubTreePtr stored(cfg::read_exactly(
       *this, key, [this](const RWCString& exact) { return GetSubTreeWithLongValues(exact); }));
+  if (!stored) reads.check();
   if (!stored && IsSubTreeExist(key)) {
     return logger.reject(FALSE, "%s : what is stored at <%s> cannot be read, return FALSE\n", op,
                          key);
@@ -522,7 +526,7 @@ bool CFG_RepositoryServicesImp::AddNodeToTree(Tree_NodePtr& root, Tree_NodeInfo*
 
 // --- application information ----------------------------------------------------------------
 
-int CFG_RepositoryServicesImp::InitAppInfoTable() {
+int CFG_RepositoryServicesImp::InitAppInfoTable() try {
   {
     const MutexGuard guard(m_app_info_lock);
     if (m_app_info_ready) return TRUE;
@@ -533,6 +537,8 @@ int CFG_RepositoryServicesImp::InitAppInfoTable() {
   const MutexGuard guard(m_app_info_lock);
   m_app_info.swap(table);
   return m_app_info_ready = TRUE;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
 }
 
 RWCString CFG_RepositoryServicesImp::app_info(const RWCString& entry) {
@@ -552,7 +558,11 @@ RWCString CFG_RepositoryServicesImp::GetApplicationName(RWCString application) t
 } catch (...) {
   return cfg::answered(logger, RWCString());
 }
-RWCString CFG_RepositoryServicesImp::GetVendorName() { return app_info("vendor_name"); }
+RWCString CFG_RepositoryServicesImp::GetVendorName() try {
+  return app_info("vendor_name");
+} catch (...) {
+  return cfg::answered(logger, RWCString());
+}
 
 // --- the server and this process ------------------------------------------------------------
 
@@ -560,8 +570,12 @@ RWCString CFG_RepositoryServicesImp::server_property_path(const RWCString& name)
   return "halvoria\\system\\nodes\\" + GetServerNodeName() + "\\properties\\" + name;
 }
 
+// Of the process. Never destroyed.
+static auto& grid_name = *new cfg::once_value<RWCString>;
+static auto& domain_name = *new cfg::once_value<RWCString>;
+static auto& is_performance_enabled = *new cfg::once_value<bool>;
+
 RWCString CFG_RepositoryServicesImp::GetCurrentGridName() try {
-  static auto& grid_name = *new cfg::once_value<RWCString>;
   return grid_name.get([this] {
     const RWCString name = GetValue(server_property_path("grid_name"), Tmr_TNLToken::dummy_name);
     logger.trace("GetCurrentGridName :  value is %s\n", name);
@@ -572,7 +586,6 @@ RWCString CFG_RepositoryServicesImp::GetCurrentGridName() try {
 }
 
 RWCString CFG_RepositoryServicesImp::GetCurrentDorranceDomainName() try {
-  static auto& domain_name = *new cfg::once_value<RWCString>;
   return domain_name.get([this] {
     RWCString name = GetValue(server_property_path("current_domain"), "null_domain");
     tolower(name);
@@ -584,8 +597,7 @@ RWCString CFG_RepositoryServicesImp::GetCurrentDorranceDomainName() try {
 }
 
 bool CFG_RepositoryServicesImp::CFGPerformanceEnabled() try {
-  static auto& is_enabled = *new cfg::once_value<bool>;
-  return is_enabled.get([this] {
+  return is_performance_enabled.get([this] {
     return GetBooleanValueWrapper(
         "halvoria\\system\\applications\\events\\activation\\cfgperformance", false);
   });

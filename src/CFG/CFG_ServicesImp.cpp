@@ -6,11 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <optional>
-#include <typeinfo>
 
-#include <CFG/CFG_FileRepository.h>
-#include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/answered.h>
@@ -71,33 +67,11 @@ bool read_leading_integer(std::string_view text, int& number) {
   return std::from_chars(from, end, number).ec == std::errc();
 }
 
-// Not of a class that inherits from it, which may answer in its own way. Types of a program and of
-// the library are the same object each; if they should not be, the store is asked for a copy.
-template <class Store>
-bool is_exactly(CFG_Services& store) {
-  return &typeid(store) == &typeid(Store);
-}
+// The typed getters, on the text that GetValue gives. False when there is no such value.
 
-// The text that GetValue gives: in place where the store is a tree in memory, as making a copy
-// takes half as long as reading a number from it; else `copy`.
-std::string_view text_at(CFG_Services& store, const RWCString& path,
-                         std::optional<RWCString>& copy) {
-  if (is_exactly<CFG_SubTree>(store)) return static_cast<CFG_SubTree&>(store).TextAt(path);
-  if (is_exactly<CFG_MemoryRepository>(store)) {
-    return static_cast<CFG_MemoryRepository&>(store).TextAt(path);
-  }
-  if (is_exactly<CFG_FileRepository>(store)) {
-    return static_cast<CFG_FileRepository&>(store).TextAt(path);
-  }
-  return copy.emplace(store.GetValue(path));
-}
-
-// The typed getters. False when there is no such value.
-
-inline bool read_integer(CFG_Services& store, const RWCString& path, int& number) {
-  std::optional<RWCString> copy;
-  const std::string_view text = text_at(store, path, copy);
-  if (text.empty()) {
+bool read_integer(CFG_Services& store, const RWCString& path, int& number) {
+  const RWCString text = store.GetValue(path);
+  if (text.isNull()) {
     return logger.reject_at(
         LOG_LEVEL_TRACE, false,
         "GetIntegerValue(const RWCString path) : path %s does not exist, return NULL\n", path);
@@ -109,10 +83,9 @@ inline bool read_integer(CFG_Services& store, const RWCString& path, int& number
       path);
 }
 
-inline bool read_boolean(CFG_Services& store, const RWCString& path, bool& answer) {
-  std::optional<RWCString> copy;
-  const std::string_view text = text_at(store, path, copy);
-  if (text.empty()) {
+bool read_boolean(CFG_Services& store, const RWCString& path, bool& answer) {
+  const RWCString text = store.GetValue(path);
+  if (text.isNull()) {
     return logger.reject_at(
         LOG_LEVEL_TRACE, false,
         "GetBooleanValue(const RWCString path) : path %s does not exist, return NULL\n", path);
@@ -121,19 +94,18 @@ inline bool read_boolean(CFG_Services& store, const RWCString& path, bool& answe
   return true;
 }
 
-// Inline, so that the number is made in registers: it shows.
-[[gnu::always_inline]] inline double read_double(CFG_Services& store, const RWCString& path,
-                                                 double default_value) {
-  std::optional<RWCString> copy;
-  const std::string_view text = text_at(store, path, copy);
-  return text.empty() ? default_value : I18n_DecimalConvertUtils::AnyLocaleStrToDouble(text);
-}
-
 // What is stored at a path, null when there is nothing, for a write that merges into it. False when
 // it is there but cannot be read: nothing may be written over it then.
 bool read_stored(CFG_Services& store, RWCString path, SubTreePtr& stored) {
+  const cfg::failure_watch reads;
   stored.reset(cfg::read_exactly(store, path));
+  if (!stored) reads.check();
   return stored || !store.IsSubTreeExist(path);
+}
+
+double read_double(CFG_Services& store, const RWCString& path, double default_value) {
+  const RWCString text = store.GetValue(path);
+  return text.isNull() ? default_value : I18n_DecimalConvertUtils::AnyLocaleStrToDouble(text);
 }
 
 }  // namespace
@@ -161,9 +133,11 @@ Tree_ValueAndPath* CFG_ServicesImp::GetValue(RWCString name, const char** search
   }
   if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
   const cfg::search_rule rule(search_rule, search_num);
+  const cfg::failure_watch reads;
   for (int i = 0; i < rule.count(); ++i) {
     const RWCString text = GetValue(rule.candidate(i, name));
     if (!text.isNull()) return new Tree_ValueAndPath(rule.prefix(i), text);
+    reads.check();
   }
   return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : value not found , return NULL\n", op);
 } catch (...) {
@@ -175,9 +149,11 @@ CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rul
   constexpr char op[] = "GetSubTree(const RWCString name,const char ** search_rule,int search_num)";
   if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
   const cfg::search_rule rule(search_rule, search_num);
+  const cfg::failure_watch reads;
   for (int i = 0; i < rule.count(); ++i) {
     const RWCString candidate = rule.candidate(i, name);
     if (CFG_SubTree* found = cfg::read_exactly(*this, candidate)) return found;
+    reads.check();
   }
   return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : sub tree not found , return NULL\n", op);
 } catch (...) {
@@ -191,11 +167,13 @@ CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rul
       "GetSubTree(const RWCString name,const char ** search_rule,T_Bool merge,int search_num)";
   if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
   const cfg::search_rule rule(search_rule, search_num);
+  const cfg::failure_watch reads;
   Tree_NodePtr merged;
   for (int i = 0; i < rule.count(); ++i) {
     const RWCString candidate = rule.candidate(i, name);
-    if (!cfg::is_read_exactly(*this, candidate)) continue;
-    const Tree_NodePtr found = GetTreeNode(candidate);
+    const Tree_NodePtr found =
+        cfg::is_read_exactly(*this, candidate) ? GetTreeNode(candidate) : nullptr;
+    reads.check();
     if (!found || found->IsLeaf()) continue;
     merged = merged ? Tree_Node::Merge(found, merged) : found;
   }

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/actual_path.h>
 #include <CFG/detail/answered.h>
 
 using SubTreePtr = std::unique_ptr<CFG_SubTree>;
@@ -73,12 +74,19 @@ CFG_SubTree* CFG_Utils::MergeTrees(CFG_SubTree*& first, CFG_SubTree*& second) tr
 }
 
 void CFG_Utils::SwapKeysByOrdinal(RWCString prefix, int first, int second) try {
-  const RWCString temporary_name("temp_frw24frwer1244");
-  const RWCString first_name = prefix + std::to_string(first).c_str();
-  const RWCString second_name = prefix + std::to_string(second).c_str();
-  m_sub_tree->SetKeyName(first_name, temporary_name);
-  m_sub_tree->SetKeyName(second_name, first_name);
-  m_sub_tree->SetKeyName(temporary_name, second_name);
+  const auto numbered = [&prefix](int ordinal) {
+    const RWCString name = prefix + std::to_string(ordinal).c_str();
+    return cfg::actual_path(name).copy();
+  };
+  const RWCString first_name = numbered(first), second_name = numbered(second);
+  const Tree_NodePtr top = m_sub_tree->GetData();
+  Tree_Node* const one = top ? top->Find(first_name) : nullptr;
+  Tree_Node* const other = top ? top->Find(second_name) : nullptr;
+  if (one && other) {
+    one->ExchangeNames(*other);
+  } else {
+    m_sub_tree->SetKeyName(one ? first_name : second_name, one ? second_name : first_name);
+  }
 } catch (...) {
   cfg::log_exception(logger, __func__);
 }

@@ -75,6 +75,14 @@ TEST(Utils, SwappingExchangesNamesNotContents) {
   CFG_SubTree tree = tree_of("t", {{"item1\\v", "one"}, {"item2\\v", "two"}});
   CFG_Utils(&tree).SwapKeysByOrdinal("Item", 1, 2);
   EXPECT_EQ(shown(tree), "t{item2{v=one} item1{v=two}}");
+  CFG_Utils(&tree).SwapKeysByOrdinal("item", 1, 3);
+  EXPECT_EQ(shown(tree), "t{item2{v=one} item3{v=two}}") << "one is missing";
+  for (int i = 4; i < 40; ++i) tree.SetValue(RWCString("item" + std::to_string(i) + "\\v"), "x");
+  for (const int i : {17, 30, 3, 17}) CFG_Utils(&tree).SwapKeysByOrdinal("item", 2, i);
+  EXPECT_EQ(tree.GetValue("item30\\v"), "x");
+  EXPECT_EQ(tree.GetValue("item3\\v"), "x");
+  EXPECT_EQ(tree.GetValue("item17\\v"), "two");
+  EXPECT_EQ(tree.GetValue("item2\\v"), "one");
 }
 
 }  // namespace

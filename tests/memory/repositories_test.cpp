@@ -1,10 +1,14 @@
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <CFG/CFG_DBRepository.h>
+#include <CFG/CFG_Factory.h>
 #include <CFG/CFG_FileRepository.h>
 #include <CFG/CFG_MemoryRepository.h>
+#include <CFG/CFG_TransactionGuard.h>
+#include <servers/Test_Postgres.h>
 
 #include "../CFG/temporary_folder.h"
 #include "../CFG/test_trees.h"
@@ -17,7 +21,9 @@ using Repository = CFG_RepositoryServicesImp;
 constexpr char kLong[] = "a text that takes a block of its own";
 
 CFG_SubTree sample() {
-  return tree_of("halvoria", {{"k\\a", "1"}, {"k\\b", kLong}, {"k\\s\\c", "2"}, {"n\\v", "3"}});
+  return tree_of(
+      "halvoria",
+      {{"k\\a", "1"}, {"k\\b", kLong}, {"k\\s\\c", "2"}, {"n\\v", "3"}, {"n\\s\\d", "4"}});
 }
 
 // A tree behind a repository of each kind.
@@ -41,21 +47,39 @@ struct FileWorld {
   Repository& repository() { return *file; }
 };
 
+RWCString sqlite() {
+  static const TemporaryFolder folder;
+  return RWCString("sqlite:" + (folder / "tree.db").string());
+}
+RWCString postgres() {
+  static const Test_Postgres server;
+  EXPECT_TRUE(server.is_running()) << server.problem();
+  return RWCString(server.connection());
+}
+
 // One database serves all: it takes long to make.
-struct DatabaseWorld {
-  DatabaseWorld() {
+template <RWCString (*connection)()>
+struct StoreWorld {
+  StoreWorld() {
     CFG_SubTree tree = sample();
     EXPECT_TRUE(database().AddOrReplaceSubTree(&tree, ""));
   }
   static CFG_DBRepository& database() {
-    static const TemporaryFolder folder;
-    static CFG_DBRepository database("sqlite:" + (folder / "tree.db").string(), "test");
+    static CFG_DBRepository database(connection(), "test");
     static const bool is_connected = database.Connect();
     EXPECT_TRUE(is_connected);
     return database;
   }
   Repository& repository() { return database(); }
 };
+using DatabaseWorld = StoreWorld<sqlite>;
+using PostgresWorld = StoreWorld<postgres>;
+
+template <void (*run)(MemoryShortage&)>
+void with_postgres(MemoryShortage& memory) {
+  if (!Test_Postgres::IsInstalled()) GTEST_SKIP() << "no PostgreSQL server is installed";
+  run(memory);
+}
 
 // For the forms that the classes of repositories hide.
 CFG_Services& services(Repository& repository) { return repository; }
@@ -95,7 +119,9 @@ constexpr auto merge_under = write_k<[](Repository& r, CFG_SubTree* k) {
   return r.AddMoreInfoToSubTreeWithLongValues(k, "halvoria");
 }>;
 
-// A document with one branch, the same for all.
+// A document with one branch, the same for all: as an export writes it, or with a remark, which
+// only the parser reads.
+template <bool has_remark>
 const RWWString& document() {
   static const TemporaryFolder folder;
   static const RWWString name = [] {
@@ -103,12 +129,19 @@ const RWWString& document() {
     CFG_SubTree none("none");
     CFG_MemoryRepository writer(&none);
     EXPECT_TRUE(writer.ExportSubTreeToFile(&tree, folder.file("k.xml"), "halvoria\\k"));
+    if (has_remark) std::ofstream(folder / "k.xml", std::ios::app) << "<!-- a remark -->";
     return folder.file("k.xml");
   }();
   return name;
 }
-int import_over(Repository& r) { return r.ImportXmlFile(document(), TRUE); }
-int import_under(Repository& r) { return r.ImportXmlFile(document(), FALSE); }
+template <bool has_remark>
+int import_over(Repository& r) {
+  return r.ImportXmlFile(document<has_remark>(), TRUE);
+}
+template <bool has_remark>
+int import_under(Repository& r) {
+  return r.ImportXmlFile(document<has_remark>(), FALSE);
+}
 
 // The tree is afterwards as it was or as it was to be, and who is told that it is changed can rely
 // on that.
@@ -125,12 +158,13 @@ void changes(MemoryShortage& memory) {
   memory.Under([&] { answer = change(world.repository()); });
   const std::string after = content(world.repository());
   EXPECT_TRUE(after == wanted || (!answer && after == before)) << after;
-  EXPECT_TRUE(answer || memory.IsExplained());
+  EXPECT_TRUE(answer || memory.IsExplained(LOG_LEVEL_ERROR));
 }
 
 // A value that is set within a lock is either there after it, or the lock says that it is not.
+template <class World>
 void transaction(MemoryShortage& memory) {
-  DatabaseWorld world;
+  World world;
   Repository& r = world.repository();
   int answer = FALSE;
   memory.Under([&] {
@@ -148,18 +182,22 @@ void transaction(MemoryShortage& memory) {
 // --- reads ---------------------------------------------------------------------------------------
 
 const char* rule[] = {"halvoria\\none", "halvoria"};
+// The key s is in both places; that of the second must not pass for the answer.
+const char* both[] = {"halvoria\\k", "halvoria\\n"};
 
 // Whatever comes back is whole or empty, and an answer that misses is told.
 template <class World>
 void reads(MemoryShortage& memory) {
   World world;
   Repository& r = world.repository();
-  SubTreePtr copy, merged, valued;
+  SubTreePtr copy, merged, valued, first, laid_over;
   RWCString text, path;
   std::unique_ptr<String_Arr> found, filled;
   memory.Under([&] { copy.reset(services(r).GetSubTree("halvoria\\k")); });
   memory.Under([&] { merged.reset(r.GetSubTreeOnlyWithValues("k", rule, TRUE, 2)); });
   memory.Under([&] { valued.reset(r.GetSubTreeOnlyWithValues("halvoria\\k")); });
+  memory.Under([&] { first.reset(r.GetSubTreeOnlyWithValues("s", both, 2)); });
+  memory.Under([&] { laid_over.reset(r.GetSubTreeOnlyWithValues("s", both, TRUE, 2)); });
   memory.Under([&] { text = value(r, "halvoria\\k\\b"); });
   memory.Under([&] { found.reset(r.Search("a", "halvoria")); });
   memory.Under([&] { filled.reset(r.FillPath("halvoria\\%\\s")); });
@@ -168,10 +206,13 @@ void reads(MemoryShortage& memory) {
   for (const SubTreePtr* tree : {&copy, &merged, &valued}) {
     EXPECT_TRUE(*tree ? shown(*tree) == k : memory.IsExplained()) << shown(*tree);
   }
+  EXPECT_TRUE(first ? shown(first) == "s{c=2}" : memory.IsExplained()) << shown(first);
+  EXPECT_TRUE(laid_over ? shown(laid_over) == "s{d=4 c=2}" : memory.IsExplained())
+      << shown(laid_over);
   EXPECT_TRUE(text == kLong || memory.IsExplained());
   EXPECT_TRUE(path == "halvoria\\k" || memory.IsExplained());
   EXPECT_TRUE(found ? found->GetArrLen() == 1 : memory.IsExplained());
-  EXPECT_TRUE(filled ? filled->GetArrLen() == 1 : memory.IsExplained());
+  EXPECT_TRUE(filled ? filled->GetArrLen() == 2 : memory.IsExplained());
 }
 
 // --- files ---------------------------------------------------------------------------------------
@@ -205,13 +246,28 @@ void export_path(MemoryShortage& memory) {
                      : memory.IsExplained());
 }
 
+template <bool is_parsed>
 void connect(MemoryShortage& memory) {
   FileWorld world;
+  if (is_parsed) std::ofstream(world.folder / "tree.xml", std::ios::app) << "<!-- a remark -->";
   CFG_FileRepository again(world.name());
   int answer = FALSE;
   memory.Under([&] { answer = again.Connect(); });
   EXPECT_TRUE(again.Connect());
   EXPECT_EQ(content(again), content(*world.file));
+}
+
+// --- the repository of the process ---------------------------------------------------------------
+
+void factory(MemoryShortage& memory) {
+  static CFG_SubTree tree = sample();
+  CFG_RepositoryServices* given = nullptr;
+  memory.Under([&] { given = CFG_Factory::GetRepositoryServices(&tree); });
+  EXPECT_TRUE(given || (memory.HasStruck() && memory.IsExplained()));
+  EXPECT_EQ(CFG_Factory::DisconnectRepositoryServices(), given != nullptr);
+  EXPECT_NE(CFG_Factory::GetRepositoryServices(&tree), nullptr);
+  memory.Under([] { const CFG_TransactionGuard of_the_process(nullptr); });
+  EXPECT_TRUE(CFG_Factory::DisconnectRepositoryServices());
 }
 
 const OutOfMemoryCase repository_cases[] = {
@@ -223,23 +279,29 @@ const OutOfMemoryCase repository_cases[] = {
     {"MemoryMerge", changes<MemoryWorld, merge>},
     {"MemoryMergeLong", changes<MemoryWorld, merge_long>},
     {"MemoryMergeUnder", changes<MemoryWorld, merge_under>},
-    {"MemoryImportOver", changes<MemoryWorld, import_over>},
-    {"MemoryImportUnder", changes<MemoryWorld, import_under>},
+    {"MemoryImportOver", changes<MemoryWorld, import_over<false>>},
+    {"MemoryImportUnder", changes<MemoryWorld, import_under<false>>},
     {"MemoryReads", reads<MemoryWorld>},
     {"FileSetDeep", changes<FileWorld, set_deep>},
     {"FileMerge", changes<FileWorld, merge>},
     {"FileReads", reads<FileWorld>},
     {"FileSave", save},
     {"FileExport", export_path},
-    {"FileConnect", connect},
+    {"FileConnect", connect<false>},
     {"DatabaseSetDeep", changes<DatabaseWorld, set_deep>},
     {"DatabaseRemoveValue", changes<DatabaseWorld, remove_value>},
     {"DatabaseRemoveKey", changes<DatabaseWorld, remove_key>},
     {"DatabaseRename", changes<DatabaseWorld, rename>},
     {"DatabaseAdd", changes<DatabaseWorld, add>},
     {"DatabaseMergeLong", changes<DatabaseWorld, merge_long>},
-    {"DatabaseTransaction", transaction},
+    {"DatabaseTransaction", transaction<DatabaseWorld>},
     {"DatabaseReads", reads<DatabaseWorld>},
+    {"PostgresSetDeep", with_postgres<changes<PostgresWorld, set_deep>>},
+    {"PostgresRename", with_postgres<changes<PostgresWorld, rename>>},
+    {"PostgresMergeLong", with_postgres<changes<PostgresWorld, merge_long>>},
+    {"PostgresTransaction", with_postgres<transaction<PostgresWorld>>},
+    {"PostgresReads", with_postgres<reads<PostgresWorld>>},
+    {"Factory", factory},
 };
 INSTANTIATE_TEST_SUITE_P(Repositories, OutOfMemory, testing::ValuesIn(repository_cases),
                          OutOfMemory::NameOf);

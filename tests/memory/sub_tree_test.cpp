@@ -24,7 +24,9 @@ CFG_SubTree sample() {
                          {"a\\item10\\v", "10"},
                          {"a\\number", "42"},
                          {"a\\flag", "true"},
-                         {"b", kLong.data()}});
+                         {"b", kLong.data()},
+                         {"first\\place\\with\\a\\name\\that\\takes\\a\\block\\number", "43"},
+                         {"first\\place\\with\\a\\name\\that\\takes\\a\\block\\item1\\w", "1"}});
 }
 
 // A change that is refused says why and leaves the tree as it was; otherwise it is made whole.
@@ -69,6 +71,11 @@ const OutOfMemoryCase changes[] = {
     {"SetDouble", changing<[](CFG_SubTree& t) { return t.SetDoubleValue("a\\n", 7.5); }>},
     {"DeleteSubTree", changing<[](CFG_SubTree& t) { return t.DeleteSubTree("A"); }>},
     {"DeleteValue", changing<[](CFG_SubTree& t) { return t.DeleteValue("A\\Number"); }>},
+    {"MergeDeletion", changing<[](CFG_SubTree& t) {
+       static CFG_SubTree named =
+           tree_of("top", {{"a\\number", "-"}, {"a\\item10\\v", "-"}, {"b", "-"}});
+       return !t.MergeDeletionSubTree(&named);
+     }>},
     {"SetKeyName", changing<[](CFG_SubTree& t) { return t.SetKeyName("a\\item1", "renamed"); }>},
     {"Put", writing<[](CFG_SubTree& t, CFG_SubTree& g) { return t.AddOrReplaceSubTree(&g, ""); }>},
     {"PutFar",
@@ -120,6 +127,8 @@ void reading(MemoryShortage& memory) {
 }
 
 const char* rule[] = {"nowhere\\but\\in\\a\\place\\far\\away", "a"};
+// What the first place has is in the second, too, which must not pass for the answer.
+const char* both[] = {"first\\place\\with\\a\\name\\that\\takes\\a\\block", "a"};
 
 template <class Iterator>
 int entries(CFG_SubTree& tree) {
@@ -140,6 +149,10 @@ const OutOfMemoryCase reads[] = {
     {"GetPath", reading<[](CFG_SubTree& t) { return t.GetPath(); }>},
     {"GetKeyName", reading<[](CFG_SubTree& t) { return t.GetKeyName(); }>},
     {"GetSubTree", reading<[](CFG_SubTree& t) { return t.GetSubTree("A\\Item1"); }>},
+    {"GetValueFirstOfBoth", reading<[](CFG_SubTree& t) { return t.GetValue("number", both, 2); }>},
+    {"GetSubTreeFirstOfBoth",
+     reading<[](CFG_SubTree& t) { return t.GetSubTree("item1", both, 2); }>},
+    {"MergeBoth", reading<[](CFG_SubTree& t) { return t.GetSubTree("item1", both, TRUE, 2); }>},
     {"GetSubTreeAt", reading<[](CFG_SubTree& t) { return t.GetSubTree("a", 1); }>},
     {"GetSubTreeByRule", reading<[](CFG_SubTree& t) { return t.GetSubTree("item1", rule, 2); }>},
     {"MergeByRule", reading<[](CFG_SubTree& t) { return t.GetSubTree("item1", rule, TRUE, 2); }>},
@@ -170,7 +183,10 @@ void merge_moving(MemoryShortage& memory) {
   };
   CFG_SubTree given = more(), again = more();
   wanted.MergeSubTree(&again, "");
-  memory.Under([&] { tree.MergeSubTree(&given, ""); });
+  int answer = 0;
+  memory.Under([&] { answer = tree.MergeSubTree(&given, ""); });
+  EXPECT_TRUE(answer == 0 || (answer == -1 && memory.HasStruck() && memory.IsExplained()));
+  EXPECT_EQ(answer == 0, shown(tree) == shown(wanted));
   tree.MergeSubTree(&given, "");
   EXPECT_EQ(tree.GetValue("a\\x"), kLong);
   EXPECT_EQ(tree.GetValue("b"), "new");
@@ -227,11 +243,24 @@ void utilities(MemoryShortage& memory) {
   EXPECT_TRUE(memory.HasStruck() || list->IsEmpty());
 }
 
+// In a short list and in a long one.
+void exchange(MemoryShortage& memory) {
+  for (const int more : {0, 20}) {
+    CFG_SubTree tree = sample();
+    for (int i = 20; i < 20 + more; ++i) tree.SetValue(RWCString("a\\x" + std::to_string(i)), "x");
+    const SubTreePtr list(tree.GetSubTree("a"));
+    const std::string before = shown(list);
+    memory.Under([&] { CFG_Utils(list.get()).SwapKeysByOrdinal("item", 1, 10); });
+    const bool is_done = shown(list) != before;
+    EXPECT_TRUE(is_done || memory.HasStruck());
+    EXPECT_EQ(list->GetValue("item1\\v"), is_done ? "10" : kLong);
+    EXPECT_EQ(list->GetValue("item10\\v"), is_done ? kLong : "10");
+  }
+}
+
 const OutOfMemoryCase others[] = {
-    {"MergeMoving", merge_moving},
-    {"ReadBlob", read_blob},
-    {"ByteArray", byte_array},
-    {"Utilities", utilities},
+    {"MergeMoving", merge_moving}, {"Exchange", exchange},   {"ReadBlob", read_blob},
+    {"ByteArray", byte_array},     {"Utilities", utilities},
 };
 INSTANTIATE_TEST_SUITE_P(SubTree, OutOfMemory, testing::ValuesIn(others), OutOfMemory::NameOf);
 

@@ -6,13 +6,20 @@
 
 #include <functional>
 
-// Whether it holds in a child, which ends by itself should it wait for ever.
-inline bool holds_in_child(const std::function<bool()>& holds) {
+// What a child answers, which ends by itself should it wait for ever; -1 when it comes to another
+// end.
+inline int status_of_child(const std::function<int()>& answer) {
   const pid_t child = fork();
   if (child == 0) {
     alarm(20);
-    _exit(holds() ? 0 : 1);
+    _exit(answer());
   }
   int status = 1;
-  return waitpid(child, &status, 0) == child && status == 0;
+  const bool has_answered = waitpid(child, &status, 0) == child && WIFEXITED(status);
+  return has_answered ? WEXITSTATUS(status) : -1;
+}
+
+// Whether it holds in a child.
+inline bool holds_in_child(const std::function<bool()>& holds) {
+  return status_of_child([&] { return holds() ? 0 : 1; }) == 0;
 }

@@ -37,6 +37,7 @@ void merge_moving(Tree_Node& destination, Tree_Node& source, const RWCString& st
 
 int remove_named(Tree_Node& destination, const Tree_Node& deletions) {
   int missing = 0;
+  std::vector<Tree_Node*> doomed;  // goes when all of it is known, which needs no more memory
   std::vector<std::pair<Tree_Node*, const Tree_Node*>> pairs{{&destination, &deletions}};
   while (!pairs.empty()) {
     const auto [node, named] = pairs.back();
@@ -44,7 +45,7 @@ int remove_named(Tree_Node& destination, const Tree_Node& deletions) {
     if (!node) {
       ++missing;
     } else if (named->IsEmpty()) {
-      if (Tree_Node* parent = node->GetParent()) parent->Remove(Tree_NodePtr(node));
+      doomed.push_back(node);
     } else {
       const Tree_ChildList& children = *named->Children();
       for (uint32_t place = children.next(0); place != Tree_ChildList::npos;
@@ -53,6 +54,9 @@ int remove_named(Tree_Node& destination, const Tree_Node& deletions) {
         pairs.emplace_back(node->Child(child->NameView()), child);
       }
     }
+  }
+  for (Tree_Node* node : doomed) {
+    if (Tree_Node* parent = node->GetParent()) parent->Remove(Tree_NodePtr(node));
   }
   return missing;
 }

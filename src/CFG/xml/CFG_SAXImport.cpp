@@ -12,6 +12,7 @@
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLException.hpp>
 
+#include <CFG/detail/answered.h>
 #include <CFG/xml/CFG_SAXImportHandlers.h>
 #include <CFG/xml/branch_list.h>
 #include <CFG/xml/branch_nodes.h>
@@ -23,6 +24,7 @@
 #include <CFG/xml/xml_text.h>
 #include <logging/Logger.h>
 #include <system/Sys_File.h>
+#include <thread/ForkHandler.h>
 #include <tree/Tree_Node.h>
 
 namespace xc = XERCES_CPP_NAMESPACE;
@@ -35,12 +37,17 @@ enum { DONE = 0, NO_PLATFORM = 1, HAS_ERRORS = 4, GAVE_UP = -1 };
 
 RWWString wide(const XMLCh* text) { return RWWString::fromUTF8(cfg::xml_text(text)); }
 
+ForkOnce platform_is_tried(ForkHandler::TREES);
+
 bool initialize_platform() {
   try {
     xc::XMLPlatformUtils::Initialize();
     return true;
   } catch (const xc::XMLException& e) {
     return logger.reject(false, "Error during initialization! %S :\n", wide(e.getMessage()));
+  } catch (...) {  // bad_alloc, or their own of that kind: half-made tables cannot be made anew
+    logger.severe("Error during initialization! memory ran out; this process reads no XML\n");
+    return false;
   }
 }
 
@@ -93,18 +100,21 @@ CFG_SAXImport::CFG_SAXImport() = default;
 CFG_SAXImport::~CFG_SAXImport() { drop_lists(); }
 
 bool CFG_SAXImport::InitXercescPlatformUtils() {
-  static const bool is_ready = initialize_platform();  // stays to the end of the process
+  static constinit bool is_ready = false;  // stays to the end of the process
+  platform_is_tried.call([] { is_ready = initialize_platform(); });
   return is_ready;
 }
 
-int CFG_SAXImport::Init(const RWWString& file, uint64_t flags) {
+int CFG_SAXImport::Init(const RWWString& file, uint64_t flags) try {
   Sys_File opened;
   if (opened.open(file)) return Init(opened, flags);
   start_over();
   return fail_to_read(opened.error());
+} catch (...) {
+  return cfg::answered(logger, GAVE_UP);
 }
 
-int CFG_SAXImport::Init(Sys_File& file, uint64_t flags) {
+int CFG_SAXImport::Init(Sys_File& file, uint64_t flags) try {
   const cfg::timed_step timed("cfg_sax_imp_xml");
   start_over();
   if (file.is_regular()) {
@@ -113,9 +123,11 @@ int CFG_SAXImport::Init(Sys_File& file, uint64_t flags) {
   }
   if (!InitXercescPlatformUtils()) return NO_PLATFORM;
   return parse(cfg::xml_file_source(file), flags);
+} catch (...) {
+  return cfg::answered(logger, GAVE_UP);
 }
 
-int CFG_SAXImport::InitFromBuffer(std::string_view document, uint64_t flags) {
+int CFG_SAXImport::InitFromBuffer(std::string_view document, uint64_t flags) try {
   const cfg::timed_step timed("cfg_sax_imp_xml");
   start_over();
   if (read_exported(document, flags)) return DONE;
@@ -124,12 +136,16 @@ int CFG_SAXImport::InitFromBuffer(std::string_view document, uint64_t flags) {
                                "Fake_ID");
   source.setCopyBufToStream(false);
   return parse(source, flags);
+} catch (...) {
+  return cfg::answered(logger, GAVE_UP);
 }
 
-int CFG_SAXImport::Init(const xc::InputSource& source, uint64_t flags) {
+int CFG_SAXImport::Init(const xc::InputSource& source, uint64_t flags) try {
   const cfg::timed_step timed("cfg_sax_imp_xml");
   start_over();
   return InitXercescPlatformUtils() ? parse(source, flags) : NO_PLATFORM;
+} catch (...) {
+  return cfg::answered(logger, GAVE_UP);
 }
 
 int CFG_SAXImport::parse(const xc::InputSource& source, uint64_t flags) {

@@ -45,18 +45,18 @@ bool is_larger(const xercesc::ContentSpecNode* model, size_t most) {
 
 class guarded_source::stream : public xercesc::BinInputStream {
  public:
-  stream(const guarded_source& source, xercesc::BinInputStream* from)
+  stream(const guarded_source& source, xercesc::BinInputStream& from)
       : m_source(source), m_from(from) {}
-  XMLFilePos curPos() const override { return m_from->curPos(); }
-  const XMLCh* getContentType() const override { return m_from->getContentType(); }
-  const XMLCh* getEncoding() const override { return m_from->getEncoding(); }
+  XMLFilePos curPos() const override { return m_from.curPos(); }
+  const XMLCh* getContentType() const override { return m_from.getContentType(); }
+  const XMLCh* getEncoding() const override { return m_from.getEncoding(); }
 
   XMLSize_t readBytes(XMLByte* to, XMLSize_t room) override {
     CFG_SAXImportHandlers& handlers = m_source.m_handlers;
     if (handlers.IsStopped()) return 0;
     if (!handlers.HasContent()) room = std::min<XMLSize_t>(room, small_piece);
     try {
-      const XMLSize_t count = m_from->readBytes(to, room);
+      const XMLSize_t count = m_from.readBytes(to, room);
       m_source.m_read += count;
       if (m_source.m_read <= m_source.m_end) return count;
     } catch (const parsing_stopped& stopped) {
@@ -73,11 +73,12 @@ class guarded_source::stream : public xercesc::BinInputStream {
 
  private:
   const guarded_source& m_source;
-  const std::unique_ptr<xercesc::BinInputStream> m_from;
+  xercesc::BinInputStream& m_from;
 };
 
-guarded_source::guarded_source(const xercesc::InputSource& source, CFG_SAXImportHandlers& handlers)
-    : m_source(source), m_handlers(handlers) {
+guarded_source::guarded_source(const xercesc::InputSource& source, CFG_SAXImportHandlers& handlers,
+                               xercesc::MemoryManager& memory)
+    : m_source(source), m_handlers(handlers), m_memory(memory) {
   setSystemId(source.getSystemId());
   setPublicId(source.getPublicId());
   setEncoding(source.getEncoding());
@@ -85,8 +86,8 @@ guarded_source::guarded_source(const xercesc::InputSource& source, CFG_SAXImport
 }
 
 xercesc::BinInputStream* guarded_source::makeStream() const {
-  xercesc::BinInputStream* from = m_source.makeStream();
-  return from ? new stream(*this, from) : nullptr;
+  m_from.reset(m_source.makeStream());
+  return m_from ? new (&m_memory) stream(*this, *m_from) : nullptr;
 }
 
 // Some of the DTD is among the bytes that the parser has got already.
@@ -143,7 +144,7 @@ guarded_parser::guarded_parser(CFG_SAXImportHandlers& handlers)
 }
 
 void guarded_parser::read(const xercesc::InputSource& source) {
-  guarded_source guarded(source, m_handlers);
+  guarded_source guarded(source, m_handlers, *this);
   m_source = &guarded;
   parse(guarded);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 #include <xercesc/framework/MemoryManager.hpp>
 #include <xercesc/parsers/SAXParser.hpp>
@@ -29,8 +30,10 @@ struct document_bounds {
 // which it does not after every exception.
 class guarded_source : public xercesc::InputSource {
  public:
-  // Both must outlive this object.
-  guarded_source(const xercesc::InputSource& source, CFG_SAXImportHandlers& handlers);
+  // All must outlive this object.
+  guarded_source(const xercesc::InputSource& source, CFG_SAXImportHandlers& handlers,
+                 xercesc::MemoryManager& memory);
+  // Once. What is read from stays here: the parser loses a stream when it has no memory to read it.
   xercesc::BinInputStream* makeStream() const override;
   void SetInDtd(bool is_in_dtd);
 
@@ -39,6 +42,8 @@ class guarded_source : public xercesc::InputSource {
 
   const xercesc::InputSource& m_source;
   CFG_SAXImportHandlers& m_handlers;
+  xercesc::MemoryManager& m_memory;
+  mutable std::unique_ptr<xercesc::BinInputStream> m_from;
   bool m_is_in_dtd = false;
   size_t m_end = document_bounds::bytes;  // how many bytes the parser may get
   mutable size_t m_read = 0;              // how many it has got
