@@ -28,64 +28,16 @@ Tree_NodePtr root_of(const SubTreePtr& sub_tree) {
 
 // --- reads by search rule --------------------------------------------------------------------
 
-struct RuleRead {
-  const char* op;
-  const RWCString& path;
-  const char** search_rule;
-  int search_num;
-
-  // Calls `visit` with each candidate in order until it returns true. False for a bad rule.
-  template <class Visit>
-  bool each_candidate(Visit visit) const {
-    if (!CFG_ServicesImp::CheckSearchRule(op, path, search_rule, search_num)) return false;
-    const cfg::search_rule rule(search_rule, search_num);
-    const cfg::failure_watch reads;
-    for (int i = 0; i < rule.count(); ++i) {
-      if (visit(rule.candidate(i, path))) break;
-      reads.check();
-    }
-    return true;
-  }
-};
-
-// The first subtree that `read` finds at a candidate.
+// The first subtree that `read` finds at a candidate, with a line in the log.
 template <class Read>
-CFG_SubTree* first_found(const RuleRead& asked, Read read) try {
-  CFG_SubTree* found = nullptr;
-  const bool is_valid = asked.each_candidate([&](const RWCString& candidate) {
-    found = read(candidate);
+CFG_SubTree* first_found(const cfg::rule_read& asked, Read read) {
+  return cfg::first_found(asked, [&](const RWCString& candidate) {
+    CFG_SubTree* const found = read(candidate);
     if (found) {
       logger.trace("%s : sub tree found in path <%s> , return it\n", asked.op, candidate);
     }
-    return found != nullptr;
+    return found;
   });
-  if (is_valid && !found) logger.trace("%s : sub tree not found , return NULL\n", asked.op);
-  return found;
-} catch (...) {
-  return cfg::answered(logger, nullptr, asked.op);
-}
-
-// The trees that `read` finds at the candidates, laid over each other by `combine`; those of
-// earlier candidates are on top.
-template <class Read>
-CFG_SubTree* all_found(const RuleRead& asked, Read read,
-                       Tree_NodePtr combine(const Tree_NodePtr& base,
-                                            const Tree_NodePtr& overlay)) try {
-  Tree_NodePtr result;
-  const bool is_valid = asked.each_candidate([&](const RWCString& candidate) {
-    const Tree_NodePtr found = read(candidate);
-    if (found && !found->IsLeaf()) result = result ? combine(found, result) : found;
-    return false;
-  });
-  if (!is_valid) return nullptr;
-  if (!result) {
-    return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : sub tree not found , return NULL\n",
-                            asked.op);
-  }
-  Tree_Node::ChangeTreeNodePtrProtection(result, Tree_Node::TRUE_BOOL);
-  return new CFG_SubTree(result);
-} catch (...) {
-  return cfg::answered(logger, nullptr, asked.op);
 }
 
 // --- application information -----------------------------------------------------------------
@@ -262,9 +214,9 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeWithPrecentAndWildcard(const R
                                                                          int search_num) {
   constexpr char op[] =
       "GetSubTreeWithPrecentAndWildcard(const RWCString & path,const char ** search_rule,int search_num)";
-  return first_found({op, path, search_rule, search_num}, [this](const RWCString& candidate) {
-    return GetSubTreeWithPrecentAndWildcard(candidate);
-  });
+  return first_found(
+      {logger, op, path, search_rule, search_num},
+      [this](const RWCString& candidate) { return GetSubTreeWithPrecentAndWildcard(candidate); });
 }
 
 CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeWithPrecentAndWildcard(const RWCString& path,
@@ -274,8 +226,8 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeWithPrecentAndWildcard(const R
   if (!merge) return GetSubTreeWithPrecentAndWildcard(path, search_rule, search_num);
   constexpr char op[] =
       "GetSubTreeWithPrecentAndWildcard(const RWCString & path,const char ** search_rule,T_Bool merge,int search_num)";
-  return all_found(
-      {op, path, search_rule, search_num},
+  return cfg::all_found(
+      {logger, op, path, search_rule, search_num},
       [this](const RWCString& candidate) { return GetTreeNodeWithPrecentAndWildcard(candidate); },
       Tree_Node::Merge);
 }
@@ -285,9 +237,9 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesLong(const RWCSt
                                                                      int search_num) {
   constexpr char op[] =
       "GetSubTreeOnlyWithValuesLong(const RWCString & path,const char ** search_rule,int search_num)";
-  return first_found({op, path, search_rule, search_num}, [this](const RWCString& candidate) {
-    return GetSubTreeOnlyWithValuesLong(candidate);
-  });
+  return first_found(
+      {logger, op, path, search_rule, search_num},
+      [this](const RWCString& candidate) { return GetSubTreeOnlyWithValuesLong(candidate); });
 }
 
 CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesLong(const RWCString& path,
@@ -296,8 +248,8 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesLong(const RWCSt
   if (!merge) return GetSubTreeOnlyWithValuesLong(path, search_rule, search_num);
   constexpr char op[] =
       "GetSubTreeOnlyWithValuesLong(const RWCString & path,const char ** search_rule,T_Bool merge,int search_num)";
-  return all_found(
-      {op, path, search_rule, search_num},
+  return cfg::all_found(
+      {logger, op, path, search_rule, search_num},
       [this](const RWCString& candidate) {
         return root_of(SubTreePtr(GetSubTreeOnlyWithValuesLong(candidate)));
       },
@@ -309,9 +261,9 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValues(const RWCString
                                                                  int search_num) {
   constexpr char op[] =
       "GetSubTreeOnlyWithValues(const RWCString & path,const char ** search_rule,int search_num)";
-  return first_found({op, path, search_rule, search_num}, [this](const RWCString& candidate) {
-    return GetSubTreeOnlyWithValues(candidate);
-  });
+  return first_found(
+      {logger, op, path, search_rule, search_num},
+      [this](const RWCString& candidate) { return GetSubTreeOnlyWithValues(candidate); });
 }
 
 CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValues(const RWCString& path,
@@ -320,8 +272,8 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValues(const RWCString
   if (!merge) return GetSubTreeOnlyWithValues(path, search_rule, search_num);
   constexpr char op[] =
       "GetSubTreeOnlyWithValues(const RWCString & path,const char ** search_rule,T_Bool merge,int search_num)";
-  return all_found(
-      {op, path, search_rule, search_num},
+  return cfg::all_found(
+      {logger, op, path, search_rule, search_num},
       [this](const RWCString& candidate) { return GetTreeNodeOnlyWithValues(candidate); },
       Tree_Node::Merge);
 }
@@ -330,8 +282,8 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesMergeOneLevel(
     const RWCString& path, const char** search_rule, int search_num) {
   constexpr char op[] =
       "GetSubTreeOnlyWithValuesMergeOneLevel(const RWCString & path,const char ** search_rule,int search_num)";
-  return all_found(
-      {op, path, search_rule, search_num},
+  return cfg::all_found(
+      {logger, op, path, search_rule, search_num},
       [this](const RWCString& candidate) {
         return root_of(SubTreePtr(GetSubTreeOnlyWithValues(candidate)));
       },
@@ -342,9 +294,10 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWi
     const RWCString& path, const char** search_rule, int search_num) {
   constexpr char op[] =
       "GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString & path,const char ** search_rule,int search_num)";
-  return first_found({op, path, search_rule, search_num}, [this](const RWCString& candidate) {
-    return GetSubTreeOnlyWithValuesWithPrecentAndWildcard(candidate);
-  });
+  return first_found({logger, op, path, search_rule, search_num},
+                     [this](const RWCString& candidate) {
+                       return GetSubTreeOnlyWithValuesWithPrecentAndWildcard(candidate);
+                     });
 }
 
 // Each candidate is written over those before it into a key without a name, so unlike in the
@@ -352,12 +305,13 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWi
 CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
     const RWCString& path, const char** search_rule, int merge, int search_num) try {
   if (!merge) return GetSubTreeOnlyWithValuesWithPrecentAndWildcard(path, search_rule, search_num);
-  const RuleRead asked = {
+  const cfg::rule_read asked = {
+      logger,
       "GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString & path,const char ** search_rule,T_Bool merge,int search_num)",
       path, search_rule, search_num};
   CFG_SubTree holder{RWCString()};
   Tree_NodePtr last;
-  const bool is_valid = asked.each_candidate([&](const RWCString& candidate) {
+  const bool is_valid = asked.each_candidate([&](const RWCString& candidate, const RWCString&) {
     const SubTreePtr found(GetSubTreeOnlyWithValuesWithPrecentAndWildcard(candidate));
     if (found && holder.AddOrReplaceSubTree(found.get(), "", TRUE)) last = found->GetData();
     return false;
@@ -404,17 +358,11 @@ int CFG_RepositoryServicesImp::write_with_stored(const char* op, CFG_SubTree* su
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
   const RWCString key = cfg::join(path, key_name);
-  const cfg::failure_watch reads;
-  const SubTreePtr stored(cfg::read_exactly(
-      *this, key, [this](const RWCString& exact) { return GetSubTreeWithLongValues(exact); }));
-  if (!stored) reads.check();
-  if (!stored && IsSubTreeExist(key)) {
-    return logger.reject(FALSE, "%s : what is stored at <%s> cannot be read, return FALSE\n", op,
-                         key);
-  }
-  Tree_NodePtr written = !stored      ? data->DuplicateFromHereDown(TRUE)
-                         : given_wins ? Tree_Node::Merge(stored->GetData(), data)
-                                      : Tree_Node::Merge(data, stored->GetData());
+  Tree_NodePtr stored;
+  const auto read = [this](const RWCString& exact) { return GetSubTreeWithLongValues(exact); };
+  if (!cfg::read_stored(logger, op, *this, key, read, stored)) return FALSE;
+  Tree_NodePtr written =
+      given_wins ? Tree_Node::Merge(stored, data) : Tree_Node::Merge(data, stored);
   return WriteSubTree(written, path);
 }
 

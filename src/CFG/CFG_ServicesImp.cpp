@@ -94,15 +94,6 @@ bool read_boolean(CFG_Services& store, const RWCString& path, bool& answer) {
   return true;
 }
 
-// What is stored at a path, null when there is nothing, for a write that merges into it. False when
-// it is there but cannot be read: nothing may be written over it then.
-bool read_stored(CFG_Services& store, RWCString path, SubTreePtr& stored) {
-  const cfg::failure_watch reads;
-  stored.reset(cfg::read_exactly(store, path));
-  if (!stored) reads.check();
-  return stored || !store.IsSubTreeExist(path);
-}
-
 double read_double(CFG_Services& store, const RWCString& path, double default_value) {
   const RWCString text = store.GetValue(path);
   return text.isNull() ? default_value : I18n_DecimalConvertUtils::AnyLocaleStrToDouble(text);
@@ -131,60 +122,38 @@ Tree_ValueAndPath* CFG_ServicesImp::GetValue(RWCString name, const char** search
   if (name.isNull()) {
     return logger.reject(nullptr, "%s : value_name is an empty string , return NULL\n", op);
   }
-  if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
-  const cfg::search_rule rule(search_rule, search_num);
-  const cfg::failure_watch reads;
-  for (int i = 0; i < rule.count(); ++i) {
-    const RWCString text = GetValue(rule.candidate(i, name));
-    if (!text.isNull()) return new Tree_ValueAndPath(rule.prefix(i), text);
-    reads.check();
-  }
+  Tree_ValueAndPath* found = nullptr;
+  const cfg::rule_read asked{logger, op, name, search_rule, search_num};
+  const bool is_valid =
+      asked.each_candidate([&](const RWCString& candidate, const RWCString& prefix) {
+        const RWCString text = GetValue(candidate);
+        if (!text.isNull()) found = new Tree_ValueAndPath(prefix, text);
+        return found != nullptr;
+      });
+  if (found || !is_valid) return found;
   return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : value not found , return NULL\n", op);
 } catch (...) {
   return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rule,
-                                         int search_num) try {
+CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rule, int search_num) {
   constexpr char op[] = "GetSubTree(const RWCString name,const char ** search_rule,int search_num)";
-  if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
-  const cfg::search_rule rule(search_rule, search_num);
-  const cfg::failure_watch reads;
-  for (int i = 0; i < rule.count(); ++i) {
-    const RWCString candidate = rule.candidate(i, name);
-    if (CFG_SubTree* found = cfg::read_exactly(*this, candidate)) return found;
-    reads.check();
-  }
-  return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : sub tree not found , return NULL\n", op);
-} catch (...) {
-  return cfg::answered(logger, nullptr);
+  return cfg::first_found(
+      {logger, op, name, search_rule, search_num},
+      [this](const RWCString& candidate) { return cfg::read_exactly(*this, candidate); });
 }
 
 CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rule, int merge,
-                                         int search_num) try {
+                                         int search_num) {
   if (!merge) return GetSubTree(name, search_rule, search_num);
   constexpr char op[] =
       "GetSubTree(const RWCString name,const char ** search_rule,T_Bool merge,int search_num)";
-  if (!CheckSearchRule(op, name, search_rule, search_num)) return nullptr;
-  const cfg::search_rule rule(search_rule, search_num);
-  const cfg::failure_watch reads;
-  Tree_NodePtr merged;
-  for (int i = 0; i < rule.count(); ++i) {
-    const RWCString candidate = rule.candidate(i, name);
-    const Tree_NodePtr found =
-        cfg::is_read_exactly(*this, candidate) ? GetTreeNode(candidate) : nullptr;
-    reads.check();
-    if (!found || found->IsLeaf()) continue;
-    merged = merged ? Tree_Node::Merge(found, merged) : found;
-  }
-  if (!merged) {
-    return logger.reject_at(LOG_LEVEL_TRACE, nullptr, "%s : sub tree not found , return NULL\n",
-                            op);
-  }
-  Tree_Node::ChangeTreeNodePtrProtection(merged, Tree_Node::TRUE_BOOL);
-  return new CFG_SubTree(merged);
-} catch (...) {
-  return cfg::answered(logger, nullptr);
+  return cfg::all_found(
+      {logger, op, name, search_rule, search_num},
+      [this](const RWCString& candidate) {
+        return cfg::is_read_exactly(*this, candidate) ? GetTreeNode(candidate) : Tree_NodePtr();
+      },
+      Tree_Node::Merge);
 }
 
 // --- values ------------------------------------------------------------------------------------
@@ -417,10 +386,9 @@ int CFG_ServicesImp::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString&
   Tree_NodePtr data;
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
-  SubTreePtr existing;
-  if (!read_stored(*this, cfg::join(actual, key_name), existing)) return FALSE;
-  Tree_NodePtr written =
-      existing ? Tree_Node::Merge(existing->GetData(), data) : data->DuplicateFromHereDown(TRUE);
+  Tree_NodePtr stored;
+  if (!cfg::read_stored(logger, op, *this, cfg::join(actual, key_name), stored)) return FALSE;
+  Tree_NodePtr written = Tree_Node::Merge(stored, data);
   return WriteSubTree(written, actual);
 } catch (...) {
   return cfg::answered(logger, FALSE);
@@ -434,10 +402,9 @@ int CFG_ServicesImp::AddMoreInfoToSubTree(CFG_SubTree* sub_tree, const RWCString
   Tree_NodePtr data;
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
-  SubTreePtr existing;
-  if (!read_stored(*this, cfg::join(actual, key_name), existing)) return FALSE;
-  Tree_NodePtr written =
-      existing ? Tree_Node::Merge(data, existing->GetData()) : data->DuplicateFromHereDown(TRUE);
+  Tree_NodePtr stored;
+  if (!cfg::read_stored(logger, op, *this, cfg::join(actual, key_name), stored)) return FALSE;
+  Tree_NodePtr written = Tree_Node::Merge(data, stored);
   return WriteSubTree(written, actual);
 } catch (...) {
   return cfg::answered(logger, FALSE);
@@ -470,9 +437,9 @@ int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path, in
                             op);
   }
   const RWCString actual = change_string_with_properties(path);
-  SubTreePtr existing;
-  if (!read_stored(*this, cfg::join(actual, key_name), existing)) return FALSE;
-  Tree_NodePtr written = existing ? Tree_Node::Merge(existing->GetData(), changes) : changes;
+  Tree_NodePtr stored;
+  if (!cfg::read_stored(logger, op, *this, cfg::join(actual, key_name), stored)) return FALSE;
+  Tree_NodePtr written = Tree_Node::Merge(stored, changes);
   return WriteSubTree(written, actual);
 } catch (...) {
   return cfg::answered(logger, FALSE);
