@@ -246,10 +246,8 @@ void export_path(MemoryShortage& memory) {
                      : memory.IsExplained());
 }
 
-template <bool is_parsed>
 void connect(MemoryShortage& memory) {
   FileWorld world;
-  if (is_parsed) std::ofstream(world.folder / "tree.xml", std::ios::app) << "<!-- a remark -->";
   CFG_FileRepository again(world.name());
   int answer = FALSE;
   memory.Under([&] { answer = again.Connect(); });
@@ -281,13 +279,15 @@ const OutOfMemoryCase repository_cases[] = {
     {"MemoryMergeUnder", changes<MemoryWorld, merge_under>},
     {"MemoryImportOver", changes<MemoryWorld, import_over<false>>},
     {"MemoryImportUnder", changes<MemoryWorld, import_under<false>>},
+    {"MemoryParseOver", changes<MemoryWorld, import_over<true>>},
+    {"MemoryParseUnder", changes<MemoryWorld, import_under<true>>},
     {"MemoryReads", reads<MemoryWorld>},
     {"FileSetDeep", changes<FileWorld, set_deep>},
     {"FileMerge", changes<FileWorld, merge>},
     {"FileReads", reads<FileWorld>},
     {"FileSave", save},
     {"FileExport", export_path},
-    {"FileConnect", connect<false>},
+    {"FileConnect", connect},
     {"DatabaseSetDeep", changes<DatabaseWorld, set_deep>},
     {"DatabaseRemoveValue", changes<DatabaseWorld, remove_value>},
     {"DatabaseRemoveKey", changes<DatabaseWorld, remove_key>},

@@ -9,8 +9,10 @@
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/sax/SAXException.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/PanicHandler.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLException.hpp>
+#include <xercesc/util/XMLUni.hpp>
 
 #include <CFG/detail/answered.h>
 #include <CFG/xml/CFG_SAXImportHandlers.h>
@@ -39,9 +41,15 @@ RWWString wide(const XMLCh* text) { return RWWString::fromUTF8(cfg::xml_text(tex
 
 ForkOnce platform_is_tried(ForkHandler::TREES);
 
+// Instead of the end of the process.
+struct Panic : xc::PanicHandler {
+  void panic(PanicReasons) override { throw std::bad_alloc(); }
+};
+
 bool initialize_platform() {
+  static Panic panic;
   try {
-    xc::XMLPlatformUtils::Initialize();
+    xc::XMLPlatformUtils::Initialize(xc::XMLUni::fgXercescDefaultLocale, nullptr, &panic);
     return true;
   } catch (const xc::XMLException& e) {
     return logger.reject(false, "Error during initialization! %S :\n", wide(e.getMessage()));

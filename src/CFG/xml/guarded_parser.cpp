@@ -1,6 +1,7 @@
 #include <CFG/xml/guarded_parser.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -53,7 +54,7 @@ class guarded_source::stream : public xercesc::BinInputStream {
 
   XMLSize_t readBytes(XMLByte* to, XMLSize_t room) override {
     CFG_SAXImportHandlers& handlers = m_source.m_handlers;
-    if (handlers.IsStopped()) return 0;
+    if (handlers.IsStopped() || m_source.m_memory.HasRunOut()) return 0;
     if (!handlers.HasContent()) room = std::min<XMLSize_t>(room, small_piece);
     try {
       const XMLSize_t count = m_from.readBytes(to, room);
@@ -77,7 +78,7 @@ class guarded_source::stream : public xercesc::BinInputStream {
 };
 
 guarded_source::guarded_source(const xercesc::InputSource& source, CFG_SAXImportHandlers& handlers,
-                               xercesc::MemoryManager& memory)
+                               parse_memory& memory)
     : m_source(source), m_handlers(handlers), m_memory(memory) {
   setSystemId(source.getSystemId());
   setPublicId(source.getPublicId());
@@ -96,14 +97,29 @@ void guarded_source::SetInDtd(bool is_in_dtd) {
   m_end = is_in_dtd ? m_read + document_bounds::dtd_bytes : document_bounds::bytes;
 }
 
+parse_memory::parse_memory() : m_reserve(new char[reserve_bytes]) {}
+
 parse_memory::~parse_memory() {
-  for (Block* block = m_all.behind; block != &m_all;) {
-    ::operator delete(std::exchange(block, block->behind));
-  }
+  for (Block* block = m_all.behind; block != &m_all;) release(std::exchange(block, block->behind));
+}
+
+void* parse_memory::from_reserve(size_t size) {
+  const size_t rounded = (size + sizeof(Block) - 1) / sizeof(Block) * sizeof(Block);
+  if (rounded > reserve_bytes - m_taken) return nullptr;
+  return m_reserve.get() + std::exchange(m_taken, m_taken + rounded);
+}
+
+void parse_memory::release(Block* block) {
+  const auto* const bytes = reinterpret_cast<const char*>(block);
+  const std::less<> before;
+  const bool is_reserve =
+      !before(bytes, m_reserve.get()) && before(bytes, m_reserve.get() + reserve_bytes);
+  if (!is_reserve) ::operator delete(block);
 }
 
 void* parse_memory::allocate(XMLSize_t size) {
-  void* const memory = ::operator new(sizeof(Block) + size, std::nothrow);
+  void* memory = ::operator new(sizeof(Block) + size, std::nothrow);
+  if (!memory) memory = from_reserve(sizeof(Block) + size);
   if (!memory) throw xercesc::OutOfMemoryException();
   auto* const block = new (memory) Block{&m_all, m_all.behind};
   block->behind->before = block;
@@ -118,7 +134,7 @@ void parse_memory::deallocate(void* memory) {
 void parse_memory::free(Block* block) {
   block->before->behind = block->behind;
   block->behind->before = block->before;
-  ::operator delete(block);
+  release(block);
 }
 
 // Exceptions are looked at when this object is gone.
@@ -147,6 +163,7 @@ void guarded_parser::read(const xercesc::InputSource& source) {
   guarded_source guarded(source, m_handlers, *this);
   m_source = &guarded;
   parse(guarded);
+  if (HasRunOut()) throw xercesc::OutOfMemoryException();
 }
 
 // At once: what has been declared must not come to use.

@@ -25,6 +25,8 @@ struct document_bounds {
   static constexpr size_t entity_expansions = 50000;      // references to declared entities
 };
 
+class parse_memory;
+
 // Passes a document on to the parser. When the document or its DTD is too long, cannot be
 // read on, or has too many errors, it ends there: the parser then cleans up after itself,
 // which it does not after every exception.
@@ -32,7 +34,7 @@ class guarded_source : public xercesc::InputSource {
  public:
   // All must outlive this object.
   guarded_source(const xercesc::InputSource& source, CFG_SAXImportHandlers& handlers,
-                 xercesc::MemoryManager& memory);
+                 parse_memory& memory);
   // Once. What is read from stays here: the parser loses a stream when it has no memory to read it.
   xercesc::BinInputStream* makeStream() const override;
   void SetInDtd(bool is_in_dtd);
@@ -42,7 +44,7 @@ class guarded_source : public xercesc::InputSource {
 
   const xercesc::InputSource& m_source;
   CFG_SAXImportHandlers& m_handlers;
-  xercesc::MemoryManager& m_memory;
+  parse_memory& m_memory;
   mutable std::unique_ptr<xercesc::BinInputStream> m_from;
   bool m_is_in_dtd = false;
   size_t m_end = document_bounds::bytes;  // how many bytes the parser may get
@@ -50,23 +52,32 @@ class guarded_source : public xercesc::InputSource {
 };
 
 // Memory for one parse. What the parser loses on its way out of a broken declaration goes
-// with this object.
+// with this object. The parser does not live through an allocation that fails wherever it likes,
+// so that it then gets what it needs to come to an end from a reserve.
 class parse_memory : public xercesc::MemoryManager {
  public:
-  parse_memory() = default;
+  parse_memory();
   parse_memory(const parse_memory&) = delete;
   parse_memory& operator=(const parse_memory&) = delete;
   ~parse_memory() override;
   void* allocate(XMLSize_t size) override;
   void deallocate(void* memory) override;
   xercesc::MemoryManager* getExceptionMemoryManager() override;
+  // Whether the system had none: whatever was parsed is not to be used.
+  bool HasRunOut() const { return m_taken > 0; }
 
  private:
   struct alignas(std::max_align_t) Block {
     Block* before = this;
     Block* behind = this;
   };
-  static void free(Block* block);
+  void* from_reserve(size_t size);
+  void release(Block* block);
+  void free(Block* block);
+
+  static constexpr size_t reserve_bytes = size_t{256} << 10;  // takes no memory until it is used
+  const std::unique_ptr<char[]> m_reserve;
+  size_t m_taken = 0;
   Block m_all;  // a ring
 };
 
