@@ -19,6 +19,7 @@ namespace {
 
 constexpr Log_Logger logger("service/service", 508);
 
+constexpr std::string_view SQLITE = "sqlite:";
 constexpr auto PURGE_EVERY = std::chrono::hours(24);
 
 Conn_ServerSettings server_settings(const Settings& settings) {
@@ -72,13 +73,15 @@ class Service::Housekeeper : public Thread {
 
 Service::Service(const Settings& settings)
     : m_settings(with_threads(settings)),
-      m_is_store_local(settings.store.rfind("sqlite:", 0) == 0),
+      m_is_store_local(settings.store.rfind(SQLITE, 0) == 0),
       m_stores(RWCString(settings.store), RWCString(settings.store_user),
                static_cast<int>(settings.write_wait * 1000)) {}
 
 Service::~Service() { stop(); }
 
 bool Service::start(std::string& reason) {
+  const std::string file = m_is_store_local ? m_settings.store.substr(SQLITE.size()) : "";
+  if (m_is_store_local && !m_claim.take(file, reason)) return false;
   for (int64_t i = 0; i < m_settings.threads; ++i) {
     m_quick_stores.push_back(m_stores.lease());
     if (m_quick_stores.back()) continue;
@@ -92,6 +95,7 @@ bool Service::start(std::string& reason) {
   Conn_Handler& handler = *this;
   m_server = std::make_unique<Conn_Server>(server_settings(m_settings), handler);
   if (!m_server->start(reason)) return false;
+  m_claim.tell(m_settings.listen, port());
   m_housekeeper = std::make_unique<Housekeeper>(*this);
   return true;
 }
@@ -102,6 +106,7 @@ void Service::stop() {
   if (m_server) m_server->stop(seconds(m_settings.stop_time));
   if (m_workers) m_workers->stop();
   m_quick_stores.clear();
+  m_claim.give_back();
 }
 
 // --- connections ---------------------------------------------------------------------------------
@@ -261,10 +266,13 @@ void Service::lock(Conn_Session& connection, Session& session) {
   if (session.has_lock()) return answer_success(connection, TRUE);
   when_it_may_write(connection, [this](Conn_Session& c, Session& s) {
     WriteTurnGuard turn(m_turn);
-    s.store = m_stores.lease();
-    if (!s.store) return c.refuse("the service cannot reach its store");
+    Stores::Lease store = m_stores.lease();
+    if (!store) return c.refuse("the service cannot reach its store");
+    store->TakeFailure();
+    const int code = store->Lock();
+    if (!code) return c.refuse("the store is not to be locked: " + store->TakeFailure());
+    s.store = std::move(store);
     turn.keep();
-    const int code = s.store->Lock();
     s.locked_since = Clock::now();
     {
       const MutexGuard guard(m_mutex);

@@ -12,6 +12,7 @@
 
 #include "session.h"
 #include "settings.h"
+#include "store_claim.h"
 #include "stores.h"
 #include "workers.h"
 #include "write_gate.h"
@@ -84,6 +85,7 @@ class Service : private Conn_Handler {
   const bool m_is_store_local;
   WriteGate m_gate;
   WriteTurn m_turn;
+  StoreClaim m_claim;
   Stores m_stores;
   std::vector<Stores::Lease> m_quick_stores;  // one of each waiting thread
   std::unique_ptr<Workers> m_workers;

@@ -21,7 +21,8 @@ class CFGDB_Conn;
 //
 // Each change is durable when its operation returns. Between Lock and UnLock changes are
 // pending: seen by this object only, and gone after Rollback or DisConnect. Another repository
-// on the same database that changes something meanwhile waits, and fails after a while.
+// on the same database, of any process, that locks or changes something meanwhile waits, and fails
+// after a while: Lock answers FALSE then.
 //
 // Ownership: the connection is this object's. Threads: any; they take turns, and a Lock is that
 // of all threads. Who reads a query record by record holds the mutex that
@@ -94,6 +95,7 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   int Lock() override;
   int UnLock() override;
   int Rollback() override;
+  int StartTransactionUpdate() override;  // FALSE when Lock is refused
   int SetSessionInfo(const std::string& session, int info) override;
 
   RWCString GetCfgPass() override;

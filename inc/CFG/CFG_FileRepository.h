@@ -12,4 +12,7 @@ class HALVORIA_API CFG_FileRepository : public CFG_FileRepositoryBase {
 
   int Connect() override;
   RWCString GetServerSyncID() override;
+
+  // What GetValue(path) answers, without a copy; valid until the tree is changed.
+  std::string_view TextAt(const RWCString& path);
 };

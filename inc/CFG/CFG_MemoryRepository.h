@@ -36,6 +36,9 @@ class HALVORIA_API CFG_MemoryRepository : public CFG_RepositoryServicesImp {
 
   explicit CFG_MemoryRepository(CFG_SubTree* sub_tree);
 
+  // What GetValue(path) answers, without a copy; valid until the tree is changed.
+  std::string_view TextAt(const RWCString& path);
+
   // --- CFG_Services ------------------------------------------------------------------------
 
   [[nodiscard]] CFG_SubTree* GetSubTree(RWCString& path, int index) override;

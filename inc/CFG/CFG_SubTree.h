@@ -64,6 +64,8 @@ class HALVORIA_API CFG_SubTree : public CFG_MemoryServices {
   // GetValue, GetValueName, GetValueNum, GetSubTreeNum and IsSubTreeExist for a path that
   // stands inside a longer text.
   RWCString ValueAt(std::string_view path);
+  // The same without a copy, valid until the tree is changed.
+  std::string_view TextAt(std::string_view path);
   RWCString ValueAt(std::string_view path, int index);
   RWCString ValueNameAt(std::string_view path, int index);
   int ValueNumAt(std::string_view path);

@@ -64,7 +64,7 @@ void CFGDB_Conn::disconnect() {
   m_query.reset();
   if (m_store && m_is_changing) m_store->rollback();
   forget_transaction();
-  m_is_lost = m_is_parked = false;
+  m_is_lost = m_is_locked = m_is_parked = false;
   m_store.reset();
 }
 
@@ -97,7 +97,7 @@ void CFGDB_Conn::in_child() {
   m_store.release()->abandon();
   static_cast<void>(m_query.release());
   forget_transaction();
-  m_is_lost = false;
+  m_is_lost = m_is_locked = false;
   m_auto_commit = 1;
   m_is_parked = true;
 }
@@ -136,11 +136,27 @@ int CFGDB_Conn::SetSessionInfo(const std::string& session, int) {
 
 // --- transactions -----------------------------------------------------------------------------
 
+int CFGDB_Conn::Lock() {
+  const Use use(*this, "Lock");
+  if (!use) return DB_ERROR;
+  const bool is_begun = m_is_changing;  // what is pending then goes with a RollBack, and the lock
+  const int result = begin(use.op(), "");
+  if (result != OK) return result;
+  if (!is_begun) {
+    if (m_store->hold() != Db_Result::OK) return lose(use.op(), "");
+    m_is_locked = true;
+    m_sequence_at_lock = m_sequence;
+  }
+  m_auto_commit = 0;
+  return OK;
+}
+
 // What is pending when auto-commit is turned on is committed.
 void CFGDB_Conn::SetAutoCommit(int on) {
   const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
   m_auto_commit = on ? 1 : 0;
   if (on && (m_is_changing || m_is_lost)) commit_pending("SetAutoCommit");
+  if (on) m_is_locked = false;
 }
 
 int CFGDB_Conn::Commit(int) {
@@ -151,14 +167,28 @@ int CFGDB_Conn::Commit(int) {
 int CFGDB_Conn::RollBack(int) {
   const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
   if (!is_usable("RollBack", "")) return 0;
+  if (m_is_locked) return roll_back_to_lock();
   if (m_is_changing) m_store->rollback();
   forget_transaction();
   m_is_lost = false;
   return 1;
 }
 
+// Everything is undone in any case; what was lost is the lock.
+int CFGDB_Conn::roll_back_to_lock() {
+  if (!m_is_changing) return 1;
+  if (m_store->undo_held() != Db_Result::OK) return lose("RollBack", ""), 1;
+  m_savepoint.reset();
+  m_known_key.clear();
+  m_sequence = m_sequence_at_lock;
+  m_is_changed = false;
+  uncommitted = 0;
+  return 1;
+}
+
 bool CFGDB_Conn::commit_pending(const char* op) {
   if (!is_usable(op, "")) return false;
+  m_is_locked = false;
   if (m_is_lost) {
     m_is_lost = false;
     uncommitted = 0;
@@ -230,7 +260,7 @@ int CFGDB_Conn::lose(const char* op, std::string_view path) {
 // What was done since the savepoint goes, or else the transaction; who commits that is told.
 void CFGDB_Conn::undo() noexcept {
   if (!m_is_changing || go_back()) return;
-  const bool is_told_later = !m_auto_commit && uncommitted;
+  const bool is_told_later = !m_auto_commit && (uncommitted || m_is_locked);
   forget_transaction();
   m_is_lost = is_told_later;
   uncommitted = is_told_later ? 1 : 0;

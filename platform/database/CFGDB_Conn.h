@@ -37,6 +37,10 @@ class Db_TreeQuery;
 // cannot go back, the transaction is lost: changes answer DB_ERROR, and `uncommitted` stays, until
 // Commit (which answers 0) or RollBack.
 //
+// Lock takes the store's write lock at once, so that what is read from then on stays true until it
+// is given back, whoever else uses the store. RollBack keeps it. One that was lost in a failure is
+// not taken again: changes answer DB_ERROR until Commit, which answers 0, or SetAutoCommit(1).
+//
 // A reader of the same connection sees its pending changes. Writing what is there already is no
 // change and takes no number.
 //
@@ -77,6 +81,9 @@ class HALVORIA_API CFGDB_Conn {
 
   // --- transactions ---------------------------------------------------------------------------
 
+  // Turns auto-commit off and keeps all other writers out, until Commit or SetAutoCommit(1). OK,
+  // or DB_ERROR when another one does not leave in time; auto-commit is then as it was.
+  int Lock();
   void SetAutoCommit(int on);
   int GetAutoCommit() const { return m_auto_commit; }
   int Commit(int);    // COMMIT_OK, or 0 when what was pending is lost
@@ -206,6 +213,7 @@ class HALVORIA_API CFGDB_Conn {
   int lose(const char* op, std::string_view path);
   void undo() noexcept;
   bool go_back();
+  int roll_back_to_lock();
   int missing_keys(const char* op, std::string_view path, std::vector<Db_Entry>& keys);
   int put(const char* op, std::vector<Db_Entry>& rows);
   bool erase_tree(std::string_view top);
@@ -229,7 +237,9 @@ class HALVORIA_API CFGDB_Conn {
   bool m_is_lost = false;      // the transaction went in a failure, and nobody was told yet
   int64_t m_sequence = 0;      // the last number given, while changing
   std::optional<Savepoint> m_savepoint;  // of an operation of several statements
-  std::string m_known_key;               // a key that is there, while changing
+  bool m_is_locked = false;              // by Lock, also when that was lost
+  int64_t m_sequence_at_lock = 0;
+  std::string m_known_key;  // a key that is there, while changing
 
   std::unique_ptr<Db_TreeQuery> m_query;
   RWCString m_query_root;

@@ -76,6 +76,9 @@ class Db_Store {
   virtual Db_Result erase_range(std::string_view from, std::string_view to, int64_t sequence,
                                 int64_t& rows) = 0;
   virtual Db_Result purge_deletions(int days, int64_t& rows) = 0;
+  // What is done from here on can be undone, as often as wanted, without the write lock going.
+  virtual Db_Result hold() = 0;
+  virtual Db_Result undo_held() = 0;
 
   // Of the child of a fork: the session is its parent's. Closes what the child has of it without
   // telling the other side; after that the store is left as it is for good.

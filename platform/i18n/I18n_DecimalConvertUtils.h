@@ -21,9 +21,9 @@ class HALVORIA_API I18n_DecimalConvertUtils {
   //   Exponent      e or E, sign, digits.
   // A single point or comma is always the decimal sign: "1,234" is 1.234. A sign that
   // fits neither role ends the number: "10.0.0.1" is 10.
-  static double AnyLocaleStrToDouble(const RWCString& text) {
+  static double AnyLocaleStrToDouble(RWCString::Text text) {
     double number;
-    return I18n_ShortNumber::ReadDecimal(text, number) ? number : read_long(text);
+    return I18n_ShortNumber::ReadDecimal(text.view, number) ? number : read_long(text.view);
   }
 
  private:

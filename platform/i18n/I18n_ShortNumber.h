@@ -1,6 +1,7 @@
 // Numbers of a few ASCII digits.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -23,17 +24,18 @@ class I18n_ShortNumber {
   }
 
   static bool ReadDecimal(std::string_view text, double& number) {
-    static constexpr double powers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
     if (text.empty() || text.size() > 8) return false;
-    uint64_t eight = digits_of(text), decimals = 0;
+    uint64_t eight = digits_of(text);
+    double power = 1;
     if (const uint64_t others = above_nine(eight)) {  // then a single one, the point, goes
-      const uint64_t at = others >> 7;
-      if ((at & (at - 1)) != 0 || (eight & at * 0xFF) != at * ('.' ^ '0')) return false;
-      const uint64_t behind = 0 - (at << 8);
-      decimals = (behind & all(1)) * all(1) >> 56;
+      static constexpr double powers[] = {1e7, 1e6, 1e5, 1e4, 1e3, 1e2, 1e1, 1};
+      const unsigned at = static_cast<unsigned>(std::countr_zero(others)) - 7;
+      if ((others & (others - 1)) != 0 || (eight >> at & 0xFF) != ('.' ^ '0')) return false;
+      const uint64_t behind = ~uint64_t{0xFF} << at;
       eight = (eight & behind) | (eight << 8 & ~behind);
+      power = powers[at / 8];
     }
-    number = value_of(eight) / powers[decimals];  // both exact, so this is the nearest double
+    number = value_of(eight) / power;  // both exact, so this is the nearest double
     return true;
   }
 
@@ -44,6 +46,7 @@ class I18n_ShortNumber {
   // so that digits, and what is not there, are their values, and all else is above nine.
   static uint64_t digits_of(std::string_view text) {
     const size_t n = text.size();
+    const size_t room = 8 * (8 - n);
     const auto byte = [&](size_t i) {
       return uint64_t{static_cast<unsigned char>(text[i])} << 8 * i;
     };
@@ -53,14 +56,15 @@ class I18n_ShortNumber {
       uint32_t first, last;
       std::memcpy(&first, text.data(), 4);
       std::memcpy(&last, text.data() + n - 4, 4);
-      bytes = first | uint64_t{last} << 8 * (n - 4);
+      bytes = uint64_t{first} << room | uint64_t{last} << 32;
     } else {
-      bytes = byte(0) | byte(n / 2) | byte(n - 1);
+      bytes = (byte(0) | byte(n / 2) | byte(n - 1)) << room;
     }
 #else
     for (size_t i = 0; i < n; ++i) bytes |= byte(i);
+    bytes <<= room;
 #endif
-    return (bytes ^ all('0')) << 8 * (8 - n);
+    return bytes ^ all('0') << room;
   }
 
   // The highest bit of each byte that is no digit; where there are several, perhaps of more.

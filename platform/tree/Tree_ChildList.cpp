@@ -202,6 +202,11 @@ uint32_t Tree_ChildList::select(Kind kind, uint32_t position) const {
   return static_cast<uint32_t>(std::countr_zero(rest));
 }
 
+void Tree_ChildList::note_row(const Tree_Node* key) {
+  if (is_large()) return;
+  while (m_row < m_count && m_slots[m_row].get() == key + 1 + m_row) ++m_row;
+}
+
 uint32_t Tree_ChildList::find(uint64_t name_hash, std::string_view name) const {
   const auto hash = static_cast<uint32_t>(name_hash);
   if (!is_large()) {
@@ -305,6 +310,7 @@ Tree_NodePtr Tree_ChildList::take_keeping_places(uint32_t place) {
     return m_large->take(place);
   }
   Tree_NodePtr child = std::move(m_slots[place]);
+  if (m_row > place) m_row = static_cast<uint8_t>(place);
   m_keys -= m_key_mask >> place & 1;
   // The pointers behind move as plain memory: a null one is left over at the end.
   const size_t behind = m_count - place;
@@ -355,7 +361,8 @@ void Tree_ChildList::clear() {
   }
   m_slots = nullptr;
   m_count = m_keys = 0;
-  m_capacity = m_key_mask = 0;
+  m_capacity = m_row = 0;
+  m_key_mask = 0;
 }
 
 void Tree_ChildList::release_small() {
@@ -388,7 +395,7 @@ void Tree_ChildList::grow_small(uint32_t capacity) {
   std::fill_n(fresh_hashes + m_count, capacity - m_count, 0u);
   release_small();
   m_slots = fresh;
-  m_capacity = static_cast<uint16_t>(capacity);
+  m_capacity = static_cast<uint8_t>(capacity);
 }
 
 void Tree_ChildList::become_large(uint32_t room) {
@@ -399,6 +406,7 @@ void Tree_ChildList::become_large(uint32_t room) {
   release_small();
   m_large = large.release();
   m_capacity = kIsLarge;
+  m_row = 0;
   m_key_mask = 0;
 }
 

@@ -48,6 +48,13 @@ class HALVORIA_API Tree_ChildList {
   // The place of the child at a 0-based position among those of a kind; npos when
   // there are not that many.
   uint32_t select(Kind kind, uint32_t position) const;
+  // How many of the first places hold children that stand in a row behind `key`, the node of this
+  // list: the first right behind it, each other right behind the one before. So they mostly do
+  // where a tree was made in order, and then the way to them need not lead through the list.
+  uint32_t row() const { return m_row; }
+  // Looks how far the row goes by now. May be left out after a change, but then the row stays
+  // short.
+  void note_row(const Tree_Node* key);
   // The place of the child of that name, npos when there is none. Hashes are Tree_Hash::Text's.
   uint32_t find(uint64_t hash, std::string_view name) const;
   // The same for a name that a node has, tried at the place `likely` first: lists that are
@@ -83,7 +90,7 @@ class HALVORIA_API Tree_ChildList {
  private:
   struct Large;
   static constexpr uint32_t kSmall = 16;
-  static constexpr uint16_t kIsLarge = 0xFFFF;
+  static constexpr uint8_t kIsLarge = 0xFF;
 
   Tree_NodePtr* slots() const;
   uint32_t* hashes() const { return reinterpret_cast<uint32_t*>(m_slots + m_capacity); }
@@ -102,7 +109,8 @@ class HALVORIA_API Tree_ChildList {
   };
   uint32_t m_count = 0;
   uint32_t m_keys = 0;
-  uint16_t m_capacity = 0;
+  uint8_t m_capacity = 0;
+  uint8_t m_row = 0;        // small: see row()
   uint16_t m_key_mask = 0;  // small: which places hold keys
 };
 

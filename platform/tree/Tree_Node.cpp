@@ -312,6 +312,7 @@ void Tree_Node::settle_in_room(Tree_NodePtr child, uint32_t instead) {
         m_key.replace(instead, node.m_name.hash(), !node.m_is_leaf, std::move(child));
     if (gone->GetParent() == this) gone->SetParent(nullptr);
   }
+  m_key.note_row(this);
   enter_index(node);
 }
 
@@ -333,7 +334,15 @@ void Tree_Node::AddDistinct(Tree_NodePtr child) {
 void Tree_Node::adopt(Tree_NodePtr child) {
   Tree_Node* raw = child.get();
   m_key.append(raw->m_name.hash(), !raw->m_is_leaf, std::move(child));
+  m_key.note_row(this);
   raw->SetParent(this);
+}
+
+void Tree_Node::ExchangePlaces(Tree_NodePtr& a, Tree_NodePtr& b) {
+  std::swap(a->m_name, b->m_name);
+  std::swap(a->m_value, b->m_value);
+  std::swap(a->m_id_high, b->m_id_high);
+  std::swap(a, b);
 }
 
 Tree_Node* Tree_Node::MoveHere(Tree_Node& from, int index) {
@@ -402,6 +411,15 @@ Tree_Node* Tree_Node::Child(std::string_view name) const {
   return place == Tree_ChildList::npos ? nullptr : m_key.at(place).get();
 }
 
+// The list of a key is one more place in memory, which in a big tree is in no cache. What stands in
+// the row is found without it.
+const Tree_Node* Tree_Node::ChildAt(Tree_ChildList::Kind kind, int position) const {
+  if (m_is_leaf || position < 0) return nullptr;
+  const uint32_t place = m_key.select(kind, static_cast<uint32_t>(position));
+  if (place < m_key.row()) return this + 1 + place;
+  return place == Tree_ChildList::npos ? nullptr : m_key.at(place).get();
+}
+
 Tree_NodePtr Tree_Node::GetRelativeNode(const Tree_Path& path, const Tree_NodePtr&) {
   return Find(path.GetText());
 }
@@ -447,10 +465,7 @@ RWCString Tree_Node::GetValue(const RWCString& path, const Tree_NodePtr&) const 
 // The value at a position under the key at a path, null when there is none.
 static const Tree_Node* value_at(const Tree_Node& node, std::string_view path, int index) {
   const Tree_Node* key = node.Find(path);
-  const Tree_ChildList* children = key ? key->Children() : nullptr;
-  if (!children || index < 0) return nullptr;
-  const uint32_t place = children->select(Tree_ChildList::VALUES, static_cast<uint32_t>(index));
-  return place == Tree_ChildList::npos ? nullptr : children->at(place).get();
+  return key ? key->ChildAt(Tree_ChildList::VALUES, index) : nullptr;
 }
 
 RWCString Tree_Node::GetValue(const RWCString& path, int index, const Tree_NodePtr&) const {

@@ -102,7 +102,7 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
 
   // Children, in order
   int GetChildCount() const { return m_is_leaf ? 0 : static_cast<int>(m_key.count()); }
-  // The child at a 0-based position; null out of range.
+  // The child at a 0-based position; null out of range. What it refers to is not for assigning.
   Tree_NodePtr& GetChildAt(int index);
   // Appends the child, taking it from the key it hung under before. Refused (FALSE): a null
   // child, a value as parent, a name that is empty or already there, a child that holds this node.
@@ -122,6 +122,8 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // Appends a node that hangs nowhere yet to a key. The caller made sure that no child has its
   // name, and that the name is not empty.
   void AddDistinct(Tree_NodePtr child);
+  // Gives two values each other's place in memory. They hang nowhere, and nobody else holds them.
+  static void ExchangePlaces(Tree_NodePtr& a, Tree_NodePtr& b);
   // Makes room for that many children of a key.
   void Reserve(uint32_t count) { m_key.reserve(count); }
   // TRUE when a child was removed. It no longer has a parent.
@@ -146,6 +148,8 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // The raw lookup under all others, without counting references. A top node that is asked
   // for many deep paths makes itself a Tree_PathIndex.
   Tree_Node* Child(std::string_view name) const;
+  // The child at a 0-based position among those of a kind; NULL out of range.
+  const Tree_Node* ChildAt(Tree_ChildList::Kind kind, int position) const;
   Tree_Node* Find(std::string_view path);
   const Tree_Node* Find(std::string_view path) const;
   const Tree_ChildList* Children() const { return m_is_leaf ? nullptr : &m_key; }

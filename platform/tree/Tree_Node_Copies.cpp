@@ -21,6 +21,7 @@ void Tree_Node::copy_children(const Tree_Node& from, Tree_Node& to) {
       if (!child.IsEmpty()) keys.emplace_back(&child, fresh.get());
       return fresh;
     });
+    copy->m_key.note_row(copy);
     std::reverse(keys.begin() + static_cast<ptrdiff_t>(waiting), keys.end());
   }
 }
@@ -99,6 +100,7 @@ Tree_NodePtr Tree_Node::merged(const Tree_NodePtr& base, const Tree_NodePtr& ove
       }
       return fresh;
     });
+    to->m_key.note_row(to);
     std::reverse(keys.begin() + static_cast<ptrdiff_t>(waiting), keys.end());
     for (const Tree_Node* node : displaced) to->orphan(to->place_of(node));
     if (settled == over->m_key.count()) continue;

@@ -1,6 +1,7 @@
 #include <CFG/CFG_FileRepository.h>
 
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/held_tree.h>
 #include <logging/Logger.h>
 #include <tree/Tree_Node.h>
 
@@ -27,3 +28,7 @@ int CFG_FileRepository::Connect() {
 }
 
 RWCString CFG_FileRepository::GetServerSyncID() { return "file"; }
+
+std::string_view CFG_FileRepository::TextAt(const RWCString& path) {
+  return cfg::held_tree(m_sub_tree.get()).text(path);
+}

@@ -7,6 +7,7 @@
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/answered.h>
 #include <CFG/detail/held_tree.h>
+#include <CFG/detail/node_address.h>
 #include <CFG/detail/paths.h>
 #include <CFG/detail/patterns.h>
 #include <logging/Logger.h>
@@ -18,9 +19,6 @@ namespace {
 
 constexpr Log_Logger logger("src/CFG/CFG_FileRepositoryBase", 502);
 
-constexpr char kAddress[] = "inet_address";
-
-bool is_address_name(const RWCString& name) { return name.index(kAddress) != RWCString::npos; }
 bool is_prefix(std::string_view name) { return !name.empty() && name.back() == '%'; }
 
 CFG_SubTree* without_empty_branches(CFG_SubTree* owned) try {
@@ -42,7 +40,7 @@ class ValueTest {
   ValueTest(const RWCString& name, const RWCString& text)
       : m_name(name),
         m_text(text),
-        m_case(is_address_name(name) ? RWCString::ignoreCase : RWCString::exact) {}
+        m_case(cfg::is_address_name(name) ? RWCString::ignoreCase : RWCString::exact) {}
 
   bool holds_for(const Tree_Node& key) const {
     if (!is_prefix(m_name)) return is_equal(key.Find(m_name));
@@ -321,8 +319,6 @@ void CFG_FileRepositoryBase::FillPathToVec(CFG_SubTree* at, RWCString& pattern,
   }
 }
 
-// Addresses are looked up without the brackets of an IPv6 literal, and an IPv4 address that
-// is written as an IPv6 one in both ways.
 RWCString CFG_FileRepositoryBase::FillPath(RWCString pattern, RWCString value_name,
                                            RWCString value) {
   return read_all([&](const held_tree&) {
@@ -330,18 +326,9 @@ RWCString CFG_FileRepositoryBase::FillPath(RWCString pattern, RWCString value_na
     const auto find = [&](RWCString name, RWCString text) {
       return FindValue(m_sub_tree.get(), actual, name, text);
     };
-    if (!is_address_name(value_name)) return find(value_name, value);
-    RWCString unbraced = value;
-    RemoveIpv6Braces(unbraced);
-    RWCString unmapped = unbraced;
-    const bool was_mapped = handle_if_ipv6_mapped(unmapped);
-    if (!is_prefix(value_name)) value_name += '%';
-    for (const RWCString& name : {value_name, RWCString("additional_inet_address_%")}) {
-      RWCString path = find(name, unmapped);
-      if (path.isNull() && was_mapped) path = find(name, unbraced);
-      if (!path.isNull()) return path;
-    }
-    return RWCString();
+    if (!cfg::is_address_name(value_name)) return find(value_name, value);
+    const cfg::node_address address(value);
+    return address.first_found(value_name, address.unbraced, find);
   });
 }
 

@@ -42,6 +42,9 @@ RWCString CFG_MemoryRepository::RemoveRootName(const RWCString& path) {
 RWCString CFG_MemoryRepository::GetValue(const RWCString& path) {
   return ask(m_sub_tree, [&](const held_tree& tree) { return tree.value(path); });
 }
+std::string_view CFG_MemoryRepository::TextAt(const RWCString& path) {
+  return held_tree(m_sub_tree).text(path);
+}
 RWCString CFG_MemoryRepository::GetValue(RWCString& path, int index) {
   return ask(m_sub_tree, [&](const held_tree& tree) { return tree.value(path, index); });
 }

@@ -5,6 +5,8 @@
 #include <limits>
 #include <thread>
 
+#include <CFG/CFG_FileRepository.h>
+#include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_RepositoryServices.h>
 #include <logging/Log_Capture.h>
 #include <tree/Tree_Node.h>
@@ -249,6 +251,28 @@ TEST(TypedValues, OnlyTrueIsTrueAndMissingDoublesAreZero) {
   EXPECT_EQ(tree.GetDoubleValueWrapper("none", 2.5), 2.5);
   EXPECT_TRUE(tree.SetDoubleValue("d", 1.0 / 3));
   EXPECT_EQ(tree.GetValue("d"), "0.333");
+}
+
+// The library's own trees in memory are read without GetValue, which must not show.
+template <class Store>
+struct SevenEverywhere : Store {
+  using Store::GetValue;
+  using Store::Store;
+  RWCString GetValue(const RWCString&) override { return "7"; }
+};
+
+TEST(TypedValues, ComeFromWhatAStoreAnswersItself) {
+  CFG_SubTree tree = tree_of("t", {{"n", "1"}});
+  SevenEverywhere<CFG_SubTree> handle(tree.GetData());
+  SevenEverywhere<CFG_MemoryRepository> memory(&tree);
+  SevenEverywhere<CFG_FileRepository> file(RWWString::fromUTF8("none.xml"));
+  for (CFG_ServicesImp* store : std::initializer_list<CFG_ServicesImp*>{&handle, &memory, &file}) {
+    EXPECT_EQ(store->GetIntegerValueWrapper("t\\n", 0), 7);
+    EXPECT_EQ(store->GetDoubleValueWrapper("t\\n", 0), 7.0);
+    EXPECT_FALSE(store->GetBooleanValueWrapper("t\\n", true));
+  }
+  EXPECT_EQ(CFG_FileRepository(RWWString::fromUTF8("none.xml")).GetIntegerValueWrapper("t\\n", 5),
+            5);
 }
 
 // --- search rules ------------------------------------------------------------------------------

@@ -62,9 +62,11 @@ constexpr Pg_Statement kPgStatements[] = {
      "  (SELECT sequence FROM entry UNION ALL SELECT sequence FROM deleted) numbers"
      "  GROUP BY sequence HAVING count(*) > 1 OR sequence < 1"
      "  OR sequence > (SELECT last_sequence FROM store)) wrong"},
-    {Pg_Sql::BEGIN, "BEGIN"},
-    {Pg_Sql::SET_WAIT, "SELECT set_config('lock_timeout', $1::text, true)"},
-    {Pg_Sql::LOCK, "SELECT last_sequence FROM store FOR UPDATE"},
+    // Each statement behind the lock sees what was committed until then.
+    {Pg_Sql::BEGIN, "BEGIN ISOLATION LEVEL READ COMMITTED"},
+    // The database's one, and "hcfg"; it goes with the transaction, or the connection.
+    {Pg_Sql::LOCK,
+     "SELECT set_config('lock_timeout', $1::text, true), pg_advisory_xact_lock(1751344743, 1)"},
     {Pg_Sql::PUT,
      "WITH forgotten AS (DELETE FROM deleted WHERE path = $1)"
      " INSERT INTO entry (path, value, sequence, single) VALUES ($1::bytea, $2::bytea, $3::int8,"
@@ -90,6 +92,7 @@ constexpr Pg_Statement kPgStatements[] = {
     {Pg_Sql::SET_LAST, "UPDATE store SET last_sequence = $1::int8"},
     {Pg_Sql::SET_LAST_BULK, "UPDATE store SET last_sequence = $1::int8, last_bulk = $1"},
     {Pg_Sql::COMMIT, "COMMIT"},
+    {Pg_Sql::HOLD, "SAVEPOINT held"},
     {Pg_Sql::SAVEPOINT, "SAVEPOINT part"},
     {Pg_Sql::RELEASE, "RELEASE part"},
     {Pg_Sql::PURGE,

@@ -120,8 +120,8 @@ Db_Result Pg_Store::check(std::string& reason) {
 Db_Result Pg_Store::begin(int wait_milliseconds, int64_t& last_sequence) {
   // Told with each transaction, as the session may be a new one: 0 would be to wait for ever.
   const std::string wait = std::to_string(std::max(wait_milliseconds, 1));
-  const Pg_Result row =
-      m_session.call({{Pg_Sql::BEGIN, {}}, {Pg_Sql::SET_WAIT, {wait}}, {Pg_Sql::LOCK, {}}}, "lock");
+  const Pg_Result row = m_session.call(
+      {{Pg_Sql::BEGIN, {}}, {Pg_Sql::LOCK, {wait}}, {Pg_Sql::LAST_SEQUENCE, {}}}, "lock");
   m_session.set_in_transaction(row != nullptr);
   m_is_bulk = false;
   if (row && PQntuples(row.get())) {
@@ -187,6 +187,18 @@ Db_Result Pg_Store::carry_out() {
   return ask({}, "write") ? Db_Result::OK : Db_Result::FAILED;
 }
 
+Db_Result Pg_Store::hold() {
+  m_waiting.push_back({Pg_Sql::HOLD});
+  return Db_Result::OK;
+}
+
+Db_Result Pg_Store::undo_held() {
+  m_is_bulk = false;
+  if (takes_back_unsent(Pg_Sql::HOLD, true)) return Db_Result::OK;
+  m_session.keep_rest();
+  return m_session.run("ROLLBACK TO held", "undo") ? Db_Result::OK : Db_Result::FAILED;
+}
+
 Db_Result Pg_Store::savepoint() {
   m_waiting.push_back({Pg_Sql::SAVEPOINT});
   return Db_Result::OK;
@@ -197,13 +209,18 @@ Db_Result Pg_Store::release() {
   return Db_Result::OK;
 }
 
-// Nothing was done since when the savepoint itself still waits.
-Db_Result Pg_Store::rollback_to() {
-  const auto is_savepoint = [](const Waiting& one) { return one.sql == Pg_Sql::SAVEPOINT; };
-  const auto unsent = std::find_if(m_waiting.begin(), m_waiting.end(), is_savepoint);
+// Forgets what waits since a mark, or all of it when the mark was sent. Nothing else was done since
+// when the mark itself still waits.
+bool Pg_Store::takes_back_unsent(Pg_Sql mark, bool keeps_mark) {
+  const auto is_mark = [&](const Waiting& one) { return one.sql == mark; };
+  const auto unsent = std::find_if(m_waiting.begin(), m_waiting.end(), is_mark);
   const bool is_unsent = unsent != m_waiting.end();
-  m_waiting.erase(is_unsent ? unsent : m_waiting.begin(), m_waiting.end());
-  if (is_unsent) return Db_Result::OK;
+  m_waiting.erase(is_unsent ? unsent + keeps_mark : m_waiting.begin(), m_waiting.end());
+  return is_unsent;
+}
+
+Db_Result Pg_Store::rollback_to() {
+  if (takes_back_unsent(Pg_Sql::SAVEPOINT, false)) return Db_Result::OK;
   m_session.keep_rest();
   return m_session.run("ROLLBACK TO part; RELEASE part", "undo") ? Db_Result::OK
                                                                  : Db_Result::FAILED;

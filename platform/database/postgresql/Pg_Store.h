@@ -35,6 +35,8 @@ class Pg_Store : public Db_Store {
   Db_Result erase_range(std::string_view from, std::string_view to, int64_t sequence,
                         int64_t& rows) override;
   Db_Result purge_deletions(int days, int64_t& rows) override;
+  Db_Result hold() override;
+  Db_Result undo_held() override;
   Db_Result savepoint() override;
   Db_Result release() override;
   Db_Result rollback_to() override;
@@ -58,6 +60,7 @@ class Pg_Store : public Db_Store {
   Pg_Result ask(const std::vector<Pg_Call>& calls, const char* what);
   Pg_Result ask(Pg_Sql sql, const Pg_Values& values, const char* what);
   Db_Result carry_out();
+  bool takes_back_unsent(Pg_Sql mark, bool keeps_mark);
 
   Pg_Session m_session;
   std::vector<Waiting> m_waiting;

@@ -206,6 +206,16 @@ bool Sqlite_Store::may_change() {
          m_session.fail("write", "the transaction went in a failure before");
 }
 
+Db_Result Sqlite_Store::hold() {
+  return m_session.run("SAVEPOINT held", "lock") ? Db_Result::OK : Db_Result::FAILED;
+}
+
+Db_Result Sqlite_Store::undo_held() {
+  for (Sqlite_Cursor* cursor : m_cursors) cursor->keep_rest();
+  m_is_bulk = false;
+  return m_session.run("ROLLBACK TO held", "undo") ? Db_Result::OK : Db_Result::FAILED;
+}
+
 Db_Result Sqlite_Store::savepoint() {
   if (!may_change()) return Db_Result::FAILED;
   return Sqlite_Statement(m_session, Sqlite_Sql::SAVEPOINT).execute("write");

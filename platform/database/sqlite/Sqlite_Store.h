@@ -36,6 +36,8 @@ class Sqlite_Store : public Db_Store {
   Db_Result erase_range(std::string_view from, std::string_view to, int64_t sequence,
                         int64_t& rows) override;
   Db_Result purge_deletions(int days, int64_t& rows) override;
+  Db_Result hold() override;
+  Db_Result undo_held() override;
   Db_Result savepoint() override;
   Db_Result release() override;
   Db_Result rollback_to() override;

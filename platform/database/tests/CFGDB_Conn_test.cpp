@@ -42,6 +42,37 @@ TEST_P(Database, NumbersEveryChangeOnceAndNothingElse) {
   EXPECT_EQ(m_conn->GetDbServerDateTime().length(), 19U);
 }
 
+// What is read behind a lock stays true until the lock goes.
+TEST_P(Database, LocksOthersOutAtOnceAndUntilItIsGivenBack) {
+  const auto other = connect();
+  ASSERT_TRUE(other);
+  other->SetWriteWait(20);
+  const auto is_other_out = [&] {
+    return set(*other, "t\\b", "2") == CFGDB_Conn::DB_ERROR &&
+           other->Lock() == CFGDB_Conn::DB_ERROR && other->GetAutoCommit();
+  };
+  ASSERT_EQ(m_conn->Lock(), CFGDB_Conn::OK);
+  EXPECT_TRUE(is_other_out());
+  EXPECT_EQ(m_conn->Lock(), CFGDB_Conn::OK) << "held already";
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(set("t\\a", "1"), CFGDB_Conn::OK);
+    ASSERT_EQ(write({{"t\\c", ""}, {"t\\c\\d", "1"}}), CFGDB_Conn::OK);
+    EXPECT_EQ(m_conn->RollBack(0), 1);
+    EXPECT_EQ(m_conn->uncommitted, 0);
+    EXPECT_EQ(number(), 0);
+    EXPECT_TRUE(is_other_out());
+  }
+  EXPECT_THAT(rows(), IsEmpty());
+  ASSERT_EQ(set("t\\a", "1"), CFGDB_Conn::OK);
+  EXPECT_EQ(m_conn->Commit(0), CFGDB_Conn::COMMIT_OK);
+  m_conn->SetAutoCommit(1);
+  EXPECT_EQ(set(*other, "t\\b", "2"), CFGDB_Conn::OK);
+  ASSERT_EQ(m_conn->Lock(), CFGDB_Conn::OK);
+  m_conn->SetAutoCommit(1);
+  EXPECT_EQ(other->Lock(), CFGDB_Conn::OK) << "given back unused";
+  EXPECT_THAT(rows(), ElementsAre("a=1", "b=2"));
+}
+
 TEST_P(Database, KeepsValuesAndKeysApart) {
   ASSERT_EQ(set("t\\v", "1"), CFGDB_Conn::OK);
   EXPECT_EQ(set("t\\v\\below", "1"), CFGDB_Conn::PARENT_IS_VALUE);

@@ -81,6 +81,26 @@ TEST_F(PostgresServer, IsReachedAgainAfterTheConnectionWasLost) {
   EXPECT_EQ(m_conn->TakeFailure(), "");
 }
 
+// Nobody takes a lock that went with the connection for one that is held.
+TEST_F(PostgresServer, DoesNotTakeALockAgainThatWasLost) {
+  ASSERT_EQ(set("t\\n", "1"), CFGDB_Conn::OK);
+  for (const bool is_rolled_back : {false, true}) {
+    ASSERT_EQ(m_conn->Lock(), CFGDB_Conn::OK);
+    EXPECT_STREQ(m_conn->GetValue("t\\n").data(), "1");
+    m_server->disconnect_clients();
+    EXPECT_EQ(set("t\\n", "2"), CFGDB_Conn::DB_ERROR);
+    if (is_rolled_back) {
+      EXPECT_EQ(m_conn->RollBack(0), 1);
+    }
+    EXPECT_EQ(set("t\\n", "2"), CFGDB_Conn::DB_ERROR);
+    EXPECT_EQ(m_conn->Lock(), CFGDB_Conn::DB_ERROR);
+    EXPECT_EQ(m_conn->Commit(0), 0);
+    m_conn->SetAutoCommit(1);
+    EXPECT_STREQ(m_conn->GetValue("t\\n").data(), "1");
+    EXPECT_EQ(set("t\\n", "1"), CFGDB_Conn::OK);
+  }
+}
+
 TEST_F(PostgresServer, IsRefusedWithTheReason) {
   EXPECT_THAT(refusal("host=127.0.0.1 port=1 dbname=none"),
               HasSubstr("cannot open database <none> at <127.0.0.1:1>: connection to server"));

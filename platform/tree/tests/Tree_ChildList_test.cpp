@@ -93,4 +93,55 @@ TEST_P(Agreement, WithAPlainVectorThroughRandomChanges) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, Agreement, testing::Values(3, 15, 17, 40, 200, 1000));
 
+// Children that stand in a row behind their key are found without the list, others by it.
+TEST(ChildAt, FollowsTheListThroughRandomChanges) {
+  std::mt19937 random(7);
+  const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+  for (int round = 0; round < 300; ++round) {
+    Tree_NodePtr key = new Tree_Node("key");
+    const Tree_NodePtr other = new Tree_Node("other");
+    int serial = 0;
+    for (int step = 0; step < 40; ++step) {
+      const int n = key->GetChildCount();
+      const std::string fresh = "n" + std::to_string(serial++);
+      Tree_Node* added = nullptr;
+      switch (n == 0 ? 0 : below(12)) {
+        case 7:
+          key->Remove(Tree_NodePtr(key->GetChildAt(below(n))));
+          break;
+        case 8:
+          key->GetChildAt(below(n))->SetKeyName(fresh);
+          break;
+        case 9:
+          key->Put("", new Tree_Node(key->GetChildAt(below(n))->NameView(), fresh, 0));
+          break;
+        case 10:
+          if (n > 1) other->MoveHere(*key, below(n));
+          added = key->AddKey(fresh);
+          if (other->GetChildCount() > 0) key->MoveHere(*other, 0);
+          break;
+        case 11:
+          key = below(2) ? key->DuplicateFromHereDown(true) : Tree_Node::Merge(key, other);
+          break;
+        default:
+          added = below(8) ? key->AddValue(fresh, fresh, 0) : key->AddKey(fresh);
+      }
+      if (added && !added->IsLeaf() && below(2)) added->AddValue("below", "text", 0);
+      std::vector<const Tree_Node*> children[3];
+      for (int i = 0; i < key->GetChildCount(); ++i) {
+        const Tree_Node* child = key->GetChildAt(i).get();
+        for (const auto kind : {Tree_ChildList::ANY,
+                                child->IsLeaf() ? Tree_ChildList::VALUES : Tree_ChildList::KEYS}) {
+          ASSERT_EQ(key->ChildAt(kind, static_cast<int>(children[kind].size())), child);
+          children[kind].push_back(child);
+        }
+      }
+      for (const auto kind : {Tree_ChildList::ANY, Tree_ChildList::KEYS, Tree_ChildList::VALUES}) {
+        ASSERT_EQ(key->ChildAt(kind, static_cast<int>(children[kind].size())), nullptr);
+        ASSERT_EQ(key->ChildAt(kind, -1), nullptr);
+      }
+    }
+  }
+}
+
 }  // namespace

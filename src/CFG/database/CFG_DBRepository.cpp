@@ -58,9 +58,12 @@ int CFG_DBRepository::DisConnect() {
 // --- transactions --------------------------------------------------------------------------------
 
 int CFG_DBRepository::Lock() {
-  SetAutoCommit(FALSE);
-  return TRUE;
+  const Step one_step(m_changes);
+  return ask("Lock()", [](CFGDB_Conn& db) { return db.Lock() == CFGDB_Conn::OK; });
 }
+
+// Without the lock each change of the update would be stored by itself.
+int CFG_DBRepository::StartTransactionUpdate() { return Lock(); }
 
 // Auto-commit comes back also when nothing could be saved: changes that follow would be pending
 // with nobody who ends them, and keep all other writers out.

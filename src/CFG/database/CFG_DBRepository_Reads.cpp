@@ -5,6 +5,7 @@
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/answered.h>
 #include <CFG/detail/held_tree.h>
+#include <CFG/detail/node_address.h>
 #include <CFG/detail/paths.h>
 #include <database/CFGDB_Conn.h>
 #include <logging/Logger.h>
@@ -16,25 +17,7 @@ namespace {
 
 constexpr Log_Logger logger("src/CFG/CFG_DBRepository", 502);
 
-constexpr char kAddress[] = "inet_address";
 constexpr int kMostRules = 10;
-
-// An address as nodes have it.
-RWCString normal_address(const RWCString& given) {
-  RWCString address = given;
-  CFG_ServicesImp::RemoveIpv6Braces(address);
-  CFG_ServicesImp::handle_if_ipv6_mapped(address);
-  return address;
-}
-
-// The first answer of `find` for the address as nodes have it, or as it is given.
-template <class Find>
-RWCString found_by_address(const RWCString& given, Find find) {
-  const RWCString address = normal_address(given);
-  RWCString found = find(address);
-  if (!found.isNull() || address == given) return found;
-  return find(given);
-}
 
 // The rules as the connection compares them.
 Tree_PathAndValueArray actual_rules(Tree_PathAndValueArray& rules, bool is_case_sensitive) {
@@ -54,58 +37,58 @@ Tree_PathAndValueArray actual_rules(Tree_PathAndValueArray& rules, bool is_case_
 // --- values --------------------------------------------------------------------------------------
 
 RWCString CFG_DBRepository::GetValue(const RWCString& path) try {
+  constexpr char op[] = "GetValue(RWCString & path)";
   const actual_string actual(path);
-  logger.trace("Start GetValue(RWCString & path) %s\n", actual.text());
+  logger.trace("Start %s %s\n", op, actual.text());
   if (actual.empty()) {
-    return logger.reject(
-        RWCString(), "GetValue(RWCString & path) :  path is an empty string,return empty string\n");
+    return logger.reject(RWCString(), "%s :  path is an empty string,return empty string\n", op);
   }
-  return ask("GetValue(RWCString & path)", [&](CFGDB_Conn& db) { return db.GetValue(actual); });
+  return ask(op, [&](CFGDB_Conn& db) { return db.GetValue(actual); });
 } catch (...) {
   return cfg::answered(logger, RWCString());
 }
 
 RWCString CFG_DBRepository::GetValue(RWCString& path, int index) try {
+  constexpr char op[] = "GetValue(RWCString & path,int index)";
   const actual_string actual(path);
-  logger.trace("Start GetValue(RWCString & path,int index)%s\n", actual.text());
-  return ask("GetValue(RWCString & path,int index)",
-             [&](CFGDB_Conn& db) { return db.GetValue(actual, index); });
+  logger.trace("Start %s%s\n", op, actual.text());
+  return ask(op, [&](CFGDB_Conn& db) { return db.GetValue(actual, index); });
 } catch (...) {
   return cfg::answered(logger, RWCString());
 }
 
 RWCString CFG_DBRepository::GetValueName(RWCString& path, int index) try {
+  constexpr char op[] = "GetValueName(RWCString & path,int index)";
   const actual_string actual(path);
-  logger.trace("Start GetValueName(RWCString & path,int index) %s\n", actual.text());
-  return ask("GetValueName(RWCString & path,int index)",
-             [&](CFGDB_Conn& db) { return db.GetValueName(actual, index); });
+  logger.trace("Start %s %s\n", op, actual.text());
+  return ask(op, [&](CFGDB_Conn& db) { return db.GetValueName(actual, index); });
 } catch (...) {
   return cfg::answered(logger, RWCString());
 }
 
 int CFG_DBRepository::GetValueNum(RWCString& path) try {
+  constexpr char op[] = "GetValueNum(RWCString & path)";
   const actual_string actual(path);
-  logger.trace("Start GetValueNum(RWCString & path) %s\n", actual.text());
-  return ask("GetValueNum(RWCString & path)",
-             [&](CFGDB_Conn& db) { return db.GetValueNum(actual); });
+  logger.trace("Start %s %s\n", op, actual.text());
+  return ask(op, [&](CFGDB_Conn& db) { return db.GetValueNum(actual); });
 } catch (...) {
   return cfg::answered(logger, FALSE);
 }
 
 int CFG_DBRepository::GetSubTreeNum(RWCString& path) try {
+  constexpr char op[] = "GetSubTreeNum(RWCString & path)";
   const actual_string actual(path);
-  logger.trace("Start GetSubTreeNum(RWCString & path) %s\n", actual.text());
-  return ask("GetSubTreeNum(RWCString & path)",
-             [&](CFGDB_Conn& db) { return db.GetSubTreeNum(actual); });
+  logger.trace("Start %s %s\n", op, actual.text());
+  return ask(op, [&](CFGDB_Conn& db) { return db.GetSubTreeNum(actual); });
 } catch (...) {
   return cfg::answered(logger, FALSE);
 }
 
 int CFG_DBRepository::GetSubTreeEntriesCount(const RWCString& path) try {
+  constexpr char op[] = "GetSubTreeEntriesCount(RWCString & path)";
   const actual_string actual(path);
-  logger.trace("Start GetSubTreeEntriesCount(RWCString & path) %s\n", actual.text());
-  return ask("GetSubTreeEntriesCount(RWCString & path)",
-             [&](CFGDB_Conn& db) { return db.GetSubTreeEntriesCount(actual); });
+  logger.trace("Start %s %s\n", op, actual.text());
+  return ask(op, [&](CFGDB_Conn& db) { return db.GetSubTreeEntriesCount(actual); });
 } catch (...) {
   return cfg::answered(logger, FALSE);
 }
@@ -205,16 +188,12 @@ RWCString CFG_DBRepository::FillPath(RWCString path, RWCString value_name,
                          given.argument);
   }
 
-  RWCString name = cfg::actual_path(value_name).copy();
-  const auto path_of = [&](const RWCString& value) {
+  const RWCString actual_name = cfg::actual_path(value_name).copy();
+  const auto path_of = [&](const RWCString& name, const RWCString& value) {
     return ask(op, [&](CFGDB_Conn& db) { return db.FillPath(actual, name, value); });
   };
-  if (name.index(kAddress) == RWCString::npos) return path_of(value_data);
-  if (name.view().back() != '%') name += '%';
-  RWCString found = found_by_address(value_data, path_of);
-  if (!found.isNull()) return found;
-  name = "additional_inet_address_%";
-  return found_by_address(value_data, path_of);
+  if (!cfg::is_address_name(actual_name)) return path_of(actual_name, value_data);
+  return cfg::node_address(value_data).first_found(actual_name, value_data, path_of);
 } catch (...) {
   return cfg::answered(logger, RWCString());
 }
@@ -318,7 +297,7 @@ RWCString CFG_DBRepository::GetNodeNameByIp(RWCString ip) try {
     tolower(host);
     return host;
   }
-  return found_by_address(ip, [&](const RWCString& address) {
+  return cfg::node_address(ip).first_found(ip, [&](const RWCString& address) {
     return ask(op, [&](CFGDB_Conn& db) { return db.GetNodeNameByIp(address); });
   });
 } catch (...) {

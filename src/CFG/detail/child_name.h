@@ -10,11 +10,8 @@ namespace cfg {
 // Throws where the operations of the handle give up, so that no child is passed over.
 inline RWCString child_name(CFG_SubTree& tree, Tree_ChildList::Kind kind, int index) {
   const Tree_NodePtr key = tree.GetData();
-  const Tree_ChildList* children = key ? key->Children() : nullptr;
-  if (!children || index < 0) return RWCString();
-  const uint32_t place = children->select(kind, static_cast<uint32_t>(index));
-  if (place == Tree_ChildList::npos) return RWCString();
-  return RWCString(children->at(place)->NameView());
+  const Tree_Node* child = key ? key->ChildAt(kind, index) : nullptr;
+  return child ? child->NameView() : std::string_view();
 }
 
 }  // namespace cfg

@@ -23,6 +23,7 @@ class held_tree {
 
   // What the handle answers for an absolute path.
   RWCString value(std::string_view path) const { return handle().ValueAt(below_root(path)); }
+  std::string_view text(std::string_view path) const { return handle().TextAt(below_root(path)); }
   RWCString value(std::string_view path, int index) const {
     return handle().ValueAt(below_root(path), index);
   }

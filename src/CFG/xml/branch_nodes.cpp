@@ -1,6 +1,7 @@
 #include <CFG/xml/branch_nodes.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <utility>
 
@@ -69,13 +70,37 @@ bool branch_nodes::before(const Waiting& a, const Waiting& b) {
   return a.front != b.front ? a.front < b.front : a.node->NameView() < b.node->NameView();
 }
 
+// By name. As long as the list of their key is small, values then exchange their places, too, and
+// stand in memory in that order, mostly in a row behind the key.
+void branch_nodes::sort_from(size_t first) {
+  constexpr size_t few = 16;
+  const auto begin = m_waiting.begin() + static_cast<ptrdiff_t>(first);
+  const auto is_value = [](const Waiting& child) { return child.node->IsLeaf(); };
+  std::array<const Tree_Node*, few> values;  // in order of memory
+  size_t count = 0;
+  if (m_waiting.size() - first <= few) {
+    for (auto child = begin; child != m_waiting.end(); ++child) {
+      if (is_value(*child)) values[count++] = child->node.get();
+    }
+  }
+  std::stable_sort(begin, m_waiting.end(), before);
+  auto child = begin;
+  for (size_t i = 0; i < count; ++i, ++child) {
+    child = std::find_if(child, m_waiting.end(), is_value);
+    const auto there = std::find_if(child, m_waiting.end(), [&](const Waiting& other) {
+      return other.node.get() == values[i];
+    });
+    if (there != child) Tree_Node::ExchangePlaces(child->node, there->node);
+  }
+}
+
 // Puts the children of the last key below it. False when two have the same name.
 bool branch_nodes::close() {
   const Open last = m_way.back();
   const auto begin = m_waiting.begin() + static_cast<ptrdiff_t>(last.first_child);
   const auto not_before = [](const Waiting& a, const Waiting& b) { return !before(a, b); };
   if (std::adjacent_find(begin, m_waiting.end(), not_before) != m_waiting.end()) {
-    std::stable_sort(begin, m_waiting.end(), before);
+    sort_from(last.first_child);
     if (std::adjacent_find(begin, m_waiting.end(), not_before) != m_waiting.end()) {
       become_records();
       return false;

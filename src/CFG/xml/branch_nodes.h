@@ -54,6 +54,7 @@ class branch_nodes {
   };
 
   static bool before(const Waiting& a, const Waiting& b);
+  void sort_from(size_t first);
   bool close();
   void become_records();
   template <class Take>

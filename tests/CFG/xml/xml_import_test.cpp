@@ -378,7 +378,7 @@ TEST(XmlImport, BothWaysToTheTreeAgree) {
     cfg::branch_nodes nodes("h\\r");
     cfg::branch_nodes::Records records;
     for (const std::string& path : paths) {
-      const std::string value = pick(3) ? "v" + std::to_string(pick(9)) : "";
+      const std::string value = pick(3) ? "v" + std::string(pick(2) * 20, 'x') + path : "";
       nodes.append("h\\r\\" + path, value);
       records.append(new Tree_NodeInfo(RWCString(path), RWCString(value)));
       ASSERT_EQ(nodes.path_of_last(), path);
