@@ -312,7 +312,7 @@ void Tree_Node::settle_in_room(Tree_NodePtr child, uint32_t instead) {
         m_key.replace(instead, node.m_name.hash(), !node.m_is_leaf, std::move(child));
     if (gone->GetParent() == this) gone->SetParent(nullptr);
   }
-  m_key.note_row(this);
+  if (m_key.row() + 1 == m_key.count()) m_key.note_row(this);  // else the new one is not in the row
   enter_index(node);
 }
 
