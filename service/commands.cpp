@@ -1,5 +1,7 @@
 #include "commands.h"
 
+#include <optional>
+
 #include <tree/Tree_Node.h>
 
 #include "answers.h"
@@ -68,6 +70,8 @@ bool write_sub(Work& work) {
 // With the rule that found it. A client takes an empty one for none.
 bool found_by_rule(Work& work) {
   const RWCString& name = work.request.value_name;
+  std::optional<StoreRepository::OneState> state;
+  if (work.request.rules.size() > 1) state.emplace(work.store);
   for (const RWCString& rule : work.request.rules) {
     const RWCString value = work.store.GetValue(rule.isNull() ? name : rule + "\\" + name);
     if (value.isNull()) continue;
@@ -100,6 +104,7 @@ bool list(Work& work, String_Arr* found) {
 
 // Of what is directly below a key. The store answers alike for a key without any and for none.
 bool key_names(Work& work) {
+  const StoreRepository::OneState state(work.store);
   String_Arr* const names = work.store.GetSubTreePaths(work.request.path);
   if (names || !work.store.IsSubTreeExist(work.request.path)) return list(work, names);
   write_empty_list(work.frame);
@@ -107,6 +112,7 @@ bool key_names(Work& work) {
 }
 
 bool values(Work& work) {
+  const StoreRepository::OneState state(work.store);
   std::unique_ptr<Tree_PathAndValueArray> found(work.store.GetSubTreeValues(work.request.path));
   if (found || !work.store.IsSubTreeExist(work.request.path)) {
     write_records(work.frame, std::move(found));
