@@ -1,5 +1,7 @@
 #include "commands.h"
 
+#include <optional>
+
 #include <tree/Tree_Node.h>
 
 #include "answers.h"
@@ -68,6 +70,8 @@ bool write_sub(Work& work) {
 // With the rule that found it. A client takes an empty one for none.
 bool found_by_rule(Work& work) {
   const RWCString& name = work.request.value_name;
+  std::optional<StoreRepository::OneState> state;
+  if (work.request.rules.size() > 1) state.emplace(work.store);
   for (const RWCString& rule : work.request.rules) {
     const RWCString value = work.store.GetValue(rule.isNull() ? name : rule + "\\" + name);
     if (value.isNull()) continue;
@@ -100,6 +104,7 @@ bool list(Work& work, String_Arr* found) {
 
 // Of what is directly below a key. The store answers alike for a key without any and for none.
 bool key_names(Work& work) {
+  const StoreRepository::OneState state(work.store);
   String_Arr* const names = work.store.GetSubTreePaths(work.request.path);
   if (names || !work.store.IsSubTreeExist(work.request.path)) return list(work, names);
   write_empty_list(work.frame);
@@ -107,6 +112,7 @@ bool key_names(Work& work) {
 }
 
 bool values(Work& work) {
+  const StoreRepository::OneState state(work.store);
   std::unique_ptr<Tree_PathAndValueArray> found(work.store.GetSubTreeValues(work.request.path));
   if (found || !work.store.IsSubTreeExist(work.request.path)) {
     write_records(work.frame, std::move(found));
@@ -118,76 +124,76 @@ bool values(Work& work) {
 
 struct Handler {
   Command command;
-  Cost cost;
+  bool is_quick;
   bool (*run)(Work&);
 };
 
-using enum Cost;
+constexpr bool QUICK = true;
 
 // In the order of the commands; those that are not here are the session's or streamed.
 constexpr Handler handlers[] = {
-    {Command::SET_VALUE, SHORT,
+    {Command::SET_VALUE, !QUICK,
      [](Work& w) { return change(w, w.store.SetValue(w.request.path, w.request.value)); }},
-    {Command::DEL_VAL, SHORT,
+    {Command::DEL_VAL, !QUICK,
      [](Work& w) { return change(w, w.store.DeleteValue(w.request.path)); }},
-    {Command::DEL_SUB, LONG,
+    {Command::DEL_SUB, !QUICK,
      [](Work& w) { return change(w, w.store.DeleteSubTree(w.request.path)); }},
-    {Command::WRITE_SUB, LONG, write_sub},
+    {Command::WRITE_SUB, !QUICK, write_sub},
     {Command::GET_VAL, QUICK, [](Work& w) { return text(w, w.store.GetValue(w.request.path)); }},
-    {Command::GET_VAL_INX, SHORT,
+    {Command::GET_VAL_INX, !QUICK,
      [](Work& w) {
        RWCString path = path_of(w);
        return text(w, w.store.GetValue(path, w.request.index));
      }},
-    {Command::GET_VAL_NAME, SHORT,
+    {Command::GET_VAL_NAME, !QUICK,
      [](Work& w) {
        RWCString path = path_of(w);
        return text(w, w.store.GetValueName(path, w.request.index));
      }},
-    {Command::GET_VAL_NUM, SHORT,
+    {Command::GET_VAL_NUM, !QUICK,
      [](Work& w) {
        RWCString path = path_of(w);
        return number(w, w.store.GetValueNum(path));
      }},
-    {Command::GET_SUB_NUM, SHORT,
+    {Command::GET_SUB_NUM, !QUICK,
      [](Work& w) {
        RWCString path = path_of(w);
        return number(w, w.store.GetSubTreeNum(path));
      }},
-    {Command::GET_SUB_ENTRIES_COUNT, LONG,
+    {Command::GET_SUB_ENTRIES_COUNT, !QUICK,
      [](Work& w) { return number(w, w.store.GetSubTreeEntriesCount(w.request.path)); }},
     {Command::GET_SUB_EXISTS, QUICK,
      [](Work& w) { return yes_or_no(w, w.store.IsSubTreeExist(w.request.path)); }},
-    {Command::GET_SUB_PATHS, SHORT, key_names},
-    {Command::GET_SUB_TREE_VALUES, SHORT, values},
-    {Command::GET_SUB_INX, LONG,
+    {Command::GET_SUB_PATHS, !QUICK, key_names},
+    {Command::GET_SUB_TREE_VALUES, !QUICK, values},
+    {Command::GET_SUB_INX, !QUICK,
      [](Work& w) {
        RWCString path = path_of(w);
        return sub_tree(w, w.store.GetSubTree(path, w.request.index));
      }},
-    {Command::GET_SUB_MERGE, LONG, sub_tree_by_rule},
-    {Command::GET_SUB_TREE_ONLY_WITH_VALUES, LONG, sub_tree_with_values_by_rule},
-    {Command::GET_SUB_LONG_VALUE, LONG,
+    {Command::GET_SUB_MERGE, !QUICK, sub_tree_by_rule},
+    {Command::GET_SUB_TREE_ONLY_WITH_VALUES, !QUICK, sub_tree_with_values_by_rule},
+    {Command::GET_SUB_LONG_VALUE, !QUICK,
      [](Work& w) { return sub_tree(w, w.store.GetSubTreeWithLongValues(w.request.path)); }},
-    {Command::GET_SUB_LONG_VALUE_WILDCARD, LONG,
+    {Command::GET_SUB_LONG_VALUE_WILDCARD, !QUICK,
      [](Work& w) { return sub_tree(w, w.store.GetSubTreeWithPrecentAndWildcard(w.request.path)); }},
-    {Command::GET_SUB_WITH_VALUE_PRECENT_WILDCARD, LONG,
+    {Command::GET_SUB_WITH_VALUE_PRECENT_WILDCARD, !QUICK,
      [](Work& w) {
        return sub_tree(w, w.store.GetSubTreeOnlyWithValuesWithPrecentAndWildcard(w.request.path));
      }},
     {Command::GET_VALUE_BY_SEARCH_RULE, QUICK, found_by_rule},
-    {Command::FILL_PATH, LONG, [](Work& w) { return list(w, w.store.FillPath(w.request.path)); }},
-    {Command::FILL_PATH_NAME_VALUE, LONG,
+    {Command::FILL_PATH, !QUICK, [](Work& w) { return list(w, w.store.FillPath(w.request.path)); }},
+    {Command::FILL_PATH_NAME_VALUE, !QUICK,
      [](Work& w) {
        return text(w, w.store.FillPath(w.request.path, w.request.value_name, w.request.value));
      }},
-    {Command::GET_NODE_NAME, SHORT,
+    {Command::GET_NODE_NAME, !QUICK,
      [](Work& w) { return text(w, w.store.GetNodeName(w.request.path)); }},
-    {Command::GET_NODE_NAME_BY_IP, SHORT,
+    {Command::GET_NODE_NAME_BY_IP, !QUICK,
      [](Work& w) { return text(w, w.store.GetNodeNameByIp(w.request.path)); }},
     {Command::SERV_NODE_NAME, QUICK, [](Work& w) { return text(w, w.store.GetServerNodeName()); }},
     {Command::GET_MAX_SEQ, QUICK, [](Work& w) { return text(w, w.store.GetMaxSeqNumber()); }},
-    {Command::GET_MAX_SEQ_PATH, LONG,
+    {Command::GET_MAX_SEQ_PATH, !QUICK,
      [](Work& w) { return text(w, w.store.GetMaxSeqNumber(w.request.path)); }},
     {Command::GET_DEL_MIN_SEQ, QUICK,
      [](Work& w) { return text(w, w.store.GetMinSeqNumberOfDeletedEntry()); }},
@@ -225,9 +231,9 @@ bool carry_out(StoreRepository& store, const Request& request, Conn_FormWriter& 
   return is_done;
 }
 
-Cost cost_of(const CommandRow& row) {
+bool is_quick(const CommandRow& row) {
   const Handler* handler = handler_of(row);
-  return handler ? handler->cost : SHORT;
+  return handler && handler->is_quick;
 }
 
 }  // namespace service

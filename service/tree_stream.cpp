@@ -14,6 +14,7 @@ bool TreeStream::start(const Request& request) {
   const bool deleted = request.row->command == Command::GET_SUB_DEL_SEQ;
   m_is_started = m_store.StartTreeQuery(path, false, since, deleted) != -1;
   if (m_is_started) m_path = m_store.GetQueryRootPath();
+  m_has_tree = m_is_started && m_store.QueryHasTree();
   m_chunk.reserve(CHUNK);
   return m_is_started;
 }
@@ -24,7 +25,7 @@ bool TreeStream::write_next(Conn_FormWriter& frame, bool& is_last) {
   read_ahead();
   m_is_ahead = false;
   if (m_is_failed) return false;
-  if (m_is_first && m_is_at_end && m_chunk.empty() && m_store.QueryHasTree()) {
+  if (m_is_first && m_is_at_end && m_chunk.empty() && m_has_tree) {
     // A key with nothing below it: the name stands for a record, since no chunk at all would
     // mean that there is no key.
     m_chunk.append(Tree_EmptySubTree_DummyName).append(2, '\0');

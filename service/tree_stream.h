@@ -35,6 +35,7 @@ class TreeStream {
   std::string m_chunk;
   RWCString m_path;
   bool m_is_started = false;
+  bool m_has_tree = false;
   bool m_is_first = true;
   bool m_is_ahead = false;  // the chunk is the next one
   bool m_is_at_end = false;

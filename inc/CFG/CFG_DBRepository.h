@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <type_traits>
 
 #include <CFG/CFG_RepositoryServicesImp.h>
@@ -69,8 +70,41 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   int DeleteValue(const RWCString& path) override;
   int IsSubTreeExist(const RWCString& path) override;
 
+  // By search rules, each of which is one read of one state.
+  [[nodiscard]] Tree_ValueAndPath* GetValue(RWCString name, const char** search_rule,
+                                            int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString name, const char** search_rule, int merge,
+                                        int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTree(RWCString name, const char** search_rule,
+                                        int search_num) override;
+
   // --- CFG_RepositoryServices --------------------------------------------------------------
 
+  [[nodiscard]] CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path,
+                                                              const char** search_rule, int merge,
+                                                              int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeWithPrecentAndWildcard(const RWCString& path,
+                                                              const char** search_rule,
+                                                              int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path,
+                                                          const char** search_rule, int merge,
+                                                          int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesLong(const RWCString& path,
+                                                          const char** search_rule,
+                                                          int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path,
+                                                      const char** search_rule, int merge,
+                                                      int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValues(const RWCString& path,
+                                                      const char** search_rule,
+                                                      int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesMergeOneLevel(const RWCString& path,
+                                                                   const char** search_rule,
+                                                                   int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+      const RWCString& path, const char** search_rule, int merge, int search_num) override;
+  [[nodiscard]] CFG_SubTree* GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
+      const RWCString& path, const char** search_rule, int search_num) override;
   RWCString GetNodeName(RWCString ae) override;
   RWCString GetNodeNameByIp(RWCString ip) override;
   [[nodiscard]] String_Arr* FillPath(RWCString path) override;
@@ -138,6 +172,21 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   bool QueryHasTree();   // false where nothing is at the path, and nothing was asked for besides
   bool IsQueryFailed();  // the records so far are not all
 
+  // What its thread reads while this lives is of one state of the database. Changes nothing
+  // meanwhile, and other threads of the repository wait. False when the database failed.
+  class OneState {
+   public:
+    explicit OneState(CFG_DBRepository& repository);
+    OneState(const OneState&) = delete;
+    OneState& operator=(const OneState&) = delete;
+    ~OneState();
+    explicit operator bool() const { return m_reads != nullptr; }
+
+   private:
+    class Reads;
+    std::unique_ptr<Reads> m_reads;
+  };
+
   // How long a change waits for another one's end.
   void SetWriteWait(int milliseconds);
   // The database's own check of what it holds; false with the reason.
@@ -184,8 +233,14 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   static void say_not_connected(const char* op);
   static void told(void* repository, ForkHandler::Phase phase);
 
+  class QueryTurn;
+  template <class Read>
+  auto in_one_state(const Read& read) -> std::invoke_result_t<Read>;
+
   Tree_NodePtr GetTreeByParams(const TreeQuery& query);
   Tree_NodePtr tree_of(CFGDB_Conn& connection, const TreeQuery& query);
+  CFG_SubTree* child_at(const RWCString& path, int index);
+  String_Arr* found_below(const RWCString& name, const RWCString& path);
   bool is_taken(const RWCString& path);  // by a key or a value
 
   const std::unique_ptr<const Given> m_given;      // null: the properties hold
@@ -193,6 +248,7 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   // Held by every change, so that the steps of several are not mixed, and while a tree is read,
   // since a change moves the records away. Taken after the connection's query mutex.
   std::recursive_mutex m_changes;
-  bool m_query_flag = false;  // of the connection's tree queries
+  std::atomic<std::thread::id> m_query_turn{};  // whose thread has the query mutex, if by QueryTurn
+  bool m_query_flag = false;                    // of the connection's tree queries
   ForkHandler m_fork_handler{ForkHandler::REPOSITORIES, told, this};
 };

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <new>
 
-#include <connection/Conn_Silence.h>
-
 namespace {
 
 using std::chrono::milliseconds;
@@ -21,7 +19,7 @@ bool Conn_SyncConnector::Inside::prepare() {
   }
   drop_when_stale();
   if (transaction_is_broken) return prepare();
-  if (!transaction_has_begun && Conn_Silence::Holds(address)) {
+  if (!transaction_has_begun && silence->holds()) {
     last_error = address + " did not answer in time a moment ago and is not asked again yet";
     return false;
   }
@@ -47,9 +45,10 @@ bool Conn_SyncConnector::Inside::open() {
     return false;
   }
   std::string reason;
+  asked_at = clock_type::now();
   if (!stream.open(host, port, time_outs.connect, time_outs.answer, keep_alive, reason)) {
     last_error = "cannot connect to " + address + ": " + reason.c_str();
-    if (stream.was_late()) Conn_Silence::Note(address);
+    if (stream.was_late()) silence->note(asked_at);
     return false;
   }
   received.clear();
@@ -80,9 +79,10 @@ bool Conn_SyncConnector::Inside::send(std::string_view service) {
   if (transactions > 0) transaction_has_begun = true;
   std::string reason;
   size_t sent;
+  asked_at = clock_type::now();
   if (!stream.send(writer.finish(), sent, reason)) {
     // A service that refuses a request while it is being sent says so before it closes.
-    if (stream.was_late()) Conn_Silence::Note(address);
+    if (stream.was_late()) silence->note(asked_at);
     return refused_meanwhile(reason) || break_off(reason);
   }
   is_introduced = true;
@@ -110,7 +110,7 @@ bool Conn_SyncConnector::Inside::receive(std::string_view& frame) {
     for (;;) {
       const Found found = received.next(frame);
       if (found == Found::FRAME) {
-        Conn_Silence::End(address);
+        silence->end();
         return true;
       }
       if (found == Found::TOO_LONG) return break_off("the answer is not well formed");
@@ -120,7 +120,7 @@ bool Conn_SyncConnector::Inside::receive(std::string_view& frame) {
       char* room = received.room(size);
       std::string reason;
       const size_t count = stream.receive(room, size, reason);
-      if (count == 0 && stream.was_late() && wait >= time_outs.answer) Conn_Silence::Note(address);
+      if (count == 0 && stream.was_late() && wait >= time_outs.answer) silence->note(asked_at);
       if (count == 0) return break_off(reason);
       received.received(count);
     }

@@ -7,6 +7,7 @@
 #include <connection/Conn_ClientStream.h>
 #include <connection/Conn_Form.h>
 #include <connection/Conn_FrameSplitter.h>
+#include <connection/Conn_Silence.h>
 #include <connection/Conn_SyncConnector.h>
 
 // What Conn_SyncConnector keeps and Conn_Helper works with. Of its operations that answer false,
@@ -37,6 +38,7 @@ struct Conn_SyncConnector::Inside {
   int port = 0;
   bool keep_alive = false;
   RWCString address;
+  Conn_Silence* silence = &Conn_Silence::Of("");  // of the address
   TimeOuts time_outs;
 
   Conn_ClientStream stream;
@@ -45,6 +47,7 @@ struct Conn_SyncConnector::Inside {
   RWCString last_error;
   clock_type::time_point last_used{};
   clock_type::time_point last_looked_at{};
+  clock_type::time_point asked_at{};
   clock_type::time_point answer_by = clock_type::time_point::max();
   bool is_introduced = false;
   bool is_token_sent = false;

@@ -1,7 +1,5 @@
 #include <connection/Conn_Silence.h>
 
-#include <atomic>
-#include <chrono>
 #include <functional>
 #include <map>
 #include <string>
@@ -12,38 +10,36 @@ namespace {
 
 using clock_type = std::chrono::steady_clock;
 constexpr std::chrono::seconds kHolds(1);
+constexpr auto relaxed = std::memory_order_relaxed;
 
-struct Silent {
+struct Services {
   ForkMutex mutex{ForkHandler::CONNECTIONS};
-  std::map<std::string, clock_type::time_point, std::less<>> until;  // guarded by mutex
-  std::atomic<bool> is_any{false};  // looked at without the lock by those whom all answer
+  std::map<std::string, Conn_Silence, std::less<>> by_address;  // guarded by mutex
 };
 
-Silent& silent() {
-  static Silent& all = *new Silent;
+Services& services() {
+  static Services& all = *new Services;
   return all;
 }
-[[maybe_unused]] const Silent& made_early = silent();
+[[maybe_unused]] const Services& made_early = services();
 
 }  // namespace
 
-void Conn_Silence::Note(std::string_view address) {
-  const MutexGuard guard(silent().mutex);
-  silent().until.insert_or_assign(std::string(address), clock_type::now() + kHolds);
-  silent().is_any = true;
+Conn_Silence& Conn_Silence::Of(std::string_view address) {
+  const MutexGuard guard(services().mutex);
+  return services().by_address.try_emplace(std::string(address)).first->second;
 }
 
-bool Conn_Silence::Holds(std::string_view address) {
-  if (!silent().is_any) return false;
-  const MutexGuard guard(silent().mutex);
-  const auto found = silent().until.find(address);
-  return found != silent().until.end() && clock_type::now() < found->second;
+void Conn_Silence::note(Time sent) {
+  if (m_heard.load(relaxed) < sent) m_until.store(clock_type::now() + kHolds, relaxed);
 }
 
-void Conn_Silence::End(std::string_view address) {
-  if (!silent().is_any) return;
-  const MutexGuard guard(silent().mutex);
-  const auto found = silent().until.find(address);
-  if (found != silent().until.end()) silent().until.erase(found);
-  silent().is_any = !silent().until.empty();
+void Conn_Silence::end() {
+  m_heard.store(clock_type::now(), relaxed);
+  if (m_until.load(relaxed) != Time()) m_until.store(Time(), relaxed);
+}
+
+bool Conn_Silence::holds() const {
+  const Time until = m_until.load(relaxed);
+  return until != Time() && clock_type::now() < until;
 }

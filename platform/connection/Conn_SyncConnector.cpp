@@ -21,6 +21,7 @@ int Conn_SyncConnector::InitConn(const RWCString& server, int port,
   m_inside->host.clear();
   m_inside->address =
       (is_numeric_v6(server) ? "[" + server + "]" : server) + ":" + std::to_string(port).c_str();
+  m_inside->silence = &Conn_Silence::Of(m_inside->address);
   const auto refuse = [&](const RWCString& reason) {
     m_inside->last_error = m_inside->unusable = reason;
     return logger.reject(0, "InitConn: %s cannot use %s: %s\n", application, m_inside->address,

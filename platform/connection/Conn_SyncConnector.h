@@ -11,8 +11,8 @@
 // broken, but never in the middle of a transaction: what the service had of it is gone, and the
 // requests of the rest of it fail, with one line in the log. A request that was sent is never
 // sent again: when its answer does not come it fails, and the connection is dropped. For a second
-// after one that did not come in time, other requests to that service fail at once, but for those
-// within a transaction. One thread at a time.
+// after one that did not come in time, while nobody else was answered either, other requests to
+// that service fail at once, but for those within a transaction. One thread at a time.
 class HALVORIA_API Conn_SyncConnector {
  public:
   struct TimeOuts {
@@ -35,7 +35,7 @@ class HALVORIA_API Conn_SyncConnector {
                const char* application, int token_property, int keep_alive);
   void SetTimeOuts(const TimeOuts& time_outs);
   const TimeOuts& GetTimeOuts() const;
-  // Waits for answers without end, as long as the connection lasts; a host that is gone is found
+  // Waits for an answer for an hour, as long as the connection lasts; a host that is gone is found
   // out by the system where connections are kept alive.
   void SetPatient(bool is_patient);
 

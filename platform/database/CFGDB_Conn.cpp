@@ -303,7 +303,7 @@ RWCString CFGDB_Conn::GetMaxSeqNumber() {
 
 RWCString CFGDB_Conn::GetMaxSeqNumber(const RWCString& path) {
   const Db_Path at(path);
-  const Use use(*this, "GetMaxSeqNumber", at);
+  const Reads use(*this, "GetMaxSeqNumber", at);
   const Db_Range range(at);
   int64_t own = 0, below = 0;
   if (!use || use.failed(m_store->max_sequence(at, std::string(at) + '\0', own)) ||

@@ -52,6 +52,11 @@ class Db_TreeQuery;
 // opens. What was pending is the parent's; of a SQLite file in which something was pending, or a
 // query open, the child can use nothing.
 class HALVORIA_API CFGDB_Conn {
+  // Of every operation: waits for those of other threads.
+  class Use;
+  class Reads;
+  class Change;
+
  public:
   static constexpr int COMMIT_OK = 1004;  // what Commit answers; 0 when it failed
   static constexpr int OK = 1;            // of a write
@@ -130,6 +135,20 @@ class HALVORIA_API CFGDB_Conn {
   RWCString GetNodeName(const RWCString& ae);
   RWCString GetNodeNameByIp(const RWCString& ip);
 
+  // As long as it lives, what one thread reads is of one state of the store, if it changes nothing;
+  // other threads wait. False when the store failed.
+  class HALVORIA_API OneState {
+   public:
+    explicit OneState(CFGDB_Conn& conn);
+    OneState(const OneState&) = delete;
+    OneState& operator=(const OneState&) = delete;
+    ~OneState();
+    explicit operator bool() const { return m_reads != nullptr; }
+
+   private:
+    std::unique_ptr<Reads> m_reads;
+  };
+
   // --- record by record -----------------------------------------------------------------------
 
   // Starts reading the tree at a path, what changed after a number, or the entries deleted
@@ -185,9 +204,6 @@ class HALVORIA_API CFGDB_Conn {
   bool CheckIntegrity(std::string& reason);
 
  private:
-  // Of every operation: waits for those of other threads.
-  class Use;
-  class Change;
   struct Savepoint {  // how it was there
     int64_t sequence;
     bool is_changed;

@@ -8,6 +8,11 @@
 
 // What is read of single keys, and record by record.
 
+CFGDB_Conn::OneState::OneState(CFGDB_Conn& conn) : m_reads(new Reads(conn, "OneState")) {
+  if (!*m_reads) m_reads.reset();
+}
+CFGDB_Conn::OneState::~OneState() = default;
+
 // --- values and keys --------------------------------------------------------------------------
 
 RWCString CFGDB_Conn::GetValue(const RWCString& path) {
@@ -76,7 +81,7 @@ int CFGDB_Conn::IsSubTreeExist(const RWCString& path, int) {
 
 bool CFGDB_Conn::GetSubTreePathes(const RWCString& path, std::vector<RWCString>& names) {
   const Db_Path at(path);
-  const Use use(*this, "GetSubTreePathes", at);
+  const Reads use(*this, "GetSubTreePathes", at);
   names.clear();
   if (!use || !IsSubTreeExist(path, 0)) return false;
   const auto take = [&names](std::string_view name, std::string_view value) {
@@ -88,7 +93,7 @@ bool CFGDB_Conn::GetSubTreePathes(const RWCString& path, std::vector<RWCString>&
 
 Tmr_PtrSortedVector<Tree_NodeInfo>* CFGDB_Conn::GetSubTreeValues(const RWCString& path) {
   const Db_Path at(path);
-  const Use use(*this, "GetSubTreeValues", at);
+  const Reads use(*this, "GetSubTreeValues", at);
   if (!use || !IsSubTreeExist(path, 0)) return nullptr;
   auto values = std::make_unique<Tmr_PtrSortedVector<Tree_NodeInfo>>();
   const auto take = [&values](std::string_view name, std::string_view value) {

@@ -89,7 +89,7 @@ std::vector<Rule> rules_of(Tree_PathAndValueArray* rules, bool is_case_sensitive
 
 std::vector<RWCString> CFGDB_Conn::FillPath(const RWCString& path) {
   const Db_Path pattern(path);
-  const Use use(*this, "FillPath", pattern);
+  const Reads use(*this, "FillPath", pattern);
   std::vector<RWCString> paths;
   if (!use) return paths;
   Db_PatternWalk walk(*m_store, pattern);
@@ -103,7 +103,7 @@ std::vector<RWCString> CFGDB_Conn::FillPath(const RWCString& path) {
 RWCString CFGDB_Conn::FillPath(const RWCString& path, const RWCString& name,
                                const RWCString& value) {
   const Db_Path pattern(path), below(name);
-  const Use use(*this, "FillPath", pattern);
+  const Reads use(*this, "FillPath", pattern);
   if (!use || value.isNull() || below.empty()) return RWCString();
   Db_PatternWalk walk(*m_store, pattern);
   std::string found;
@@ -121,7 +121,7 @@ std::vector<RWCString> CFGDB_Conn::FillPathWithRuleList(const RWCString& path,
                                                         Tree_PathAndValueArray* rules,
                                                         int is_case_sensitive, int is_and) {
   const Db_Path pattern(path);
-  const Use use(*this, "FillPathWithRuleList", pattern);
+  const Reads use(*this, "FillPathWithRuleList", pattern);
   std::vector<RWCString> paths;
   const std::vector<Rule> sought = rules_of(rules, is_case_sensitive);
   if (!use || sought.empty()) return paths;
@@ -183,6 +183,8 @@ RWCString CFGDB_Conn::GetNodeName(const RWCString& ae) {
 }
 
 RWCString CFGDB_Conn::GetNodeNameByIp(const RWCString& ip) {
+  const Reads use(*this, "GetNodeNameByIp");
+  if (!use) return RWCString();
   const RWCString pattern("halvoria\\system\\nodes\\%\\properties");
   RWCString path = FillPath(pattern, "inet_address", ip);
   for (char digit = '1'; path.isNull() && digit <= '5'; ++digit) {

@@ -33,6 +33,21 @@ class CFGDB_Conn::Use {
   bool m_is_usable;
 };
 
+// One that reads several times, and one state. False when the store failed, too.
+class CFGDB_Conn::Reads : public CFGDB_Conn::Use {
+ public:
+  Reads(CFGDB_Conn& conn, const char* op, std::string_view path = std::string_view())
+      : Use(conn, op, path) {
+    if (Use::operator bool()) m_state.emplace(*conn.m_store);
+    if (m_state && !*m_state) failed(Db_Result::FAILED);
+  }
+
+  explicit operator bool() const { return m_state && *m_state; }
+
+ private:
+  std::optional<Db_OneState> m_state;
+};
+
 // One that changes the store. What an exception interrupts is undone, as when the store fails.
 class CFGDB_Conn::Change : public CFGDB_Conn::Use {
  public:

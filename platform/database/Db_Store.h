@@ -59,6 +59,11 @@ class Db_Store {
   virtual Db_Result date_time(std::string& text) = 0;  // UTC, "2026-11-23 04:45:10"
   virtual Db_Result check(std::string& reason) = 0;    // NOT_FOUND with what is wrong
 
+  // Until leave_state, as often as this is called, all reads see the state that the first of them
+  // does; a transaction of changes sees its own, and ends this.
+  virtual Db_Result hold_state() = 0;
+  virtual void leave_state() = 0;
+
   // --- changes, between begin and commit or rollback -------------------------------------------
 
   // Takes the store's one write lock, waiting at most so long (BUSY), and reads the last number.
@@ -91,6 +96,23 @@ class Db_Store {
   virtual Db_Result savepoint() = 0;
   virtual Db_Result release() = 0;
   virtual Db_Result rollback_to() = 0;
+};
+
+// An answer that takes several reads. False when the store failed.
+class Db_OneState {
+ public:
+  explicit Db_OneState(Db_Store& store)
+      : m_store(store), m_is_held(store.hold_state() == Db_Result::OK) {}
+  Db_OneState(const Db_OneState&) = delete;
+  Db_OneState& operator=(const Db_OneState&) = delete;
+  ~Db_OneState() {
+    if (m_is_held) m_store.leave_state();
+  }
+  explicit operator bool() const { return m_is_held; }
+
+ private:
+  Db_Store& m_store;
+  const bool m_is_held;
 };
 
 // What a module exports under the name below. On failure null, and the reason.

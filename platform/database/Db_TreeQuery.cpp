@@ -11,6 +11,8 @@ Db_TreeQuery::Db_TreeQuery(Db_Store& store, const Asked& asked)
   const bool walks = asked.wildcard && asked.path.find('%') != asked.path.npos && !asked.deleted &&
                      asked.above_sequence <= 0;
   if (walks) {
+    m_state = std::make_unique<Db_OneState>(store);
+    m_is_failed = !*m_state;
     m_walk = std::make_unique<Db_PatternWalk>(store, asked.path);
   } else {
     open(m_top);
@@ -32,20 +34,28 @@ bool Db_TreeQuery::next(std::string_view& path, std::string_view& value) {
 }
 
 bool Db_TreeQuery::has_tree() {
-  if (!m_top.empty() && !m_walk && !m_asked.deleted && m_asked.above_sequence <= 0) {
-    std::string value;
-    const Db_Result result = m_store.get(m_top, value);
-    if (result == Db_Result::FAILED) return fail();
-    return result == Db_Result::OK && value.empty();
-  }
-  if (!m_is_ahead) {
-    Db_Entry entry;
-    m_has_ahead = read(entry);
-    m_is_ahead = true;
-    m_ahead_path = entry.path;
-    m_ahead_value = entry.value;
-  }
-  return m_has_ahead;
+  const bool is_whole = !m_walk && !m_asked.deleted && m_asked.above_sequence <= 0;
+  if (!m_is_ahead) look_ahead();
+  return m_has_ahead || (is_whole && !m_top.empty() && !m_is_failed && is_empty_key());
+}
+
+void Db_TreeQuery::look_ahead() {
+  Db_Entry entry;
+  m_has_ahead = read(entry);
+  m_is_ahead = true;
+  m_ahead_path = entry.path;
+  m_ahead_value = entry.value;
+}
+
+// Looks again for what is below, since the key may have come together with that.
+bool Db_TreeQuery::is_empty_key() {
+  const Db_OneState state(m_store);
+  std::string value;
+  const Db_Result result = state ? m_store.get(m_top, value) : Db_Result::FAILED;
+  if (result == Db_Result::FAILED) return fail();
+  if (result == Db_Result::NOT_FOUND || !value.empty() || !open(m_top)) return false;
+  look_ahead();
+  return !m_is_failed;
 }
 
 bool Db_TreeQuery::read_ahead(Db_Entry& entry) {

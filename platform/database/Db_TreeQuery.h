@@ -35,6 +35,8 @@ class Db_TreeQuery {
   bool read(Db_Entry& entry);
   bool read_match(Db_Entry& entry);
   bool next_match();
+  void look_ahead();
+  bool is_empty_key();
   bool is_selected(std::string_view path) const;
   bool open(std::string_view path);
   bool fail() {
@@ -45,6 +47,7 @@ class Db_TreeQuery {
   Db_Store& m_store;
   const Asked m_asked;
   std::string m_top;
+  std::unique_ptr<Db_OneState> m_state;  // of a wildcard, which takes several reads
   std::unique_ptr<Db_Cursor> m_cursor;
   bool m_is_failed = false;
 

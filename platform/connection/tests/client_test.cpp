@@ -338,6 +338,15 @@ TEST(TimeOuts, KeepOthersFromWaitingForTheSameServiceAtOnce) {
   EXPECT_EQ(late.ask("ECHO", "again"), "again");
   EXPECT_EQ(other.ask("ECHO", "again"), "again");
   EXPECT_EQ(other.session, 1) << "its connection was there all the time";
+  // Nor is there where others are answered meanwhile.
+  EchoConnector waiting(service.port());
+  waiting.SetTimeOuts({kLong, kShort, kLong});
+  const int asked = service.handler.requests.count();
+  std::thread in_vain([&] { EXPECT_EQ(waiting.ask("NEVER", ""), "failed"); });
+  EXPECT_TRUE(service.handler.requests.wait(asked + 1));
+  EXPECT_EQ(other.ask("ECHO", "meanwhile"), "meanwhile");
+  in_vain.join();
+  EXPECT_EQ(other.ask("ECHO", "afterwards"), "afterwards");
 }
 
 TEST(TimeOuts, AreNoneForThePatient) {

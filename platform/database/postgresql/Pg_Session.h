@@ -27,6 +27,7 @@ enum class Pg_Sql {
   DATE_TIME,
   CHECK,
   BEGIN,
+  BEGIN_READ,
   LOCK,
   PUT,
   PUT_MANY,
@@ -118,6 +119,8 @@ class Pg_Session {
     m_trace_context = context;
   }
   void set_in_transaction(bool is) { m_is_in_transaction = is; }
+  void give_up() { m_is_stuck = true; }  // the connection: the next call makes another
+  bool is_in_transaction() const { return m_is_in_transaction; }
   void keep_rest();  // of what is being read, so that other statements can be sent
   void release(const Pg_Cursor* cursor) {
     if (m_reading == cursor) m_reading = nullptr;

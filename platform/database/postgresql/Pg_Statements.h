@@ -64,6 +64,7 @@ constexpr Pg_Statement kPgStatements[] = {
      "  OR sequence > (SELECT last_sequence FROM store)) wrong"},
     // Each statement behind the lock sees what was committed until then.
     {Pg_Sql::BEGIN, "BEGIN ISOLATION LEVEL READ COMMITTED"},
+    {Pg_Sql::BEGIN_READ, "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY"},
     // The database's one, and "hcfg"; it goes with the transaction, or the connection.
     {Pg_Sql::LOCK,
      "SELECT set_config('lock_timeout', $1::text, true), pg_advisory_xact_lock(1751344743, 1)"},

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include <database/postgresql/Pg_Schema.h>
 
@@ -114,10 +115,37 @@ Db_Result Pg_Store::check(std::string& reason) {
   return wrong ? Db_Result::NOT_FOUND : Db_Result::OK;
 }
 
+Db_Result Pg_Store::hold_state() {
+  if (!m_state_holders && !m_session.is_in_transaction()) {
+    m_waiting.push_back({Pg_Sql::BEGIN_READ});
+    m_is_state_held = true;
+  }
+  ++m_state_holders;
+  return Db_Result::OK;
+}
+
+void Pg_Store::leave_state() {
+  if (--m_state_holders == 0) end_state();
+}
+
+// A connection that is lost meanwhile is made anew only now: it would show another state. One that
+// keeps the old state, for want of memory, is given up.
+void Pg_Store::end_state() {
+  if (!std::exchange(m_is_state_held, false)) return;
+  if (takes_back_unsent(Pg_Sql::BEGIN_READ, false)) return;
+  try {
+    m_session.call(Pg_Sql::COMMIT, {}, "read");
+  } catch (...) {
+  }
+  m_session.set_in_transaction(false);
+  if (PQtransactionStatus(m_session.handle()) != PQTRANS_IDLE) m_session.give_up();
+}
+
 // --- changes
 // --------------------------------------------------------------------------------------
 
 Db_Result Pg_Store::begin(int wait_milliseconds, int64_t& last_sequence) {
+  end_state();
   // Told with each transaction, as the session may be a new one: 0 would be to wait for ever.
   const std::string wait = std::to_string(std::max(wait_milliseconds, 1));
   const Pg_Result row = m_session.call(
@@ -173,7 +201,9 @@ Pg_Result Pg_Store::ask(const std::vector<Pg_Call>& calls, const char* what) {
   all.reserve(waiting.size() + calls.size());
   for (const Waiting& one : waiting) all.push_back(one.call());
   all.insert(all.end(), calls.begin(), calls.end());
-  return m_session.call(all, what);
+  Pg_Result result = m_session.call(all, what);
+  if (m_is_state_held) m_session.set_in_transaction(true);
+  return result;
 }
 
 Pg_Result Pg_Store::ask(Pg_Sql sql, const Pg_Values& values, const char* what) {

@@ -25,6 +25,8 @@ class Pg_Store : public Db_Store {
   Db_Result sync_id(std::string& id) override;
   Db_Result date_time(std::string& text) override;
   Db_Result check(std::string& reason) override;
+  Db_Result hold_state() override;
+  void leave_state() override;
 
   Db_Result begin(int wait_milliseconds, int64_t& last_sequence) override;
   Db_Result commit(int64_t last_sequence) override;
@@ -63,7 +65,11 @@ class Pg_Store : public Db_Store {
   bool takes_back_unsent(Pg_Sql mark, bool keeps_mark);
 
   Pg_Session m_session;
+  void end_state();
+
   std::vector<Waiting> m_waiting;
-  int64_t m_last_sequence = 0;  // when the transaction began
-  bool m_is_bulk = false;       // the transaction wrote in bulk
+  int m_state_holders = 0;
+  bool m_is_state_held = false;  // by a transaction that reads, begun or still waiting
+  int64_t m_last_sequence = 0;   // when the transaction began
+  bool m_is_bulk = false;        // the transaction wrote in bulk
 };

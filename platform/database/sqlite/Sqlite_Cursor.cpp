@@ -25,7 +25,9 @@ void Sqlite_Cursor::keep_rest() {
 }
 
 Sqlite_ChildCursor::Sqlite_ChildCursor(Sqlite_Session& session, Open& open, std::string_view path)
-    : Sqlite_Cursor(session, Sqlite_Sql::RANGE, open), m_below(path.empty() ? 0 : path.size() + 1) {
+    : Sqlite_Cursor(session, Sqlite_Sql::RANGE, open),
+      m_session(session),
+      m_below(path.empty() ? 0 : path.size() + 1) {
   if (!path.empty()) m_from.assign(path).append("\\");
   m_to = path.empty() ? std::string("\xff\xff\xff\xff") : std::string(path) + "]";
   if (!is_ready()) return;
@@ -40,11 +42,18 @@ Db_Result Sqlite_ChildCursor::read(Db_Entry& entry) {
     const size_t cut = entry.path.find('\\', m_below);
     if (cut == entry.path.npos) break;
     if (++m_passed < kSteps) continue;
-    m_passed = 0;
-    m_from.assign(entry.path.substr(0, cut)).append("]");
-    statement().rewind();
-    statement().bind(1, m_from);
+    if (pass_over(entry.path.substr(0, cut)) == Db_Result::FAILED) return Db_Result::FAILED;
   }
   m_passed = 0;
+  return Db_Result::OK;
+}
+
+Db_Result Sqlite_ChildCursor::pass_over(std::string_view branch) {
+  if (!m_is_state_held && m_session.hold_state() != Db_Result::OK) return Db_Result::FAILED;
+  m_is_state_held = true;
+  m_passed = 0;
+  m_from.assign(branch).append("]");
+  statement().rewind();
+  statement().bind(1, m_from);
   return Db_Result::OK;
 }

@@ -59,6 +59,9 @@ class Sqlite_Cursor : public Db_Cursor {
 class Sqlite_ChildCursor : public Sqlite_Cursor {
  public:
   Sqlite_ChildCursor(Sqlite_Session& session, Open& open, std::string_view path);
+  ~Sqlite_ChildCursor() override {
+    if (m_is_state_held) m_session.leave_state();
+  }
 
  protected:
   Db_Result read(Db_Entry& entry) override;
@@ -66,7 +69,11 @@ class Sqlite_ChildCursor : public Sqlite_Cursor {
  private:
   static constexpr int kSteps = 8;
 
-  size_t m_below;  // where the names begin
+  Db_Result pass_over(std::string_view branch);
+
+  Sqlite_Session& m_session;
+  bool m_is_state_held = false;  // once the statement has to begin anew
+  size_t m_below;                // where the names begin
   std::string m_from, m_to;
   int m_passed = 0;
 };

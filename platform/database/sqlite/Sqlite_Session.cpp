@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <database/Db_InOrder.h>
 
@@ -63,6 +64,8 @@ constexpr struct {
      "  WHERE at < CAST(strftime('%s', 'now') AS INTEGER) - ?1 * 86400"},
     {Sqlite_Sql::PURGE, "DELETE FROM deleted WHERE sequence <= ?"},
     {Sqlite_Sql::SET_OLDEST, "UPDATE store SET oldest_deletion = max(oldest_deletion, ? + 1)"},
+    {Sqlite_Sql::BEGIN_READ, "BEGIN"},
+    {Sqlite_Sql::END_READ, "COMMIT"},
     {Sqlite_Sql::SAVEPOINT, "SAVEPOINT part"},
     {Sqlite_Sql::RELEASE, "RELEASE part"},
 };
@@ -136,6 +139,29 @@ bool Sqlite_Session::ask(const char* sql, int64_t& number, const char* what) {
     return 0;
   };
   return sqlite3_exec(m_handle, sql, keep, &number, nullptr) == SQLITE_OK || fail(what);
+}
+
+Db_Result Sqlite_Session::hold_state() {
+  if (!m_state_holders && sqlite3_get_autocommit(m_handle)) {
+    // Made first, so that the end needs no memory.
+    if (!Sqlite_Statement(*this, Sqlite_Sql::END_READ).is_ready()) return Db_Result::FAILED;
+    if (Sqlite_Statement(*this, Sqlite_Sql::BEGIN_READ).execute("read") != Db_Result::OK) {
+      return Db_Result::FAILED;
+    }
+    m_is_state_held = true;
+  }
+  ++m_state_holders;
+  return Db_Result::OK;
+}
+
+void Sqlite_Session::leave_state() {
+  if (--m_state_holders == 0) end_state();
+}
+
+void Sqlite_Session::end_state() {
+  if (std::exchange(m_is_state_held, false)) {
+    Sqlite_Statement(*this, Sqlite_Sql::END_READ).execute("read");
+  }
 }
 
 sqlite3_stmt* Sqlite_Session::take(Sqlite_Sql sql) {

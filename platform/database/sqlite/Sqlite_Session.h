@@ -35,6 +35,8 @@ enum class Sqlite_Sql {
   NEWEST_BEFORE,
   PURGE,
   SET_OLDEST,
+  BEGIN_READ,
+  END_READ,
   SAVEPOINT,
   RELEASE,
   END
@@ -62,6 +64,11 @@ class Sqlite_Session {
   const std::string& error() const { return m_error; }
   const std::string& file() const { return m_file; }
 
+  // A read transaction, as long as somebody holds it and no other one begins.
+  Db_Result hold_state();
+  void leave_state();
+  void end_state();
+
   // Prepared once for each use at the same time. Null on failure.
   sqlite3_stmt* take(Sqlite_Sql sql);
   void give_back(Sqlite_Sql sql, sqlite3_stmt* statement);
@@ -70,6 +77,8 @@ class Sqlite_Session {
   sqlite3* m_handle = nullptr;
   std::string m_file;
   std::string m_error;
+  int m_state_holders = 0;
+  bool m_is_state_held = false;
   std::array<std::vector<sqlite3_stmt*>, static_cast<size_t>(Sqlite_Sql::END)> m_free;
 };
 

@@ -162,6 +162,7 @@ Db_Result Sqlite_Store::check(std::string& reason) {
 
 Db_Result Sqlite_Store::begin(int wait_milliseconds, int64_t& last_sequence) {
   for (Sqlite_Cursor* cursor : m_cursors) cursor->keep_rest();
+  m_session.end_state();
   m_session.set_wait(wait_milliseconds);
   const bool is_begun = m_session.run("BEGIN IMMEDIATE", "lock");
   const bool was_busy = !is_begun && m_session.was_busy();

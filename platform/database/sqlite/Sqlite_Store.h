@@ -26,6 +26,8 @@ class Sqlite_Store : public Db_Store {
   Db_Result sync_id(std::string& id) override;
   Db_Result date_time(std::string& text) override;
   Db_Result check(std::string& reason) override;
+  Db_Result hold_state() override { return m_session.hold_state(); }
+  void leave_state() override { m_session.leave_state(); }
 
   Db_Result begin(int wait_milliseconds, int64_t& last_sequence) override;
   Db_Result commit(int64_t last_sequence) override;

@@ -135,28 +135,6 @@ Tree_PathAndValueArray* CFG_DBRepository::GetSubTreeValues(const RWCString& path
   return cfg::answered(logger, nullptr);
 }
 
-CFG_SubTree* CFG_DBRepository::GetSubTree(RWCString& path, int index) try {
-  constexpr char op[] = "GetSubTree(RWCString & _path,int index)";
-  const actual_string actual(path);
-  logger.trace("Start %s\n", op);
-  std::vector<RWCString> names;
-  ask(op, [&](CFGDB_Conn& db) { return db.GetSubTreePathes(actual, names); });
-  if (names.empty()) {
-    return logger.reject_at(LOG_LEVEL_TRACE, nullptr,
-                            "%s : no sub tree under _path <%s>, return NULL\n", op, actual.text());
-  }
-  if (index < 0 || static_cast<size_t>(index) >= names.size()) {
-    return logger.reject(
-        nullptr,
-        "%s : index parameter is larger then the larger index of sub trees under _path, return NULL\b",
-        op);
-  }
-  RWCString child = cfg::join(actual.text(), names[static_cast<size_t>(index)]);
-  return GetSubTree(child);
-} catch (...) {
-  return cfg::answered(logger, nullptr);
-}
-
 // --- paths with wildcards ------------------------------------------------------------------------
 
 String_Arr* CFG_DBRepository::FillPath(RWCString path) try {
@@ -193,6 +171,8 @@ RWCString CFG_DBRepository::FillPath(RWCString path, RWCString value_name,
     return ask(op, [&](CFGDB_Conn& db) { return db.FillPath(actual, name, value); });
   };
   if (!cfg::is_address_name(actual_name)) return path_of(actual_name, value_data);
+  const OneState state(*this);
+  if (!state) return RWCString();
   return cfg::node_address(value_data).first_found(actual_name, value_data, path_of);
 } catch (...) {
   return cfg::answered(logger, RWCString());
@@ -253,8 +233,7 @@ String_Arr* CFG_DBRepository::SearchPatternExtended(const RWCString& pattern, co
   return cfg::answered(logger, nullptr);
 }
 
-String_Arr* CFG_DBRepository::SearchKeyOrValueName(const RWCString& name,
-                                                   const RWCString& path) try {
+String_Arr* CFG_DBRepository::found_below(const RWCString& name, const RWCString& path) {
   if (name.isNull()) {
     return logger.reject(nullptr, "name parameter is an empty string, return NULL\n");
   }
@@ -267,8 +246,6 @@ String_Arr* CFG_DBRepository::SearchKeyOrValueName(const RWCString& name,
     return logger.reject(nullptr, "path %s represent a value, return NULL\n", path);
   }
   return logger.reject(nullptr, "fail to get sub tree for path : <%s>, return NULL\n", path);
-} catch (...) {
-  return cfg::answered(logger, nullptr);
 }
 
 // --- nodes ---------------------------------------------------------------------------------------
@@ -297,6 +274,8 @@ RWCString CFG_DBRepository::GetNodeNameByIp(RWCString ip) try {
     tolower(host);
     return host;
   }
+  const OneState state(*this);
+  if (!state) return RWCString();
   return cfg::node_address(ip).first_found(ip, [&](const RWCString& address) {
     return ask(op, [&](CFGDB_Conn& db) { return db.GetNodeNameByIp(address); });
   });

@@ -5,6 +5,7 @@
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/answered.h>
+#include <CFG/detail/paths.h>
 #include <CFG/detail/tree_builder.h>
 #include <database/CFGDB_Conn.h>
 #include <logging/Logger.h>
@@ -45,14 +46,154 @@ bool is_path_given(const RWCString& path, const char* op) {
 
 }  // namespace
 
+// The connection's query mutex, for a thread that may have it already.
+class CFG_DBRepository::QueryTurn {
+ public:
+  explicit QueryTurn(CFG_DBRepository& repository)
+      : m_owner(repository.m_query_turn),
+        m_is_nested(m_owner == std::this_thread::get_id()),
+        m_mutex(repository.GetMutexForSVCFGStartQuery()) {
+    if (!m_mutex || m_is_nested) return;
+    m_mutex->lock();
+    m_owner = std::this_thread::get_id();
+  }
+  QueryTurn(const QueryTurn&) = delete;
+  QueryTurn& operator=(const QueryTurn&) = delete;
+  ~QueryTurn() {
+    if (!m_mutex || m_is_nested) return;
+    m_owner = std::thread::id();
+    m_mutex->unlock();
+  }
+  explicit operator bool() const { return m_mutex != nullptr; }
+
+ private:
+  std::atomic<std::thread::id>& m_owner;
+  const bool m_is_nested;
+  Mutex* const m_mutex;
+};
+
+// --- one state -----------------------------------------------------------------------------------
+
+class CFG_DBRepository::OneState::Reads {
+ public:
+  Reads(CFG_DBRepository& repository, CFGDB_Conn& connection)
+      : m_unchanged(repository.m_changes), m_state(connection) {}
+  explicit operator bool() const { return bool(m_state); }
+
+ private:
+  const std::lock_guard<std::recursive_mutex> m_unchanged;
+  const CFGDB_Conn::OneState m_state;
+};
+
+CFG_DBRepository::OneState::OneState(CFG_DBRepository& repository) {
+  CFGDB_Conn* const connection = repository.m_connection;
+  if (!connection) return;
+  m_reads = std::make_unique<Reads>(repository, *connection);
+  if (!*m_reads) m_reads.reset();
+}
+CFG_DBRepository::OneState::~OneState() = default;
+
+// Trees may be read, too.
+template <class Read>
+auto CFG_DBRepository::in_one_state(const Read& read) -> std::invoke_result_t<Read> try {
+  const QueryTurn turn(*this);
+  const OneState state(*this);
+  return state ? read() : std::invoke_result_t<Read>();
+} catch (...) {
+  return cfg::answered(logger, std::invoke_result_t<Read>());
+}
+
+using Base = CFG_RepositoryServicesImp;
+using Rule = const char**;
+
+Tree_ValueAndPath* CFG_DBRepository::GetValue(RWCString name, Rule rule, int count) {
+  return in_one_state([&] { return Base::GetValue(name, rule, count); });
+}
+CFG_SubTree* CFG_DBRepository::GetSubTree(RWCString name, Rule rule, int merge, int count) {
+  return in_one_state([&] { return Base::GetSubTree(name, rule, merge, count); });
+}
+CFG_SubTree* CFG_DBRepository::GetSubTree(RWCString name, Rule rule, int count) {
+  return in_one_state([&] { return Base::GetSubTree(name, rule, count); });
+}
+CFG_SubTree* CFG_DBRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path, Rule rule,
+                                                                int merge, int count) {
+  return in_one_state(
+      [&] { return Base::GetSubTreeWithPrecentAndWildcard(path, rule, merge, count); });
+}
+CFG_SubTree* CFG_DBRepository::GetSubTreeWithPrecentAndWildcard(const RWCString& path, Rule rule,
+                                                                int count) {
+  return in_one_state([&] { return Base::GetSubTreeWithPrecentAndWildcard(path, rule, count); });
+}
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesLong(const RWCString& path, Rule rule,
+                                                            int merge, int count) {
+  return in_one_state([&] { return Base::GetSubTreeOnlyWithValuesLong(path, rule, merge, count); });
+}
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesLong(const RWCString& path, Rule rule,
+                                                            int count) {
+  return in_one_state([&] { return Base::GetSubTreeOnlyWithValuesLong(path, rule, count); });
+}
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValues(const RWCString& path, Rule rule, int merge,
+                                                        int count) {
+  return in_one_state([&] { return Base::GetSubTreeOnlyWithValues(path, rule, merge, count); });
+}
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValues(const RWCString& path, Rule rule,
+                                                        int count) {
+  return in_one_state([&] { return Base::GetSubTreeOnlyWithValues(path, rule, count); });
+}
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesMergeOneLevel(const RWCString& path,
+                                                                     Rule rule, int count) {
+  return in_one_state(
+      [&] { return Base::GetSubTreeOnlyWithValuesMergeOneLevel(path, rule, count); });
+}
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path,
+                                                                              Rule rule, int merge,
+                                                                              int count) {
+  return in_one_state([&] {
+    return Base::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(path, rule, merge, count);
+  });
+}
+CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path,
+                                                                              Rule rule,
+                                                                              int count) {
+  return in_one_state(
+      [&] { return Base::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(path, rule, count); });
+}
+
+CFG_SubTree* CFG_DBRepository::GetSubTree(RWCString& path, int index) {
+  return in_one_state([&] { return child_at(path, index); });
+}
+
+CFG_SubTree* CFG_DBRepository::child_at(const RWCString& path, int index) {
+  constexpr char op[] = "GetSubTree(RWCString & _path,int index)";
+  const actual_string actual(path);
+  logger.trace("Start %s\n", op);
+  std::vector<RWCString> names;
+  ask(op, [&](CFGDB_Conn& db) { return db.GetSubTreePathes(actual, names); });
+  if (names.empty()) {
+    return logger.reject_at(LOG_LEVEL_TRACE, nullptr,
+                            "%s : no sub tree under _path <%s>, return NULL\n", op, actual.text());
+  }
+  if (index < 0 || static_cast<size_t>(index) >= names.size()) {
+    return logger.reject(
+        nullptr,
+        "%s : index parameter is larger then the larger index of sub trees under _path, return NULL\b",
+        op);
+  }
+  RWCString child = cfg::join(actual.text(), names[static_cast<size_t>(index)]);
+  return GetSubTree(child);
+}
+
+String_Arr* CFG_DBRepository::SearchKeyOrValueName(const RWCString& name, const RWCString& path) {
+  return in_one_state([&] { return found_below(name, path); });
+}
+
 // --- building ------------------------------------------------------------------------------------
 
 Tree_NodePtr CFG_DBRepository::GetTreeByParams(const TreeQuery& query) {
   CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
                              CFG_PerformanceEvent::PERFORMANCE_GET_SUB_TREE, query.path.view());
-  Mutex* const one_query = GetMutexForSVCFGStartQuery();
-  if (!one_query) return nullptr;
-  const MutexGuard guard(*one_query);
+  const QueryTurn turn(*this);
+  if (!turn) return nullptr;
   const std::lock_guard<std::recursive_mutex> unchanged(m_changes);
   const Tree_NodePtr tree =
       ask("GetTreeByParams", [&](CFGDB_Conn& db) { return tree_of(db, query); });
