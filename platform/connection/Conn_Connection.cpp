@@ -10,6 +10,9 @@ using std::chrono::milliseconds;
 // A connection unused for longer is looked at before it is used: the service may have ended.
 constexpr milliseconds kFresh(100);
 
+// What a patient one waits at most: services undo what takes longer.
+constexpr milliseconds kPatience = std::chrono::hours(1);
+
 }  // namespace
 
 bool Conn_SyncConnector::Inside::prepare() {
@@ -98,7 +101,7 @@ bool Conn_SyncConnector::Inside::refused_meanwhile(std::string& reason) {
 }
 
 milliseconds Conn_SyncConnector::Inside::time_to_wait() const {
-  const milliseconds most = is_patient ? milliseconds::max() : time_outs.answer;
+  const milliseconds most = is_patient ? std::max(kPatience, time_outs.answer) : time_outs.answer;
   if (answer_by == clock_type::time_point::max()) return most;
   const auto rest = std::chrono::ceil<milliseconds>(answer_by - clock_type::now());
   return std::clamp(rest, milliseconds(1), most);

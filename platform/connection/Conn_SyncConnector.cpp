@@ -46,6 +46,7 @@ const Conn_SyncConnector::TimeOuts& Conn_SyncConnector::GetTimeOuts() const {
 }
 
 void Conn_SyncConnector::SetPatient(bool is_patient) { m_inside->is_patient = is_patient; }
+bool Conn_SyncConnector::IsPatient() const { return m_inside->is_patient; }
 
 bool Conn_SyncConnector::IsConnected() const {
   m_inside->drop_when_stale();

@@ -38,6 +38,7 @@ class HALVORIA_API Conn_SyncConnector {
   // Waits for an answer for an hour, as long as the connection lasts; a host that is gone is found
   // out by the system where connections are kept alive.
   void SetPatient(bool is_patient);
+  bool IsPatient() const;
 
   // Whether there is a connection that has not been found broken; one that was not used for a
   // while is looked at first.

@@ -154,9 +154,13 @@ int CFG_Connector::tell(const char* operation, Command command) {
 
 // --- the session ---------------------------------------------------------------------------
 
+// However long what comes then may take, a service that is there answers this in time.
 int CFG_Connector::Lock() {
+  const bool was_patient = IsPatient();
+  SetPatient(false);
   const int is_done = ask_success("CFG_Connector::Lock", LOCK, {});
   if (is_done) SetLocked(true);
+  SetPatient(was_patient && IsConnected());
   return is_done;
 }
 int CFG_Connector::UnLock() {

@@ -385,6 +385,24 @@ TEST_F(Remote, AnUpdateThatCannotBeginOrEndLeavesTheThreadFree) {
   }
 }
 
+// The message that allows it more time has no answer: what follows it finds out.
+TEST_F(Remote, AnUpdateDoesNotBeginWhereNothingAnswers) {
+  m_service.on("CFG_LOCK", {{{}}, Answer::NOTHING});
+  CFG_Repository repository;
+  repository.SetProperty("HALVORIA_CONNECTION_PROPERTIES", "answer_timeout=0.1");
+  Log_Capture log;
+  EXPECT_FALSE(repository.StartTransactionUpdate());
+  EXPECT_TRUE(log.has("no answer within 100 ms")) << log.text();
+  EXPECT_FALSE(repository.IsInTransaction());
+  repository.SetProperty("HALVORIA_CONNECTION_PROPERTIES", "");
+
+  ScriptedService lively;
+  CFG_Connector connector;
+  ASSERT_EQ(connector.InitConn("127.0.0.1", lively.port(), "", "test", 1, 1), 1);
+  EXPECT_TRUE(connector.EnableExtendedTimeout() && connector.Lock());
+  EXPECT_TRUE(connector.IsPatient());
+}
+
 TEST_F(Remote, ABrokenConnectionEndsATransactionButNotTheNextRequest) {
   m_service.on("CFG_SET_VALUE", {{{}}, Answer::CLOSE});
   {
