@@ -10,6 +10,7 @@
 #include <database/Db_Path.h>
 #include <database/Db_TreeQuery.h>
 #include <logging/Logger.h>
+#include <system/Sys_FileName.h>
 
 // Connection and transactions. What is read is in CFGDB_Conn_Reads.cpp and _Query.cpp, what is
 // changed in CFGDB_Conn_Changes.cpp.
@@ -17,13 +18,19 @@
 namespace {
 constexpr Log_Logger logger("platform/database/CFGDB_Conn", 502);
 
-// Files that the process this one was forked from had something pending in, by their connection
-// string. Written while there is one thread.
+constexpr std::string_view kFile = "sqlite:";
+
+// Files that the process this one was forked from had something pending in, whatever their names.
+// Written while there is one thread.
 std::set<std::string>& barred_files() {
   static auto& files = *new std::set<std::string>;
   return files;
 }
 [[maybe_unused]] const auto& made_early = barred_files();  // before any fork
+
+std::string file_of(std::string_view conn_string) {
+  return Sys_FileIdentity(RWCString(conn_string.substr(kFile.size()))).str();
+}
 }  // namespace
 
 CFGDB_Conn::CFGDB_Conn(bool) {}
@@ -33,22 +40,23 @@ int CFGDB_Conn::Init(const RWCString& conn_string, const RWCString& user, bool s
   disconnect();
   const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
   m_conn_string = conn_string.str();
+  m_is_file = m_conn_string.starts_with(kFile) && m_conn_string.size() > kFile.size();
+  if (m_is_file && m_conn_string[kFile.size()] != ':') {  // ":memory:" is none
+    const RWCString file(std::string_view(m_conn_string).substr(kFile.size()));
+    m_conn_string.replace(kFile.size(), std::string::npos, Sys_AbsoluteFileName(file).str());
+  }
   m_user = user.str();
   m_sql_trace = sql_trace;
-  m_is_file = m_conn_string.rfind("sqlite:", 0) == 0;
   return reconnect();
 }
 
 bool CFGDB_Conn::reconnect() {
+  if (m_is_file && !is_file_allowed()) return false;
   std::string reason;
-  if (barred_files().count(m_conn_string)) {
-    return logger.reject(
-        false, "Init: <%s> was in use when the process forked, which its child cannot share\n",
-        m_conn_string);
-  }
   m_store = Db_Open(m_conn_string, m_user, reason);
   if (!m_store) return logger.reject(false, "Init: %s\n", reason);
   m_is_parked = false;
+  m_file = m_is_file ? file_of(m_conn_string) : "";
   if (!m_sql_trace) return true;
   const auto tell = [](void* self, const char* statement) {
     logger.detail("SQL of session <%s>: %s\n", static_cast<CFGDB_Conn*>(self)->m_session,
@@ -58,10 +66,27 @@ bool CFGDB_Conn::reconnect() {
   return true;
 }
 
+// Opening makes a file where there is none: after a fork that would be another tree.
+bool CFGDB_Conn::is_file_allowed() {
+  const std::string file = file_of(m_conn_string);
+  if (m_is_parked && file != m_file) {
+    return logger.reject(
+        false, "Init: <%s> is not the file any more that was open when the process forked\n",
+        m_conn_string);
+  }
+  if (!barred_files().count(file)) return true;
+  return logger.reject(
+      false, "Init: <%s> was in use when the process forked, which its child cannot share\n",
+      m_conn_string);
+}
+
 // What was not committed is lost, as it is when the process ends.
 void CFGDB_Conn::disconnect() {
   const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
   m_query.reset();
+  if (m_store && uncommitted) {
+    logger.warning("disconnect: what was not committed is undone in <%s>\n", m_conn_string);
+  }
   if (m_store && m_is_changing) m_store->rollback();
   forget_transaction();
   m_is_lost = m_is_locked = m_is_parked = false;
@@ -93,7 +118,7 @@ void CFGDB_Conn::in_child() {
   new (&m_use_mutex) std::recursive_mutex;  // it knows its holder by a number that is another now
   m_is_use_held = false;
   if (!m_store) return;
-  if (m_is_file) barred_files().insert(m_conn_string);
+  if (!m_file.empty()) barred_files().insert(m_file);
   m_store.release()->abandon();
   static_cast<void>(m_query.release());
   forget_transaction();

@@ -49,8 +49,8 @@ class Db_TreeQuery;
 // reason is logged here.
 //
 // After a fork both processes go on, each with a connection of its own, which its next operation
-// opens. What was pending is the parent's; of a SQLite file in which something was pending, or a
-// query open, the child can use nothing.
+// opens, provided that the file is still there. What was pending is the parent's; of a SQLite file
+// in which something was pending, or a query open, the child can use nothing.
 class HALVORIA_API CFGDB_Conn {
   // Of every operation: waits for those of other threads.
   class Use;
@@ -71,9 +71,10 @@ class HALVORIA_API CFGDB_Conn {
   CFGDB_Conn& operator=(const CFGDB_Conn&) = delete;
   ~CFGDB_Conn();
 
-  // `sqlite:FILE`, which is made when it is missing, or a libpq connection string. Loads the
-  // module of the store, makes or migrates the schema. `user` is the role of a PostgreSQL
-  // connection string that names none. With `sql_trace` statements are logged (6). 1, or 0.
+  // `sqlite:FILE`, which is made when it is missing, or a libpq connection string; a relative file
+  // is taken from where the process runs now. Loads the module of the store, makes or migrates the
+  // schema. `user` is the role of a PostgreSQL connection string that names none. With `sql_trace`
+  // statements are logged (6). 1, or 0.
   int Init(const RWCString& conn_string, const RWCString& user, bool sql_trace);
   void disconnect();
   bool is_connected() const { return m_store || m_is_parked; }
@@ -216,6 +217,7 @@ class HALVORIA_API CFGDB_Conn {
   bool reject(const char* op, std::string_view path, const std::string& why);
   bool is_usable(const char* op, std::string_view path);
   bool reconnect();
+  bool is_file_allowed();
 
   // Reads.
   bool is_tree(std::string& reason);
@@ -241,6 +243,7 @@ class HALVORIA_API CFGDB_Conn {
 
   std::unique_ptr<Db_Store> m_store;
   std::string m_conn_string, m_user, m_session;
+  std::string m_file;  // which one is open, or was when the process forked; empty: none
   std::string m_failure;
   std::string m_refusal;
   std::atomic<bool> m_has_failed{false};  // there is one, to be looked at without waiting

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <string>
 #include <system_error>
 
 RWCString Sys_NativeFileName(const RWWString& name) {
@@ -19,6 +20,12 @@ RWCString Sys_AbsoluteFileName(const RWCString& native_name) {
   std::error_code failed;
   const std::string name = std::filesystem::absolute(native_name.str(), failed).string();
   return failed ? native_name : RWCString(name);
+}
+
+RWCString Sys_FileIdentity(const RWCString& native_name) {
+  struct stat status;
+  if (stat(native_name.data(), &status) != 0) return RWCString();
+  return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
 
 RWCString Sys_FolderOf(const RWCString& native_name) {

@@ -15,6 +15,9 @@ HALVORIA_API RWCString Sys_NativeFileName(const RWWString& name);
 // who does not know where the process runs.
 HALVORIA_API RWCString Sys_AbsoluteFileName(const RWCString& native_name);
 
+// Which file it is, by whatever name and link; empty when there is none.
+HALVORIA_API RWCString Sys_FileIdentity(const RWCString& native_name);
+
 // The folder of a native name: "." when it names none, "/" for the root.
 HALVORIA_API RWCString Sys_FolderOf(const RWCString& native_name);
 

@@ -3,10 +3,12 @@
 #include <csignal>
 
 #include <atomic>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
 #include <database/tests/Test_Database.h>
+#include <support/forked.h>
 
 using ::testing::HasSubstr;
 
@@ -54,6 +56,41 @@ TEST_F(SqliteFile, ModuleIsLookedForWhereTheVariableSays) {
   EXPECT_THAT(refusal(m_folder / "cfg.db"), HasSubstr("libhalvoria_sqlite.so cannot be used: "));
   unsetenv("HALVORIA_MODULES");
   EXPECT_EQ(refusal(m_folder / "cfg.db"), "");
+}
+
+// A fork closes the file in both processes: what is opened again is that file, and not one made
+// where it would be looked for now.
+TEST_F(SqliteFile, IsTheSameAfterAForkOrNone) {
+  constexpr char path[] = "halvoria\\a";
+  CFGDB_Conn conn(true);
+  const auto folder = std::filesystem::current_path();
+  std::filesystem::current_path(m_folder / "");
+  ASSERT_TRUE(conn.Init("sqlite:tree.db", "", false));
+  std::filesystem::current_path(folder);
+  ASSERT_EQ(conn.InsertLine(Tree_NodeInfo(path, "kept"), 1, true), CFGDB_Conn::OK);
+  const auto is_kept = [&] { return conn.GetValue(path) == "kept"; };
+  EXPECT_TRUE(holds_in_child(is_kept));
+  EXPECT_TRUE(is_kept());
+
+  EXPECT_TRUE(holds_in_child([] { return true; }));
+  std::filesystem::rename(m_folder / "tree.db", m_folder / "moved.db");
+  for (const bool is_another : {false, true}) {
+    EXPECT_TRUE(!is_another || refusal(m_folder / "tree.db").empty());
+    const Log_Capture log;
+    EXPECT_FALSE(is_kept());
+    EXPECT_TRUE(log.has("is not the file any more that was open")) << log.text();
+    EXPECT_EQ(std::filesystem::exists(m_folder / "tree.db"), is_another);
+  }
+  std::filesystem::rename(m_folder / "moved.db", m_folder / "tree.db");
+  EXPECT_TRUE(is_kept());
+
+  // One that is in use is kept from a child under every name.
+  conn.SetAutoCommit(0);
+  ASSERT_EQ(conn.InsertLine(Tree_NodeInfo(path, "pending"), 1, true), CFGDB_Conn::OK);
+  EXPECT_TRUE(holds_in_child([&] {
+    return refusal(m_folder / "./tree.db").find("was in use when the process forked") !=
+           std::string::npos;
+  }));
 }
 
 // What was damaged behind our back is found.
