@@ -26,7 +26,8 @@ class CFGDB_Conn;
 // after a while: Lock answers FALSE then.
 //
 // Ownership: the connection is this object's. Threads: any; they take turns, and a Lock is that
-// of all threads. Who reads a query record by record holds the mutex that
+// of all threads, but an update ends with the thread that started it: one that is left open then is
+// undone, whoever wrote in it. Who reads a query record by record holds the mutex that
 // GetMutexForSVCFGStartQuery gives from StartTreeQuery to CloseTreeQuery, as every read of a tree
 // does, so it must not ask for a tree meanwhile; and nobody else changes anything. Failure: as
 // CFG_RepositoryServices; before Connect nothing is answered.
@@ -216,6 +217,7 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
     RWCString conn_string, user;
   };
   struct TreeQuery;
+  class Update;
 
   // What `asked` makes of the connection; before Connect, and when something is thrown, nothing,
   // with a line in the log.
@@ -250,5 +252,6 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   std::recursive_mutex m_changes;
   std::atomic<std::thread::id> m_query_turn{};  // whose thread has the query mutex, if by QueryTurn
   bool m_query_flag = false;                    // of the connection's tree queries
+  const std::shared_ptr<Update> m_update;
   ForkHandler m_fork_handler{ForkHandler::REPOSITORIES, told, this};
 };

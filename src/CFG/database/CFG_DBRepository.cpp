@@ -1,8 +1,11 @@
 // Connection, transactions, and what the store says of itself.
 #include <CFG/CFG_DBRepository.h>
 
+#include <thread>
+
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/answered.h>
+#include <CFG/detail/thread_end.h>
 #include <database/CFGDB_Conn.h>
 #include <logging/Logger.h>
 
@@ -12,10 +15,41 @@ namespace {
 constexpr Log_Logger logger("src/CFG/CFG_DBRepository", 502);
 }
 
-CFG_DBRepository::CFG_DBRepository() = default;
+// The update that a thread has open.
+class CFG_DBRepository::Update : public cfg::thread_bound {
+ public:
+  explicit Update(CFG_DBRepository& repository) : m_repository(&repository) {}
+
+  bool may_begin() { return watch_thread(); }
+  void begin() { m_thread = std::this_thread::get_id(); }
+  void end() { m_thread = std::thread::id(); }
+  void leave_repository() {
+    const MutexGuard guard(m_mutex);
+    m_repository = nullptr;
+  }
+
+  bool end_with_thread() override {
+    const MutexGuard guard(m_mutex);
+    std::thread::id mine = std::this_thread::get_id();
+    if (!m_repository || !m_thread.compare_exchange_strong(mine, std::thread::id())) return false;
+    m_repository->CFG_DBRepository::Rollback();
+    m_repository->CFG_DBRepository::UnLock();
+    return true;
+  }
+
+ private:
+  ForkReleasedMutex m_mutex;  // taken before the changes' own
+  CFG_DBRepository* m_repository THREADAPI_GUARDED_BY(m_mutex);
+  std::atomic<std::thread::id> m_thread{std::thread::id()};
+};
+
+CFG_DBRepository::CFG_DBRepository() : m_update(std::make_shared<Update>(*this)) {}
 CFG_DBRepository::CFG_DBRepository(const RWCString& conn_string, const RWCString& user)
-    : m_given(new Given{conn_string, user}) {}
-CFG_DBRepository::~CFG_DBRepository() { delete m_connection.load(); }
+    : m_given(new Given{conn_string, user}), m_update(std::make_shared<Update>(*this)) {}
+CFG_DBRepository::~CFG_DBRepository() {
+  m_update->leave_repository();
+  delete m_connection.load();
+}
 
 void CFG_DBRepository::say_failed(const char* op) noexcept { cfg::log_exception(logger, op); }
 
@@ -26,7 +60,9 @@ void CFG_DBRepository::say_not_connected(const char* op) {
 // A change may take long, so that a fork does not wait for it.
 void CFG_DBRepository::told(void* repository, ForkHandler::Phase phase) {
   if (phase != ForkHandler::IN_CHILD) return;
-  new (&static_cast<CFG_DBRepository*>(repository)->m_changes) std::recursive_mutex;
+  auto& self = *static_cast<CFG_DBRepository*>(repository);
+  new (&self.m_changes) std::recursive_mutex;
+  self.m_update->end();
 }
 
 // --- connection ----------------------------------------------------------------------------------
@@ -49,6 +85,7 @@ int CFG_DBRepository::Connect() try {
 int CFG_DBRepository::DisConnect() {
   const RecursiveThreadMutexWrapper::WriteGuard guard(m_connection_lock);
   if (!m_is_connected) return TRUE;
+  m_update->end();
   const Step one_step(m_changes);
   m_connection.load()->disconnect();
   m_is_connected = false;
@@ -63,12 +100,19 @@ int CFG_DBRepository::Lock() {
 }
 
 // Without the lock each change of the update would be stored by itself.
-int CFG_DBRepository::StartTransactionUpdate() { return Lock(); }
+int CFG_DBRepository::StartTransactionUpdate() try {
+  if (!m_update->may_begin() || !Lock()) return FALSE;
+  m_update->begin();
+  return TRUE;
+} catch (...) {
+  return cfg::answered(logger, FALSE);
+}
 
 // Auto-commit comes back also when nothing could be saved: changes that follow would be pending
 // with nobody who ends them, and keep all other writers out.
 int CFG_DBRepository::UnLock() {
   logger.trace("Start UnLock()\n");
+  m_update->end();
   const Step one_step(m_changes);
   return ask("UnLock()", [](CFGDB_Conn& db) -> int {
     if (!db.uncommitted) {

@@ -1,44 +1,6 @@
 #include <CFG/remote/connector_pool.h>
 
-#include <algorithm>
-
-#include <logging/Logger.h>
-
 namespace cfg {
-
-namespace {
-
-constexpr Log_Logger logger("src/CFG/CFG_Repository", 502);
-
-// The pools in which a thread was ever bound. They are told when it ends.
-struct ThreadEnd {
-  ~ThreadEnd() {
-    is_over = true;
-    for (const auto& bound_in : pools) {
-      const auto pool = bound_in.lock();
-      if (!pool || !pool->give_up_bound()) continue;
-      logger.warning("a thread ended within a transaction: what it has not committed is undone\n");
-    }
-  }
-  void tell(const std::weak_ptr<connector_pool>& pool) {
-    const auto is_same = [&](const auto& known) {
-      return !known.owner_before(pool) && !pool.owner_before(known);
-    };
-    if (std::any_of(pools.begin(), pools.end(), is_same)) return;
-    pools.erase(std::remove_if(pools.begin(), pools.end(),
-                               [](const auto& known) { return known.expired(); }),
-                pools.end());
-    pools.push_back(pool);
-  }
-
-  std::vector<std::weak_ptr<connector_pool>> pools;
-  // Without a destructor, so that whatever ends later on the thread can look at it.
-  static thread_local bool is_over;
-};
-thread_local bool ThreadEnd::is_over = false;
-thread_local ThreadEnd thread_end;
-
-}  // namespace
 
 connector_pool::~connector_pool() = default;
 
@@ -69,8 +31,7 @@ void connector_pool::give_back(CFG_Connector* connector) {
 }
 
 bool connector_pool::bind(CFG_Connector* connector) {
-  if (ThreadEnd::is_over) return false;
-  thread_end.tell(weak_from_this());
+  if (!watch_thread()) return false;
   const MutexGuard guard(m_mutex);
   const auto [entry, is_new] = m_bound.try_emplace(std::this_thread::get_id());
   if (is_new) entry->second.reset(connector);

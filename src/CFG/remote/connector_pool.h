@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <CFG/CFG_Connector.h>
+#include <CFG/detail/thread_end.h>
 #include <thread/ForkHandler.h>
 
 namespace cfg {
@@ -19,16 +20,13 @@ namespace cfg {
 //
 // The child of a fork begins with none of them, outside any transaction.
 //
-// Any thread; the lock is not held during a request. Made by std::make_shared: a thread that ends
-// may hold it a moment longer than its repository does.
-class connector_pool : public std::enable_shared_from_this<connector_pool> {
+// Any thread; the lock is not held during a request.
+class connector_pool : public thread_bound {
  public:
   static constexpr size_t most_free = 64;
 
   connector_pool() { m_free.reserve(most_free + 1); }
-  connector_pool(const connector_pool&) = delete;
-  connector_pool& operator=(const connector_pool&) = delete;
-  ~connector_pool();
+  ~connector_pool() override;
 
   // Of this thread's transaction; null outside one.
   CFG_Connector* bound();
@@ -45,6 +43,7 @@ class connector_pool : public std::enable_shared_from_this<connector_pool> {
   // Closes the connection that this thread is bound to: what is open at the service is undone.
   // False when there is none.
   bool give_up_bound();
+  bool end_with_thread() override { return give_up_bound(); }
 
  private:
   static void told(void* pool, ForkHandler::Phase phase);

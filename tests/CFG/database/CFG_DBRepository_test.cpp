@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <barrier>
 #include <thread>
 
 #include <logging/Log_Capture.h>
@@ -181,6 +182,37 @@ TEST_P(Database, LetsOneWriterInAndRefusesWhoWaitedTooLong) {
   EXPECT_TRUE(m_repository->UnLock());
   waits.join();
   EXPECT_EQ(content(), "halvoria{a=2 b=2}");
+}
+
+TEST_P(Database, AnUpdateEndsWithItsThread) {
+  Log_Capture log;
+  std::thread([this] {
+    EXPECT_TRUE(m_repository->StartTransactionUpdate());
+    EXPECT_TRUE(m_repository->SetValue("halvoria\\a", "left"));
+  }).join();
+  EXPECT_TRUE(log.has("a thread ended within a transaction"));
+  EXPECT_TRUE(m_repository->SetValue("halvoria\\b", "kept"));
+  const auto other = another();
+  EXPECT_TRUE(other->SetValue("halvoria\\c", "kept"));
+  EXPECT_EQ(shown(SubTreePtr(other->GetSubTree("halvoria"))), "halvoria{b=kept c=kept}");
+  // What another thread has ended since, or its repository has, is not its any more.
+  std::barrier steps(2);
+  std::thread late([&] {
+    EXPECT_TRUE(m_repository->StartTransactionUpdate());
+    steps.arrive_and_wait();
+    steps.arrive_and_wait();
+  });
+  steps.arrive_and_wait();
+  EXPECT_TRUE(m_repository->SetValue("halvoria\\b", "committed"));
+  EXPECT_TRUE(m_repository->EndTransactionUpdate(false));
+  EXPECT_TRUE(m_repository->Lock());
+  EXPECT_TRUE(m_repository->SetValue("halvoria\\b", "pending"));
+  steps.arrive_and_wait();
+  late.join();
+  EXPECT_TRUE(m_repository->HasPendingChanges());
+  m_repository.reset();
+  EXPECT_TRUE(log.has("what was not committed is undone in <"));
+  EXPECT_EQ(other->GetValue("halvoria\\b"), "committed");
 }
 
 // A refused change of several steps leaves none of them.
