@@ -16,6 +16,7 @@
 #include <CFG/detail/answered.h>
 #include <CFG/detail/blob_format.h>
 #include <CFG/detail/exact_reads.h>
+#include <CFG/detail/key_renaming.h>
 #include <CFG/detail/path_validation.h>
 #include <CFG/detail/paths.h>
 #include <CFG/detail/properties.h>
@@ -281,6 +282,7 @@ int CFG_ServicesImp::SetKeyName(RWCString path, RWCString key_name) try {
         FALSE,
         "SetKeyName(const RWCString _path,const RWCString _key_name) : key_name is an empty string,return FALSE\n");
   }
+  if (!cfg::fault_of_name(actual_name) && !IsValidPath(actual_name, "SetKeyName")) return FALSE;
   return SetOrRanameKeyName(change_string_with_properties(path), actual_name);
 } catch (...) {
   return cfg::answered(logger, FALSE);

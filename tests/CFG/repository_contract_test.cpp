@@ -5,6 +5,7 @@
 #include <fstream>
 #include <functional>
 
+#include <CFG/detail/path_validation.h>
 #include <logging/Log_Capture.h>
 #include "repository_worlds.h"
 
@@ -318,6 +319,13 @@ TEST(Repository, RenamesWholeOrNotAtAll) {
         EXPECT_EQ(world.content(), before) << where;
       }
     }
+    // Validation keeps names out, but lets those go that are there.
+    EXPECT_TRUE(repository.SetKeyName("halvoria\\k", "100%"));
+    cfg::set_path_validation(true);
+    EXPECT_FALSE(repository.SetKeyName("halvoria\\other", "50%")) << kind;
+    EXPECT_TRUE(repository.SetKeyName("halvoria\\100%", "k")) << kind;
+    cfg::set_path_validation(false);
+    EXPECT_EQ(world.content(), before) << kind;
     EXPECT_TRUE(repository.Lock());
     EXPECT_EQ(repository.SetKeyName("halvoria\\k", too_long), !is_database(kind)) << kind;
     EXPECT_TRUE(repository.SetValue("halvoria\\leaf", "4"));

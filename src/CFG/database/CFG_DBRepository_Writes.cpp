@@ -177,7 +177,9 @@ int CFG_DBRepository::DeleteSubTree(const RWCString& given) try {
   if (path.isNull()) {
     return logger.reject(FALSE, "%s : path is empty string, return FALSE\n", signature);
   }
-  if (!IsValidPath(path, op)) return FALSE;
+  // What an import let in can go again.
+  const bool is_there = ask(op, [&](CFGDB_Conn& db) { return db.IsSubTreeExist(path, 0) != 0; });
+  if (!is_there && !may_write(path, op)) return FALSE;
   const CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
                                    CFG_PerformanceEvent::PERFORMANCE_DELETE_SUB_TREE, path);
   const Step one_step(m_changes);

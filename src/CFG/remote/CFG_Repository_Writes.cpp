@@ -125,9 +125,13 @@ int CFG_Repository::rename(const cfg::key_renaming& asked) {
   }
   Tree_NodePtr tree = sub_tree->GetData();
   tree->SetKeyName(cfg::split_path(asked.to).name);
+  // Not held against path validation: it is there.
+  const auto remove = [this](const RWCString& at) {
+    return connector_lease(*this)->DeleteSubTree(at);
+  };
   const int is_written = WriteSubTree(tree, asked.parent);
-  if (is_written && DeleteSubTree(asked.from)) return TRUE;
-  DeleteSubTree(asked.to);
+  if (is_written && remove(asked.from)) return TRUE;
+  remove(asked.to);
   if (!is_written) {
     return logger.reject(FALSE, "fail to write path <%s>, return FALSE\n", asked.to);
   }
