@@ -45,7 +45,10 @@ bool sub_tree(Work& work, CFG_SubTree* found) {
 bool change(Work& work, int result) {
   work.result = result;
   write_success(work.frame, result);
-  if (!result) write_reason(work.frame, work.store.TakeRefusal());
+  if (!result) {
+    const std::string why = work.store.TakeRefusal();
+    write_reason(work.frame, why.empty() ? "the store does not take it" : why);
+  }
   return true;
 }
 

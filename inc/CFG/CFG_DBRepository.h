@@ -194,7 +194,8 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   bool CheckIntegrity(std::string& reason);
   // Why the database failed since the last call; empty when it did not.
   std::string TakeFailure();
-  // Why the database refused the last change, with the place; empty when it did not.
+  // Why the last value or subtree was not written or deleted by the rules of the tree, with the
+  // place; empty when it was.
   std::string TakeRefusal();
   // Forgets deletions of more than so many days ago. How many went, -1 on failure.
   int PurgeDeletedEntries(int days);
@@ -244,6 +245,9 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   CFG_SubTree* child_at(const RWCString& path, int index);
   String_Arr* found_below(const RWCString& name, const RWCString& path);
   bool is_taken(const RWCString& path);  // by a key or a value
+  // Keeps for TakeRefusal why the connection was not asked. Gives `answer` back.
+  int refused(const RWCString& path, const char* why, int answer);
+  bool may_write(const RWCString& path, const char* op);
 
   const std::unique_ptr<const Given> m_given;      // null: the properties hold
   std::atomic<CFGDB_Conn*> m_connection{nullptr};  // owned; made by Connect, once

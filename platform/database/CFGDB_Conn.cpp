@@ -143,6 +143,11 @@ std::string CFGDB_Conn::TakeRefusal() {
   return std::exchange(m_refusal, {});
 }
 
+void CFGDB_Conn::NoteRefusal(std::string_view path, std::string_view why) {
+  const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
+  m_refusal.assign("path <").append(path).append(">: ").append(why);
+}
+
 bool CFGDB_Conn::reject(const char* op, std::string_view path, const std::string& why) {
   note_failure(why);
   return logger.reject(false, "%s: path <%s>: %s\n", op, path, why);
@@ -268,7 +273,7 @@ int CFGDB_Conn::end(const char* op, std::string_view path, int commit) {
 // By the rules of the tree: the store has not failed.
 int CFGDB_Conn::refuse(const char* op, std::string_view path, int code, const char* why) {
   logger.error("%s: path <%s>: %s\n", op, path, why);
-  m_refusal.assign("path <").append(path).append(">: ").append(why);
+  NoteRefusal(path, why);
   if (m_auto_commit && m_is_changing) {
     m_store->rollback();
     forget_transaction();

@@ -84,6 +84,8 @@ class HALVORIA_API CFGDB_Conn {
   // Why the last change was refused by the rules of the tree, with the place; empty when it was
   // not.
   std::string TakeRefusal();
+  // Keeps why it is not even asked to change what is at a path.
+  void NoteRefusal(std::string_view path, std::string_view why);
 
   // --- transactions ---------------------------------------------------------------------------
 

@@ -21,6 +21,7 @@ constexpr Log_Logger logger("src/CFG/CFG_DBRepository", 502);
 
 constexpr char kRoot[] = "halvoria";
 constexpr char kBelowRoot[] = "halvoria\\";
+constexpr char kNoPath[] = "no path is given";
 
 // The tree at `node` as rows in order of path, which are in lower case whoever made the tree. Ends
 // at the first path that is too long to be written: each row has its whole path, so that all rows
@@ -41,6 +42,15 @@ std::unique_ptr<Tmr_PtrSortedVector<Tree_NodeInfo>> rows_of(const Tree_NodePtr& 
 
 }  // namespace
 
+int CFG_DBRepository::refused(const RWCString& path, const char* why, int answer) {
+  if (CFGDB_Conn* const db = m_connection) db->NoteRefusal(path, why);
+  return answer;
+}
+
+bool CFG_DBRepository::may_write(const RWCString& path, const char* op) {
+  return IsValidPath(path, op) || refused(path, "path validation refuses it", FALSE);
+}
+
 // --- values --------------------------------------------------------------------------------------
 
 int CFG_DBRepository::SetValue(const RWCString& value_path, const RWCString& value_data) try {
@@ -49,15 +59,22 @@ int CFG_DBRepository::SetValue(const RWCString& value_path, const RWCString& val
   const RWCString& path = actual;
   logger.info("Start SetValue for path <%s> and value <%s>\n", path, value_data);
   if (path.isNull()) {
-    return logger.reject(FALSE, "%svalue <%s> : value_path is Null,return FALSE\n", op, value_data);
+    return refused(
+        path, kNoPath,
+        logger.reject(FALSE, "%svalue <%s> : value_path is Null,return FALSE\n", op, value_data));
   }
   if (value_data.isNull()) {
-    return logger.reject(FALSE, "%s for path <%s> : value_data is Null,return FALSE\n", op, path);
+    return refused(
+        path, "a value is not empty",
+        logger.reject(FALSE, "%s for path <%s> : value_data is Null,return FALSE\n", op, path));
   }
-  if (!IsValidPath(path, "CFG_DBRepository::SetValue")) return FALSE;
+  if (!may_write(path, "CFG_DBRepository::SetValue")) return FALSE;
   if (!path.view().starts_with(kBelowRoot)) {
-    return logger.reject(
-        FALSE, "%s for path <%s> : Path does not start with 'halvoria\\',return FALSE\n", op, path);
+    return refused(
+        path, "values are below 'halvoria' only",
+        logger.reject(FALSE,
+                      "%s for path <%s> : Path does not start with 'halvoria\\',return FALSE\n", op,
+                      path));
   }
   const CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
                                    CFG_PerformanceEvent::PERFORMANCE_SET_VALUE, path);
@@ -89,7 +106,10 @@ int CFG_DBRepository::DeleteValue(const RWCString& given) try {
   const actual_string actual(given);
   const RWCString& path = actual;
   logger.info("Start %s %s\n", op, path);
-  if (path.isNull()) return logger.reject(FALSE, "%s : path is empty string, return FALSE\n", op);
+  if (path.isNull()) {
+    return refused(path, kNoPath,
+                   logger.reject(FALSE, "%s : path is empty string, return FALSE\n", op));
+  }
   const CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
                                    CFG_PerformanceEvent::PERFORMANCE_DELETE_VALUE, path);
   const Step one_step(m_changes);
@@ -175,7 +195,8 @@ int CFG_DBRepository::DeleteSubTree(const RWCString& given) try {
   const RWCString& path = actual;
   logger.trace("Start %s for path <%s>\n", op, path);
   if (path.isNull()) {
-    return logger.reject(FALSE, "%s : path is empty string, return FALSE\n", signature);
+    return refused(path, kNoPath,
+                   logger.reject(FALSE, "%s : path is empty string, return FALSE\n", signature));
   }
   // What an import let in can go again.
   const bool is_there = ask(op, [&](CFGDB_Conn& db) { return db.IsSubTreeExist(path, 0) != 0; });
@@ -205,7 +226,7 @@ int CFG_DBRepository::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString
     return logger.reject(FALSE, "%s, for path <%s> sub_tree is NULL, return FALSE\n", op,
                          actual.text());
   }
-  if (!IsValidPath(actual, op)) return FALSE;
+  if (!may_write(actual, op)) return FALSE;
   Tree_NodePtr data = sub_tree->GetData();
   return WriteSubTree(data, actual);
 } catch (...) {
@@ -220,12 +241,15 @@ int CFG_DBRepository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& give
     return logger.reject(FALSE, "path <%s> sub tree data is null, return FALSE\n", path);
   }
   if (path.isNull() && sub_tree->NameView() != kRoot) {
-    return logger.reject(FALSE, "path is empty string, key is <%s> return FALSE\n",
-                         sub_tree->NameView());
+    return refused(path, "the root alone is written without a path",
+                   logger.reject(FALSE, "path is empty string, key is <%s> return FALSE\n",
+                                 sub_tree->NameView()));
   }
   if (sub_tree->NameView().empty()) {
-    return logger.reject(
-        FALSE, "path <%s>: sub_tree->GetKeyName return empty string, return FALSE\n", path);
+    return refused(
+        path, "the key to be written has no name",
+        logger.reject(FALSE, "path <%s>: sub_tree->GetKeyName return empty string, return FALSE\n",
+                      path));
   }
   const CFG_PerformanceEvent event(CFGPerformanceEnabled(), "DB",
                                    CFG_PerformanceEvent::PERFORMANCE_WRITE_SUB_TREE, path);

@@ -5,6 +5,7 @@
 #include <barrier>
 #include <thread>
 
+#include <CFG/detail/path_validation.h>
 #include <logging/Log_Capture.h>
 #include <support/forked.h>
 #include <tree/Tree_Node.h>
@@ -256,6 +257,21 @@ TEST_P(Database, KeepsTreesOutThatCouldNotBeFoundOrSent) {
   }
   EXPECT_FALSE(m_repository->SetValue("halvoria\\n", RWCString(std::string_view("a\0b", 3))));
   EXPECT_EQ(content(), "halvoria{k{new{name=x} v=1}}");
+}
+
+TEST_P(Database, DeletesKeysThatValidationWouldNotLetInAndSaysWhatItRefuses) {
+  write(tree_of("halvoria", {{"100%\\v", "1"}}));
+  cfg::set_path_validation(true);
+  EXPECT_TRUE(m_repository->DeleteSubTree("halvoria\\100%"));
+  EXPECT_FALSE(m_repository->DeleteSubTree("halvoria\\100%"));
+  cfg::set_path_validation(false);
+  EXPECT_EQ(m_repository->TakeRefusal(), "path <halvoria\\100%>: path validation refuses it");
+  EXPECT_EQ(content(), "halvoria{}");
+  CFG_SubTree tree("k");
+  EXPECT_FALSE(m_repository->AddOrReplaceSubTree(&tree, ""));
+  EXPECT_EQ(m_repository->TakeRefusal(), "path <>: the root alone is written without a path");
+  EXPECT_TRUE(m_repository->SetValue("halvoria\\a", "1"));
+  EXPECT_EQ(m_repository->TakeRefusal(), "");
 }
 
 TEST_P(Database, ServesSeveralThreads) {
