@@ -1,6 +1,4 @@
 // ping: whether the service is there, and its store.
-#include <CFG/CFG_Connector.h>
-#include <connection/Conn_PingClient.h>
 #include <system/Sys_Process.h>
 
 #include "parameters.h"
@@ -10,8 +8,6 @@
 namespace cli {
 
 namespace {
-
-constexpr std::chrono::seconds TIME_OUT(5);
 
 std::string milliseconds(std::chrono::microseconds time) {
   char text[32];
@@ -33,14 +29,11 @@ ServiceAddress service_of(const Arguments& arguments) {
 int run_ping(Session& session) {
   const Arguments& arguments = session.arguments;
   const ServiceAddress address = service_of(arguments);
-  CFG_Connector connector;
-  connector.SetTimeOuts({TIME_OUT, TIME_OUT, TIME_OUT});
-  connector.InitConn(RWCString(address.host), address.port, "", "cfg",
-                     Conn_SyncConnector::TOKEN_PLAIN, 0);
+  ServiceConnection service(address);
+  CFG_Connector& connector = service.connector();
   connector.SetUser(Sys_UserName());
   connector.SetApplication("cfg");
-  const Conn_PingClient::Answer answer = Conn_PingClient::Ping(connector);
-  if (!answer.is_alive) throw unreachable(address, answer);
+  const Conn_PingClient::Answer answer = service.ping();
   if (connector.GetMaxSeqNumber().isNull()) {  // which is never empty
     throw Failure(UNREACHABLE,
                   "the service at " + address.text() +

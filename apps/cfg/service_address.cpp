@@ -1,12 +1,16 @@
 #include "service_address.h"
 
+#include <algorithm>
 #include <charconv>
+
+#include "library_log.h"
 
 namespace cli {
 
 namespace {
 
 constexpr int DEFAULT_PORT = 5020;
+constexpr std::chrono::milliseconds PING_TIME(5000);
 
 bool parse_port(std::string_view text, int& port) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
@@ -37,7 +41,8 @@ ServiceAddress ServiceAddress::of(const std::string& text) {
 }
 
 ServiceAddress ServiceAddress::of(const CFG_ConnectionParameters& parameters) {
-  ServiceAddress address{parameters.remote_server_name.str(), 0};
+  ServiceAddress address{parameters.remote_server_name.str(), 0, parameters.connection_type,
+                         parameters.connection_properties};
   if (address.host.empty() || !parse_port(parameters.remote_server_port.str(), address.port)) {
     throw Failure(UNREACHABLE,
                   "the parameters name no service: remote_server_name and remote_server_port say "
@@ -51,13 +56,34 @@ std::string ServiceAddress::text() const {
   return (is_v6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
 }
 
-Failure unreachable(const ServiceAddress& address, const Conn_PingClient::Answer& ping) {
-  const std::string reason = ping.reason.str();
-  if (ping.is_refused) {
-    return {UNREACHABLE, "the service at " + address.text() + " refuses: " + reason};
+ServiceConnection::ServiceConnection(const ServiceAddress& address) : m_address(address) {
+  const std::pair<const char*, RWCString> properties[] = {
+      {"HALVORIA_REMOTE_SERVER_NAME", address.host},
+      {"HALVORIA_REMOTE_SERVER_PORT", std::to_string(address.port)},
+      {"HALVORIA_CONNECTION_TYPE", address.connection_type},
+      {"HALVORIA_CONNECTION_PROPERTIES", address.connection_properties}};
+  for (const auto& [name, text] : properties) {
+    if (!text.isNull()) m_repository.SetProperty(name, text);
   }
-  return {UNREACHABLE,
-          "no service answers at " + address.text() + ": " + reason + " ('svcfg' serves a tree)"};
+  const Reasons reasons;
+  m_connector.reset(m_repository.GetConnector());
+  const std::string fault = m_connector->LastError().str();
+  if (fault.empty()) return;
+  throw Failure(UNREACHABLE, "cannot connect to the service at " + address.text() + ": " + fault);
+}
+
+Conn_PingClient::Answer ServiceConnection::ping() {
+  auto time_outs = m_connector->GetTimeOuts();
+  time_outs.answer = std::min(time_outs.answer, PING_TIME);
+  m_connector->SetTimeOuts(time_outs);
+  const Conn_PingClient::Answer answer = Conn_PingClient::Ping(*m_connector);
+  if (answer.is_alive) return answer;
+  const std::string at = m_address.text(), reason = answer.reason.str();
+  if (answer.is_refused) {
+    throw Failure(UNREACHABLE, "the service at " + at + " refuses: " + reason);
+  }
+  throw Failure(UNREACHABLE,
+                "no service answers at " + at + ": " + reason + " ('svcfg' serves a tree)");
 }
 
 }  // namespace cli

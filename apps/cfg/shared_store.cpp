@@ -2,7 +2,6 @@
 
 #include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_Repository.h>
-#include <connection/Conn_PingClient.h>
 #include <system/Sys_Process.h>
 #include <tree/Tree_Node.h>
 
@@ -14,7 +13,6 @@ namespace cli {
 namespace {
 
 constexpr char ROOT[] = "halvoria";
-constexpr std::chrono::seconds PING_TIME(5);
 
 // The update sees its own changes before anybody else does, and so can be tried.
 class OpenUpdate : public Draft {
@@ -40,12 +38,7 @@ class OpenUpdate : public Draft {
 }  // namespace
 
 std::unique_ptr<SharedStore> SharedStore::of_service(const ServiceAddress& address, Access access) {
-  const Conn_PingClient::Answer ping =
-      Conn_PingClient::Ping(RWCString(address.host), address.port, "", 1, PING_TIME);
-  if (!ping.is_alive) throw unreachable(address, ping);
   auto repository = std::make_unique<OneUpdate<CFG_Repository>>();
-  repository->SetProperty("HALVORIA_REMOTE_SERVER_NAME", RWCString(address.host));
-  repository->SetProperty("HALVORIA_REMOTE_SERVER_PORT", RWCString(std::to_string(address.port)));
   repository->Connect();
   // Whom the service's log names.
   repository->SetProperty("CurrUser", Sys_UserName());

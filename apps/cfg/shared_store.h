@@ -15,7 +15,8 @@ namespace cli {
 // saved, and which is undone when it is not.
 class SharedStore : public Store {
  public:
-  // A Failure(UNREACHABLE) when no service answers there, or another writes for too long.
+  // Over the service that a ServiceConnection has reached. A Failure(UNREACHABLE) when another
+  // writes for too long.
   static std::unique_ptr<SharedStore> of_service(const ServiceAddress& address, Access access);
   // Over the properties that the factory has set from a parameters file.
   static std::unique_ptr<SharedStore> of_database(const std::string& name, const std::string& file,

@@ -34,10 +34,10 @@ std::unique_ptr<Store> store_of_parameters(const Arguments& arguments, Store::Ac
   const ChosenParameters parameters = choose_parameters(arguments.params_file);
   const RWCString& type = parameters.values.cfg_type;
   if (type == "remote") {
-    // Asked before the factory, which would not say that nobody answers.
-    auto store = SharedStore::of_service(ServiceAddress::of(parameters.values), access);
+    const ServiceAddress address = ServiceAddress::of(parameters.values);
+    ServiceConnection(address).ping();          // the factory would not say that nobody answers
     factory_repository(arguments, parameters);  // sets the properties of the local node
-    return store;
+    return SharedStore::of_service(address, access);
   }
   if (type == "db") {
     factory_repository(arguments, parameters);
@@ -52,7 +52,9 @@ std::unique_ptr<Store> Store::open(const Arguments& arguments, Access access) {
   set_properties(arguments.properties);
   if (!arguments.tree_file.empty()) return FileStore::open(arguments, access);
   if (!arguments.server.empty()) {
-    return SharedStore::of_service(ServiceAddress::of(arguments.server), access);
+    const ServiceAddress address = ServiceAddress::of(arguments.server);
+    ServiceConnection(address).ping();
+    return SharedStore::of_service(address, access);
   }
   return store_of_parameters(arguments, access);
 }

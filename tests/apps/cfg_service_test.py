@@ -64,9 +64,14 @@ class OverTheService(cfg_verbs_test.OddNames, cfg_verbs_test.VerbTables):
                 if changes is not None:
                     self.assertEqual(sorted_lines(difference), sorted(changes))
 
+    def params(self, more, port=0):
+        text = (f"cfg_type = remote\nremote_server_name = 127.0.0.1\n"
+                f"remote_server_port = {port or self.service.port}\nlocal_host_ip = 127.0.0.1\n")
+        (self.folder / "params.txt").write_text(text + more)
+        return text
+
     def test_a_parameters_file_names_the_service_or_the_database(self):
-        remote = (f"cfg_type = remote\nremote_server_name = 127.0.0.1\n"
-                  f"remote_server_port = {self.service.port}\nlocal_host_ip = 127.0.0.1\n")
+        remote = self.params("")
         database = (f"cfg_type = db\nuser = x\nconn_string = sqlite:{self.folder}/tree.sqlite\n"
                     f"local_host_ip = 127.0.0.1\n")
         for kind, text in (("remote", remote), ("db", database)):
@@ -90,6 +95,24 @@ class OverTheService(cfg_verbs_test.OddNames, cfg_verbs_test.VerbTables):
                               r"CFG_SET_VALUE halvoria\\conf\\reports\\paper")
         self.assertIn(r"CFG_DEL_SUB halvoria\users\osei", log)
         self.assertNotIn("A5", log)
+        self.params("")
+        self.assertEqual(self.run_cfg("--params params.txt set halvoria/by params")[0], 0)
+        self.assertRegex(self.service.log_text(), r"user '(?!CFG)\w+', application 'cfg', session \d+ "
+                         r"from 127.0.0.1:\d+: CFG_SET_VALUE halvoria\\by")
+
+    def test_connections_are_as_the_parameters_file_says(self):
+        self.params("connection_properties = connssl\n")
+        for verb in ("set halvoria/in plain", "get halvoria/users/osei/name", "ping"):
+            code, output, error = self.run_cfg(f"--params params.txt {verb}")
+            self.assertEqual((code, output), (5, ""))
+            self.assertIn("there is no encryption (TLS) yet", error)
+        self.assertEqual(self.on_store("get halvoria/in")[0], 3)
+        with socket.create_server(("127.0.0.1", 0)) as silent:
+            self.params("connection_properties = answer_timeout=0.2\n", silent.getsockname()[1])
+            for verb in ("set halvoria/in vain", "ls", "ping"):
+                code, _, error = self.run_cfg(f"--params params.txt {verb}")
+                self.assertEqual(code, 5)
+                self.assertIn("no answer within 200 ms", error)
 
     def test_a_service_that_is_not_there_is_exit_code_5(self):
         code, output, error = self.on_store("ping")
