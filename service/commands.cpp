@@ -127,76 +127,76 @@ bool values(Work& work) {
 
 struct Handler {
   Command command;
-  bool is_quick;
+  Cost cost;
   bool (*run)(Work&);
 };
 
-constexpr bool QUICK = true;
+using enum Cost;
 
 // In the order of the commands; those that are not here are the session's or streamed.
 constexpr Handler handlers[] = {
-    {Command::SET_VALUE, !QUICK,
+    {Command::SET_VALUE, SHORT,
      [](Work& w) { return change(w, w.store.SetValue(w.request.path, w.request.value)); }},
-    {Command::DEL_VAL, !QUICK,
+    {Command::DEL_VAL, SHORT,
      [](Work& w) { return change(w, w.store.DeleteValue(w.request.path)); }},
-    {Command::DEL_SUB, !QUICK,
+    {Command::DEL_SUB, LONG,
      [](Work& w) { return change(w, w.store.DeleteSubTree(w.request.path)); }},
-    {Command::WRITE_SUB, !QUICK, write_sub},
+    {Command::WRITE_SUB, LONG, write_sub},
     {Command::GET_VAL, QUICK, [](Work& w) { return text(w, w.store.GetValue(w.request.path)); }},
-    {Command::GET_VAL_INX, !QUICK,
+    {Command::GET_VAL_INX, SHORT,
      [](Work& w) {
        RWCString path = path_of(w);
        return text(w, w.store.GetValue(path, w.request.index));
      }},
-    {Command::GET_VAL_NAME, !QUICK,
+    {Command::GET_VAL_NAME, SHORT,
      [](Work& w) {
        RWCString path = path_of(w);
        return text(w, w.store.GetValueName(path, w.request.index));
      }},
-    {Command::GET_VAL_NUM, !QUICK,
+    {Command::GET_VAL_NUM, SHORT,
      [](Work& w) {
        RWCString path = path_of(w);
        return number(w, w.store.GetValueNum(path));
      }},
-    {Command::GET_SUB_NUM, !QUICK,
+    {Command::GET_SUB_NUM, SHORT,
      [](Work& w) {
        RWCString path = path_of(w);
        return number(w, w.store.GetSubTreeNum(path));
      }},
-    {Command::GET_SUB_ENTRIES_COUNT, !QUICK,
+    {Command::GET_SUB_ENTRIES_COUNT, LONG,
      [](Work& w) { return number(w, w.store.GetSubTreeEntriesCount(w.request.path)); }},
     {Command::GET_SUB_EXISTS, QUICK,
      [](Work& w) { return yes_or_no(w, w.store.IsSubTreeExist(w.request.path)); }},
-    {Command::GET_SUB_PATHS, !QUICK, key_names},
-    {Command::GET_SUB_TREE_VALUES, !QUICK, values},
-    {Command::GET_SUB_INX, !QUICK,
+    {Command::GET_SUB_PATHS, SHORT, key_names},
+    {Command::GET_SUB_TREE_VALUES, SHORT, values},
+    {Command::GET_SUB_INX, LONG,
      [](Work& w) {
        RWCString path = path_of(w);
        return sub_tree(w, w.store.GetSubTree(path, w.request.index));
      }},
-    {Command::GET_SUB_MERGE, !QUICK, sub_tree_by_rule},
-    {Command::GET_SUB_TREE_ONLY_WITH_VALUES, !QUICK, sub_tree_with_values_by_rule},
-    {Command::GET_SUB_LONG_VALUE, !QUICK,
+    {Command::GET_SUB_MERGE, LONG, sub_tree_by_rule},
+    {Command::GET_SUB_TREE_ONLY_WITH_VALUES, LONG, sub_tree_with_values_by_rule},
+    {Command::GET_SUB_LONG_VALUE, LONG,
      [](Work& w) { return sub_tree(w, w.store.GetSubTreeWithLongValues(w.request.path)); }},
-    {Command::GET_SUB_LONG_VALUE_WILDCARD, !QUICK,
+    {Command::GET_SUB_LONG_VALUE_WILDCARD, LONG,
      [](Work& w) { return sub_tree(w, w.store.GetSubTreeWithPrecentAndWildcard(w.request.path)); }},
-    {Command::GET_SUB_WITH_VALUE_PRECENT_WILDCARD, !QUICK,
+    {Command::GET_SUB_WITH_VALUE_PRECENT_WILDCARD, LONG,
      [](Work& w) {
        return sub_tree(w, w.store.GetSubTreeOnlyWithValuesWithPrecentAndWildcard(w.request.path));
      }},
     {Command::GET_VALUE_BY_SEARCH_RULE, QUICK, found_by_rule},
-    {Command::FILL_PATH, !QUICK, [](Work& w) { return list(w, w.store.FillPath(w.request.path)); }},
-    {Command::FILL_PATH_NAME_VALUE, !QUICK,
+    {Command::FILL_PATH, LONG, [](Work& w) { return list(w, w.store.FillPath(w.request.path)); }},
+    {Command::FILL_PATH_NAME_VALUE, LONG,
      [](Work& w) {
        return text(w, w.store.FillPath(w.request.path, w.request.value_name, w.request.value));
      }},
-    {Command::GET_NODE_NAME, !QUICK,
+    {Command::GET_NODE_NAME, SHORT,
      [](Work& w) { return text(w, w.store.GetNodeName(w.request.path)); }},
-    {Command::GET_NODE_NAME_BY_IP, !QUICK,
+    {Command::GET_NODE_NAME_BY_IP, SHORT,
      [](Work& w) { return text(w, w.store.GetNodeNameByIp(w.request.path)); }},
     {Command::SERV_NODE_NAME, QUICK, [](Work& w) { return text(w, w.store.GetServerNodeName()); }},
     {Command::GET_MAX_SEQ, QUICK, [](Work& w) { return text(w, w.store.GetMaxSeqNumber()); }},
-    {Command::GET_MAX_SEQ_PATH, !QUICK,
+    {Command::GET_MAX_SEQ_PATH, LONG,
      [](Work& w) { return text(w, w.store.GetMaxSeqNumber(w.request.path)); }},
     {Command::GET_DEL_MIN_SEQ, QUICK,
      [](Work& w) { return text(w, w.store.GetMinSeqNumberOfDeletedEntry()); }},
@@ -234,9 +234,9 @@ bool carry_out(StoreRepository& store, const Request& request, Conn_FormWriter& 
   return is_done;
 }
 
-bool is_quick(const CommandRow& row) {
+Cost cost_of(const CommandRow& row) {
   const Handler* handler = handler_of(row);
-  return handler && handler->is_quick;
+  return handler ? handler->cost : SHORT;
 }
 
 }  // namespace service

@@ -14,7 +14,12 @@ namespace service {
 bool carry_out(StoreRepository& store, const Request& request, Conn_FormWriter& frame, int& result,
                std::string& reason);
 
-// Whether a command takes a few lookups whatever the size of the tree.
-bool is_quick(const cfg::protocol::CommandRow& row);
+// How long a command may take.
+enum class Cost : uint8_t {
+  QUICK,  // a few lookups whatever the size of the tree
+  SHORT,  // the keys or values of one key
+  LONG,   // a subtree, or more
+};
+Cost cost_of(const cfg::protocol::CommandRow& row);
 
 }  // namespace service

@@ -92,6 +92,12 @@ class RequestReader {
 
 }  // namespace
 
+void Request::shrink() {
+  if (value.length() > MAX_TEXT) value = RWCString();
+  if (rules.size() > 16) std::vector<RWCString>().swap(rules);
+  subtree = {};
+}
+
 std::vector<const char*> Request::rule_texts() const {
   std::vector<const char*> texts;
   texts.reserve(rules.size());

@@ -26,6 +26,8 @@ struct Request {
   int compressed = 0;
   std::vector<RWCString> rules;
 
+  // Gives large buffers back.
+  void shrink();
   // The rules as the services take them; valid until they change.
   std::vector<const char*> rule_texts() const;
 };

@@ -44,11 +44,16 @@ Settings with_threads(Settings settings) {
   return settings;
 }
 
-void log_change(const Session& session, const char* outcome) {
-  const Request& request = session.request;
+void log_change(const Call& call, const char* outcome) {
+  const Request& request = call.request();
   logger.info(
-      "%s: %s %s: %s\n", [&] { return session.caller.text(); }, request.row->name, request.path,
+      "%s: %s %s: %s\n", [&] { return call.caller().text(); }, request.row->name, request.path,
       outcome);
+}
+
+void log_refusal(const Call& call, const std::string& why) {
+  logger.warning("%s: %s %s is refused: %s\n", call.caller().text(), call.request().row->name,
+                 call.request().path, why);
 }
 
 }  // namespace
@@ -56,7 +61,7 @@ void log_change(const Session& session, const char* outcome) {
 // Calls keep_house every second.
 class Service::Housekeeper : public Thread {
  public:
-  explicit Housekeeper(Service& owner) : Thread("svcfg house"), m_owner(owner) { start(); }
+  explicit Housekeeper(Service& owner) : Thread("svcfg house"), m_owner(owner) {}
   ~Housekeeper() override {
     m_end.signal();
     join();
@@ -64,7 +69,12 @@ class Service::Housekeeper : public Thread {
 
  private:
   void Run() override {
-    while (!m_end.wait_for(seconds(1))) m_owner.keep_house();
+    while (!m_end.wait_for(seconds(1))) keep_house();
+  }
+  void keep_house() try {
+    m_owner.keep_house();
+  } catch (const std::exception& failure) {  // the next time it may do
+    logger.error("the housekeeping failed: %s\n", failure.what());
   }
 
   Service& m_owner;
@@ -75,7 +85,8 @@ Service::Service(const Settings& settings)
     : m_settings(with_threads(settings)),
       m_is_store_local(settings.store.rfind(SQLITE, 0) == 0),
       m_stores(RWCString(settings.store), RWCString(settings.store_user),
-               static_cast<int>(settings.write_wait * 1000)) {}
+               static_cast<int>(settings.write_wait * 1000)),
+      m_streams(settings, m_stores, m_readers, m_writer) {}
 
 Service::~Service() { stop(); }
 
@@ -91,22 +102,51 @@ bool Service::start(std::string& reason) {
   // Whether the paths of writes are checked is a setting of the tree.
   m_quick_stores.front()->InitValidatePathProperties();
   m_next_purge = Clock::now();
-  m_workers = std::make_unique<Workers>(static_cast<int>(m_settings.workers));
   Conn_Handler& handler = *this;
   m_server = std::make_unique<Conn_Server>(server_settings(m_settings), handler);
+  m_housekeeper = std::make_unique<Housekeeper>(*this);
+  if (!m_writer.start(1) || !m_readers.start(static_cast<int>(m_settings.workers))) {
+    reason = "the system gives no more threads";
+    return false;
+  }
   if (!m_server->start(reason)) return false;
   m_claim.tell(m_settings.listen, port());
-  m_housekeeper = std::make_unique<Housekeeper>(*this);
-  return true;
+  if (m_housekeeper->start()) return true;
+  reason = "the system gives no more threads";
+  return false;
 }
 
 void Service::stop() {
   m_is_stopping = true;
   m_housekeeper.reset();
+  m_turns.refuse_late(Clock::time_point::max());
+  m_streams.stop();
   if (m_server) m_server->stop(seconds(m_settings.stop_time));
-  if (m_workers) m_workers->stop();
+  m_readers.stop();
+  m_writer.stop();
   m_quick_stores.clear();
   m_claim.give_back();
+}
+
+struct Service::SessionCommand {
+  Command command;
+  void (Service::*run)(Call);
+  void (Service::*run_after_loss)(Call);  // of the lock
+};
+
+constexpr Service::SessionCommand Service::session_commands[] = {
+    {Command::LOCK, &Service::lock, &Service::tell_of_loss},
+    {Command::UNLOCK, &Service::unlock, &Service::tell_of_loss},
+    {Command::ROLLBACK, &Service::roll_back, &Service::tell_of_loss},
+    {Command::ENABLE_EXTENDED_TIMEOUT, &Service::enable_extended, &Service::enable_extended},
+    {Command::DISABLE_EXTENDED_TIMEOUT, &Service::disable_extended, &Service::disable_extended},
+};
+
+const Service::SessionCommand* Service::session_command(const CommandRow& row) {
+  for (const SessionCommand& known : session_commands) {
+    if (known.command == row.command) return &known;
+  }
+  return nullptr;
 }
 
 // --- connections ---------------------------------------------------------------------------------
@@ -121,321 +161,250 @@ void Service::opened(Conn_Session& connection) {
 }
 
 void Service::closed(Conn_Session& connection) {
-  const Session& session = session_of(connection);
+  Session& session = *static_cast<Session*>(connection.attachment.get());
   logger.detail("%s ends\n", [&] { return session.caller.text(); });
-  if (!session.has_lock()) return;
-  post(connection.shared_from_this(), [this](Conn_Session&, Session& left) {
-    logger.info("%s is gone: what it has not committed is undone\n", left.caller.text());
-    left.store->Rollback();
-    leave_lock(left);
-  });
+  const auto lock = std::exchange(session.lock, nullptr);
+  if (!lock || lock->holder().empty()) return;
+  logger.info("%s is gone: what it has not committed is undone\n", session.caller.text());
 }
 
 void Service::request(Conn_Session& connection, std::string_view name, std::string_view fields) {
+  Call call(connection);
   const CommandRow* row = find_command(name);
   if (!row) {
-    connection.refuse("there is no command '" + std::string(name.substr(0, 100)) + "'");
-    return;
+    return call.refuse("there is no command '" + std::string(name.substr(0, 100)) + "'");
   }
-  Session& session = session_of(connection);
+  Session& session = call.session();
   std::string fault;
   if (!read_request(fields, *row, session.caller, session.request, fault)) {
     logger.warning("%s: %s is refused: %s\n", session.caller.text(), row->name, fault);
-    connection.refuse(std::string(row->name) + ": " + fault);
-    return;
+    return call.refuse(std::string(row->name) + ": " + fault);
   }
-  if (row->effect == Effect::READS) return read(connection, session);
-  if (!is_admitted(connection, session)) return;
-  if (row->effect == Effect::CHANGES) return change(connection, session);
-  session_command(connection, session);
+  if (!is_admitted(call)) return;
+  if (session.lock && !call.use_lock()) return dispatch_after_loss(std::move(call));
+  dispatch(std::move(call));
 }
 
-bool Service::is_admitted(Conn_Session& connection, const Session& session) {
-  const Request& request = session.request;
+bool Service::is_admitted(Call& call) {
   std::string reason;
-  if (m_gate.admits(session.caller, *request.row, request.path.str(), reason)) return true;
-  logger.warning("%s: %s %s is refused: %s\n", session.caller.text(), request.row->name,
-                 request.path, reason);
-  connection.refuse(reason);
+  if (m_gate.admits(call.caller(), call.request(), reason)) return true;
+  log_refusal(call, reason);
+  call.refuse(reason);
   return false;
 }
 
-void Service::post(SessionPtr connection, Job job) {
-  m_workers->post([connection = std::move(connection), job = std::move(job)] {
-    Session& session = session_of(*connection);
-    try {
-      job(*connection, session);
-    } catch (const std::exception& failure) {  // such as no memory
-      logger.error("%s: %s %s failed: %s\n", session.caller.text(), session.request.row->name,
-                   session.request.path, failure.what());
-      connection->close();
-      connection->refuse("the request failed");
-    }
-  });
+void Service::dispatch(Call call) {
+  switch (call.request().row->effect) {
+    case Effect::READS:
+      return read(std::move(call));
+    case Effect::CHANGES:
+      return change(std::move(call));
+    case Effect::SESSION:
+      break;
+  }
+  const SessionCommand* const command = session_command(*call.request().row);
+  if (command) return (this->*command->run)(std::move(call));
+  call.refuse(std::string(call.request().row->name) + " is not carried out here");
+}
+
+void Service::post(Workers& workers, Lane lane, Call call, Work work) {
+  workers.post(lane, [this, work, call = std::move(call)]() mutable { do_work(call, work); });
+}
+
+void Service::do_work(Call& call, Work work) try {
+  (this->*work)(call);
+} catch (const std::exception& failure) {  // such as no memory
+  call.fail(failure.what());
 }
 
 // --- answers -------------------------------------------------------------------------------------
 
-void Service::answer(Conn_Session& connection, Session& session, StoreRepository& store) {
+void Service::answer(Call& call, StoreRepository& store) {
   int result = 0;
   std::string reason;
   store.TakeFailure();
-  bool is_done = carry_out(store, session.request, connection.answer(), result, reason);
+  bool is_done = carry_out(store, call.request(), call.answer(), result, reason);
   // An empty answer would say that there is nothing.
   const std::string failure = store.TakeFailure();
-  if (!failure.empty() && (session.request.row->effect == Effect::READS || !result)) {
+  const bool is_change = call.request().row->effect == Effect::CHANGES;
+  if (!failure.empty() && (!is_change || !result)) {
     is_done = false;
     reason = "the store failed: " + failure;
   }
-  if (session.request.row->effect == Effect::CHANGES) {
-    log_change(session, !result              ? "refused"
-                        : session.has_lock() ? "done, not yet committed"
-                                             : "done");
+  if (is_change) {
+    log_change(call, !result ? "refused" : call.lock() ? "done, not yet committed" : "done");
   }
-  if (is_done) {
-    connection.finish();
-  } else {
-    logger.error("%s: %s: %s\n", session.caller.text(), session.request.row->name, reason);
-    connection.refuse(reason);
-  }
+  if (is_done) return call.finish();
+  logger.error("%s: %s: %s\n", call.caller().text(), call.request().row->name, reason);
+  call.refuse(reason);
 }
 
-void Service::answer_from_store(Conn_Session& connection, Session& session) {
-  if (session.has_lock()) return answer(connection, session, *session.store);
+void Service::answer_from_store(Call& call) {
+  if (call.lock()) return answer(call, call.lock().store());
   const Stores::Lease store = m_stores.lease();
-  if (store) return answer(connection, session, *store);
-  connection.refuse("the service cannot reach its store");
+  if (store) return answer(call, *store);
+  call.refuse("the service cannot reach its store");
 }
 
-void Service::answer_success(Conn_Session& connection, int code) {
-  write_success(connection.answer(), code);
-  connection.finish();
-}
-
-void Service::read(Conn_Session& connection, Session& session) {
-  const CommandRow& row = *session.request.row;
-  if (row.reply == Reply::TREE) return ask_for_stream(connection);
-  if (m_is_store_local && !session.has_lock() && is_quick(row)) {
-    return answer(connection, session, *m_quick_stores[static_cast<size_t>(connection.thread())]);
+void Service::read(Call call) {
+  const CommandRow& row = *call.request().row;
+  if (row.reply == Reply::TREE) return m_streams.send(std::move(call));
+  if (call.lock()) {
+    return post(m_writer, Lane::SHORT, std::move(call), &Service::answer_from_store);
   }
-  post(connection.shared_from_this(),
-       [this](Conn_Session& c, Session& s) { answer_from_store(c, s); });
+  const Cost cost = cost_of(row);
+  if (cost == Cost::QUICK && m_is_store_local) {
+    return answer(call, *m_quick_stores[static_cast<size_t>(call.thread())]);
+  }
+  const Lane lane = cost == Cost::LONG ? Lane::LONG : Lane::SHORT;
+  post(m_readers, lane, std::move(call), &Service::answer_from_store);
 }
 
 // --- changes -------------------------------------------------------------------------------------
 
-void Service::change(Conn_Session& connection, Session& session) {
-  if (session.has_lock()) {
-    return post(connection.shared_from_this(),
-                [this](Conn_Session& c, Session& s) { answer_from_store(c, s); });
+void Service::change(Call call) {
+  if (call.lock()) {
+    return post(m_writer, Lane::SHORT, std::move(call), &Service::answer_from_store);
   }
-  when_it_may_write(connection, [this](Conn_Session& c, Session& s) {
-    const WriteTurnGuard turn(m_turn);
-    answer_from_store(c, s);
-  });
+  when_it_may_write(std::move(call), &Service::change_now);
 }
 
-void Service::when_it_may_write(Conn_Session& connection, Job job) {
+void Service::change_now(Call& call, Quota::Share&) { answer_from_store(call); }
+
+void Service::when_it_may_write(Call call, WriteWork work) {
   const auto until = Clock::now() + seconds(m_settings.write_wait);
-  m_turn.ask(until, [this, waiting = connection.shared_from_this(), job](bool is_granted) {
-    if (is_granted && !m_is_stopping) return post(waiting, job);
-    if (is_granted) m_turn.give_back();
-    const Session& session = session_of(*waiting);
-    const char* why = m_is_stopping ? "the service stops" : "another client writes for too long";
-    logger.warning("%s: %s %s is refused: %s\n", session.caller.text(), session.request.row->name,
-                   session.request.path, why);
-    waiting->refuse(why);
-  });
-}
-
-void Service::session_command(Conn_Session& connection, Session& session) {
-  switch (session.request.row->command) {
-    case Command::LOCK:
-      return lock(connection, session);
-    case Command::UNLOCK:
-      return unlock(connection, session);
-    case Command::ROLLBACK:
-      return roll_back(connection, session);
-    default:
-      session.is_extended = session.request.row->command == Command::ENABLE_EXTENDED_TIMEOUT;
-      connection.skip();
-  }
-}
-
-void Service::lock(Conn_Session& connection, Session& session) {
-  if (session.has_lock()) return answer_success(connection, TRUE);
-  when_it_may_write(connection, [this](Conn_Session& c, Session& s) {
-    WriteTurnGuard turn(m_turn);
-    Stores::Lease store = m_stores.lease();
-    if (!store) return c.refuse("the service cannot reach its store");
-    store->TakeFailure();
-    const int code = store->Lock();
-    if (!code) return c.refuse("the store is not to be locked: " + store->TakeFailure());
-    s.store = std::move(store);
-    turn.keep();
-    s.locked_since = Clock::now();
-    {
-      const MutexGuard guard(m_mutex);
-      m_lock_holder = c.weak_from_this();
+  m_turns.ask(1, until, [this, work, call = std::move(call)](Quota::Share turn) mutable {
+    if (!turn || m_is_stopping) {
+      const std::string why = why_not_yet();
+      log_refusal(call, why);
+      return call.refuse(why);
     }
-    answer_success(c, code);
+    m_writer.post(Lane::SHORT,
+                  [this, work, turn = std::move(turn), call = std::move(call)]() mutable {
+                    try {
+                      (this->*work)(call, turn);
+                    } catch (const std::exception& failure) {
+                      call.fail(failure.what());
+                    }
+                  });
   });
 }
 
-void Service::unlock(Conn_Session& connection, Session& session) {
-  if (!session.has_lock()) return answer_success(connection, TRUE);
-  post(connection.shared_from_this(), [this](Conn_Session& c, Session& s) {
-    const bool has_changes = s.store->HasPendingChanges();
-    const int code = s.store->UnLock();
-    log_change(s, !code         ? "the commit failed, nothing is changed"
-                  : has_changes ? "committed"
-                                : "nothing to commit");
-    const std::string failure = s.store->TakeFailure();
-    leave_lock(s);
-    if (!code && !failure.empty()) return c.refuse("the store failed: " + failure);
-    answer_success(c, code);
-  });
+std::string Service::why_not_yet() {
+  return m_is_stopping ? "the service stops" : "another client writes for too long";
 }
 
-void Service::roll_back(Conn_Session& connection, Session& session) {
-  if (!session.has_lock()) return answer_success(connection, TRUE);
-  post(connection.shared_from_this(), [this](Conn_Session& c, Session& s) {
-    const int code = s.store->Rollback();
-    log_change(s, "undone");
-    answer_success(c, code);
-  });
+// --- the session -----------------------------------------------------------------------------
+
+void Service::lock(Call call) {
+  if (call.lock()) return call.succeed(TRUE);
+  when_it_may_write(std::move(call), &Service::lock_now);
 }
 
-void Service::leave_lock(Session& session) {
-  session.store->SetAutoCommit(1);
-  session.store.reset();
+void Service::lock_now(Call& call, Quota::Share& turn) {
+  Stores::Lease store = m_stores.lease();
+  if (!store) return call.refuse("the service cannot reach its store");
+  store->TakeFailure();
+  if (!store->Lock()) return call.refuse("the store is not to be locked: " + store->TakeFailure());
+  const auto give_back = [this](Lock::Held held) {
+    m_writer.post(Lane::SHORT, [held = std::move(held)] {});
+  };
+  Session& session = call.session();
+  session.lock =
+      std::make_shared<Lock>(session.caller.text(), Lock::Held{std::move(turn), std::move(store)},
+                             session.is_extended, give_back);
   {
     const MutexGuard guard(m_mutex);
-    m_lock_holder.reset();
+    m_holder = {session.lock, call.connection().weak_from_this()};
   }
-  m_turn.give_back();
+  call.succeed(TRUE);
 }
 
-// --- trees ---------------------------------------------------------------------------------------
-
-void Service::ask_for_stream(Conn_Session& connection) {
-  {
-    const MutexGuard guard(m_mutex);
-    if (m_streams >= m_settings.max_streams) {
-      m_waiting_streams.push_back(connection.shared_from_this());
-      return;
-    }
-    ++m_streams;
-  }
-  post(connection.shared_from_this(), [this](Conn_Session& c, Session& s) { start_stream(c, s); });
+void Service::unlock(Call call) {
+  if (!call.lock()) return call.succeed(TRUE);
+  post(m_writer, Lane::SHORT, std::move(call), &Service::unlock_now);
 }
 
-void Service::start_stream(Conn_Session& connection, Session& session) {
-  session.stream_since = Clock::now();
-  if (!session.has_lock()) session.stream_store = m_stores.lease();
-  StoreRepository* store = session.has_lock() ? session.store.get() : session.stream_store.get();
-  if (!store) {
-    end_stream(session);
-    return connection.refuse("the service cannot reach its store");
-  }
-  session.stream.emplace(*store);
-  if (!session.stream->start(session.request)) {
-    end_stream(session);
-    return connection.refuse(session.request.path.str() + " cannot be read from the store");
-  }
-  next_chunk(connection, session);
+void Service::unlock_now(Call& call) {
+  const Lock::Held held = call.release_lock();
+  const bool has_changes = held.store->HasPendingChanges();
+  const int code = held.store->UnLock();
+  log_change(call, !code         ? "the commit failed, nothing is changed"
+                   : has_changes ? "committed"
+                                 : "nothing to commit");
+  const std::string failure = held.store->TakeFailure();
+  if (!code && !failure.empty()) return call.refuse("the store failed: " + failure);
+  call.succeed(code);
 }
 
-void Service::next_chunk(Conn_Session& connection, Session& session) {
-  bool is_last = false;
-  const bool is_late = Clock::now() > session.stream_since + seconds(m_settings.stream_time);
-  if (is_late || !session.stream->write_next(connection.answer(), is_last)) {
-    logger.error("%s: %s %s is broken off: %s\n", session.caller.text(), session.request.row->name,
-                 session.request.path,
-                 is_late ? "the client takes it too slowly" : "the store cannot be read");
-    end_stream(session);
-    connection.refuse("the tree could not be sent to its end");
-    return connection.close();
-  }
-  if (is_last) {
-    end_stream(session);
-    return connection.finish();
-  }
-  session.chunk_steps = 0;
-  const SessionPtr streaming = connection.shared_from_this();
-  connection.send_part([this, streaming](bool is_sent) {
-    session_of(*streaming).is_chunk_lost = !is_sent;
-    end_chunk_step(streaming);
-  });
-  session.stream->read_ahead();
-  end_chunk_step(streaming);
+void Service::roll_back(Call call) {
+  if (!call.lock()) return call.succeed(TRUE);
+  post(m_writer, Lane::SHORT, std::move(call), &Service::roll_back_now);
 }
 
-void Service::end_chunk_step(const SessionPtr& streaming) {
-  Session& session = session_of(*streaming);
-  if (session.chunk_steps.fetch_add(1) == 0) return;
-  if (!session.is_chunk_lost) {
-    return post(streaming, [this](Conn_Session& c, Session& s) { next_chunk(c, s); });
-  }
-  end_stream(session);
-  streaming->skip();
+void Service::roll_back_now(Call& call) {
+  const int code = call.lock().store().Rollback();
+  log_change(call, "undone");
+  call.succeed(code);
 }
 
-void Service::end_stream(Session& session) {
-  session.stream.reset();
-  session.stream_store.reset();
-  SessionPtr next;
-  {
-    const MutexGuard guard(m_mutex);
-    if (m_waiting_streams.empty()) {
-      --m_streams;
-      return;
-    }
-    next = std::move(m_waiting_streams.front());
-    m_waiting_streams.pop_front();
-  }
-  post(next, [this](Conn_Session& c, Session& s) { start_stream(c, s); });
+void Service::set_extended(Call call, bool is_extended) {
+  Session& session = call.session();
+  session.is_extended = is_extended;
+  if (session.lock) session.lock->set_extended(is_extended);
+  call.skip();
+}
+
+// What follows would be taken for a part of what is undone, until the client has been told.
+void Service::dispatch_after_loss(Call call) {
+  const SessionCommand* const command = session_command(*call.request().row);
+  if (command) return (this->*command->run_after_loss)(std::move(call));
+  const std::string why = call.session().lock->lost();
+  log_refusal(call, why);
+  call.refuse(why);
+}
+
+void Service::tell_of_loss(Call call) {
+  const auto lock = std::exchange(call.session().lock, nullptr);
+  write_success(call.answer(), FALSE);
+  write_reason(call.answer(), lock->lost());
+  call.finish();
 }
 
 // --- housekeeping --------------------------------------------------------------------------------
 
 void Service::keep_house() {
   const auto now = Clock::now();
-  m_turn.refuse_late(now);
-  end_old_transaction();
+  m_turns.refuse_late(now);
+  m_streams.look_after(now);
+  watch_lock(now);
   if (now < m_next_purge) return;
   m_next_purge = now + PURGE_EVERY;
   purge_deletions();
 }
 
-void Service::end_old_transaction() {
-  SessionPtr holder;
-  {
-    const MutexGuard guard(m_mutex);
-    holder = m_lock_holder.lock();
-  }
-  if (!holder) return;
-  const Session& session = session_of(*holder);
-  const int64_t most =
-      session.is_extended ? m_settings.extended_transaction_time : m_settings.transaction_time;
-  if (Clock::now() < session.locked_since.load() + seconds(most)) return;
-  {
-    // Who has given it back meanwhile may stay, and whoever has it now.
-    const MutexGuard guard(m_mutex);
-    if (m_lock_holder.lock() != holder) return;
-    m_lock_holder.reset();
-  }
-  logger.warning(
-      "session %Iu from %s holds the lock for more than %Id s: its connection is closed\n",
-      static_cast<size_t>(holder->id()), holder->peer(), static_cast<ptrdiff_t>(most));
-  holder->close();
+Service::Holder Service::holder() {
+  const MutexGuard guard(m_mutex);
+  return m_holder;
+}
+
+void Service::watch_lock(Clock::time_point now) {
+  const Holder holder = this->holder();
+  const auto lock = holder.lock.lock();
+  if (!lock) return;
+  const Lock::Limits limits{seconds(m_settings.transaction_time),
+                            seconds(m_settings.transaction_time),
+                            seconds(m_settings.extended_transaction_time)};
+  const std::string who = lock->holder();
+  std::string reason;
+  if (!lock->check_time(now, limits, reason)) return;
+  logger.warning("%s loses the lock: %s\n", who, reason);
 }
 
 void Service::purge_deletions() {
-  m_turn.ask(Clock::now() + seconds(m_settings.write_wait), [this](bool is_granted) {
-    if (!is_granted) return;
-    m_workers->post([this] {
-      const WriteTurnGuard turn(m_turn);
+  m_turns.ask(1, Clock::now() + seconds(m_settings.write_wait), [this](Quota::Share turn) {
+    if (!turn) return;
+    m_writer.post(Lane::SHORT, [this, turn = std::move(turn)] {
       const Stores::Lease store = m_stores.lease();
       const int gone =
           store ? store->PurgeDeletedEntries(static_cast<int>(m_settings.keep_deletions)) : -1;

@@ -1,31 +1,53 @@
 // The central service.
+//
+// A request's way:
+//
+//   connection      a waiting thread reads it and calls request(); from here on it is a Call, which
+//                   owes one answer and refuses itself when it is dropped
+//   request         its fields, as the command's row says
+//   gate            who may do what
+//   lock            a session that has the lock uses it until the request is answered; one that has
+//                   lost it is told so instead
+//   by the row's effect
+//     reads         quick ones over a local store are answered at once, on the waiting thread and
+//                   its own connection to the store; others by the readers, in lanes, so that long
+//                   ones never take them all; trees a chunk at a time (streams)
+//     changes       wait for the turn to write (quota), are made by the writer, and give it back;
+//                   no read, however long, is in their way
+//     session       the lock, which keeps the turn; all that its session asks for goes to the
+//     writer
+//   commands        what the store answers, written as the row's reply says
+//   answer          small ones are sent; large ones count while they wait to be taken (quota)
+//
+// What is held on this way (the answer owed, the turn, the lock, a place, a connection to the
+// store) is a value that gives itself back, whatever is thrown. Nobody waits while holding a thread
+// but for the store. Once a second the housekeeper looks for what has taken too long.
 #pragma once
 
 #include <atomic>
 #include <chrono>
-#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <connection/Conn_Server.h>
 
-#include "session.h"
+#include "call.h"
+#include "gate.h"
+#include "quota.h"
 #include "settings.h"
 #include "store_claim.h"
 #include "stores.h"
+#include "streams.h"
 #include "workers.h"
-#include "write_gate.h"
-#include "write_turn.h"
 
 namespace service {
 
 // Serves the commands of CFG_Protocol.h from one store, to any number of clients.
 //
-// Quick reads are answered by the threads that wait for requests, each over a connection to the
-// store of its own; everything else is handed to the workers. Changes take turns. A client that
-// holds the lock keeps the turn and a connection to the store of its own, so that only it sees
-// what it has not committed; when it goes, or holds the lock too long, what it did is undone.
+// Changes take turns. A client that holds the lock keeps the turn and a connection to the store of
+// its own, so that only it sees what it has not committed; when it goes, is silent or holds the
+// lock too long, what it did is undone.
 //
 // Threads: start and stop by one. Failures are answers to the client and lines in the log.
 class Service : private Conn_Handler {
@@ -42,62 +64,74 @@ class Service : private Conn_Handler {
   void stop();
 
  private:
-  using SessionPtr = std::shared_ptr<Conn_Session>;
-  using Job = std::function<void(Conn_Session&, Session&)>;
+  using Clock = std::chrono::steady_clock;
+  using Work = void (Service::*)(Call&);
+  using WriteWork = void (Service::*)(Call&, Quota::Share& turn);
   class Housekeeper;
+  struct SessionCommand;
+  static const SessionCommand session_commands[];
+  static const SessionCommand* session_command(const cfg::protocol::CommandRow& row);
 
   void opened(Conn_Session& connection) override;
   void request(Conn_Session& connection, std::string_view name, std::string_view fields) override;
   void closed(Conn_Session& connection) override;
 
-  bool is_admitted(Conn_Session& connection, const Session& session);
-  void read(Conn_Session& connection, Session& session);
-  void change(Conn_Session& connection, Session& session);
-  void session_command(Conn_Session& connection, Session& session);
-  void lock(Conn_Session& connection, Session& session);
-  void unlock(Conn_Session& connection, Session& session);
-  void roll_back(Conn_Session& connection, Session& session);
+  bool is_admitted(Call& call);
+  void dispatch(Call call);
+  void read(Call call);
+  void change(Call call);
+  void dispatch_after_loss(Call call);
+  void lock(Call call);
+  void lock_now(Call& call, Quota::Share& turn);
+  void unlock(Call call);
+  void unlock_now(Call& call);
+  void roll_back(Call call);
+  void roll_back_now(Call& call);
+  void enable_extended(Call call) { set_extended(std::move(call), true); }
+  void disable_extended(Call call) { set_extended(std::move(call), false); }
+  void set_extended(Call call, bool is_extended);
+  void tell_of_loss(Call call);
 
-  // Runs the job on a worker.
-  void post(SessionPtr connection, Job job);
+  // Runs the work on one of the threads.
+  void post(Workers& workers, Lane lane, Call call, Work work);
+  void do_work(Call& call, Work work);
+  // Runs the work on the writer when it may write; refuses it when it waits too long.
+  void when_it_may_write(Call call, WriteWork work);
+  std::string why_not_yet();
+  void change_now(Call& call, Quota::Share& turn);
   // Over the connection to the store that the lock has, or a leased one.
-  void answer_from_store(Conn_Session& connection, Session& session);
-  void answer(Conn_Session& connection, Session& session, StoreRepository& store);
-  void answer_success(Conn_Session& connection, int code);
-
-  // A tree: at most so many at a time, a chunk at a time.
-  void ask_for_stream(Conn_Session& connection);
-  void start_stream(Conn_Session& connection, Session& session);
-  void next_chunk(Conn_Session& connection, Session& session);
-  void end_chunk_step(const SessionPtr& streaming);
-  void end_stream(Session& session);
-
-  // Runs the job on a worker when the connection may write; refuses it when it waits too long.
-  void when_it_may_write(Conn_Session& connection, Job job);
-  // Gives the lock back that the session holds.
-  void leave_lock(Session& session);
+  void answer_from_store(Call& call);
+  void answer(Call& call, StoreRepository& store);
+  void send(Call& call);
 
   void keep_house();  // every second
-  void end_old_transaction();
+  void watch_lock(Clock::time_point now);
   void purge_deletions();
 
   const Settings m_settings;
   const bool m_is_store_local;
-  WriteGate m_gate;
-  WriteTurn m_turn;
+  Gate m_gate;
+  Quota m_turns{1};
   StoreClaim m_claim;
   Stores m_stores;
   std::vector<Stores::Lease> m_quick_stores;  // one of each waiting thread
-  std::unique_ptr<Workers> m_workers;
+  Workers m_writer{"svcfg writer"};           // of whoever has the turn, hence one thread
+  Workers m_readers{"svcfg reader"};
+  Streams m_streams;
   std::unique_ptr<Conn_Server> m_server;
   std::unique_ptr<Housekeeper> m_housekeeper;
 
+  // Who has the lock, or had it last.
+  struct Holder {
+    std::weak_ptr<Lock> lock;
+    std::weak_ptr<Conn_Session> connection;
+  };
+  Holder holder();
+
   Mutex m_mutex;
-  int m_streams THREADAPI_GUARDED_BY(m_mutex) = 0;
-  std::deque<SessionPtr> m_waiting_streams THREADAPI_GUARDED_BY(m_mutex);
-  std::weak_ptr<Conn_Session> m_lock_holder THREADAPI_GUARDED_BY(m_mutex);
+  Holder m_holder THREADAPI_GUARDED_BY(m_mutex);
   std::atomic<bool> m_is_stopping{false};
-  std::chrono::steady_clock::time_point m_next_purge;  // the housekeeper's
+  Clock::time_point m_next_purge;  // the housekeeper's
 };
 
 }  // namespace service

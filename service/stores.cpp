@@ -1,10 +1,22 @@
 #include "stores.h"
 
+#include <logging/Logger.h>
+
 namespace service {
 
 namespace {
 
+constexpr Log_Logger logger("service/stores", 508);
+
 constexpr size_t MOST_KEPT = 16;  // more are closed when they come back
+
+// Nothing is open over it any more.
+bool is_settled(StoreRepository& repository) {
+  if (repository.GetAutoCommit()) return true;
+  if (!repository.Rollback()) return false;
+  repository.SetAutoCommit(TRUE);
+  return repository.GetAutoCommit() != 0;
+}
 
 }  // namespace
 
@@ -26,10 +38,27 @@ Stores::Lease Stores::lease() {
   return Lease(fresh.release(), Return{this});
 }
 
-void Stores::take_back(StoreRepository* repository) {
+void Stores::take_back(StoreRepository* repository) noexcept {
   std::unique_ptr<StoreRepository> back(repository);
+  try {
+    if (!is_settled(*back)) {
+      logger.error("a transaction could not be undone: its connection to the store is closed\n");
+      return;
+    }
+    const MutexGuard guard(m_mutex);
+    if (m_free.size() < MOST_KEPT) m_free.push_back(std::move(back));
+  } catch (const std::exception& failure) {
+    logger.error("a connection to the store is closed: %s\n", failure.what());
+  }
+}
+
+void Stores::shrink() {
+  std::vector<std::unique_ptr<StoreRepository>> unused;  // are closed without the lock
   const MutexGuard guard(m_mutex);
-  if (m_free.size() < MOST_KEPT) m_free.push_back(std::move(back));
+  while (m_free.size() > 1) {
+    unused.push_back(std::move(m_free.back()));
+    m_free.pop_back();
+  }
 }
 
 }  // namespace service

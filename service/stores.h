@@ -22,9 +22,10 @@ class Stores {
  public:
   struct Return {
     Stores* stores;
-    void operator()(StoreRepository* repository) const { stores->take_back(repository); }
+    void operator()(StoreRepository* repository) const noexcept { stores->take_back(repository); }
   };
-  // A connection for one user at a time. It goes back when this goes.
+  // A connection for one user at a time. It goes back when this goes, and what was not committed
+  // over it is undone; where that fails, the connection is closed instead.
   using Lease = std::unique_ptr<StoreRepository, Return>;
 
   // `write_wait`: how long a change waits for a writer outside this process, in milliseconds.
@@ -34,9 +35,11 @@ class Stores {
 
   // Null, with the reason in the log, when the store cannot be reached.
   Lease lease();
+  // Closes what nobody uses, but for one.
+  void shrink();
 
  private:
-  void take_back(StoreRepository* repository);
+  void take_back(StoreRepository* repository) noexcept;
 
   const RWCString m_connection;
   const RWCString m_user;

@@ -1,5 +1,6 @@
 #include "workers.h"
 
+#include <algorithm>
 #include <exception>
 
 #include <logging/Logger.h>
@@ -8,39 +9,63 @@ namespace service {
 
 namespace {
 constexpr Log_Logger logger("service/workers", 508);
-}
+
+constexpr size_t index_of(Lane lane) { return static_cast<size_t>(lane); }
+}  // namespace
 
 class Workers::Worker : public Thread {
  public:
-  explicit Worker(Workers& owner) : Thread("svcfg worker"), m_owner(owner) { start(); }
+  explicit Worker(Workers& owner) : Thread(owner.m_name), m_owner(owner) {}
   ~Worker() override { join(); }
 
  private:
   void Run() override {
-    for (std::function<void()> job; m_owner.take(job); job = nullptr) run(job);
+    Job job;
+    Lane lane;
+    while (m_owner.take(job, lane)) {
+      run(job);
+      m_owner.is_done(lane);
+    }
   }
   // The others go on.
-  static void run(const std::function<void()>& job) try {
-    job();
-  } catch (const std::exception& failure) {
+  static void run(Job& job) try { job(); } catch (const std::exception& failure) {
     logger.error("a job failed: %s\n", failure.what());
   }
 
   Workers& m_owner;
 };
 
-Workers::Workers(int threads) {
-  for (int i = 0; i < threads; ++i) m_threads.push_back(std::make_unique<Worker>(*this));
-}
+Workers::Workers(const char* name) : m_name(name) {}
 
 Workers::~Workers() { stop(); }
 
-void Workers::post(std::function<void()> job) {
+bool Workers::start(int threads) {
   {
     const MutexGuard guard(m_mutex);
-    m_jobs.push_back(std::move(job));
+    m_count = threads;
+  }
+  for (int i = 0; i < threads; ++i) {
+    m_threads.push_back(std::make_unique<Worker>(*this));
+    if (m_threads.back()->start()) continue;
+    stop();
+    return false;
+  }
+  return true;
+}
+
+void Workers::post(Lane lane, Job job) {
+  {
+    const MutexGuard guard(m_mutex);
+    if (m_has_stopped) return;
+    m_jobs[index_of(lane)].push_back({m_posted, std::move(job)});
+    ++m_posted;
   }
   m_changed.notify_one();
+}
+
+uint64_t Workers::posted() {
+  const MutexGuard guard(m_mutex);
+  return m_posted;
 }
 
 void Workers::stop() {
@@ -50,16 +75,51 @@ void Workers::stop() {
   }
   m_changed.notify_all();
   m_threads.clear();
+  std::array<std::deque<Posted>, LANES> left;  // goes without the lock
+  const MutexGuard guard(m_mutex);
+  m_has_stopped = true;
+  left.swap(m_jobs);
 }
 
-bool Workers::take(std::function<void()>& job) {
+bool Workers::has_room(size_t lane) const {
+  if (lane == index_of(Lane::SHORT)) return true;
+  const int long_ones = m_running[index_of(Lane::LONG)];
+  const int streams = m_running[index_of(Lane::STREAM)];
+  if (long_ones + streams >= std::max(m_count - 1, 1)) return false;
+  return lane == index_of(Lane::STREAM) || long_ones < std::max(m_count / 2, 1);
+}
+
+size_t Workers::next_lane() const {
+  size_t next = LANES;
+  for (size_t lane = 0; lane < LANES; ++lane) {
+    if (m_jobs[lane].empty() || !has_room(lane)) continue;
+    if (next == LANES || m_jobs[lane].front().number < m_jobs[next].front().number) next = lane;
+  }
+  return next;
+}
+
+// Who is stopping runs what there is, whichever thread has room for it first.
+bool Workers::take(Job& job, Lane& lane) {
   const MutexGuard guard(m_mutex);
-  m_changed.wait(m_mutex,
-                 [&]() THREADAPI_REQUIRES(m_mutex) { return m_is_stopping || !m_jobs.empty(); });
-  if (m_jobs.empty()) return false;
-  job = std::move(m_jobs.front());
-  m_jobs.pop_front();
+  size_t next = LANES;
+  m_changed.wait(m_mutex, [&]() THREADAPI_REQUIRES(m_mutex) {
+    next = next_lane();
+    return m_is_stopping || next != LANES;
+  });
+  if (next == LANES) return false;
+  job = std::move(m_jobs[next].front().job);
+  m_jobs[next].pop_front();
+  ++m_running[next];
+  lane = static_cast<Lane>(next);
   return true;
+}
+
+void Workers::is_done(Lane lane) {
+  {
+    const MutexGuard guard(m_mutex);
+    --m_running[index_of(lane)];
+  }
+  m_changed.notify_one();
 }
 
 }  // namespace service

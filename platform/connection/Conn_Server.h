@@ -34,8 +34,10 @@ class HALVORIA_API Conn_Session : public std::enable_shared_from_this<Conn_Sessi
   virtual int thread() const = 0;               // the waiting thread, from 0, that has it for good
   // The next frame of the answer. Begun anew after every send.
   virtual Conn_FormWriter& answer() = 0;
-  // Sends the frame as the last of the answer, and goes on to the next request.
-  virtual void finish() = 0;
+  // Sends the frame as the last of the answer, and goes on to the next request. What is kept goes
+  // when the network has taken the frame, or the connection is gone.
+  void finish() { finish(nullptr); }
+  virtual void finish(std::shared_ptr<void> kept) = 0;
   // Sends the frame and calls back, on the session's waiting thread and never from within this
   // call, when the network took it: more follows. The argument is false when the connection is
   // gone; then nothing more is sent, but the request is still to be ended by one of the others.
@@ -48,6 +50,9 @@ class HALVORIA_API Conn_Session : public std::enable_shared_from_this<Conn_Sessi
   virtual void refuse(std::string_view reason) = 0;
   // Closes the connection, once what is under way has been answered.
   virtual void close() = 0;
+  // Closes it at once when the network does not take a part of an answer; else nothing. The reason
+  // is for the log.
+  virtual void break_off(const char* reason) = 0;
 
   // What the handler keeps with the connection.
   std::shared_ptr<void> attachment;

@@ -137,12 +137,18 @@ void Conn_ServerSession::answer_ping() {
 
 // --- answering -----------------------------------------------------------------------------------
 
-void Conn_ServerSession::on_thread(Done operation) {
-  if (m_thread->is_current()) return (this->*operation)();
-  m_thread->post([self = self(), operation] { (self.get()->*operation)(); });
+bool Conn_ServerSession::on_thread(Done operation) {
+  if (!m_thread->is_current()) {
+    return m_thread->post([self = self(), operation] { (self.get()->*operation)(); });
+  }
+  (this->*operation)();
+  return true;
 }
 
-void Conn_ServerSession::finish() { on_thread(&Conn_ServerSession::send_last); }
+void Conn_ServerSession::finish(std::shared_ptr<void> kept) {
+  m_kept = std::move(kept);
+  if (!on_thread(&Conn_ServerSession::send_last)) m_kept.reset();
+}
 void Conn_ServerSession::skip() { on_thread(&Conn_ServerSession::leave_unanswered); }
 void Conn_ServerSession::close() { on_thread(&Conn_ServerSession::close_when_answered); }
 
@@ -154,7 +160,13 @@ void Conn_ServerSession::refuse(std::string_view reason) {
 
 void Conn_ServerSession::send_part(std::function<void(bool)> sent) {
   m_part_sent = std::move(sent);
-  on_thread(&Conn_ServerSession::start_part);
+  if (!on_thread(&Conn_ServerSession::start_part)) m_part_sent = nullptr;
+}
+
+void Conn_ServerSession::break_off(const char* reason) {
+  m_thread->post([self = self(), reason] {
+    if (self->m_state == State::SENDING_PART) self->end(reason);
+  });
 }
 
 void Conn_ServerSession::start_part() {
@@ -189,8 +201,9 @@ void Conn_ServerSession::send_frame(bool more) {
 
 void Conn_ServerSession::sent() {
   if (m_state == State::SENDING_LAST) return answered();
-  // Not from within send_part, so that a stream does not recurse and others get their turn.
-  m_thread->post([self = self()] { self->report_part(); });
+  // Not from within send_part, so that a stream does not recurse and others get their turn. Also
+  // when the thread is about to end: who sends the part waits for it.
+  asio::post(m_thread->io(), [self = self()] { self->report_part(); });
 }
 
 void Conn_ServerSession::report_part() {
@@ -201,6 +214,7 @@ void Conn_ServerSession::report_part() {
 }
 
 void Conn_ServerSession::answered() {
+  m_kept.reset();
   if (m_is_refused) {
     m_stream->end_sending();
     set_state(State::DRAINING);

@@ -20,11 +20,13 @@ class Conn_ServerSession final : public Conn_Session {
   const std::string& peer() const override { return m_peer; }
   int thread() const override { return m_thread->number(); }
   Conn_FormWriter& answer() override { return m_answer; }
-  void finish() override;
+  using Conn_Session::finish;
+  void finish(std::shared_ptr<void> kept) override;
   void send_part(std::function<void(bool)> sent) override;
   void skip() override;
   void refuse(std::string_view reason) override;
   void close() override;
+  void break_off(const char* reason) override;
 
   // The rest is called on the waiting thread.
   void start();                             // is one of the server's sessions
@@ -47,8 +49,8 @@ class Conn_ServerSession final : public Conn_Session {
   std::shared_ptr<Conn_ServerSession> self() {
     return std::static_pointer_cast<Conn_ServerSession>(shared_from_this());
   }
-  // Calls the operation on the waiting thread, now when this is it.
-  void on_thread(Done operation);
+  // Calls the operation on the waiting thread, now when this is it. False when that has ended.
+  bool on_thread(Done operation);
   void set_state(State state);
   void go_on();
   void receive();
@@ -75,6 +77,7 @@ class Conn_ServerSession final : public Conn_Session {
   Conn_FormWriter m_answer;
   std::string_view m_name;  // of the request, in what was received
   std::function<void(bool)> m_part_sent;
+  std::shared_ptr<void> m_kept;  // until the answer is sent
   State m_state = State::READING;
   unsigned m_since = 0;  // the tick at which the state began, or the frame that is read
   bool m_frame_has_begun = false;

@@ -52,11 +52,12 @@ class Conn_ServerThread {
   int number() const { return m_number; }
   Conn_ServerShared& shared() const { return *m_shared; }
   bool is_current() const { return m_executor.running_in_this_thread(); }
-  // Runs it on this thread; drops it when the thread has ended.
+  // Runs it on this thread. When that has ended, drops it and answers false.
   template <class Work>
-  void post(Work work) {
+  bool post(Work work) {
     const std::lock_guard guard(m_end_mutex);
     if (!m_has_ended) asio::post(m_io, std::move(work));
+    return !m_has_ended;
   }
 
   // The rest is for this thread itself.

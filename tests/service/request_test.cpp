@@ -1,13 +1,14 @@
-// Requests taken apart, and whose turn it is to write.
+// Requests taken apart, and who gets how much of what when.
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <map>
 #include <new>
 
 #include <connection/Conn_Form.h>
+#include <service/quota.h>
 #include <service/request.h>
 #include <service/workers.h>
-#include <service/write_turn.h>
 
 namespace {
 
@@ -107,12 +108,14 @@ TEST(Requests, WhatIsMissingOrTooMuchIsNamed) {
   for (const auto& c : cases) EXPECT_EQ(read(c.fields, c.command, caller, request), c.expected);
 }
 
-TEST(Turns, GoByTheOrderOfAskingAndTheLateAreRefused) {
-  service::WriteTurn turn;
+TEST(Quotas, GoByTheOrderOfAskingAndTheLateAreRefused) {
+  service::Quota turns(1);
   std::string order;
+  std::map<char, service::Quota::Share> has;
   const auto asks = [&](char who, std::chrono::seconds wait) {
-    turn.ask(Clock::now() + wait, [&order, who](bool is_granted) {
-      order += is_granted ? who : static_cast<char>(who - 'a' + 'A');
+    turns.ask(1, Clock::now() + wait, [&, who](service::Quota::Share share) {
+      order += share ? who : static_cast<char>(who - 'a' + 'A');
+      has[who] = std::move(share);
     });
   };
   const std::chrono::seconds soon(-1), later(1000);
@@ -121,29 +124,44 @@ TEST(Turns, GoByTheOrderOfAskingAndTheLateAreRefused) {
   asks('c', later);
   asks('d', later);
   EXPECT_EQ(order, "a");
-  turn.refuse_late(Clock::now());
+  turns.refuse_late(Clock::now());
   EXPECT_EQ(order, "aB");
-  turn.give_back();
-  turn.give_back();
+  has['a'].give_back();
+  has['c'].give_back();
   EXPECT_EQ(order, "aBcd");
-  turn.give_back();
+  has['d'].give_back();
   asks('e', later);
   EXPECT_EQ(order, "aBcde");
 }
 
-TEST(Workers, GoOnAfterAJobThatFails) {
+TEST(Quotas, AmountsAreGivenOutInOrderAndMoreThanAllIsAll) {
+  service::Quota bytes(10);
+  service::Quota::Share some = bytes.take(6), large, small;
+  EXPECT_FALSE(bytes.take(5));
+  bytes.ask(1000, Clock::now(), [&](service::Quota::Share share) { large = std::move(share); });
+  bytes.ask(2, Clock::now(), [&](service::Quota::Share share) { small = std::move(share); });
+  EXPECT_FALSE(small) << "one that came later went past the large one";
+  EXPECT_FALSE(bytes.take(1));
+  some.give_back();
+  EXPECT_TRUE(large && !small);
+  large.give_back();
+  EXPECT_TRUE(small && bytes.take(8));
+}
+
+// What a job, or who is called back, holds, comes back whatever is thrown.
+TEST(Quotas, ComeBackFromAJobThatFails) {
   std::atomic<int> done{0};
-  {
-    service::WriteTurn turn;
-    service::Workers workers(1);
-    turn.ask(Clock::now(), [](bool) {});
-    workers.post([&] {
-      const service::WriteTurnGuard guard(turn);
-      throw std::bad_alloc();
-    });
-    workers.post([&] { turn.ask(Clock::now(), [&](bool is_granted) { done += is_granted; }); });
-  }
+  service::Quota turns(1);
+  service::Workers workers("test");
+  ASSERT_TRUE(workers.start(1));
+  turns.ask(1, Clock::now(), [&](service::Quota::Share turn) {
+    workers.post(service::Lane::SHORT, [turn = std::move(turn)] { throw std::bad_alloc(); });
+  });
+  turns.ask(1, Clock::now(), [](service::Quota::Share) { throw std::bad_alloc(); });
+  turns.ask(1, Clock::now(), [&](service::Quota::Share turn) { done += static_cast<bool>(turn); });
+  workers.stop();
   EXPECT_EQ(done, 1);
+  EXPECT_TRUE(turns.take(1));
 }
 
 }  // namespace

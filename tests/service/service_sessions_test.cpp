@@ -119,17 +119,32 @@ TEST(Sessions, WhoHoldsTheLockTooLongLosesIt) {
   ServiceWorld world([](service::Settings& settings) { settings.transaction_time = 1; });
   Client silent, other;
   CFG_Connector& connector = *silent.GetConnector();  // without the extended time-out
-  ASSERT_TRUE(connector.StartTransaction());
-  ASSERT_TRUE(connector.Lock());
-  ASSERT_TRUE(connector.SetValue(path, "half"));
-  EXPECT_TRUE(other.SetValue("halvoria\\a\\c", "goes on"));
-  EXPECT_EQ(other.GetValue(path), "");
-  EXPECT_FALSE(connector.SetValue(path, "more of it"));
-  EXPECT_FALSE(connector.UnLock());
-  connector.EndTransaction();
-  EXPECT_TRUE(connector.SetValue(path, "alone"));
+  const std::function<int()> ends[] = {
+      [&] { return connector.UnLock(); },
+      [&] { return connector.Rollback(); },
+      [&] { return connector.Lock(); },
+  };
+  int round = 0;
+  for (const auto& end : ends) {
+    const RWCString goes_on = "goes on " + std::to_string(++round);
+    ASSERT_TRUE(connector.Lock());
+    ASSERT_TRUE(connector.SetValue(path, "half"));
+    EXPECT_TRUE(other.SetValue("halvoria\\a\\c", goes_on));
+    // Until it is told, nothing may seem to belong to what is undone.
+    const auto is_refused = [&](int result) {
+      const std::string why = connector.LastError().str();
+      EXPECT_FALSE(result);
+      EXPECT_NE(why.find("what was not committed is undone: it was held"), why.npos) << why;
+    };
+    is_refused(connector.SetValue(path, "more of it"));
+    is_refused(connector.IsSubTreeExist("halvoria"));
+    is_refused(end());
+    EXPECT_TRUE(connector.UnLock()) << "as of a session that never had it";
+    EXPECT_TRUE(connector.SetValue(path, "alone"));
+    EXPECT_EQ(other.GetValue(path), "alone");
+    ASSERT_TRUE(other.DeleteValue(path));
+  }
   silent.FreeConnector(&connector);
-  EXPECT_EQ(other.GetValue(path), "alone");
 }
 
 TEST(Sessions, ClientsThatDoNotBehaveDisturbNobody) {

@@ -1,0 +1,219 @@
+#include "streams.h"
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <optional>
+
+#include <logging/Logger.h>
+
+#include "tree_stream.h"
+
+namespace service {
+
+namespace {
+
+constexpr Log_Logger logger("service/streams", 508);
+
+// A client that takes longer for a chunk gives its place away.
+constexpr std::chrono::seconds PATIENCE(1);
+// Of those, so many for each place keep their connections to the store.
+constexpr size_t PARKED_FOR_A_PLACE = 4;
+
+}  // namespace
+
+// One tree. The one step that is under way has it to itself, but for its place.
+class Streams::Stream : public std::enable_shared_from_this<Stream> {
+ public:
+  Stream(Streams& owner, Call call)
+      : m_owner(owner),
+        m_connection(call.connection().shared_from_this()),
+        m_call(std::move(call)) {}
+
+  bool has_lock() const { return static_cast<bool>(m_call.lock()); }
+  void start();
+  void fail(std::string_view reason) { m_call.fail(reason); }
+  void take_place(Quota::Share place);
+
+  // By whoever looks after the streams.
+  bool waits_for_client(Clock::time_point now, Clock::time_point& since);
+  void park();  // gives the place away
+  void break_off() { m_connection->break_off("it does not take its tree"); }
+
+ private:
+  void next_chunk();
+  void is_taken(bool is_sent);
+  void chunk_step();  // of the two that come together at the next chunk
+  void end_early(const char* why);
+
+  Streams& m_owner;
+  const std::shared_ptr<Conn_Session> m_connection;
+  // In this order, as what is behind is closed before what is in front.
+  Call m_call;
+  Mutex m_mutex;
+  Quota::Share m_place THREADAPI_GUARDED_BY(m_mutex);
+  Clock::time_point m_sending_since THREADAPI_GUARDED_BY(m_mutex){};
+  bool m_is_sending THREADAPI_GUARDED_BY(m_mutex) = false;
+  Stores::Lease m_store;  // null when the lock's one is used
+  std::optional<TreeStream> m_tree;
+  Clock::time_point m_since;
+  // Of the two that a chunk waits for, the one that comes last goes on: the network, which took
+  // the chunk before, and the worker, which read this one meanwhile.
+  std::atomic<int> m_chunk_steps{0};
+  std::atomic<bool> m_is_chunk_lost{false};
+};
+
+void Streams::Stream::take_place(Quota::Share place) {
+  const MutexGuard guard(m_mutex);
+  m_place = std::move(place);
+}
+
+bool Streams::Stream::waits_for_client(Clock::time_point now, Clock::time_point& since) {
+  const MutexGuard guard(m_mutex);
+  since = m_sending_since;
+  return m_is_sending && now >= since + PATIENCE;
+}
+
+void Streams::Stream::park() {
+  Quota::Share place;  // goes without the lock, to whoever waits
+  const MutexGuard guard(m_mutex);
+  if (m_is_sending) place = std::move(m_place);
+}
+
+void Streams::Stream::start() {
+  m_since = Clock::now();
+  if (!has_lock()) m_store = m_owner.m_stores.lease();
+  if (!has_lock() && !m_store) return m_call.refuse("the service cannot reach its store");
+  m_tree.emplace(has_lock() ? m_call.lock().store() : *m_store);
+  if (!m_tree->start(m_call.request())) {
+    const std::string reason = m_call.request().path.str() + " cannot be read from the store";
+    m_tree.reset();
+    return m_call.refuse(reason);
+  }
+  next_chunk();
+}
+
+void Streams::Stream::next_chunk() {
+  bool is_last = false;
+  if (m_is_chunk_lost) return end_early(nullptr);
+  if (Clock::now() > m_since + m_owner.m_time) return end_early("the client takes it too slowly");
+  if (has_lock() && m_call.lock().is_overdue()) return end_early("its lock was lost");
+  if (!m_tree->write_next(m_call.answer(), is_last)) return end_early("the store cannot be read");
+  if (is_last) {
+    m_tree.reset();
+    return m_call.finish();
+  }
+  m_chunk_steps = 0;
+  {
+    const MutexGuard guard(m_mutex);
+    m_is_sending = true;
+    m_sending_since = Clock::now();
+  }
+  m_call.send_part([self = shared_from_this()](bool is_sent) { self->is_taken(is_sent); });
+  m_tree->read_ahead();
+  chunk_step();
+}
+
+// On the thread that waits for requests.
+void Streams::Stream::is_taken(bool is_sent) try {
+  m_is_chunk_lost = !is_sent;
+  {
+    const MutexGuard guard(m_mutex);
+    m_is_sending = false;
+  }
+  chunk_step();
+} catch (const std::exception& failure) {
+  fail(failure.what());
+}
+
+void Streams::Stream::chunk_step() {
+  if (m_chunk_steps.fetch_add(1) == 0) return;
+  bool has_place;
+  {
+    const MutexGuard guard(m_mutex);
+    has_place = static_cast<bool>(m_place);
+  }
+  if (has_place) return m_owner.post(shared_from_this(), &Stream::next_chunk);
+  m_owner.when_there_is_a_place(shared_from_this(), &Stream::next_chunk);
+}
+
+// With no reason, the client is gone.
+void Streams::Stream::end_early(const char* why) {
+  m_tree.reset();
+  if (!why) return m_call.skip();
+  logger.error(
+      "%s: %s %s is broken off: %s\n", [&] { return m_call.caller().text(); },
+      m_call.request().row->name, m_call.request().path, why);
+  m_call.connection().close();
+  m_call.refuse("the tree could not be sent to its end");
+}
+
+// --- all of them -----------------------------------------------------------------------------
+
+Streams::Streams(const Settings& settings, Stores& stores, Workers& readers, Workers& writer)
+    : m_time(settings.stream_time),
+      m_most_parked(PARKED_FOR_A_PLACE * static_cast<size_t>(settings.max_streams)),
+      m_stores(stores),
+      m_readers(readers),
+      m_writer(writer),
+      m_places(settings.max_streams) {}
+
+Streams::~Streams() = default;
+
+void Streams::send(Call call) {
+  const auto stream = std::make_shared<Stream>(*this, std::move(call));
+  {
+    const MutexGuard guard(m_mutex);
+    std::erase_if(m_streams, [](const auto& known) { return known.expired(); });
+    m_streams.push_back(stream);
+  }
+  // Who has the lock does not wait for others' places.
+  if (stream->has_lock()) return post(stream, &Stream::start);
+  when_there_is_a_place(stream, &Stream::start);
+}
+
+void Streams::when_there_is_a_place(const StreamPtr& stream, Step step) {
+  if (stream->has_lock()) return post(stream, step);
+  m_places.ask(1, Clock::time_point::max(), [this, stream, step](Quota::Share place) {
+    if (!place) return stream->fail("the service stops");
+    stream->take_place(std::move(place));
+    post(stream, step);
+  });
+}
+
+void Streams::post(const StreamPtr& stream, Step step) {
+  Workers& workers = stream->has_lock() ? m_writer : m_readers;
+  workers.post(Lane::STREAM, [stream, step] {
+    try {
+      ((*stream).*step)();
+    } catch (const std::exception& failure) {  // such as no memory
+      stream->fail(failure.what());
+    }
+  });
+}
+
+std::vector<Streams::StreamPtr> Streams::all() {
+  std::vector<StreamPtr> streams;
+  const MutexGuard guard(m_mutex);
+  for (const auto& known : m_streams) {
+    if (auto stream = known.lock()) streams.push_back(std::move(stream));
+  }
+  return streams;
+}
+
+void Streams::look_after(Clock::time_point now) {
+  if (!m_places.is_awaited()) return;
+  std::vector<std::pair<Clock::time_point, StreamPtr>> parked;
+  for (const StreamPtr& stream : all()) {
+    Clock::time_point since;
+    if (!stream->waits_for_client(now, since)) continue;
+    stream->park();
+    parked.emplace_back(since, stream);
+  }
+  std::sort(parked.begin(), parked.end());
+  for (size_t i = 0; i + m_most_parked < parked.size(); ++i) parked[i].second->break_off();
+}
+
+void Streams::stop() { m_places.refuse_late(Clock::time_point::max()); }
+
+}  // namespace service
