@@ -159,6 +159,18 @@ RWCString Tree_Node::GetParentPath() const {
   return parent ? parent->path_up() : GetVirtualParentPath();
 }
 
+RWCString Tree_Node::GetFullPath() const {
+  const Tree_WayUp way;
+  RWCString path = path_up();
+  const Tree_Node* top = this;
+  while (const Tree_Node* parent = top->GetParent()) top = parent;
+  const Top* record = top->top_record();
+  if (!record || record->is_path_above_known) return path;
+  const std::string_view set = record->virtual_parent_path, name = top->NameView();
+  const bool is_own = set.substr(set.rfind('\\') + 1) == name;  // npos + 1 is the beginning
+  return is_own && !set.empty() ? path.remove(set.size(), 1 + name.size()) : path;
+}
+
 RWCString Tree_Node::path_up() const {
   const Tree_Node* top = this;
   size_t length = NameView().size();

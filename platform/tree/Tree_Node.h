@@ -74,6 +74,9 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   RWCString GetPath() const;
   // The same without the name of this node.
   RWCString GetParentPath() const;
+  // The path as far as it is known: GetPath, but a virtual parent path that was only set and ends
+  // with the name of the top is taken for the top's own.
+  RWCString GetFullPath() const;
   // NULL at the top of a tree. Valid while somebody holds a node above this one.
   Tree_Node* GetParent() const {
     const uintptr_t up = m_up.load(std::memory_order_acquire);

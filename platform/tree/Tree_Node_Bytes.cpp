@@ -93,6 +93,13 @@ char* put(char* to, std::string_view text) {
   return to + text.copy(to, text.size());
 }
 
+// The path of the key that the node hangs under, as far as it is known.
+RWCString path_above(const Tree_Node& node) {
+  RWCString path = node.GetFullPath();
+  const size_t name = node.NameView().size();
+  return path.remove(path.length() > name ? path.length() - name - 1 : 0);
+}
+
 char* serialized(const char* op, const Tree_NodePtr& top, int& length, const RWCString* header,
                  const Tree_Node* left_out) {
   if (top->IsLeaf()) {
@@ -141,7 +148,7 @@ char* Tree_Node::GetSerializedTreeNodeSkipPath(const Tree_NodePtr& node, int& le
   constexpr char op[] = "GetSerializedTreeNode(Tree_NodePtr & node,int & length,bool)";
   length = 0;
   if (!node) return logger.reject(nullptr, "%s : node is null, return NULL\n", op);
-  const RWCString header = with_virtual_path ? node->GetParentPath() : RWCString();
+  const RWCString header = with_virtual_path ? path_above(*node) : RWCString();
   const Tree_Node* named = node->Find(skip_path);
   return serialized(op, node, length, with_virtual_path ? &header : nullptr,
                     named == node.get() ? nullptr : named);

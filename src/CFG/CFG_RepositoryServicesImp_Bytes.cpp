@@ -200,7 +200,7 @@ CFG_SubTree* CFG_RepositoryServices::CreateSubTreeFromByteArray(const char* byte
     return logger.reject(nullptr, "%s : fail to create Tree_NodePtr from vector, return NULL\n",
                          op);
   }
-  top->SetVirtualParentPath(virtual_path);
+  top->SetPathAbove(virtual_path);
   return new CFG_SubTree(top);  // its nodes are owned since they were made
 } catch (...) {
   return cfg::answered(logger, nullptr);

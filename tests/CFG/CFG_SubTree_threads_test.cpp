@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_Utils.h>
 #include <tree/Tree_Node.h>
 
@@ -88,6 +89,13 @@ const struct {
      [](CFG_SubTree& inner, const RWCString&) {
        CFG_SubTree own("own");
        return own.AddOrReplaceSubTree(&inner, "x") && own.GetValue("x\\c\\1k\\value") == "text";
+     }},
+    {"Export",
+     [](CFG_SubTree& inner, const RWCString& path) {
+       std::vector<CFG_SubTree*> two{&inner, &inner};
+       CFG_MemoryRepository writer(nullptr);
+       return !writer.ExportSubTreeVectorToFile(&two, L"/none/t.xml") &&
+              inner.GetData()->GetFullPath() == path;
      }},
     {"Reads",
      [](CFG_SubTree& inner, const RWCString&) {

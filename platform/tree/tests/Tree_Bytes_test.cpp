@@ -39,6 +39,10 @@ TEST(TreeBytes, RecordsStandInTreeOrder) {
   };
   EXPECT_EQ(written(top, false), t + a + b + v + w(4));
   EXPECT_EQ(written(top, true), "\0\0\0\0"s + t + a + b + v + w(4));
+  top->SetVirtualParentPath("h\\t");  // its own, as it is on the tree of a document
+  EXPECT_EQ(written(top, true), "\0\0\0\1h"s + t + a + b + v + w(4));
+  top->SetPathAbove("h\\t");
+  EXPECT_EQ(written(top, true), "\0\0\0\3h\\t"s + t + a + b + v + w(4));
   top->SetVirtualParentPath("h\\s");
   EXPECT_EQ(written(top, true), "\0\0\0\3h\\s"s + t + a + b + v + w(4));
   // a part of a tree hangs under the path of its parent

@@ -25,17 +25,9 @@ using NodesVec = CFG_SAXImport::NodesVec;
 
 // --- export ------------------------------------------------------------------------------------
 
-// The full path of a subtree. The virtual parent path of a tree that was read from a document is
-// that of its top; on one of which nobody knows, it is when it ends with the name of the top.
 RWCString full_path(CFG_SubTree* sub_tree) {
   const Tree_NodePtr node = sub_tree ? sub_tree->GetData() : Tree_NodePtr();
-  if (!node) return {};
-  const Tree_Node* top = node.get();
-  while (top->GetParent()) top = top->GetParent();
-  RWCString path = node->GetPath();
-  const RWCString above = top->GetVirtualParentPath();
-  const bool is_own = !top->IsPathAboveKnown() && cfg::split_path(above).name == top->NameView();
-  return is_own ? path.remove(above.length(), 1 + top->NameView().size()) : path;
+  return node ? node->GetFullPath() : RWCString();
 }
 
 // The path of the key above a path, as its components.
