@@ -54,4 +54,11 @@ void to_lower(std::string& text) {
   }
 }
 
+bool is_lowered(std::string_view name, std::string& lowered) {
+  if (!(scan_for_change(name) & (CAPITAL | HIGH_BYTE))) return false;
+  lowered = name;
+  to_lower(lowered);
+  return lowered != name;
+}
+
 }  // namespace cfg

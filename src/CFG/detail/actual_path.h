@@ -64,5 +64,7 @@ class actual_string {
 std::string replace_placeholders(std::string_view text);
 // Lower-cases a text: A to Z byte by byte, a text with letters beyond ASCII as a whole.
 void to_lower(std::string& text);
+// Whether that changes a name; `lowered` is what it becomes then.
+bool is_lowered(std::string_view name, std::string& lowered);
 
 }  // namespace cfg

@@ -216,6 +216,10 @@ int CFG_RepositoryServicesImp::WriteCFG_SubTreeVectorToFile(std::vector<CFG_SubT
   for (CFG_SubTree* sub_tree : *sub_trees) {
     const Tree_NodePtr top = sub_tree ? sub_tree->GetData() : Tree_NodePtr();
     if (!top) return logger.reject(FALSE, "fail to create sub tree vec, return FALSE\n");
+    if (top->IsLeaf()) {
+      return logger.reject(FALSE, "<%s> is a value and not a key, return FALSE\n",
+                           [&] { return top->GetFullPath(); });
+    }
     if (!target.is_open()) {
       return logger.reject(FALSE, " failed to create export file <%S>, return FALSE\n", file);
     }

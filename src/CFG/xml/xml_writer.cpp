@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include <CFG/detail/actual_path.h>
 #include <CFG/xml/normal_path.h>
 #include <CFG/xml/xml_escapes.h>
 #include <CFG/xml/xml_layout.h>
@@ -81,15 +82,16 @@ bool xml_writer::write_branch(Tree_Node& top, std::string_view prefix) {
   m_has_branch = true;
   m_open.clear();
   m_path.clear();
+  m_lowered.clear();
   std::string_view name;
   for (Tree_PathWalk above(prefix); above.Next(name);) {
     if (!enter(name)) return false;
   }
-  const size_t depth_above = m_open.size();
+  m_depth_above = m_open.size();
   for (Tree_Walk walk(&top); walk; walk.Next()) {
-    m_open.resize(depth_above + walk.Depth());
+    m_open.resize(m_depth_above + walk.Depth());
     m_path.resize(m_open.empty() ? 0 : m_open.back().length);
-    if (!enter(walk->NameView()) || !write_node(**walk)) return false;
+    if (!enter(walk->NameView()) || !check_siblings(**walk) || !write_node(**walk)) return false;
   }
   put(xml_layout::branch_end);
   return m_output_holds;
@@ -131,6 +133,16 @@ bool xml_writer::check_name(std::string_view name) {
   const std::string path = open_path();
   return refuse("path <%s> would not be read as it is: byte <0x%X> at offset %Iu", path,
                 static_cast<unsigned char>(name[bad]), path.size() - name.size() + bad);
+}
+
+// A reader puts names in lower case.
+bool xml_writer::check_siblings(const Tree_Node& node) {
+  std::string lowered;
+  if (!is_lowered(node.NameView(), lowered)) return true;
+  const Tree_Node* key = m_open.size() > m_depth_above + 1 ? node.GetParent() : nullptr;
+  if (!key || (!key->Child(lowered) && m_lowered.emplace(key, lowered).second)) return true;
+  return refuse("path <%s> would not be read as it is: it differs from another in case alone",
+                open_path());
 }
 
 bool xml_writer::write_node(const Tree_Node& node) {

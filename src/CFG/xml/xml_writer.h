@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <logging/Log_Format.h>
@@ -18,7 +20,8 @@ namespace cfg {
 // else. The layout is drawn in xml_layout.h.
 //
 // What a reader would not give back as it is, is refused: bytes that no XML document holds,
-// names that are changed by reading, paths deeper than a reader takes.
+// names that are changed by reading, but for capitals, two names of one key that only differ in
+// them, paths deeper than a reader takes.
 class xml_writer {
  public:
   // Takes the next bytes of the document; false when it cannot. It is not called again then.
@@ -44,6 +47,7 @@ class xml_writer {
 
   bool enter(std::string_view name);
   bool check_name(std::string_view name);
+  bool check_siblings(const Tree_Node& node);
   bool write_node(const Tree_Node& node);
   template <class... A>
   bool refuse(Log_Format<A...> format, const A&... args);
@@ -60,7 +64,10 @@ class xml_writer {
   bool m_output_holds = true;
   bool m_has_branch = false;
   std::vector<Open> m_open;  // the keys from the top of the path down to the current node
+  size_t m_depth_above = 0;  // of those, how many stand above the branch
   std::string m_path;        // theirs, escaped
+  // The children of a key whose names have capitals, by what is read for those names.
+  std::set<std::pair<const Tree_Node*, std::string>> m_lowered;
   std::string m_fault;
 };
 

@@ -154,11 +154,39 @@ TEST_F(XmlExport, WhatWouldNotBeReadBackIsRefused) {
   }
 }
 
+// A reader puts names in lower case.
+TEST_F(XmlExport, NamesThatDifferInCaseAloneAreRefused) {
+  const struct {
+    std::vector<const char*> values;
+    const char* message;  // null when it is written
+  } cases[] = {
+      {{"A", "b"}, nullptr},
+      {{"k\\A", "l\\a", "A\\k"}, nullptr},
+      {{"A", "a"}, "path <h\\A> would not be read as it is: it differs from another in case alone"},
+      {{"k\\aB", "k\\Ab"}, "path <h\\k\\Ab> would not be read as it is"},
+      {{"K\\v", "k"}, "path <h\\K> would not be read as it is"},
+      {{"\u00C4", "\u00E4"}, "path <h\\\u00C4> would not be read as it is"},
+  };
+  for (const auto& c : cases) {
+    const Tree_NodePtr top(new Tree_Node("h"));
+    for (const std::string_view path : c.values) {
+      const size_t cut = path.rfind('\\') + 1;  // npos + 1 is 0
+      EXPECT_TRUE(top->Put(path.substr(0, cut), new Tree_Node(path.substr(cut), "1", 0)));
+    }
+    CFG_SubTree tree(top);
+    std::vector<CFG_SubTree*> twice{&tree, &tree};
+    Log_Capture capture;
+    EXPECT_EQ(writer.ExportSubTreeVectorToFile(&twice, folder.file("t.xml")), c.message == nullptr);
+    EXPECT_THAT(c.message ? last_said(capture) : "", HasSubstr(c.message ? c.message : ""));
+  }
+}
+
 TEST_F(XmlExport, FailuresSayWhyAndLeaveTheOldFile) {
   CFG_SubTree tree = tree_of("h", {{"k\\v", "1"}}), no_data{Tree_NodePtr()};
   CFG_MemoryRepository repository(&tree);
   put_file(folder / "read-only.xml", "old");
   std::filesystem::permissions(folder / "read-only.xml", std::filesystem::perms::owner_read);
+  CFG_SubTree value(Tree_NodePtr(tree.GetData()->Find("k\\v")));
   const RWWString good = folder.file("t.xml"), none;
   std::vector<CFG_SubTree*> list{&tree}, empty, broken{&tree, nullptr};
   const struct {
@@ -177,6 +205,8 @@ TEST_F(XmlExport, FailuresSayWhyAndLeaveTheOldFile) {
        "file parameter is empty string, for sub tree h return FALSE\n"},
       {[&] { return repository.ExportSubTreeToFile(&no_data, good); },
        "fail to create sub tree vec, return FALSE\n"},
+      {[&] { return repository.ExportSubTreeToFile(&value, good); },
+       "<h\\k\\v> is a value and not a key, return FALSE\n"},
       {[&] { return repository.ExportSubTreeVectorToFile(nullptr, L"f"); },
        "Subtree list to export to  f is null\n"},
       {[&] { return repository.ExportSubTreeVectorToFile(&empty, L"f"); },

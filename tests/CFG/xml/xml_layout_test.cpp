@@ -49,12 +49,15 @@ TEST(XmlLayout, ExportedDocumentsAreReadTheShortWay) {
       {{"a'b", "<\"&'\r\n\t>"}, {"sub\\x\u00C9", "\u20AC\U0001F600\x7F"}, {"e", " "}, {"k", ""}});
   CFG_SubTree capitals("H"), only_root("h");
   capitals.GetData()->Add(new Tree_Node("Name", "Text", 1));
-  capitals.GetData()->Add(new Tree_Node("name", "text", 1));
+  capitals.GetData()->Add(new Tree_Node("Other", "text", 1));
   for (CFG_SubTree* tree : {&plain, &odd, &capitals, &only_root}) {
     const std::string document = exported({tree});
     EXPECT_TRUE(is_own_layout(document, 0)) << document;
     for (const uint64_t flags : all_modes) check_both_ways(document, flags);
   }
+  const std::string in_two_cases = exported_document(
+      exported_node("H", "") + exported_node("H\\Name", "Text") + exported_node("H\\name", "text"));
+  for (const uint64_t flags : all_modes) check_both_ways(in_two_cases, flags);
   const std::string all = exported({&plain, &odd, &only_root});
   EXPECT_TRUE(is_own_layout(all, CFG_SAX_MULTI_BRANCH));
   EXPECT_FALSE(is_own_layout(all, 0));
