@@ -7,6 +7,7 @@
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/answered.h>
 #include <CFG/detail/held_tree.h>
+#include <CFG/detail/lower_case_names.h>
 #include <CFG/detail/node_address.h>
 #include <CFG/detail/paths.h>
 #include <CFG/detail/patterns.h>
@@ -258,8 +259,11 @@ int CFG_FileRepositoryBase::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWC
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
   logger.info(" sub tree key name\n");
   const RWCString actual = change_string_with_properties(path);
+  const cfg::stored_paths as_stored;
+  data = cfg::in_lower_case(data);
+  if (!data) return FALSE;
   return change(actual, [&](const held_tree& tree) {
-    const Tree_NodePtr stored = tree.node_at(cfg::join(actual, key_name).str());
+    const Tree_NodePtr stored = tree.node_at(cfg::join(actual, data->NameView()).str());
     if (stored && !stored->IsLeaf()) data = Tree_Node::Merge(stored, data);
     return tree.write(data, actual);
   });

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/actual_path.h>
 #include <CFG/detail/answered.h>
 #include <CFG/detail/exact_reads.h>
 #include <CFG/detail/once_value.h>
@@ -300,8 +301,8 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWi
                      });
 }
 
-// Each candidate is written over those before it into a key without a name, so unlike in the
-// other forms the later ones win; what the last one wrote is the answer.
+// Each candidate is laid over those before it under a key without a name, so unlike in the other
+// forms the later ones win; what the last one came to is the answer.
 CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
     const RWCString& path, const char** search_rule, int merge, int search_num) try {
   if (!merge) return GetSubTreeOnlyWithValuesWithPrecentAndWildcard(path, search_rule, search_num);
@@ -309,17 +310,20 @@ CFG_SubTree* CFG_RepositoryServicesImp::GetSubTreeOnlyWithValuesWithPrecentAndWi
       logger,
       "GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString & path,const char ** search_rule,T_Bool merge,int search_num)",
       path, search_rule, search_num};
-  CFG_SubTree holder{RWCString()};
+  const Tree_NodePtr holder = new Tree_Node(RWCString());
   Tree_NodePtr last;
   const bool is_valid = asked.each_candidate([&](const RWCString& candidate, const RWCString&) {
     const SubTreePtr found(GetSubTreeOnlyWithValuesWithPrecentAndWildcard(candidate));
-    if (found && holder.AddOrReplaceSubTree(found.get(), "", TRUE)) last = found->GetData();
+    const Tree_NodePtr read = root_of(found);
+    if (!read) return false;
+    const Tree_NodePtr before = holder->Child(read->NameView());
+    if (holder->Put("", Tree_Node::Merge(before, read))) last = read;
     return false;
   });
   if (!is_valid) return nullptr;
   if (!last) return new CFG_SubTree(holder);
-  const Tree_NodePtr result = holder.GetData()->Child(last->NameView());
-  holder.GetData()->Remove(result);
+  const Tree_NodePtr result = holder->Child(last->NameView());
+  holder->Remove(result);
   result->StandWhere(*last);
   return new CFG_SubTree(result);
 } catch (...) {
@@ -357,13 +361,11 @@ int CFG_RepositoryServicesImp::write_with_stored(const char* op, CFG_SubTree* su
   Tree_NodePtr data;
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
-  const RWCString key = cfg::join(path, key_name);
-  Tree_NodePtr stored;
+  const cfg::stored_paths as_stored;
   const auto read = [this](const RWCString& exact) { return GetSubTreeWithLongValues(exact); };
-  if (!cfg::read_stored(logger, op, *this, key, read, stored)) return FALSE;
-  Tree_NodePtr written =
-      given_wins ? Tree_Node::Merge(stored, data) : Tree_Node::Merge(data, stored);
-  return WriteSubTree(written, path);
+  const cfg::Winner winner = given_wins ? cfg::Winner::GIVEN : cfg::Winner::STORED;
+  Tree_NodePtr written = cfg::merged_with_stored(logger, op, *this, data, path, winner, read);
+  return written ? WriteSubTree(written, path) : FALSE;
 }
 
 // --- comparison -----------------------------------------------------------------------------
@@ -380,10 +382,13 @@ void CFG_RepositoryServicesImp::CompareSubsAndChangeRepository(CFG_SubTree* curr
     return;
   }
 
+  if (!IsValidPath(path, op)) return;
+  path = change_string_with_properties(path);
+  const cfg::stored_paths as_stored;
+
   // `path` is that of the key on top of `open`.
   std::vector<ComparedKey> open;
   const auto compare_key = [&](const Tree_NodePtr& current_key, const Tree_NodePtr& stored_key) {
-    if (!IsValidPath(path, op)) return;
     if (!path.isNull()) path += '\\';
     path += current_key->NameView();
     open.emplace_back(current_key, stored_key, path.length());
@@ -408,7 +413,7 @@ void CFG_RepositoryServicesImp::CompareSubsAndChangeRepository(CFG_SubTree* curr
     if (child->IsLeaf()) continue;
     const Tree_NodePtr counterpart = key.stored->Child(child->NameView());
     if (is_key(counterpart.get())) {
-      compare_key(child, counterpart);
+      if (IsValidPath(path, op)) compare_key(child, counterpart);
     } else {
       CFG_SubTree added(child);
       AddOrReplaceSubTree(&added, path);
@@ -588,6 +593,7 @@ std::pair<RWCString, RWCString> CFG_RepositoryServicesImp::GetCoreProperties() t
 void CFG_RepositoryServicesImp::init_core_properties(RWCString& name, RWCString& address) {
   const MutexGuard guard(m_core_properties_lock);
   logger.trace("Start init core properties from CFG");
+  const cfg::stored_paths as_stored;  // a host has any name
   const RWCString path = FillPath("halvoria\\system\\hosts\\%", "properties\\core_enabled", "yes");
   name = cfg::component(path, 3);
   if (name.isNull()) {

@@ -8,6 +8,7 @@
 #include <new>
 #include <optional>
 #include <typeinfo>
+#include <vector>
 
 #include <CFG/CFG_FileRepository.h>
 #include <CFG/CFG_MemoryRepository.h>
@@ -169,9 +170,8 @@ Tree_ValueAndPath* CFG_ServicesImp::GetValue(RWCString name, const char** search
 
 CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rule, int search_num) {
   constexpr char op[] = "GetSubTree(const RWCString name,const char ** search_rule,int search_num)";
-  return cfg::first_found(
-      {logger, op, name, search_rule, search_num},
-      [this](const RWCString& candidate) { return cfg::read_exactly(*this, candidate); });
+  return cfg::first_found({logger, op, name, search_rule, search_num},
+                          [this](const RWCString& candidate) { return GetSubTree(candidate); });
 }
 
 CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rule, int merge,
@@ -181,10 +181,7 @@ CFG_SubTree* CFG_ServicesImp::GetSubTree(RWCString name, const char** search_rul
       "GetSubTree(const RWCString name,const char ** search_rule,T_Bool merge,int search_num)";
   return cfg::all_found(
       {logger, op, name, search_rule, search_num},
-      [this](const RWCString& candidate) {
-        return cfg::is_read_exactly(*this, candidate) ? GetTreeNode(candidate) : Tree_NodePtr();
-      },
-      Tree_Node::Merge);
+      [this](const RWCString& candidate) { return GetTreeNode(candidate); }, Tree_Node::Merge);
 }
 
 // --- values ------------------------------------------------------------------------------------
@@ -270,6 +267,7 @@ String_Arr* CFG_ServicesImp::Search(RWCString name, RWCString path) try {
         nullptr,
         "Search(const RWCString _name,const RWCString _path)\n : name is ampty string, return NULL");
   }
+  const cfg::stored_paths as_stored;
   return SearchKeyOrValueName(actual_name, actual_path);
 } catch (...) {
   return cfg::answered(logger, nullptr);
@@ -283,7 +281,9 @@ int CFG_ServicesImp::SetKeyName(RWCString path, RWCString key_name) try {
         "SetKeyName(const RWCString _path,const RWCString _key_name) : key_name is an empty string,return FALSE\n");
   }
   if (!cfg::fault_of_name(actual_name) && !IsValidPath(actual_name, "SetKeyName")) return FALSE;
-  return SetOrRanameKeyName(change_string_with_properties(path), actual_name);
+  const RWCString actual_path = change_string_with_properties(path);
+  const cfg::stored_paths as_stored;
+  return SetOrRanameKeyName(actual_path, actual_name);
 } catch (...) {
   return cfg::answered(logger, FALSE);
 }
@@ -413,15 +413,15 @@ int CFG_ServicesImp::AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString&
   constexpr char op[] = "AddOrReplaceSubTree with merge";
   logger.info("Start %s for path <%s> merge (%d)\n", op, path, merge);
   const RWCString actual = change_string_with_properties(path);
+  const cfg::stored_paths as_stored;
   if (!merge) return AddOrReplaceSubTree(sub_tree, actual);
   if (!IsValidPath(actual, op)) return FALSE;
   Tree_NodePtr data;
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
-  Tree_NodePtr stored;
-  if (!cfg::read_stored(logger, op, *this, cfg::join(actual, key_name), stored)) return FALSE;
-  Tree_NodePtr written = Tree_Node::Merge(stored, data);
-  return WriteSubTree(written, actual);
+  Tree_NodePtr written =
+      cfg::merged_with_stored(logger, op, *this, data, actual, cfg::Winner::GIVEN);
+  return written ? WriteSubTree(written, actual) : FALSE;
 } catch (...) {
   return cfg::answered(logger, FALSE);
 }
@@ -431,13 +431,13 @@ int CFG_ServicesImp::AddMoreInfoToSubTree(CFG_SubTree* sub_tree, const RWCString
       "CFG_ServicesImp::AddMoreInfoToSubTree(CFG_SubTree * sub_tree,const RWCString & path)";
   logger.info("Start %s for path <%s>\n", op, path);
   const RWCString actual = change_string_with_properties(path);
+  const cfg::stored_paths as_stored;
   Tree_NodePtr data;
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
-  Tree_NodePtr stored;
-  if (!cfg::read_stored(logger, op, *this, cfg::join(actual, key_name), stored)) return FALSE;
-  Tree_NodePtr written = Tree_Node::Merge(data, stored);
-  return WriteSubTree(written, actual);
+  Tree_NodePtr written =
+      cfg::merged_with_stored(logger, op, *this, data, actual, cfg::Winner::STORED);
+  return written ? WriteSubTree(written, actual) : FALSE;
 } catch (...) {
   return cfg::answered(logger, FALSE);
 }
@@ -448,6 +448,7 @@ int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path) tr
   RWCString key_name;
   if (!IsSubTreeValidWithLog(op, sub_tree, path, data, key_name)) return FALSE;
   const RWCString actual = change_string_with_properties(path);
+  const cfg::stored_paths as_stored;
   Tree_NodePtr changes = Tree_Node::GetChangesTreeNode(data);
   if (changes) return WriteSubTree(changes, actual);
   logger.trace("%s, no changes in sub_tree, delete it\n", op);
@@ -469,10 +470,10 @@ int CFG_ServicesImp::SetSubTree(CFG_SubTree* sub_tree, const RWCString& path, in
                             op);
   }
   const RWCString actual = change_string_with_properties(path);
-  Tree_NodePtr stored;
-  if (!cfg::read_stored(logger, op, *this, cfg::join(actual, key_name), stored)) return FALSE;
-  Tree_NodePtr written = Tree_Node::Merge(stored, changes);
-  return WriteSubTree(written, actual);
+  const cfg::stored_paths as_stored;
+  Tree_NodePtr written =
+      cfg::merged_with_stored(logger, op, *this, changes, actual, cfg::Winner::GIVEN);
+  return written ? WriteSubTree(written, actual) : FALSE;
 } catch (...) {
   return cfg::answered(logger, FALSE);
 }
@@ -486,14 +487,13 @@ bool CFG_ServicesImp::WriteBlobFromBuffer(const char* path, char* buffer, int le
     return logger.reject(false, "%s : path <%s>, buffer of %d bytes is not valid, return FALSE\n",
                          op, path, length);
   }
-  const RWCString whole(path);
-  const cfg::split_path where(whole);
+  const RWCString actual = change_string_with_properties(RWCString(path));
+  const cfg::stored_paths as_stored;
+  const cfg::split_path where(actual);
   const RWCString text = base64 ? Tmr_Base64Utils::Encode(buffer, length, false)
                                 : RWCString(buffer, static_cast<size_t>(length));
 
-  RWCString name{where.has_parent ? where.name : std::string_view()};
-  tolower(name);
-  const Tree_NodePtr key = new Tree_Node(name);
+  const Tree_NodePtr key = new Tree_Node(where.has_parent ? where.name : std::string_view());
   std::string_view rest = text;
   int chunks = 0;
   while (!rest.empty()) {
@@ -591,7 +591,15 @@ bool CFG_ServicesImp::ReadBlobFromSearchPathsToBuffer(const char* name, const ch
                                                       RWCString* encoding) try {
   *buffer = nullptr;
   length = 0;
-  const SubTreePtr found(GetSubTree(RWCString(name), search_rule, FALSE, search_num));
+  const RWCString key(name);
+  if (!CheckSearchRule(__func__, key, search_rule, search_num)) return false;
+  std::vector<const char*> exact;  // what would be taken for a pattern names no blob
+  for (int i = 0; i < search_num; ++i) {
+    const RWCString prefix(search_rule[i]);
+    if (cfg::is_read_exactly(*this, cfg::join(prefix, key))) exact.push_back(search_rule[i]);
+  }
+  if (exact.empty()) return false;
+  const SubTreePtr found(GetSubTree(key, exact.data(), FALSE, static_cast<int>(exact.size())));
   return found && found->ReadBlobToBuffer("", buffer, length, encoding);
 } catch (...) {
   return cfg::answered(logger, false);

@@ -12,22 +12,26 @@
 using SubTreePtr = std::unique_ptr<CFG_SubTree>;
 
 namespace {
+
 constexpr Log_Logger logger("src/CFG/CFG_Utils", 502);
+
+// By their names as they are, which a path need not carry.
+void remove_children(CFG_SubTree& tree, Tree_ChildList::Kind kind) {
+  const Tree_NodePtr key = tree.GetData();
+  if (!key) return;
+  while (const Tree_Node* child = key->ChildAt(kind, 0)) key->Remove(child->GetKeyName());
 }
 
+}  // namespace
+
 void CFG_Utils::DeleteAllSubTrees() try {
-  for (int rest = m_sub_tree->GetSubTreeNum(""); rest > 0; --rest) {
-    const SubTreePtr first(m_sub_tree->GetSubTree("", 0));
-    if (first) m_sub_tree->DeleteSubTree(first->GetKeyName());
-  }
+  remove_children(*m_sub_tree, Tree_ChildList::KEYS);
 } catch (...) {
   cfg::log_exception(logger, __func__);
 }
 
 void CFG_Utils::DeleteAllValues() try {
-  for (int rest = m_sub_tree->GetValueNum(""); rest > 0; --rest) {
-    m_sub_tree->DeleteValue(m_sub_tree->GetValueName("", 0));
-  }
+  remove_children(*m_sub_tree, Tree_ChildList::VALUES);
 } catch (...) {
   cfg::log_exception(logger, __func__);
 }

@@ -3,6 +3,7 @@
 #include <climits>
 
 #include <CFG/CFG_Utils.h>
+#include <tree/Tree_Node.h>
 #include "test_trees.h"
 
 namespace {
@@ -30,6 +31,8 @@ TEST(Utils, DeletesEveryChildOfAKind) {
     tree.SetValue("k" + RWCString(std::to_string(i)) + "\\v", "x");
     tree.SetValue("v" + RWCString(std::to_string(i)), "x");
   }
+  tree.SetProperty("k_by_property", "k1");
+  for (const char* name : {"<k_by_property>", "Big"}) tree.GetData()->AddKey(name);
   CFG_Utils utils(&tree);
   utils.DeleteAllSubTrees();
   EXPECT_EQ(tree.GetSubTreeNum("") * 1000 + utils->GetValueNum(""), 100);

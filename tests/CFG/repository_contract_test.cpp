@@ -7,6 +7,7 @@
 
 #include <CFG/detail/path_validation.h>
 #include <logging/Log_Capture.h>
+#include <tree/Tree_Node.h>
 #include "repository_worlds.h"
 
 namespace {
@@ -50,6 +51,29 @@ std::string list(Tree_PathAndValueArray* records) {
         .append(owned->GetPV(i)->GetValue());
   }
   return text;
+}
+
+// A tree whose names are as they are given, which no path is looked up for.
+CFG_SubTree raw_tree(const char* name,
+                     std::initializer_list<std::pair<std::string_view, const char*>> values) {
+  const Tree_NodePtr top(new Tree_Node(name));
+  for (const auto& [path, text] : values) {
+    const size_t cut = path.rfind('\\') + 1;  // npos + 1 is 0
+    EXPECT_TRUE(top->Put(path.substr(0, cut), new Tree_Node(path.substr(cut), text, 1)));
+  }
+  return CFG_SubTree(top);
+}
+
+// Those values below a node that are there, in the order in which they are asked for.
+std::string texts(const Tree_Node* node, std::initializer_list<const char*> paths) {
+  if (!node) return "none";
+  std::string found;
+  for (const char* path : paths) {
+    const Tree_Node* value = node->Find(path);
+    if (!value || !value->IsLeaf()) continue;
+    found.append(found.empty() ? "" : " ").append(path).append("=").append(value->GetText());
+  }
+  return found;
 }
 
 // --- reads ---------------------------------------------------------------------------------------
@@ -208,6 +232,13 @@ int write_k(CFG_Services& s, RWCString path) {
 }
 constexpr Write add = write_k<&CFG_Services::AddOrReplaceSubTree>;
 constexpr Write add_more = write_k<&CFG_Services::AddMoreInfoToSubTree>;
+constexpr Write add_more_over_value = [](CFG_Services& s, RWCString path) {
+  CFG_SubTree a = tree_of("a", {{"x", "new"}});
+  if (auto* const repository = dynamic_cast<Repository*>(&s)) {
+    EXPECT_FALSE(repository->AddMoreInfoToSubTreeWithLongValues(&a, path));
+  }
+  return s.AddMoreInfoToSubTree(&a, path);
+};
 constexpr Write add_merged = [](CFG_Services& s, RWCString path) {
   CFG_SubTree k = tree_of("k", {{"b", "new"}, {"sub\\c", "new"}});
   return s.AddOrReplaceSubTree(&k, path, TRUE);
@@ -252,6 +283,7 @@ const WriteCase write_cases[] = {
     {add_merged, "t", TRUE, "t{k{a=1 b=new sub{c=new}}}"},
     {add_merged, "t\\n", TRUE, "t{k{a=1 b=2} n{k{b=new sub{c=new}}}}"},
     {add_more, "t", TRUE, "t{k{b=2 sub{c=new} a=1}}", "t{k{a=1 b=2 sub{c=new}}}"},
+    {add_more_over_value, "t\\k", FALSE, "t{k{a=1 b=2}}"},
     {add_null, "t", FALSE, "t{k{a=1 b=2}}"},
     {add_text, "t\\blob", TRUE, "t{k{a=1 b=2} blob{chunk0000=text blobencoding=chunks_num=1}}",
      "t{blob{blobencoding=chunks_num=1 chunk0000=text} k{a=1 b=2}}"},
@@ -378,14 +410,9 @@ TEST(Repository, WritesBelowTheRootAlsoWhatIsNamedLikeIt) {
       Repository& repository = world.repository();
       EXPECT_TRUE(c.write(repository)) << c.what << ", " << kind;
       const SubTreePtr whole(repository.GetSubTree("halvoria"));
-      const SubTreePtr child(whole->GetSubTree("halvoria"));
-      ASSERT_TRUE(child) << c.what << ", " << kind;
-      std::string found;
-      for (const char* name : {"blobencoding", "chunk0000", "v", "w"}) {
-        const RWCString text = child->GetValue(name);
-        if (!text.isNull()) found += (found.empty() ? "" : " ") + (name + ("=" + text.str()));
-      }
-      EXPECT_EQ(found, c.child) << c.what << ", " << kind;
+      EXPECT_EQ(texts(whole->GetData()->Child("halvoria"), {"blobencoding", "chunk0000", "v", "w"}),
+                c.child)
+          << c.what << ", " << kind;
       EXPECT_STREQ(whole->GetValue("k\\v").data(), "1") << c.what << ", " << kind;
     }
   }
@@ -428,6 +455,176 @@ TEST(Repository, TakesAPercentSignForPartOfANameWhereAKeyIsMeant) {
       EXPECT_TRUE(repository.DeleteSubTree(path)) << where;
       EXPECT_EQ(world.content(), "halvoria{k{v=1}}") << where;
     }
+  }
+}
+
+// A property of that name is set: what is stored is meant all the same once a caller's path has had
+// its placeholders replaced.
+TEST(Repository, TakesAStoredNameForNoPlaceholder) {
+  const char* const odd = "<stored_name>";
+  CFG_SubTree given = raw_tree(odd, {{"in\\z", "new"}});
+  CFG_SubTree unchanged = raw_tree(odd, {{"in\\z", "new"}});
+  unchanged.GetData()->Find("in\\z")->GetTreeValue()->SetIsChange(0);
+  const TemporaryFolder folder;
+  const RWWString file = folder.file("branch.xml");
+  CFG_MemoryRepository writer(nullptr);
+  ASSERT_TRUE(writer.ExportSubTreeToFile(&given, file, RWCString("halvoria\\k\\") + odd));
+  const char *all = "in\\y=old in\\z=new w=odd", *only_given = "in\\z=new";
+  const struct {
+    const char* what;
+    std::function<int(Repository&)> write;
+    const char* stored;
+    int expected = TRUE;
+  } cases[] = {
+      {"add", [&](Repository& r) { return r.AddOrReplaceSubTree(&given, "halvoria\\k"); },
+       only_given},
+      {"add, unmerged",
+       [&](Repository& r) { return r.AddOrReplaceSubTree(&given, "halvoria\\k", FALSE); },
+       only_given},
+      {"merge", [&](Repository& r) { return r.AddOrReplaceSubTree(&given, "halvoria\\k", TRUE); },
+       all},
+      {"merge long values",
+       [&](Repository& r) {
+         return r.AddOrReplaceSubTreeWithLongValues(&given, "halvoria\\k", TRUE);
+       },
+       all},
+      {"keep", [&](Repository& r) { return r.AddMoreInfoToSubTree(&given, "halvoria\\k"); }, all},
+      {"keep long values",
+       [&](Repository& r) { return r.AddMoreInfoToSubTreeWithLongValues(&given, "halvoria\\k"); },
+       all},
+      {"set", [&](Repository& r) { return r.SetSubTree(&given, "halvoria\\k", TRUE); }, all},
+      {"set without a change",
+       [&](Repository& r) { return r.SetSubTree(&unchanged, "halvoria\\k"); }, "none", FALSE},
+      {"import 1",
+       [&](Repository& r) {
+         return r.ImportXmlFileWithType(file, Repository::CFG_XML_IMPORT_REPLACE);
+       },
+       only_given},
+      {"import 2", [&](Repository& r) { return r.ImportXmlFile(file, TRUE); }, all},
+      {"import 3", [&](Repository& r) { return r.ImportXmlFile(file, FALSE); }, all},
+      {"compare",
+       [&](Repository& r) {
+         const SubTreePtr k(r.GetSubTree("halvoria\\k"));
+         CFG_SubTree stored(Tree_NodePtr(k->GetData()->Child(odd)));
+         r.CompareSubsAndChangeRepository(&given, &stored, "halvoria\\k");
+         return TRUE;
+       },
+       all},
+      {"blob",
+       [&](Repository& r) {
+         RWCString text;
+         const char* path = "halvoria\\k\\<stored_name>s";
+         return int{r.WriteBlobFromUTF8String(path, "t", false, "") &&
+                    r.ReadBlobToUTF8String(path, text, nullptr) && text == "t" &&
+                    r.IsSubTreeExist("halvoria\\k\\alphas")};
+       },
+       "in\\y=old w=odd"},
+      {"by position",
+       [&](Repository& r) {
+         return SubTreePtr(r.GetSubTree("halvoria\\k", 0))->GetKeyName() == odd;
+       },
+       "in\\y=old w=odd"},
+      {"by rule",
+       [&](Repository& r) {
+         const char* rule[] = {"halvoria\\k\\alpha", "halvoria\\k\\<names_it>"};
+         const SubTreePtr found(
+             r.GetSubTreeOnlyWithValuesWithPrecentAndWildcard("", rule, TRUE, 2));
+         return found && found->GetKeyName() == odd;
+       },
+       "in\\y=old w=odd"},
+  };
+  for (const WorldKind kind : repositories) {
+    for (const auto& c : cases) {
+      const CFG_SubTree tree = raw_tree("halvoria", {{"k\\<stored_name>\\in\\y", "old"},
+                                                     {"k\\<stored_name>\\w", "odd"},
+                                                     {"k\\alpha\\v", "precious"}});
+      World world(kind, tree);
+      Repository& repository = world.repository();
+      EXPECT_TRUE(repository.SetProperty("stored_name", "alpha") &&
+                  repository.SetProperty("names_it", odd));
+      EXPECT_EQ(c.write(repository), c.expected) << c.what << ", " << kind;
+      const SubTreePtr k(repository.GetSubTree("halvoria\\k"));
+      EXPECT_EQ(texts(k->GetData()->Child(odd), {"in\\y", "in\\z", "w"}), c.stored)
+          << c.what << ", " << kind;
+      EXPECT_EQ(shown(SubTreePtr(k->GetSubTree("alpha"))), "alpha{v=precious}")
+          << c.what << ", " << kind;
+    }
+  }
+}
+
+// A byte array has names in any case; a file that had two of them apart by it alone could not be
+// read again.
+TEST(Repository, PutsNamesInLowerCaseAndRefusesTwoThatDifferInIt) {
+  const struct {
+    const char* what;
+    int (*write)(Repository&, CFG_SubTree*);
+    const char* stored;  // of a Top with A\v and A\w over a top with a\w
+  } cases[] = {
+      {"add", [](Repository& r, CFG_SubTree* t) { return r.AddOrReplaceSubTree(t, "halvoria"); },
+       "v=new w=new"},
+      {"merge",
+       [](Repository& r, CFG_SubTree* t) { return r.AddOrReplaceSubTree(t, "halvoria", TRUE); },
+       "v=new w=new x=old"},
+      {"merge long values",
+       [](Repository& r, CFG_SubTree* t) {
+         return r.AddOrReplaceSubTreeWithLongValues(t, "halvoria", TRUE);
+       },
+       "v=new w=new x=old"},
+      {"keep", [](Repository& r, CFG_SubTree* t) { return r.AddMoreInfoToSubTree(t, "halvoria"); },
+       "v=new w=old x=old"},
+      {"set", [](Repository& r, CFG_SubTree* t) { return r.SetSubTree(t, "halvoria", TRUE); },
+       "v=new w=new x=old"},
+  };
+  const auto stored = [](Repository& r) {
+    const SubTreePtr top(r.GetSubTree("halvoria\\top"));
+    EXPECT_EQ(r.GetSubTreeEntriesCount("halvoria\\top"), top->GetData()->GetNodeNum() - 1);
+    return texts(top->GetData()->Child("a"), {"v", "w", "x"});
+  };
+  for (const WorldKind kind : repositories) {
+    for (const auto& c : cases) {
+      World world(kind, tree_of("halvoria", {{"top\\a\\w", "old"}, {"top\\a\\x", "old"}}));
+      Repository& repository = world.repository();
+      const auto where = testing::Message() << c.what << ", " << kind;
+      for (CFG_SubTree colliding : {raw_tree("Top", {{"A\\v", "1"}, {"a", "2"}}),
+                                    raw_tree("top", {{"b\\A", "1"}, {"b\\a\\v", "2"}}),
+                                    raw_tree("top", {{"Ab", "1"}, {"aB", "2"}})}) {
+        EXPECT_FALSE(c.write(repository, &colliding)) << where;
+        EXPECT_EQ(stored(repository), "w=old x=old") << where;
+      }
+      CFG_SubTree given = raw_tree("Top", {{"A\\v", "new"}, {"A\\w", "new"}});
+      EXPECT_TRUE(c.write(repository, &given)) << where;
+      EXPECT_EQ(stored(repository), c.stored) << where;
+      EXPECT_EQ(shown(given), "Top{A{v=new w=new}}") << where;
+      EXPECT_TRUE(repository.UnLock()) << where;
+      if (kind != XML_FILE) continue;
+      CFG_FileRepository again(world.file());
+      EXPECT_TRUE(again.Connect()) << where;
+      EXPECT_EQ(stored(again), c.stored) << where;
+    }
+  }
+}
+
+// The first candidate that slot finds is the answer, also where it cuts a pattern; a blob is at
+// that very path.
+TEST(Repository, SearchRulesCutAtTheFirstWildcardAsOneReadDoes) {
+  for (const WorldKind kind : in_memory) {
+    World world(kind, tree_of("halvoria", {{"n\\v", "1"}}));
+    Repository& repository = world.repository();
+    EXPECT_TRUE(repository.WriteBlobFromUTF8String("halvoria\\n", "t", false, ""));
+    const char *in_rule[] = {"halvoria\\n\\%"}, *plain[] = {"halvoria\\n"};
+    for (const int merge : {FALSE, TRUE}) {
+      for (const SubTreePtr& found :
+           {SubTreePtr(world.services().GetSubTree("p", in_rule, merge, 1)),
+            SubTreePtr(world.services().GetSubTree("%\\p", plain, merge, 1))}) {
+        EXPECT_EQ(found ? found->GetPath() : "", "halvoria\\n") << kind << ", merge " << merge;
+      }
+    }
+    char* buffer = nullptr;
+    int length = 0;
+    EXPECT_FALSE(
+        repository.ReadBlobFromSearchPathsToBuffer("p", in_rule, 1, &buffer, length, nullptr));
+    EXPECT_TRUE(repository.ReadBlobFromSearchPathsToBuffer("", plain, 1, &buffer, length, nullptr));
+    delete[] buffer;
   }
 }
 
@@ -499,7 +696,13 @@ TEST(Repository, DropsTheFirstComponentWhateverItSays) {
     EXPECT_EQ(services.GetValue("<unset>\\s\\zone"), "A");
     EXPECT_EQ(services.GetValue("\\s\\zone"), "A");
     EXPECT_EQ(services.GetValue("version"), "7") << "one component is a child of the root";
-    EXPECT_FALSE(services.IsSubTreeExist("HALVORIA")) << "the root's name is compared exactly";
+    EXPECT_TRUE(services.SetValue("halvoria\\halvoria\\v", "1"));
+    for (const char* root : {"HALVORIA", "<test_root>"}) {
+      services.SetProperty("test_root", "Halvoria");
+      EXPECT_FALSE(services.DeleteSubTree(root)) << "the root stays, and no child goes for it";
+      EXPECT_EQ(services.GetValueNum(root), 1);
+    }
+    EXPECT_EQ(services.GetValue("halvoria\\halvoria\\v"), "1");
     EXPECT_TRUE(services.IsSubTreeExist("halvoria\\"));
   }
 }

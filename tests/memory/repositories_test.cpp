@@ -9,6 +9,7 @@
 #include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_TransactionGuard.h>
 #include <servers/Test_Postgres.h>
+#include <tree/Tree_Node.h>
 
 #include "../CFG/temporary_folder.h"
 #include "../CFG/test_trees.h"
@@ -118,6 +119,20 @@ constexpr auto merge_long = write_k<[](Repository& r, CFG_SubTree* k) {
 constexpr auto merge_under = write_k<[](Repository& r, CFG_SubTree* k) {
   return r.AddMoreInfoToSubTreeWithLongValues(k, "halvoria");
 }>;
+
+// Over the last of so many children that a further one takes more room.
+int add_like_root(Repository& r) {
+  static CFG_SubTree root = tree_of("halvoria", {{"new", kLong}});
+  return services(r).AddOrReplaceSubTree(&root, "halvoria");
+}
+struct FullWorld : MemoryWorld {
+  FullWorld() {
+    for (int i = tree.GetData()->GetChildCount(); i < 31; ++i) {
+      tree.SetValue("n" + RWCString(std::to_string(i)), "1");
+    }
+    tree.SetValue("halvoria\\v", "old");
+  }
+};
 
 // A document with one branch, the same for all: as an export writes it, or with a remark, which
 // only the parser reads.
@@ -281,6 +296,7 @@ const OutOfMemoryCase repository_cases[] = {
     {"MemoryImportUnder", changes<MemoryWorld, import_under<false>>},
     {"MemoryParseOver", changes<MemoryWorld, import_over<true>>},
     {"MemoryParseUnder", changes<MemoryWorld, import_under<true>>},
+    {"MemoryAddLikeRoot", changes<FullWorld, add_like_root>},
     {"MemoryReads", reads<MemoryWorld>},
     {"FileSetDeep", changes<FileWorld, set_deep>},
     {"FileMerge", changes<FileWorld, merge>},

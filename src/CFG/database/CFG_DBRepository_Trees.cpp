@@ -179,6 +179,7 @@ CFG_SubTree* CFG_DBRepository::child_at(const RWCString& path, int index) {
         "%s : index parameter is larger then the larger index of sub trees under _path, return NULL\b",
         op);
   }
+  const cfg::stored_paths as_stored;
   RWCString child = cfg::join(actual.text(), names[static_cast<size_t>(index)]);
   return GetSubTree(child);
 }

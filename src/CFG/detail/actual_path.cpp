@@ -12,8 +12,14 @@ constexpr Log_Logger logger("src/CFG/CFG_ServicesImp", 502);
 
 namespace cfg {
 
+static constinit thread_local bool has_stored_paths = false;
+
+stored_paths::stored_paths() : m_before(has_stored_paths) { has_stored_paths = true; }
+stored_paths::~stored_paths() { has_stored_paths = m_before; }
+
 void actual_path::change(std::string_view path, unsigned kinds) {
-  std::string text = kinds & PLACEHOLDER ? replace_placeholders(path) : std::string(path);
+  const bool is_replaced = (kinds & PLACEHOLDER) && !has_stored_paths;
+  std::string text = is_replaced ? replace_placeholders(path) : std::string(path);
   to_lower(text);
   m_long = std::move(text);
   m_view = m_long;

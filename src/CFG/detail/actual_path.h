@@ -38,7 +38,21 @@ class actual_path {
   char m_short[256];
 };
 
-// The same for operations that take a string: the caller's own when the path needs no change.
+// While one lives, the paths of its thread are actual ones already: nothing in them is taken for a
+// placeholder, whichever operations they pass through. For who has replaced what its caller gave
+// and goes on with names that are stored, of which one may be `<x>`.
+class stored_paths {
+ public:
+  stored_paths();
+  ~stored_paths();
+  stored_paths(const stored_paths&) = delete;
+  stored_paths& operator=(const stored_paths&) = delete;
+
+ private:
+  const bool m_before;
+};
+
+// An actual path for operations that take a string: the caller's own when the path needs no change.
 class actual_string {
  public:
   explicit actual_string(const RWCString& path) : m_text(&path) {

@@ -4,6 +4,7 @@
 
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/key_search.h>
+#include <CFG/detail/lower_case_names.h>
 #include <CFG/detail/patterns.h>
 #include <tree/Tree_Node.h>
 
@@ -22,7 +23,7 @@ std::string_view held_tree::below_root(std::string_view path) const {
   const size_t cut = path.find('\\');
   if (cut != path.npos) return path.substr(cut + 1);
   const Tree_NodePtr top = m_sub_tree ? m_sub_tree->GetData() : Tree_NodePtr();
-  return top && top->NameView() == path ? std::string_view() : path;
+  return top && top->NameView() == actual_path(path).view() ? std::string_view() : path;
 }
 
 Tree_NodePtr held_tree::root() const {
@@ -58,19 +59,18 @@ CFG_SubTree* held_tree::shared_at(std::string_view path) const {
   return node && !node->IsLeaf() ? new CFG_SubTree(node) : nullptr;
 }
 
-int held_tree::write(const Tree_NodePtr& node, const RWCString& path) const {
+int held_tree::write(const Tree_NodePtr& given, const RWCString& path) const {
+  const stored_paths as_stored;
+  const Tree_NodePtr node = in_lower_case(given);
+  if (given && !node) return FALSE;
   const RWCString below(below_root(path));
   const Tree_NodePtr top = root();
   // The handle would put the tree in the place of the root.
   const bool is_child_named_like_root =
       node && top && !path.isNull() && below.isNull() && node->NameView() == top->NameView();
-  if (!is_child_named_like_root) {
-    CFG_SubTree given(node);
-    return handle().AddOrReplaceSubTree(&given, below);
-  }
-  const Tree_NodePtr copy = node->DuplicateFromHereDown(TRUE);
-  top->Remove(copy->GetKeyName());
-  return top->Add(copy);
+  if (is_child_named_like_root) return top->Put("", node->DuplicateFromHereDown(TRUE));
+  CFG_SubTree sub_tree(node);
+  return handle().AddOrReplaceSubTree(&sub_tree, below);
 }
 
 int held_tree::rename(const Log_Logger& log, const RWCString& below,

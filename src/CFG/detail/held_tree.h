@@ -18,7 +18,7 @@ class held_tree {
   // The handle on the tree, one without data when there is no tree.
   CFG_SubTree& handle() const;
   // The path below the root key. The first component goes, whatever it says; a path of one
-  // component is the root key itself when it is its name, else a child of it.
+  // component is the root key itself when it is its name, in any case, else a child of it.
   std::string_view below_root(std::string_view path) const;
 
   // What the handle answers for an absolute path.
@@ -44,9 +44,10 @@ class held_tree {
   Tree_NodePtr copy_at(std::string_view path) const;
   CFG_SubTree* sub_tree_at(std::string_view path) const;
 
-  // Writes a copy of the tree at `node` under the key at an absolute path. It takes the place of
-  // the root where it has its name and the path is empty, but not where the path is the root's.
-  int write(const Tree_NodePtr& node, const RWCString& path) const;
+  // Writes a copy of a tree, its names in lower case, under the key at an actual absolute path. It
+  // takes the place of the root where it has its name and the path is empty, but not where the path
+  // is the root's. FALSE, too, where two children of a key would have one name.
+  int write(const Tree_NodePtr& given, const RWCString& path) const;
   // Gives what is at a path below the root another name. The root keeps its own.
   int rename(const Log_Logger& log, const RWCString& below, const RWCString& key_name) const;
   // What SearchKeyOrValueName answers; messages go to the repository's log.

@@ -7,6 +7,7 @@
 
 #include <CFG/CFG_SAXImport.h>
 #include <CFG/CFG_SubTree.h>
+#include <CFG/detail/actual_path.h>
 #include <CFG/detail/answered.h>
 #include <CFG/detail/paths.h>
 #include <CFG/xml/xml_writer.h>
@@ -92,8 +93,10 @@ Tree_NodePtr end_of_chain(Tree_NodePtr key, RWCString& parent_path) {
   }
 }
 
+// At the path that the document says, which was written as it is stored.
 int write_imported(CFG_RepositoryServices& repository, CFG_SubTree& sub_tree,
                    CFG_RepositoryServices::CFG_XML_IMPORT_TYPE type) {
+  const cfg::stored_paths as_stored;
   const Tree_NodePtr top = sub_tree.GetData();
   RWCString parent_path = cfg::split_path(top->GetVirtualParentPath().str()).parent;
   if (type == CFG_RepositoryServices::CFG_XML_IMPORT_REPLACE) {
@@ -138,6 +141,7 @@ int CFG_RepositoryServicesImp::ExportPathRead(
     return logger.reject(FALSE, "%s : _file parameter is empty string, return FALSE\n", op);
   }
   const RWCString actual = change_string_with_properties(path);
+  const cfg::stored_paths as_stored;
   const SubTreePtr sub_tree(read(actual));
   if (!sub_tree) {
     return logger.reject(FALSE, "%s : sub tree at path <%s> does not exist, return FALSE\n", op,
