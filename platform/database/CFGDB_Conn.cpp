@@ -1,8 +1,10 @@
 #include <database/CFGDB_Conn.h>
 
 #include <algorithm>
+#include <chrono>
 #include <new>
 #include <set>
+#include <thread>
 #include <utility>
 
 #include <database/CFGDB_Conn_Use.h>
@@ -17,6 +19,9 @@
 
 namespace {
 constexpr Log_Logger logger("platform/database/CFGDB_Conn", 502);
+
+using std::chrono::milliseconds;
+constexpr milliseconds kWaitAtOnce(100);  // for another writer of a file
 
 constexpr std::string_view kFile = "sqlite:";
 
@@ -104,14 +109,24 @@ void CFGDB_Conn::told(void* conn, ForkHandler::Phase phase) {
   if (std::exchange(self.m_is_use_held, false)) self.m_use_mutex.unlock();
 }
 
-// Operations on a file end soon. A server may keep one for ever.
+// Operations on a file end soon, or let it pass. A server may keep one for ever.
 void CFGDB_Conn::before_fork() {
   if (!m_is_file) return;
+  m_is_fork_near = true;
   m_use_mutex.lock();
+  m_is_fork_near = false;
   m_is_use_held = true;
   if (!m_store || m_is_changing || m_query) return;
   m_store.reset();
   m_is_parked = true;
+}
+
+// A fork waits for operations on a file, but not for another writer of it.
+void CFGDB_Conn::let_fork_pass() {
+  if (!m_is_fork_near) return;
+  m_use_mutex.unlock();
+  std::this_thread::sleep_for(milliseconds(1));
+  m_use_mutex.lock();
 }
 
 void CFGDB_Conn::in_child() {
@@ -242,22 +257,28 @@ void CFGDB_Conn::forget_transaction() {
 }
 
 int CFGDB_Conn::begin(const char* op, std::string_view path) {
-  if (!is_usable(op, path)) return DB_ERROR;
-  if (m_is_lost) {
-    reject(op, path, "the transaction was lost in a failure, it must be committed or rolled back");
+  const auto until = std::chrono::steady_clock::now() + milliseconds(m_write_wait);
+  for (;; let_fork_pass()) {  // which closes the file
+    if (!is_usable(op, path)) return DB_ERROR;
+    if (m_is_lost) {
+      reject(op, path,
+             "the transaction was lost in a failure, it must be committed or rolled back");
+      return DB_ERROR;
+    }
+    if (m_is_changing) return OK;
+    const auto rest = std::chrono::ceil<milliseconds>(until - std::chrono::steady_clock::now());
+    const auto wait = std::max(milliseconds(0), m_is_file ? std::min(kWaitAtOnce, rest) : rest);
+    const Db_Result result = m_store->begin(static_cast<int>(wait.count()), m_sequence);
+    m_is_changing = result == Db_Result::OK;
+    if (m_is_changing) return OK;
+    const bool is_busy = result == Db_Result::BUSY;
+    if (is_busy && wait < rest) continue;
+    reject(op, path,
+           is_busy ? "another writer holds the database for more than " +
+                         std::to_string(m_write_wait) + " ms"
+                   : m_store->error());
     return DB_ERROR;
   }
-  if (m_is_changing) return OK;
-  const Db_Result result = m_store->begin(m_write_wait, m_sequence);
-  if (result == Db_Result::BUSY) {
-    reject(
-        op, path,
-        "another writer holds the database for more than " + std::to_string(m_write_wait) + " ms");
-  } else if (result != Db_Result::OK) {
-    reject(op, path, m_store->error());
-  }
-  m_is_changing = result == Db_Result::OK;
-  return m_is_changing ? OK : DB_ERROR;
 }
 
 int CFGDB_Conn::end(const char* op, std::string_view path, int commit) {

@@ -228,6 +228,7 @@ class HALVORIA_API CFGDB_Conn {
 
   // Changes.
   int begin(const char* op, std::string_view path);
+  void let_fork_pass();
   int end(const char* op, std::string_view path, int commit);
   int refuse(const char* op, std::string_view path, int code, const char* why);
   int lose(const char* op, std::string_view path);
@@ -271,5 +272,6 @@ class HALVORIA_API CFGDB_Conn {
   std::atomic<bool> m_is_file{false};  // SQLite, which must not be open in both after a fork
   bool m_is_parked = false;            // closed for a fork, and opened again by the next use
   bool m_is_use_held = false;          // by the thread that forks
+  std::atomic<bool> m_is_fork_near{false};
   ForkHandler m_fork_handler{ForkHandler::DATABASES, told, this};
 };

@@ -93,6 +93,24 @@ TEST_F(SqliteFile, IsTheSameAfterAForkOrNone) {
   }));
 }
 
+// The wait is long enough that the writer still waits when a fork that waited for it is done.
+TEST_F(SqliteFile, AForkDoesNotWaitForAnotherWriter) {
+  const std::string file = "sqlite:" + std::string(m_folder / "tree.db");
+  CFGDB_Conn holds(true), waits(true);
+  ASSERT_TRUE(holds.Init(file, "", false) && waits.Init(file, "", true));
+  ASSERT_EQ(holds.Lock(), CFGDB_Conn::OK);
+  waits.SetWriteWait(3000);
+  Log_Capture log;
+  std::thread waiting([&] {
+    EXPECT_EQ(waits.InsertLine(Tree_NodeInfo("halvoria\\a", "1"), 1, true), CFGDB_Conn::OK);
+  });
+  while (!log.has("BEGIN IMMEDIATE")) std::this_thread::yield();
+  EXPECT_TRUE(holds_in_child([] { return true; }));
+  EXPECT_EQ(holds.Commit(0), CFGDB_Conn::COMMIT_OK);
+  waiting.join();
+  EXPECT_EQ(holds.GetValue("halvoria\\a"), "1");
+}
+
 // What was damaged behind our back is found.
 TEST_F(SqliteFile, IsCheckedForItsOwnRules) {
   const struct {
