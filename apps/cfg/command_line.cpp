@@ -68,6 +68,17 @@ CLI::App& add_verb(CLI::App& app, const Verb& verb) {
   return *parent->add_subcommand(name.substr(cut + 1), verb.help);
 }
 
+constexpr const char* TREE_OPTIONS[] = {"--file", "--server", "--params"};
+
+// Of `--file=` the parser takes the next word, which is a verb.
+void refuse_empty_options(int argc, char** argv) {
+  for (int i = 1; i < argc && argv[i] != std::string_view("--"); ++i) {
+    for (const std::string option : TREE_OPTIONS) {
+      if (argv[i] == option + "=") throw Failure(USAGE, option + " names nothing");
+    }
+  }
+}
+
 // All verbs and options, ready to read a command line.
 class CommandLine {
  public:
@@ -110,6 +121,7 @@ CommandLine::CommandLine() {
 }
 
 const Verb* CommandLine::read(int argc, char** argv, Output& out) {
+  refuse_empty_options(argc, argv);
   try {
     m_app.parse(argc, argv);
   } catch (const CLI::CallForVersion& version) {
@@ -125,7 +137,7 @@ const Verb* CommandLine::read(int argc, char** argv, Output& out) {
   }
   if (m_arguments.json) talk_json();
   // Of a variable of the shell that is not set: another tree must not be taken instead.
-  for (const char* option : {"--file", "--server", "--params"}) {
+  for (const char* option : TREE_OPTIONS) {
     const bool is_given = m_app[option]->count() > 0;
     if (is_given && m_app[option]->as<std::string>().empty()) {
       throw Failure(USAGE, std::string(option) + " names nothing");

@@ -82,6 +82,7 @@ READS = [
     ("get halvoria/x --type float", 2, "", "float"),
     ("ls --dry-run", 2, "", "ls writes nothing"),
     ("ls --params ''", 2, "", "--params names nothing"),
+    ("--params= ls", 2, "", "--params names nothing"),
     ("ls --server localhost", 2, "", "--file and --server name two trees"),
     ("validate --json tree.xml", 0, None, ""),
 ]
