@@ -5,8 +5,8 @@
 
 // Every read and write goes to the held subtree; nothing is read from or written to disk
 // or network. The subtree stays the caller's and must outlive the repository. The first
-// component of a path is dropped, whatever it says; a path that is the root key's name is
-// the root itself, and any other path of one component is a child of the root. Subtree
+// component of a path is dropped, whatever it says; a path that is the root key's name, in any
+// case, is the root itself, and any other path of one component is a child of the root. Subtree
 // writes, renames and searches do so after placeholders in the path were replaced, all
 // other operations before: they differ where the first component is a placeholder.
 //
@@ -15,7 +15,7 @@
 //
 // Paths begin with the held root, so a virtual parent path on it, as a tree has that was read from
 // a file, is dropped. What is written at the root's path goes below the root, also when it is named
-// like it.
+// like it; its names are put in lower case, and refused where two children of a key then share one.
 //
 // Threads: no lock of its own. Reads may run beside each other; callers that write from
 // several threads serialise their writes. The transaction operations report TRUE and give

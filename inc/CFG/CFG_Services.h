@@ -128,7 +128,7 @@ class HALVORIA_API CFG_Services {
   // --- more writes -----------------------------------------------------------------------------
 
   virtual int SetIntegerValue(RWCString path, int value) = 0;
-  // As AddOrReplaceSubTree with merge, but what is stored already wins.
+  // As AddOrReplaceSubTree with merge, but what is stored wins; FALSE where that is a value.
   virtual int AddMoreInfoToSubTree(CFG_SubTree* sub_tree, const RWCString& path) = 0;
   // What the properties `mapping` and `client_or_server` say about this process.
   virtual int IsMappingExist() = 0;

@@ -12,9 +12,9 @@
 // handle on it is gone. Writes take a copy of the given subtree; the two merges at the
 // end of the class move the nodes of the other tree instead.
 //
-// Threads: nodes have no lock. Any number of threads may read, copy and drop handles that
-// share nodes while none of them changes the tree.
-//
+// Threads: nodes have no lock. Any number of threads may read, copy and drop handles that share
+// nodes while none of them changes the tree. One may change what is below its handle's key while
+// the others let go of theirs, but that key itself only while somebody holds a handle above it.
 // A handle without data answers every read with the empty result and a log line.
 class HALVORIA_API CFG_SubTree : public CFG_MemoryServices {
  public:
@@ -46,8 +46,8 @@ class HALVORIA_API CFG_SubTree : public CFG_MemoryServices {
   [[nodiscard]] Tree_PathAndValueArray* GetSubTreeValues(const RWCString& path) override;
   [[nodiscard]] String_Arr* GetSubTreePaths(const RWCString& path) override;
   int SetValue(const RWCString& value_path, const RWCString& value_data) override;
-  // With an empty path and a subtree whose root is named like this one's, the whole content
-  // is replaced: this handle then stands on a new root.
+  // With an empty path and a subtree whose root is named like this one's, this handle then stands
+  // on a new root, and it alone: other handles, and a tree around the old root, keep that.
   int AddOrReplaceSubTree(CFG_SubTree* sub_tree, const RWCString& path) override;
   int DeleteSubTree(const RWCString& path) override;
   int DeleteValue(const RWCString& path) override;

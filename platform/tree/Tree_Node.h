@@ -24,15 +24,15 @@
 // A key (with children) or a value (a leaf with a text). Whether a node is a key or
 // a value is settled when it is made.
 //
-// Ownership: a node lives while a Tree_NodePtr refers to it; a key's child list holds its
-// children, a child does not hold its parent. A node hangs under at most one key.
-// Operations that return a tree "of its own" return copies that share nothing. What is held
-// from outside when the key above it goes becomes the top of a tree of its own and keeps its path.
+// Ownership: a node lives while a Tree_NodePtr refers to it; a key's list holds its children, a
+// child not its parent. A node hangs under at most one key. A tree "of its own" is a copy that
+// shares nothing. What is held from outside becomes a top of its own: with its path when the key
+// above it goes, with a path that begins with its name when it is removed from that key.
 //
 // Threads: any number of threads may read a tree and copy and drop pointers into it, the last one
-// to its top included: what a thread holds, and what is below, stays as it is. A thread that
-// changes a tree must be the only one that uses it at that time; others may let go of what they
-// hold of it.
+// to its top included: what a thread holds, and what is below, stays as it is. Who changes a tree
+// must be the only one that uses it then; others may let go of what they hold of it, but not of the
+// last above a node that is itself renamed, removed or moved.
 //
 // Paths are relative to the node called on; the empty path names the node itself and
 // empty components are passed over. Names are compared byte for byte. Nothing is logged but
