@@ -242,6 +242,7 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
 
   Tree_NodePtr GetTreeByParams(const TreeQuery& query);
   Tree_NodePtr tree_of(CFGDB_Conn& connection, const TreeQuery& query);
+  bool is_below_root(const RWCString& path);  // or the root; else the refusal is noted
   CFG_SubTree* child_at(const RWCString& path, int index);
   String_Arr* found_below(const RWCString& name, const RWCString& path);
   bool is_taken(const RWCString& path);  // by a key or a value

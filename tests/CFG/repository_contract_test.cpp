@@ -332,6 +332,22 @@ const RenameCase rename_cases[] = {
     {"halvoria\\k", "a 'b' <&\"", TRUE, "halvoria{a 'b' <&\"{sub{v=1}} leaf=2 other{w=3}}"},
 };
 
+// In memory a path begins below the root, with its name or without.
+TEST(Repository, HasOneRoot) {
+  for (const WorldKind kind : repositories) {
+    if (!is_database(kind)) continue;
+    World world(kind, tree_of("halvoria", {{"a", "1"}}));
+    Repository& repository = world.repository();
+    for (const char* place : {"other", "halvoria2", "other\\halvoria"}) {
+      CFG_SubTree tree = tree_of("k", {{"v", "1"}});
+      EXPECT_FALSE(repository.AddOrReplaceSubTree(&tree, place)) << kind << ", " << place;
+      EXPECT_FALSE(repository.SetValue(RWCString(place) + "\\v", "1")) << kind << ", " << place;
+      EXPECT_FALSE(repository.IsSubTreeExist(place)) << kind << ", " << place;
+    }
+    EXPECT_EQ(world.content(), "halvoria{a=1}") << kind;
+  }
+}
+
 // What is refused leaves nothing behind that the end of an update could carry out.
 TEST(Repository, RenamesWholeOrNotAtAll) {
   const char before[] = "halvoria{k{sub{v=1}} leaf=2 other{w=3}}";

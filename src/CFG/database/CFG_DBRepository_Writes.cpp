@@ -51,6 +51,14 @@ bool CFG_DBRepository::may_write(const RWCString& path, const char* op) {
   return IsValidPath(path, op) || refused(path, "path validation refuses it", FALSE);
 }
 
+// The tree has one root, whatever is written beside it.
+bool CFG_DBRepository::is_below_root(const RWCString& path) {
+  const Db_Path at(path);
+  const std::string_view text = at;
+  return text == kRoot || text.starts_with(kBelowRoot) ||
+         refused(path, "it is not below 'halvoria'", FALSE);
+}
+
 // --- values --------------------------------------------------------------------------------------
 
 int CFG_DBRepository::SetValue(const RWCString& value_path, const RWCString& value_data) try {
@@ -175,6 +183,10 @@ int CFG_DBRepository::CreatePath(const RWCString& path) try {
   if (actual.empty()) {
     return logger.reject(FALSE, "%s : path is an empty string , return empty string\n", op);
   }
+  if (!is_below_root(actual)) {
+    return logger.reject(FALSE, "CreatePath(): path <%s> is not below 'halvoria', return FALSE\n",
+                         actual.text());
+  }
   const Step one_step(m_changes);
   const int made = ask(op, [&](CFGDB_Conn& db) { return db.CreatePath(actual, 1, true); });
   if (made == CFGDB_Conn::DB_ERROR) {
@@ -244,6 +256,9 @@ int CFG_DBRepository::WriteSubTree(Tree_NodePtr& sub_tree, const RWCString& give
     return refused(path, "the root alone is written without a path",
                    logger.reject(FALSE, "path is empty string, key is <%s> return FALSE\n",
                                  sub_tree->NameView()));
+  }
+  if (!path.isNull() && !is_below_root(path)) {
+    return logger.reject(FALSE, "path <%s> is not below 'halvoria', return FALSE\n", path);
   }
   if (sub_tree->NameView().empty()) {
     return refused(
