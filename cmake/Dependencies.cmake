@@ -13,7 +13,7 @@ pkg_check_modules(sqlite3 REQUIRED IMPORTED_TARGET sqlite3)
 pkg_check_modules(libpq REQUIRED IMPORTED_TARGET libpq)
 pkg_check_modules(hiredis REQUIRED IMPORTED_TARGET hiredis)
 
-# Header-only: sockets, and the fields of messages.
+# Header-only: sockets, sums over rows, and the fields of messages.
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(asio INTERFACE)
 target_include_directories(asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
@@ -24,6 +24,7 @@ target_link_libraries(asio INTERFACE Threads::Threads)
 if(HALVORIA_SANITIZE MATCHES thread)  # does not know fences; asio's locks are enough for it
   target_compile_definitions(asio INTERFACE ASIO_DISABLE_FENCED_BLOCK)
 endif()
+find_path(XXHASH_INCLUDE_DIR xxhash.h REQUIRED)
 find_path(PROTOZERO_INCLUDE_DIR protozero/pbf_reader.hpp REQUIRED)
 add_library(protozero INTERFACE)
 target_include_directories(protozero SYSTEM INTERFACE ${PROTOZERO_INCLUDE_DIR})

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <thread>
 #include <type_traits>
+#include <vector>
 
 #include <CFG/CFG_RepositoryServicesImp.h>
 #include <thread/ForkHandler.h>
@@ -192,6 +193,11 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   void SetWriteWait(int milliseconds);
   // The database's own check of what it holds; false with the reason.
   bool CheckIntegrity(std::string& reason);
+  // Looks for damage in so many entries from a path on, which is moved on, and empty at the end.
+  bool CheckSome(std::string& from, int entries);
+  // What the database holds that is as it was written, and a line for each place where something is
+  // not. Null when nothing is. The caller owns it.
+  [[nodiscard]] CFG_SubTree* Salvage(std::vector<std::string>& damage);
   // Why the database failed since the last call; empty when it did not.
   std::string TakeFailure();
   // Why the last value or subtree was not written or deleted by the rules of the tree, with the

@@ -143,6 +143,7 @@ void CFGDB_Conn::in_child() {
 }
 
 void CFGDB_Conn::note_failure(const std::string& why) {
+  ++m_failures;
   if (!m_has_failed.exchange(true)) m_failure = why;
 }
 

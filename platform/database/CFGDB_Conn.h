@@ -81,6 +81,7 @@ class HALVORIA_API CFGDB_Conn {
   // What the store said when it failed for the first time since the last call of this; empty when
   // it did not. An empty answer alone does not tell what is not there from what cannot be read.
   std::string TakeFailure();
+  size_t failures() const { return m_failures; }  // of the store, since the beginning
   // Why the last change was refused by the rules of the tree, with the place; empty when it was
   // not.
   std::string TakeRefusal();
@@ -205,6 +206,13 @@ class HALVORIA_API CFGDB_Conn {
   // Runs the store's own check of what it holds, and sees whether it is a tree; false with the
   // reason.
   bool CheckIntegrity(std::string& reason);
+  // Reads so many rows from a path on, for nothing but to see damage, which is logged. `from` is
+  // then where to go on, empty at the end. False when there is damage.
+  bool CheckSome(std::string& from, int rows);
+  // Gives all rows that are as they were written to `row`, in order of path, and what is wrong to
+  // `damage`, past which it goes on where that can be. False when not connected.
+  bool Inspect(const std::function<void(std::string_view path, std::string_view value)>& row,
+               const std::function<void(const std::string& what)>& damage);
 
  private:
   struct Savepoint {  // how it was there
@@ -249,6 +257,7 @@ class HALVORIA_API CFGDB_Conn {
   std::string m_file;  // which one is open, or was when the process forked; empty: none
   std::string m_failure;
   std::string m_refusal;
+  std::atomic<size_t> m_failures{0};
   std::atomic<bool> m_has_failed{false};  // there is one, to be looked at without waiting
   bool m_sql_trace = false;
   int m_auto_commit = 1;

@@ -37,8 +37,7 @@ int CFGDB_Conn::children(const char* op, const RWCString& path, bool keys, int p
     if (value) *value = text;
     return false;
   };
-  if (use) use.failed(Db_EachChild(*m_store, at, take));
-  return seen;
+  return use && !use.failed(Db_EachChild(*m_store, at, take)) ? seen : 0;
 }
 
 RWCString CFGDB_Conn::GetValue(const RWCString& path, int index) {
@@ -88,7 +87,9 @@ bool CFGDB_Conn::GetSubTreePathes(const RWCString& path, std::vector<RWCString>&
     if (value.empty()) names.emplace_back(name);
     return true;
   };
-  return !use.failed(Db_EachChild(*m_store, at, take));
+  if (!use.failed(Db_EachChild(*m_store, at, take))) return true;
+  names.clear();
+  return false;
 }
 
 Tmr_PtrSortedVector<Tree_NodeInfo>* CFGDB_Conn::GetSubTreeValues(const RWCString& path) {
@@ -190,9 +191,53 @@ bool CFGDB_Conn::CheckIntegrity(std::string& reason) {
     reason = "not connected to a database";
     return false;
   }
+  if (!is_tree(reason)) return false;
   const Db_Result result = m_store->check(reason);
   if (result == Db_Result::FAILED) reason = m_store->error();
-  return result == Db_Result::OK && is_tree(reason);
+  return result == Db_Result::OK;
+}
+
+bool CFGDB_Conn::Inspect(
+    const std::function<void(std::string_view path, std::string_view value)>& row,
+    const std::function<void(const std::string& what)>& damage) {
+  using Take = std::function<void(std::string_view path, std::string_view value)>;
+  using Say = std::function<void(const std::string& what)>;
+  struct Findings : Db_Findings {
+    Findings(const Take& taker, const Say& sayer) : take(taker), say(sayer) {}
+    void row(const Db_Entry& entry) override {
+      const Db_KeyCheck::Fault fault = keys.add(entry.path, entry.value.empty());
+      if (fault == Db_KeyCheck::NO_PARENT) {
+        damage("the key above <" + std::string(entry.path) + "> is missing");
+      }
+      if (fault != Db_KeyCheck::PARENT_IS_VALUE) return take(entry.path, entry.value);
+      damage("what is above <" + std::string(entry.path) + "> is a value");
+    }
+    void damage(const std::string& what) override { say(what); }
+
+    const Take& take;
+    const Say& say;
+    Db_KeyCheck keys;
+  };
+  const Use use(*this, "Inspect");
+  if (!use) return false;
+  Findings findings(row, damage);
+  m_store->inspect(findings);
+  return true;
+}
+
+bool CFGDB_Conn::CheckSome(std::string& from, int rows) {
+  const Use use(*this, "CheckSome", from);
+  if (!use) return false;
+  const auto cursor = m_store->range(from, "\xff\xff\xff\xff", 0, false);
+  Db_Result result = cursor ? Db_Result::OK : Db_Result::FAILED;
+  Db_Entry entry;
+  while (result == Db_Result::OK && rows-- > 0) result = cursor->next(entry);
+  if (result == Db_Result::OK) {
+    from = entry.path;
+  } else {
+    from.clear();
+  }
+  return !use.failed(result);
 }
 
 bool CFGDB_Conn::is_tree(std::string& reason) {

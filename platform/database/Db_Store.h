@@ -25,6 +25,14 @@ class Db_Cursor {
   virtual Db_Result next(Db_Entry& entry) = 0;
 };
 
+// Told what a look at everything finds, in order of path.
+class Db_Findings {
+ public:
+  virtual ~Db_Findings() = default;
+  virtual void row(const Db_Entry& entry) = 0;       // that is as it was written
+  virtual void damage(const std::string& what) = 0;  // with the place
+};
+
 // One session with a database that keeps a table of paths, in the order of their bytes, a table
 // of deleted paths, and the last number given. It knows rows and ranges, no rules. Made by a
 // module that depends on the database's client library and on nothing else of ours, so no type
@@ -58,6 +66,8 @@ class Db_Store {
   virtual Db_Result sync_id(std::string& id) = 0;
   virtual Db_Result date_time(std::string& text) = 0;  // UTC, "2026-11-23 04:45:10"
   virtual Db_Result check(std::string& reason) = 0;    // NOT_FOUND with what is wrong
+  // Goes through all rows, on behind damage where that can be.
+  virtual void inspect(Db_Findings& findings) = 0;
 
   // Until leave_state, as often as this is called, all reads see the state that the first of them
   // does; a transaction of changes sees its own, and ends this.
@@ -73,7 +83,7 @@ class Db_Store {
   virtual void rollback() = 0;
   // Puts rows in place of what is at their paths, and forgets deletions of those.
   virtual Db_Result put(const Db_Entry* entries, size_t count) = 0;
-  // The same in order of path, where no row is at or between the paths.
+  // The same of a tree, in order of path, where no row is at or below its top, the first.
   virtual Db_Result put_new(const Db_Entry* entries, size_t count) = 0;
   // Turns rows into deleted ones with these numbers.
   virtual Db_Result erase(const Db_Entry* entries, size_t count) = 0;

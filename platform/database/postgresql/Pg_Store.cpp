@@ -115,6 +115,16 @@ Db_Result Pg_Store::check(std::string& reason) {
   return wrong ? Db_Result::NOT_FOUND : Db_Result::OK;
 }
 
+void Pg_Store::inspect(Db_Findings& findings) {
+  const auto rows = range("", "\xff\xff\xff\xff", 0, false);
+  Db_Result result = rows ? Db_Result::OK : Db_Result::FAILED;
+  Db_Entry entry;
+  while (result == Db_Result::OK && (result = rows->next(entry)) == Db_Result::OK) {
+    findings.row(entry);
+  }
+  if (result == Db_Result::FAILED) findings.damage(error());
+}
+
 Db_Result Pg_Store::hold_state() {
   if (!m_state_holders && !m_session.is_in_transaction()) {
     m_waiting.push_back({Pg_Sql::BEGIN_READ});

@@ -25,6 +25,7 @@ class Pg_Store : public Db_Store {
   Db_Result sync_id(std::string& id) override;
   Db_Result date_time(std::string& text) override;
   Db_Result check(std::string& reason) override;
+  void inspect(Db_Findings& findings) override;
   Db_Result hold_state() override;
   void leave_state() override;
 

@@ -22,6 +22,21 @@ constexpr const char* kSteps[] = {
     "  INSERT INTO store SELECT 1, 0, 0, 1, substr(x, 1, 8) || '-' || substr(x, 9, 4) || '-4' ||"
     "    substr(x, 14, 3) || '-' || substr('89ab', 1 + abs(random() % 4), 1) || substr(x, 18, 3) ||"
     "    '-' || substr(x, 21), datetime('now') FROM r;",
+    // Rows that are sealed, and one behind the last (Sqlite_Row.h).
+    "CREATE TABLE sealed_entry (path TEXT NOT NULL PRIMARY KEY, value BLOB NOT NULL,"
+    "  sequence INTEGER NOT NULL, single INTEGER NOT NULL) WITHOUT ROWID;"
+    "INSERT INTO sealed_entry"
+    "  SELECT path, sealed(lag(path, 1, '') OVER (ORDER BY path), path, value, sequence), sequence,"
+    "    single FROM (SELECT path, value, sequence, single FROM entry"
+    "      UNION ALL SELECT CAST(x'ffffffff' AS TEXT), '', 0, 0) ORDER BY path;"
+    "DROP TABLE entry;"
+    "ALTER TABLE sealed_entry RENAME TO entry;"
+    "CREATE INDEX entry_changed ON entry (sequence) WHERE single = 1;"
+    "ALTER TABLE deleted ADD COLUMN sum BLOB NOT NULL DEFAULT x'';"
+    "UPDATE deleted SET sum = sealed('', path, '', sequence);"
+    "ALTER TABLE store ADD COLUMN sum BLOB NOT NULL DEFAULT x'';"
+    "UPDATE store SET sum = sealed('', last_sequence || ' ' || last_bulk || ' ' ||"
+    "  oldest_deletion || ' ' || sync_id, '', 0);",
 };
 constexpr int64_t kVersion = std::size(kSteps);
 

@@ -5,71 +5,89 @@
 #include <utility>
 
 #include <database/Db_InOrder.h>
+#include <database/sqlite/Sqlite_Row.h>
 
 namespace {
 
-// What changed after a number is found through the index of single changes, unless so much
-// changed, or a bulk write did, that going through the range is quicker.
-#define BY_INDEX "?3 >= (SELECT max(last_bulk, last_sequence - 50000) FROM store)"
+// Over the numbers of the store and its name.
+#define STORE_SUM(last, bulk, oldest) \
+  "sealed('', " last " || ' ' || " bulk " || ' ' || " oldest " || ' ' || sync_id, '', 0)"
+#define FROM_STORE \
+  " FROM store WHERE sum = " STORE_SUM("last_sequence", "last_bulk", "oldest_deletion")
+#define OF_ROW_BEFORE \
+  "coalesce((SELECT path FROM entry WHERE path < ?1 ORDER BY path DESC LIMIT 1), '')"
 
 constexpr struct {
   Sqlite_Sql name;
   const char* text;
 } kSql[] = {
     {Sqlite_Sql::GET, "SELECT value FROM entry WHERE path = ?"},
+    // From the row before the range on.
     {Sqlite_Sql::RANGE,
-     "SELECT path, value FROM entry WHERE path >= ?1 AND path < ?2 ORDER BY path"},
-    {Sqlite_Sql::RANGE_ABOVE,
-     "SELECT path, value FROM entry INDEXED BY entry_changed"
-     "  WHERE single = 1 AND sequence > ?3 AND path >= ?1 AND path < ?2 AND " BY_INDEX
-     " UNION ALL SELECT path, value FROM entry NOT INDEXED"
-     "  WHERE path >= ?1 AND path < ?2 AND sequence > ?3 AND NOT " BY_INDEX " ORDER BY path"},
+     "SELECT path, value FROM entry WHERE path >= " OF_ROW_BEFORE " ORDER BY path"},
+    {Sqlite_Sql::RANGE_NUMBERS,
+     "SELECT path, value, sequence FROM entry WHERE path >= " OF_ROW_BEFORE " ORDER BY path"},
+    {Sqlite_Sql::ROWS_FROM,
+     "SELECT path, value, sequence FROM entry WHERE path >= ? ORDER BY path"},
+    {Sqlite_Sql::CHANGED_ABOVE,
+     "SELECT path, value, sequence FROM entry INDEXED BY entry_changed"
+     "  WHERE single = 1 AND sequence > ?3 AND path >= ?1 AND path < ?2 ORDER BY path"},
+    // What changed after a number is found through the index of single changes, unless so much
+    // changed, or a bulk write did, that going through the range is quicker.
+    {Sqlite_Sql::IS_BY_INDEX, "SELECT ? >= max(last_bulk, last_sequence - 50000)" FROM_STORE},
     {Sqlite_Sql::DELETED,
-     "SELECT path, '' FROM deleted WHERE path >= ?1 AND path < ?2 ORDER BY path"},
+     "SELECT path, sum, sequence FROM deleted WHERE path >= ?1 AND path < ?2 ORDER BY path"},
     {Sqlite_Sql::DELETED_ABOVE,
-     "SELECT path, '' FROM deleted INDEXED BY deleted_sequence"
+     "SELECT path, sum, sequence FROM deleted INDEXED BY deleted_sequence"
      "  WHERE sequence > ?3 AND path >= ?1 AND path < ?2 ORDER BY path"},
-    {Sqlite_Sql::COUNT, "SELECT count(*) FROM entry WHERE path >= ?1 AND path < ?2"},
-    {Sqlite_Sql::MAX_SEQUENCE,
-     "SELECT max((SELECT coalesce(max(sequence), 0) FROM entry WHERE path >= ?1 AND path < ?2),"
-     "           (SELECT coalesce(max(sequence), 0) FROM deleted NOT INDEXED"
-     "             WHERE path >= ?1 AND path < ?2))"},
-    {Sqlite_Sql::LAST_SEQUENCE, "SELECT last_sequence FROM store"},
-    {Sqlite_Sql::OLDEST_DELETION, "SELECT oldest_deletion FROM store"},
-    {Sqlite_Sql::SYNC_ID, "SELECT sync_id FROM store"},
+    {Sqlite_Sql::LAST_SEQUENCE, "SELECT last_sequence" FROM_STORE},
+    {Sqlite_Sql::OLDEST_DELETION, "SELECT oldest_deletion" FROM_STORE},
+    {Sqlite_Sql::SYNC_ID, "SELECT sync_id" FROM_STORE},
     {Sqlite_Sql::DATE_TIME, "SELECT datetime('now')"},
     {Sqlite_Sql::PUT,
      "INSERT INTO entry (path, value, sequence, single) VALUES (?1, ?2, ?3, 1)"
      "  ON CONFLICT (path) DO UPDATE SET value = ?2, sequence = ?3, single = 1"},
     {Sqlite_Sql::PUT_NEW,
      "INSERT INTO entry (path, value, sequence, single) VALUES (?1, ?2, ?3, 0)"},
+    {Sqlite_Sql::ROW_BEFORE, "SELECT path FROM entry WHERE path < ? ORDER BY path DESC LIMIT 1"},
+    {Sqlite_Sql::ROW_FROM, "SELECT path, value FROM entry WHERE path >= ? ORDER BY path LIMIT 1"},
+    {Sqlite_Sql::LINK, "UPDATE entry SET value = ?2 WHERE path = ?1"},
     {Sqlite_Sql::FORGET_DELETION, "DELETE FROM deleted WHERE path = ?"},
     {Sqlite_Sql::FORGET_DELETIONS,
      "DELETE FROM deleted WHERE path >= ?1 AND path <= ?2"
      "  AND EXISTS (SELECT 1 FROM entry WHERE entry.path = deleted.path)"},
     {Sqlite_Sql::ERASE, "DELETE FROM entry WHERE path = ?"},
     {Sqlite_Sql::KEEP_DELETION,
-     "INSERT OR REPLACE INTO deleted (path, sequence, at)"
-     "  VALUES (?1, ?2, CAST(strftime('%s', 'now') AS INTEGER))"},
+     "INSERT OR REPLACE INTO deleted (path, sequence, at, sum)"
+     "  VALUES (?1, ?2, CAST(strftime('%s', 'now') AS INTEGER), sealed('', ?1, '', ?2))"},
     {Sqlite_Sql::ERASE_RANGE, "DELETE FROM entry WHERE path >= ?1 AND path < ?2"},
     {Sqlite_Sql::KEEP_DELETIONS,
-     "INSERT OR REPLACE INTO deleted (path, sequence, at)"
-     "  SELECT path, ?3 - 1 + row_number() OVER (ORDER BY path),"
-     "         CAST(strftime('%s', 'now') AS INTEGER)"
-     "    FROM entry WHERE path >= ?1 AND path < ?2 ORDER BY path"},
-    {Sqlite_Sql::SET_LAST, "UPDATE store SET last_sequence = ?"},
-    {Sqlite_Sql::SET_LAST_BULK, "UPDATE store SET last_sequence = ?1, last_bulk = ?1"},
+     "INSERT OR REPLACE INTO deleted (path, sequence, at, sum)"
+     "  SELECT path, number, CAST(strftime('%s', 'now') AS INTEGER), sealed('', path, '', number)"
+     "    FROM (SELECT path, ?3 - 1 + row_number() OVER (ORDER BY path) AS number"
+     "            FROM entry WHERE path >= ?1 AND path < ?2) ORDER BY path"},
+    {Sqlite_Sql::SET_LAST,
+     "UPDATE store SET last_sequence = ?1, sum = " STORE_SUM("?1", "last_bulk", "oldest_deletion")},
+    {Sqlite_Sql::SET_LAST_BULK,
+     "UPDATE store SET last_sequence = ?1, last_bulk = ?1, sum = " STORE_SUM("?1", "?1",
+                                                                             "oldest_deletion")},
     {Sqlite_Sql::NEWEST_BEFORE,
      "SELECT coalesce(max(sequence), 0) FROM deleted"
      "  WHERE at < CAST(strftime('%s', 'now') AS INTEGER) - ?1 * 86400"},
     {Sqlite_Sql::PURGE, "DELETE FROM deleted WHERE sequence <= ?"},
-    {Sqlite_Sql::SET_OLDEST, "UPDATE store SET oldest_deletion = max(oldest_deletion, ? + 1)"},
+    {Sqlite_Sql::SET_OLDEST,
+     "UPDATE store SET oldest_deletion = max(oldest_deletion, ?1 + 1), sum = " STORE_SUM(
+         "last_sequence", "last_bulk", "max(oldest_deletion, ?1 + 1)")},
     {Sqlite_Sql::BEGIN_READ, "BEGIN"},
     {Sqlite_Sql::END_READ, "COMMIT"},
     {Sqlite_Sql::SAVEPOINT, "SAVEPOINT part"},
     {Sqlite_Sql::RELEASE, "RELEASE part"},
 };
 static_assert(Db_IsInOrder(kSql));
+
+#undef STORE_SUM
+#undef FROM_STORE
+#undef OF_ROW_BEFORE
 
 // Once the log is this long, a commit waits a moment for readers, so that it starts anew: readers
 // that come one upon the other would let it grow for ever otherwise. In pages of 4 KB.
@@ -84,6 +102,22 @@ int after_commit(void*, sqlite3* handle, const char* name, int pages) {
     sqlite3_wal_checkpoint_v2(handle, name, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
   }
   return SQLITE_OK;  // the commit is safe whatever became of this
+}
+
+// sealed(path of the row before, path, value, sequence)
+void sealed(sqlite3_context* context, int, sqlite3_value** values) {
+  const auto text = [&](int i) -> std::string_view {
+    const void* bytes = sqlite3_value_blob(values[i]);
+    return {static_cast<const char*>(bytes),
+            bytes ? static_cast<size_t>(sqlite3_value_bytes(values[i])) : 0};
+  };
+  try {
+    const std::string row = Sqlite_Row::Sealed(Sqlite_PathSum(text(0)).link(), text(1), text(2),
+                                               sqlite3_value_int64(values[3]));
+    sqlite3_result_blob64(context, row.data(), row.size(), SQLITE_TRANSIENT);
+  } catch (...) {
+    sqlite3_result_error_nomem(context);
+  }
 }
 
 }  // namespace
@@ -111,7 +145,11 @@ bool Sqlite_Session::open(const std::string& file) {
                       run("PRAGMA mmap_size = 1073741824", "set up") &&
                       run("PRAGMA journal_size_limit = 67108864", "set up");
   sqlite3_wal_hook(m_handle, after_commit, nullptr);
-  return is_set;
+  constexpr int flags_of_sealed = SQLITE_UTF8 | SQLITE_DETERMINISTIC;
+  const bool has_sealed =
+      sqlite3_create_function_v2(m_handle, "sealed", 4, flags_of_sealed, nullptr, sealed, nullptr,
+                                 nullptr, nullptr) == SQLITE_OK;
+  return is_set && (has_sealed || fail("set up"));
 }
 
 bool Sqlite_Session::fail(const char* what, const std::string& why) {

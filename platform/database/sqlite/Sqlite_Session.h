@@ -13,17 +13,21 @@
 enum class Sqlite_Sql {
   GET,
   RANGE,
-  RANGE_ABOVE,
+  RANGE_NUMBERS,
+  ROWS_FROM,
+  CHANGED_ABOVE,
+  IS_BY_INDEX,
   DELETED,
   DELETED_ABOVE,
-  COUNT,
-  MAX_SEQUENCE,
   LAST_SEQUENCE,
   OLDEST_DELETION,
   SYNC_ID,
   DATE_TIME,
   PUT,
   PUT_NEW,
+  ROW_BEFORE,
+  ROW_FROM,
+  LINK,
   FORGET_DELETION,
   FORGET_DELETIONS,
   ERASE,
@@ -98,6 +102,9 @@ class Sqlite_Statement {
     sqlite3_bind_text64(m_statement, at, text.data() ? text.data() : "", text.size(), SQLITE_STATIC,
                         SQLITE_UTF8);
   }
+  void bind_bytes(int at, std::string_view bytes) {
+    sqlite3_bind_blob64(m_statement, at, bytes.data(), bytes.size(), SQLITE_STATIC);
+  }
   void bind(int at, int64_t number) { sqlite3_bind_int64(m_statement, at, number); }
   void rewind() { sqlite3_reset(m_statement); }
 
@@ -113,7 +120,6 @@ class Sqlite_Statement {
             static_cast<size_t>(sqlite3_column_bytes(m_statement, column))};
   }
   int64_t number(int column) const { return sqlite3_column_int64(m_statement, column); }
-  Db_Entry entry() const { return {text(0), text(1), 0}; }
 
  private:
   Sqlite_Session& m_session;

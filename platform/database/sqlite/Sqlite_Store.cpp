@@ -1,5 +1,8 @@
 #include <database/sqlite/Sqlite_Store.h>
 
+#include <algorithm>
+#include <utility>
+
 #include <database/sqlite/Sqlite_Schema.h>
 
 namespace {
@@ -7,20 +10,8 @@ namespace {
 // How long a read waits where it has to: while another process restores the log after a crash.
 constexpr int kReadWait = 10000;
 
-// A cursor with the ends of its range, to which the statement is bound.
-class RangeCursor : public Sqlite_Cursor {
- public:
-  RangeCursor(Sqlite_Session& session, Sqlite_Sql sql, Open& open, std::string_view from,
-              std::string_view to)
-      : Sqlite_Cursor(session, sql, open), m_from(from), m_to(to) {
-    if (!is_ready()) return;
-    statement().bind(1, m_from);
-    statement().bind(2, m_to);
-  }
-
- private:
-  const std::string m_from, m_to;
-};
+// The first place behind a path.
+std::string behind(std::string_view path) { return std::string(path) + '\0'; }
 
 }  // namespace
 
@@ -65,66 +56,106 @@ Db_Result Sqlite_Store::get(std::string_view path, std::string& value) {
   return result;
 }
 
+// What is not found may have been lost: its place is looked at.
 Db_Result Sqlite_Store::read(std::string_view path, std::string& value) {
   Sqlite_Statement statement(m_session, Sqlite_Sql::GET);
   if (!statement.is_ready()) return Db_Result::FAILED;
   statement.bind(1, path);
   const Db_Result result = statement.step("read");
-  if (result == Db_Result::OK) value.assign(statement.text(0));
-  return result;
+  if (result == Db_Result::FAILED) return result;
+  if (result == Db_Result::OK) {
+    const Sqlite_Row row(statement.text(0));
+    if (!row.is_whole(Sqlite_PathSum(path))) return damaged("there is damage at", path);
+    value.assign(row.value());
+    return result;
+  }
+  statement.rewind();
+  Sqlite_RangeCursor place(m_session, Sqlite_Sql::RANGE, m_cursors, path, behind(path));
+  Db_Entry entry;
+  const Db_Result found = place.is_ready() && place.start() ? place.next(entry) : Db_Result::FAILED;
+  if (found == Db_Result::OK && entry.path != path) return damaged("the order is lost at", path);
+  if (found == Db_Result::OK) value.assign(entry.value);  // it came in between
+  return found;
 }
+
+Db_Result Sqlite_Store::damaged(std::string_view what, std::string_view path) {
+  m_session.fail("read", std::string(what).append(" <").append(path).append(">"));
+  return Db_Result::FAILED;
+}
+
+namespace {
+template <class Cursor, class... Given>
+std::unique_ptr<Db_Cursor> started(Given&&... given) {
+  auto cursor = std::make_unique<Cursor>(std::forward<Given>(given)...);
+  if (!cursor->is_ready() || !cursor->start()) return nullptr;
+  return cursor;
+}
+}  // namespace
 
 std::unique_ptr<Db_Cursor> Sqlite_Store::range(std::string_view from, std::string_view to,
                                                int64_t above_sequence, bool deleted) {
   const bool all = above_sequence <= 0;
-  const Sqlite_Sql sql = deleted ? all ? Sqlite_Sql::DELETED : Sqlite_Sql::DELETED_ABOVE
-                         : all   ? Sqlite_Sql::RANGE
-                                 : Sqlite_Sql::RANGE_ABOVE;
-  auto cursor = std::make_unique<RangeCursor>(m_session, sql, m_cursors, from, to);
-  if (!cursor->is_ready()) return nullptr;
-  if (!all) cursor->statement().bind(3, above_sequence);
-  if (!cursor->start()) return nullptr;
-  return cursor;
+  if (deleted) {
+    const Sqlite_Sql sql = all ? Sqlite_Sql::DELETED : Sqlite_Sql::DELETED_ABOVE;
+    return started<Sqlite_NumberCursor>(m_session, sql, m_cursors, from, to, above_sequence);
+  }
+  if (all) return started<Sqlite_RangeCursor>(m_session, Sqlite_Sql::RANGE, m_cursors, from, to);
+  const Db_OneState state(*this);
+  Sqlite_Statement asked(m_session, Sqlite_Sql::IS_BY_INDEX);
+  if (!state || !asked.is_ready()) return nullptr;
+  asked.bind(1, above_sequence);
+  if (asked.step("read") != Db_Result::OK) return nullptr;
+  if (asked.number(0)) {
+    return started<Sqlite_NumberCursor>(m_session, Sqlite_Sql::CHANGED_ABOVE, m_cursors, from, to,
+                                        above_sequence);
+  }
+  return started<Sqlite_RangeCursor>(m_session, Sqlite_Sql::RANGE_NUMBERS, m_cursors, from, to,
+                                     above_sequence);
 }
 
 std::unique_ptr<Db_Cursor> Sqlite_Store::children(std::string_view path) {
-  auto cursor = std::make_unique<Sqlite_ChildCursor>(m_session, m_cursors, path);
-  if (!cursor->is_ready() || !cursor->start()) return nullptr;
-  return cursor;
+  return started<Sqlite_ChildCursor>(m_session, m_cursors, path);
 }
 
 Db_Result Sqlite_Store::number(Sqlite_Sql sql, int64_t& number) {
   Sqlite_Statement statement(m_session, sql);
   const Db_Result result = statement.step("read");
   if (result == Db_Result::OK) number = statement.number(0);
-  return result;
+  return result == Db_Result::NOT_FOUND ? damaged("there is damage in", "store") : result;
 }
 
 Db_Result Sqlite_Store::text(Sqlite_Sql sql, std::string& text) {
   Sqlite_Statement statement(m_session, sql);
   const Db_Result result = statement.step("read");
   if (result == Db_Result::OK) text.assign(statement.text(0));
-  return result;
+  return result == Db_Result::NOT_FOUND ? damaged("there is damage in", "store") : result;
 }
 
 Db_Result Sqlite_Store::count(std::string_view from, std::string_view to, int64_t& rows) {
-  Sqlite_Statement statement(m_session, Sqlite_Sql::COUNT);
-  if (!statement.is_ready()) return Db_Result::FAILED;
-  statement.bind(1, from);
-  statement.bind(2, to);
-  const Db_Result result = statement.step("read");
-  if (result == Db_Result::OK) rows = statement.number(0);
-  return result;
+  const auto cursor = range(from, to, 0, false);
+  Db_Result result = cursor ? Db_Result::OK : Db_Result::FAILED;
+  Db_Entry entry;
+  rows = 0;
+  while (result == Db_Result::OK && (result = cursor->next(entry)) == Db_Result::OK) ++rows;
+  return result == Db_Result::NOT_FOUND ? Db_Result::OK : result;
 }
 
 Db_Result Sqlite_Store::max_sequence(std::string_view from, std::string_view to, int64_t& number) {
-  Sqlite_Statement statement(m_session, Sqlite_Sql::MAX_SEQUENCE);
-  if (!statement.is_ready()) return Db_Result::FAILED;
-  statement.bind(1, from);
-  statement.bind(2, to);
-  const Db_Result result = statement.step("read");
-  if (result == Db_Result::OK) number = statement.number(0);
-  return result;
+  const Db_OneState state(*this);
+  if (!state) return Db_Result::FAILED;
+  number = 0;
+  for (const bool deleted : {false, true}) {
+    const auto cursor = deleted ? range(from, to, 0, true)
+                                : started<Sqlite_RangeCursor>(m_session, Sqlite_Sql::RANGE_NUMBERS,
+                                                              m_cursors, from, to);
+    Db_Result result = cursor ? Db_Result::OK : Db_Result::FAILED;
+    Db_Entry entry;
+    while (result == Db_Result::OK && (result = cursor->next(entry)) == Db_Result::OK) {
+      number = std::max(number, entry.sequence);
+    }
+    if (result == Db_Result::FAILED) return result;
+  }
+  return Db_Result::OK;
 }
 
 Db_Result Sqlite_Store::last_sequence(int64_t& number) {
@@ -139,6 +170,8 @@ Db_Result Sqlite_Store::date_time(std::string& text) {
 }
 
 Db_Result Sqlite_Store::check(std::string& reason) {
+  int64_t last = 0;
+  if (last_sequence(last) != Db_Result::OK) return Db_Result::FAILED;
   sqlite3_stmt* statement = nullptr;
   sqlite3_prepare_v2(m_session.handle(), "PRAGMA integrity_check(1)", -1, &statement, nullptr);
   const int code = sqlite3_step(statement);
@@ -149,12 +182,60 @@ Db_Result Sqlite_Store::check(std::string& reason) {
   int64_t wrong = 0;
   const char numbers[] =
       "SELECT count(*) FROM (SELECT sequence, count(*) AS times FROM"
-      "  (SELECT sequence FROM entry UNION ALL SELECT sequence FROM deleted)"
+      "  (SELECT sequence FROM entry WHERE path <> CAST(x'ffffffff' AS TEXT)"
+      "   UNION ALL SELECT sequence FROM deleted)"
       "  GROUP BY sequence) WHERE times > 1 OR sequence < 1"
       "  OR sequence > (SELECT last_sequence FROM store)";
   if (!m_session.ask(numbers, wrong, "check")) return Db_Result::FAILED;
   reason = wrong ? std::to_string(wrong) + " sequence numbers are out of range or given twice" : "";
   return wrong ? Db_Result::NOT_FOUND : Db_Result::OK;
+}
+
+// Where the file cannot be read on, what is behind the branch at hand is tried, then behind the one
+// above it, and so on.
+void Sqlite_Store::inspect(Db_Findings& findings) {
+  std::string from;
+  uint32_t link = Sqlite_PathSum("").link();
+  while (!inspect_from(from, link, findings)) {
+    findings.damage(error() + ", behind <" + from + ">");
+    std::string last;
+    do {
+      last = from;
+      from.erase(std::min(from.find_last_of("\\]"), from.size()));
+      if (from.empty()) return;
+      from += ']';
+    } while (from <= last);
+    link = 0;
+  }
+}
+
+// Leaves where it came to. True at the end; the first row follows on any with a link of 0.
+bool Sqlite_Store::inspect_from(std::string& from, uint32_t& link, Db_Findings& findings) {
+  Sqlite_Statement rows(m_session, Sqlite_Sql::ROWS_FROM);
+  if (!rows.is_ready()) return false;
+  const std::string start = from;
+  rows.bind(1, start);
+  Db_Result result;
+  while ((result = rows.step("read")) == Db_Result::OK) {
+    const std::string_view path = rows.text(0);
+    const Sqlite_Row row(rows.text(1));
+    const Sqlite_PathSum sums(path);
+    const int64_t sequence = rows.number(2);
+    const std::string place = "<" + std::string(path) + ">";
+    if (!row.is_whole(sums) || !row.has_number(sums, sequence) || path < from) {
+      findings.damage("there is damage at " + place);
+      link = 0;
+      continue;
+    }
+    if (link && row.link() != link) findings.damage("rows are missing before " + place);
+    link = sums.link();
+    from = path;
+    if (path == SQLITE_END) return true;
+    findings.row({path, row.value(), sequence});
+  }
+  if (result == Db_Result::FAILED) return false;
+  findings.damage("rows are missing behind <" + from + ">");
+  return true;
 }
 
 // --- changes
@@ -232,39 +313,92 @@ Db_Result Sqlite_Store::rollback_to() {
                                                                  : Db_Result::FAILED;
 }
 
+// The rows on both sides of a place, and what is said of it by the second.
+bool Sqlite_Store::look_around(std::string_view from, std::string_view to, Place& place) {
+  Sqlite_Statement before(m_session, Sqlite_Sql::ROW_BEFORE), next(m_session, Sqlite_Sql::ROW_FROM);
+  if (!before.is_ready() || !next.is_ready()) return false;
+  before.bind(1, from);
+  next.bind(1, to);
+  const Db_Result has_before = before.step("read"), has_next = next.step("read");
+  if (has_before == Db_Result::FAILED || has_next == Db_Result::FAILED) return false;
+  place.before = Sqlite_PathSum(has_before == Db_Result::OK ? before.text(0) : "").link();
+  if (has_next == Db_Result::NOT_FOUND) return damaged("rows are missing behind", from), false;
+  place.next = next.text(0);
+  place.next_row = next.text(1);
+  const Sqlite_Row row(place.next_row);
+  if (!row.is_whole(Sqlite_PathSum(place.next))) {
+    return damaged("there is damage at", place.next), false;
+  }
+  place.link = row.link();
+  return true;
+}
+
+bool Sqlite_Store::link_next(const Place& place, uint32_t link) {
+  if (place.link == link) return true;
+  const std::string row = Sqlite_Row(place.next_row).linked_to(link);
+  Sqlite_Statement statement(m_session, Sqlite_Sql::LINK);
+  if (!statement.is_ready()) return false;
+  statement.bind(1, place.next);
+  statement.bind_bytes(2, row);
+  return statement.execute("write") == Db_Result::OK;
+}
+
 Db_Result Sqlite_Store::put(const Db_Entry* entries, size_t count) {
   if (!may_change()) return Db_Result::FAILED;
   Sqlite_Statement put(m_session, Sqlite_Sql::PUT);
   Sqlite_Statement forget(m_session, Sqlite_Sql::FORGET_DELETION);
   if (!put.is_ready() || !forget.is_ready()) return Db_Result::FAILED;
   for (const Db_Entry* entry = entries; entry != entries + count; ++entry) {
+    const uint32_t own = Sqlite_PathSum(entry->path).link();
+    Place place;
+    if (!look_around(entry->path, behind(entry->path), place)) return Db_Result::FAILED;
+    if (place.link != own && place.link != place.before) {
+      return damaged("rows are missing before", place.next);
+    }
+    const std::string row =
+        Sqlite_Row::Sealed(place.before, entry->path, entry->value, entry->sequence);
     put.bind(1, entry->path);
-    put.bind(2, entry->value);
+    put.bind_bytes(2, row);
     put.bind(3, entry->sequence);
     forget.bind(1, entry->path);
-    if (put.execute("write") != Db_Result::OK || forget.execute("write") != Db_Result::OK) {
+    if (put.execute("write") != Db_Result::OK || forget.execute("write") != Db_Result::OK ||
+        !link_next(place, own)) {
       return Db_Result::FAILED;
     }
   }
   return Db_Result::OK;
 }
 
+// Beside the top others may stand before what is below it (`a`, `a-b`, `a\c`).
 Db_Result Sqlite_Store::put_new(const Db_Entry* entries, size_t count) {
   if (!count) return Db_Result::OK;
   if (!may_change()) return Db_Result::FAILED;
   m_is_bulk = true;
-  Sqlite_Statement put(m_session, Sqlite_Sql::PUT_NEW);
   Sqlite_Statement forget(m_session, Sqlite_Sql::FORGET_DELETIONS);
-  if (!put.is_ready() || !forget.is_ready()) return Db_Result::FAILED;
-  for (const Db_Entry* entry = entries; entry != entries + count; ++entry) {
-    put.bind(1, entry->path);
-    put.bind(2, entry->value);
-    put.bind(3, entry->sequence);
-    if (put.execute("write") != Db_Result::OK) return Db_Result::FAILED;
-  }
+  if (!forget.is_ready() || !put_run(entries, 1)) return Db_Result::FAILED;
+  if (count > 1 && !put_run(entries + 1, count - 1)) return Db_Result::FAILED;
   forget.bind(1, entries[0].path);
   forget.bind(2, entries[count - 1].path);
   return forget.execute("write");
+}
+
+bool Sqlite_Store::put_run(const Db_Entry* entries, size_t count) {
+  Sqlite_Statement put(m_session, Sqlite_Sql::PUT_NEW);
+  Place place;
+  if (!put.is_ready() || !look_around(entries[0].path, behind(entries[count - 1].path), place)) {
+    return false;
+  }
+  if (place.link != place.before) return damaged("rows are missing before", place.next), false;
+  uint32_t link = place.before;
+  for (const Db_Entry* entry = entries; entry != entries + count; ++entry) {
+    const std::string row = Sqlite_Row::Sealed(link, entry->path, entry->value, entry->sequence);
+    put.bind(1, entry->path);
+    put.bind_bytes(2, row);
+    put.bind(3, entry->sequence);
+    if (put.execute("write") != Db_Result::OK) return false;
+    link = Sqlite_PathSum(entry->path).link();
+  }
+  return link_next(place, link);
 }
 
 Db_Result Sqlite_Store::erase(const Db_Entry* entries, size_t count) {
@@ -273,10 +407,16 @@ Db_Result Sqlite_Store::erase(const Db_Entry* entries, size_t count) {
   Sqlite_Statement keep(m_session, Sqlite_Sql::KEEP_DELETION);
   if (!erase.is_ready() || !keep.is_ready()) return Db_Result::FAILED;
   for (const Db_Entry* entry = entries; entry != entries + count; ++entry) {
+    Place place;
+    if (!look_around(entry->path, behind(entry->path), place)) return Db_Result::FAILED;
+    if (place.link != Sqlite_PathSum(entry->path).link() && place.link != place.before) {
+      return damaged("rows are missing before", place.next);
+    }
     erase.bind(1, entry->path);
     keep.bind(1, entry->path);
     keep.bind(2, entry->sequence);
-    if (erase.execute("write") != Db_Result::OK || keep.execute("write") != Db_Result::OK) {
+    if (erase.execute("write") != Db_Result::OK || keep.execute("write") != Db_Result::OK ||
+        !link_next(place, place.before)) {
       return Db_Result::FAILED;
     }
   }
@@ -288,7 +428,12 @@ Db_Result Sqlite_Store::erase_range(std::string_view from, std::string_view to, 
   if (!may_change()) return Db_Result::FAILED;
   Sqlite_Statement keep(m_session, Sqlite_Sql::KEEP_DELETIONS);
   Sqlite_Statement erase(m_session, Sqlite_Sql::ERASE_RANGE);
-  if (!erase.is_ready() || !keep.is_ready()) return Db_Result::FAILED;
+  Place range, end;
+  if (!erase.is_ready() || !keep.is_ready() || !look_around(from, to, range) ||
+      !look_around(to, to, end)) {
+    return Db_Result::FAILED;
+  }
+  if (end.link != end.before) return damaged("rows are missing before", end.next);
   keep.bind(1, from);
   keep.bind(2, to);
   keep.bind(3, sequence);
@@ -298,7 +443,7 @@ Db_Result Sqlite_Store::erase_range(std::string_view from, std::string_view to, 
     return Db_Result::FAILED;
   }
   rows = sqlite3_changes64(m_session.handle());
-  return Db_Result::OK;
+  return link_next(range, range.before) ? Db_Result::OK : Db_Result::FAILED;
 }
 
 Db_Result Sqlite_Store::purge_deletions(int days, int64_t& rows) {

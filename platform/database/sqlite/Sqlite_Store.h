@@ -26,6 +26,7 @@ class Sqlite_Store : public Db_Store {
   Db_Result sync_id(std::string& id) override;
   Db_Result date_time(std::string& text) override;
   Db_Result check(std::string& reason) override;
+  void inspect(Db_Findings& findings) override;
   Db_Result hold_state() override { return m_session.hold_state(); }
   void leave_state() override { m_session.leave_state(); }
 
@@ -51,6 +52,18 @@ class Sqlite_Store : public Db_Store {
   Db_Result read(std::string_view path, std::string& value);
   Db_Result execute(Sqlite_Sql sql, int64_t number, const char* what);
   bool may_change();
+  bool inspect_from(std::string& from, uint32_t& link, Db_Findings& findings);
+  Db_Result damaged(std::string_view what, std::string_view path);
+
+  // Between two rows.
+  struct Place {
+    uint32_t before = 0;  // the link to the row before
+    std::string next, next_row;
+    uint32_t link = 0;  // of the next row
+  };
+  bool look_around(std::string_view from, std::string_view to, Place& place);
+  bool put_run(const Db_Entry* entries, size_t count);
+  bool link_next(const Place& place, uint32_t link);
 
   Sqlite_Session m_session;
   Sqlite_ValueCache m_values;

@@ -197,6 +197,9 @@ bool CFG_DBRepository::CheckIntegrity(std::string& reason) {
   return ask("CheckIntegrity(std::string&)",
              [&](CFGDB_Conn& db) { return db.CheckIntegrity(reason); });
 }
+bool CFG_DBRepository::CheckSome(std::string& from, int entries) {
+  return ask("CheckSome", [&](CFGDB_Conn& db) { return db.CheckSome(from, entries); });
+}
 std::string CFG_DBRepository::TakeFailure() {
   return ask("TakeFailure()", [](CFGDB_Conn& db) { return db.TakeFailure(); });
 }

@@ -98,7 +98,15 @@ template <class Read>
 auto CFG_DBRepository::in_one_state(const Read& read) -> std::invoke_result_t<Read> try {
   const QueryTurn turn(*this);
   const OneState state(*this);
-  return state ? read() : std::invoke_result_t<Read>();
+  if (!state) return {};
+  const auto failures = [this] {
+    return ask("in_one_state", [](CFGDB_Conn& db) { return db.failures(); });
+  };
+  const size_t before = failures();
+  auto answer = read();
+  if (failures() == before) return answer;
+  if constexpr (std::is_pointer_v<decltype(answer)>) delete answer;
+  return {};  // made from less than there is
 } catch (...) {
   return cfg::answered(logger, std::invoke_result_t<Read>());
 }
@@ -351,6 +359,27 @@ CFG_SubTree* CFG_DBRepository::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(
   logger.trace("Start %s\n", op);
   return sub_tree_of(GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(path), op,
                      "GetTreeNodeOnlyWithValuesWithPrecentAndWildcard");
+} catch (...) {
+  return cfg::answered(logger, nullptr);
+}
+
+// --- what is sound -------------------------------------------------------------------------------
+
+CFG_SubTree* CFG_DBRepository::Salvage(std::vector<std::string>& damage) try {
+  constexpr std::string_view root = "halvoria";
+  cfg::tree_builder builder(root);
+  size_t rows = 0;
+  const auto take = [&](std::string_view path, std::string_view value) {
+    ++rows;
+    if (path == root) return;
+    const bool is_below = path.size() > root.size() && path[root.size()] == '\\' &&
+                          path.substr(0, root.size()) == root;
+    if (is_below && builder.add(path.substr(root.size() + 1), value)) return;
+    damage.push_back("<" + std::string(path) + "> has no place in the tree");
+  };
+  const auto say = [&](const std::string& what) { damage.push_back(what); };
+  ask("Salvage", [&](CFGDB_Conn& db) { return db.Inspect(take, say); });
+  return rows ? new CFG_SubTree(builder.tree()) : nullptr;
 } catch (...) {
   return cfg::answered(logger, nullptr);
 }
