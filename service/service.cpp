@@ -20,6 +20,8 @@ namespace {
 constexpr Log_Logger logger("service/service", 508);
 
 constexpr std::string_view SQLITE = "sqlite:";
+constexpr auto CHECK_EVERY = std::chrono::hours(1);
+constexpr int CHECKED_AT_ONCE = 1000;
 constexpr auto PURGE_EVERY = std::chrono::hours(24);
 
 Conn_ServerSettings server_settings(const Settings& settings) {
@@ -378,6 +380,7 @@ void Service::keep_house() {
   m_turns.refuse_late(now);
   m_streams.look_after(now);
   watch_lock(now);
+  if (m_is_store_local && now >= m_next_check) check_store(now);
   if (now < m_next_purge) return;
   m_next_purge = now + PURGE_EVERY;
   purge_deletions();
@@ -399,6 +402,14 @@ void Service::watch_lock(Clock::time_point now) {
   std::string reason;
   if (!lock->check_time(now, limits, reason)) return;
   logger.warning("%s loses the lock: %s\n", who, reason);
+}
+
+// A little at a time, from end to end, and again after a pause. Damage stands in the log.
+void Service::check_store(Clock::time_point now) {
+  const Stores::Lease store = m_stores.lease();
+  const bool is_sound = store && store->CheckSome(m_checked_to, CHECKED_AT_ONCE);
+  if (store) store->TakeFailure();
+  if (!is_sound || m_checked_to.empty()) m_next_check = now + CHECK_EVERY;
 }
 
 void Service::purge_deletions() {

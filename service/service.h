@@ -107,6 +107,7 @@ class Service : private Conn_Handler {
   void keep_house();  // every second
   void watch_lock(Clock::time_point now);
   void purge_deletions();
+  void check_store(Clock::time_point now);
 
   const Settings m_settings;
   const bool m_is_store_local;
@@ -131,7 +132,9 @@ class Service : private Conn_Handler {
   Mutex m_mutex;
   Holder m_holder THREADAPI_GUARDED_BY(m_mutex);
   std::atomic<bool> m_is_stopping{false};
-  Clock::time_point m_next_purge;  // the housekeeper's
+  Clock::time_point m_next_purge;  // the housekeeper's, as what follows
+  Clock::time_point m_next_check;
+  std::string m_checked_to;  // where the look for damage goes on
 };
 
 }  // namespace service

@@ -17,7 +17,7 @@ constexpr char FOOTER[] =
     "file (with '_' for '-'); flags win over variables, variables over the file. Numbers may\n"
     "end with k, M or G. SIGTERM ends the service: running requests finish, open transactions\n"
     "are undone.\n"
-    "Exit codes: 0 ended as asked, 1 it cannot serve, 2 usage.\n";
+    "Exit codes: 0 ended as asked, 1 it cannot serve or the store is damaged, 2 usage.\n";
 
 std::string help_of(const service::SettingRow& row) {
   return std::string(row.help) + (*row.fallback ? " [" + std::string(row.fallback) + "]" : "");
@@ -57,6 +57,13 @@ CommandLine::Result CommandLine::read(int argc, char** argv, std::string& text) 
   app.add_option("--config", file, std::string("settings file [") + DEFAULT_FILE + "]")
       ->type_name("FILE");
   app.add_flag("--print-config", is_printing, "print every setting with its origin, and end");
+  CLI::Option* check = app.add_option(
+      "--check", m_checked, "look at everything in the store, say what is wrong, and end");
+  check->type_name("STORE");
+  app.add_option("--salvage", m_salvage,
+                 "write what is sound to the XML file, and the rest's places to FILE.damage")
+      ->type_name("FILE")
+      ->needs(check);
   app.add_flag("--print-port", m_prints_port, "print the port once the service listens");
   std::map<std::string, std::string> given;
   std::vector<std::pair<const char*, CLI::Option*>> options;
@@ -90,6 +97,7 @@ CommandLine::Result CommandLine::read(int argc, char** argv, std::string& text) 
            "neither encrypted nor checked yet, so the service is for this computer only";
     return WRONG;
   }
+  if (!m_checked.empty()) return CHECK;
   if (!is_printing) return SERVE;
   text = print(reader.origins());
   return PRINT;

@@ -12,6 +12,7 @@
 #include <service/service.h>
 #include <system/Sys_Process.h>
 
+#include "check.h"
 #include "command_line.h"
 
 namespace {
@@ -89,11 +90,15 @@ int run(int argc, char** argv) {
       return DONE;
     case svcfg::CommandLine::WRONG:
       return fail(USAGE, text);
+    case svcfg::CommandLine::CHECK:
     case svcfg::CommandLine::SERVE:
       break;
   }
   if (!set_up_log(line.settings(), text)) return fail(USAGE, text);
-  return serve(line.settings(), line.prints_port());
+  if (line.checked().empty()) return serve(line.settings(), line.prints_port());
+  text.clear();
+  if (svcfg::check(line.checked(), line.settings().store_user, line.salvage(), text)) return DONE;
+  return text.empty() ? FAILED : fail(FAILED, text);
 }
 
 }  // namespace

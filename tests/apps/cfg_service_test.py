@@ -199,6 +199,32 @@ class TheServiceItself(CfgTest):
         self.assertEqual(self.run_cfg(line + "get halvoria/x")[:2], (0, "kept\n"))
         self.assertEqual(again.stop(signal.SIGINT), 0)
 
+    def test_a_damaged_store_is_told_and_saved(self):
+        service = Service(self.folder)
+        line = f"--server {service.address} "
+        for name in ("before", "damaged", "sound"):
+            self.assertEqual(self.run_cfg(line + f"set halvoria/k/{name} text_of_{name}")[0], 0)
+        self.assertEqual(service.stop(), 0)
+        store, saved = self.folder / "tree.sqlite", self.folder / "saved.xml"
+        self.assertEqual(run_svcfg("--check", f"sqlite:{store}")[:2],
+                         (0, "4 entries below the root are sound, and nothing is wrong\n"))
+        store.write_bytes(store.read_bytes().replace(b"text_of_damaged", b"text_of_dAmaged"))
+        code, output, _ = run_svcfg("--check", f"sqlite:{store}", "--salvage", str(saved))
+        place = "there is damage at <halvoria\\k\\damaged>\n"
+        self.assertEqual((code, output), (1, place + "3 entries below the root are sound\n"))
+        self.assertEqual((self.folder / "saved.xml.damage").read_text(), place)
+        self.assertEqual(self.run_cfg(f"--file {saved} get halvoria/k/sound")[:2],
+                         (0, "text_of_sound\n"))
+        self.assertEqual(self.run_cfg(f"--file {saved} get halvoria/k/damaged")[0], 3)
+
+        service = Service(self.folder, port=service.port)
+        self.assertNotEqual(self.run_cfg(line + "get halvoria/k/damaged")[0], 0)
+        self.assertNotEqual(self.run_cfg(line + "get halvoria/k")[0], 0)
+        self.assertEqual(self.run_cfg(line + "set halvoria/other/x 1")[0], 0)
+        self.assertEqual(self.run_cfg(line + "get halvoria/other/x")[:2], (0, "1\n"))
+        self.assertIn("there is damage at <halvoria\\k\\damaged>", service.log_text())
+        self.assertEqual(service.stop(), 0)
+
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)
