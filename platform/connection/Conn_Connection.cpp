@@ -20,9 +20,13 @@ bool Conn_SyncConnector::Inside::prepare() {
     last_error = "the connection to " + address + " broke in the middle of a transaction";
     return false;
   }
+  if (lock_is_lost) {
+    last_error = "the lock was lost: the connection to " + address + " broke while it was held";
+    return false;
+  }
   drop_when_stale();
-  if (transaction_is_broken) return prepare();
-  if (!transaction_has_begun && silence->holds()) {
+  if (transaction_is_broken || lock_is_lost) return prepare();
+  if (!transaction_has_begun && !is_locked && silence->holds()) {
     last_error = address + " did not answer in time a moment ago and is not asked again yet";
     return false;
   }
@@ -32,11 +36,12 @@ bool Conn_SyncConnector::Inside::prepare() {
 void Conn_SyncConnector::Inside::drop_when_stale() {
   if (!stream.is_open()) {  // nor was it when the process forked
     transaction_is_broken = transaction_has_begun;
+    lose_lock();
     return;
   }
   const auto now = clock_type::now();
   if (now - last_looked_at <= kFresh) return;
-  if (!transaction_has_begun && is_stale(now)) return drop();
+  if (!transaction_has_begun && !is_locked && is_stale(now)) return drop();
   if (now - last_used <= kFresh) return;
   last_looked_at = now;
   if (!stream.is_live()) drop();
@@ -55,7 +60,8 @@ bool Conn_SyncConnector::Inside::open() {
     return false;
   }
   received.clear();
-  is_introduced = is_token_sent = is_locked = false;
+  is_introduced = is_token_sent = false;
+  answer_by = clock_type::time_point::max();
   mark_used();
   return true;
 }
@@ -63,8 +69,14 @@ bool Conn_SyncConnector::Inside::open() {
 void Conn_SyncConnector::Inside::drop() {
   stream.close();
   received.clear();
-  is_introduced = is_token_sent = is_patient = is_locked = false;
+  is_introduced = is_token_sent = is_patient = false;
   if (transaction_has_begun) transaction_is_broken = true;
+  lose_lock();
+}
+
+void Conn_SyncConnector::Inside::lose_lock() {
+  lock_is_lost = lock_is_lost || is_locked;
+  is_locked = false;
 }
 
 bool Conn_SyncConnector::Inside::break_off(const std::string& reason) {
@@ -117,6 +129,9 @@ bool Conn_SyncConnector::Inside::receive(std::string_view& frame) {
         return true;
       }
       if (found == Found::TOO_LONG) return break_off("the answer is not well formed");
+      const bool is_over =
+          answer_by != clock_type::time_point::max() && answer_by <= clock_type::now();
+      if (is_over) return break_off("the answer did not end in time");
       const milliseconds wait = time_to_wait();
       stream.set_receive_time_out(wait);
       size_t size;

@@ -30,6 +30,8 @@ struct Conn_SyncConnector::Inside {
   // Ends a connection that was found broken before anything was sent.
   void drop_when_stale();
   void drop();
+  // The service knows nothing of the lock any more.
+  void lose_lock();
   bool is_stale(clock_type::time_point now) const { return now - last_used > time_outs.idle; }
   void mark_used() { last_used = clock_type::now(); }
 
@@ -52,6 +54,8 @@ struct Conn_SyncConnector::Inside {
   bool is_introduced = false;
   bool is_token_sent = false;
   bool is_locked = false;
+  bool lock_is_lost = false;            // with its connection, and nobody has been told
+  bool lock_is_of_transaction = false;  // was taken within one
 
   int transactions = 0;                // begun and not ended
   bool transaction_has_begun = false;  // a request of it was sent on the connection

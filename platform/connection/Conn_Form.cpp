@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr size_t kLargeBuffer = size_t{1} << 20;
 constexpr size_t kLargeField = size_t{64} << 10;
 constexpr size_t kMostAround = 15;  // bytes of a tag and a length, or of a tag and a number
 
@@ -100,8 +99,8 @@ std::string_view Conn_FormWriter::finish(bool more) {
   return m_buffer;
 }
 
-void Conn_FormWriter::shrink() {
-  if (m_buffer.capacity() > kLargeBuffer) std::string().swap(m_buffer);
+void Conn_FormWriter::shrink(size_t keeps) {
+  if (m_buffer.capacity() > keeps) std::string().swap(m_buffer);
 }
 
 // --- reading ---------------------------------------------------------------------------------

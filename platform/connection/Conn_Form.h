@@ -51,8 +51,9 @@ class HALVORIA_API Conn_FormWriter {
   // Bytes written so far, and what is behind them, for a field that is filled in place.
   size_t size() const { return m_buffer.size(); }
   std::string& buffer() { return m_buffer; }
-  // Gives a large buffer back.
-  void shrink();
+  static constexpr size_t LARGE = size_t{1} << 20;
+  // Gives a buffer back that is larger than `keeps`.
+  void shrink(size_t keeps = LARGE);
 
  private:
   bool write_bytes(uint32_t field, std::string_view bytes);

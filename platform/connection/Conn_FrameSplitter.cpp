@@ -6,10 +6,6 @@
 
 #include <connection/Conn_Form.h>
 
-namespace {
-constexpr size_t kLargeBuffer = size_t{1} << 20;
-}
-
 Conn_FrameSplitter::Conn_FrameSplitter(size_t usual_size, size_t max_frame)
     : m_usual_size(std::max(usual_size, 2 * CONN_LENGTH_SIZE)), m_max_frame(max_frame) {}
 
@@ -56,8 +52,8 @@ void Conn_FrameSplitter::resize(size_t size) {
   m_size = size;
 }
 
-void Conn_FrameSplitter::shrink() {
-  if (has_begun() || m_size <= kLargeBuffer) return;
+void Conn_FrameSplitter::shrink(size_t keeps) {
+  if (has_begun() || m_size <= keeps) return;
   clear();
   m_bytes.reset();
   m_size = 0;

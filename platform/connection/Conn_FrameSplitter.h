@@ -28,8 +28,9 @@ class HALVORIA_API Conn_FrameSplitter {
   // What the length of the frame that has begun says; 0 while it is not there.
   size_t claimed() const;
   void clear() { m_begin = m_end = 0; }
-  // Gives a large buffer back when nothing is in it. Ends the frames' views.
-  void shrink();
+  static constexpr size_t LARGE = size_t{1} << 20;
+  // Gives a buffer back that is larger than `keeps` when nothing is in it. Ends the frames' views.
+  void shrink(size_t keeps = LARGE);
 
  private:
   struct Free {

@@ -49,7 +49,7 @@ Conn_Helper::~Conn_Helper() {
       finish();
       return;
     }
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
     // As for the exceptions of others.
   }
   m_connector.m_inside->drop();
@@ -57,6 +57,9 @@ Conn_Helper::~Conn_Helper() {
 
 void Conn_Helper::finish() {
   if (m_is_valid && !m_is_sent) send();
+  // Who answers without end would hold whoever has read enough.
+  auto& inside = *m_connector.m_inside;
+  if (m_has_more) inside.limit_answer(inside.time_outs.answer);
   ConsumeForm();
   if (m_is_sent) m_connector.m_inside->mark_used();
   log_line();

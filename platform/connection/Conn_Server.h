@@ -34,6 +34,8 @@ class HALVORIA_API Conn_Session : public std::enable_shared_from_this<Conn_Sessi
   virtual int thread() const = 0;               // the waiting thread, from 0, that has it for good
   // The next frame of the answer. Begun anew after every send.
   virtual Conn_FormWriter& answer() = 0;
+  // Begins the frame anew, and gives the memory back that it took.
+  virtual void drop_answer() = 0;
   // Sends the frame as the last of the answer, and goes on to the next request. What is kept goes
   // when the network has taken the frame, or the connection is gone.
   void finish() { finish(nullptr); }

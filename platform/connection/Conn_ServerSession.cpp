@@ -9,6 +9,9 @@ namespace {
 
 constexpr Log_Logger logger("platform/connection/Conn_Server", 197);
 constexpr size_t kUsualRequest = 4096;
+constexpr size_t kUsualAnswer = 128 * 1024;  // holds a chunk of a tree
+// A connection that is not used for longer keeps no buffer for its answers.
+constexpr std::chrono::milliseconds kBufferTime(2000);
 // For how long a client that was refused may go on sending before it is cut off.
 constexpr std::chrono::milliseconds kDrainTime(2000);
 
@@ -106,7 +109,7 @@ void Conn_ServerSession::take(std::string_view frame) {
   if (m_name == CONN_PING) return answer_ping();
   if (why) return refuse_connection(why);
   set_state(State::RUNNING);
-  m_answer.begin(m_name, m_thread->shared().settings.response_prefix);
+  begin_answer();
   try {
     m_thread->shared().handler.request(*this, m_name, fields.rest());
   } catch (const std::exception& failure) {
@@ -152,8 +155,13 @@ void Conn_ServerSession::finish(std::shared_ptr<void> kept) {
 void Conn_ServerSession::skip() { on_thread(&Conn_ServerSession::leave_unanswered); }
 void Conn_ServerSession::close() { on_thread(&Conn_ServerSession::close_when_answered); }
 
+void Conn_ServerSession::drop_answer() {
+  m_answer.shrink(0);
+  begin_answer();
+}
+
 void Conn_ServerSession::refuse(std::string_view reason) {
-  m_answer.begin(m_name, m_thread->shared().settings.response_prefix);
+  begin_answer();
   m_answer.WriteString(CONN_FLD_ERROR, reason);
   finish();
 }
@@ -208,7 +216,7 @@ void Conn_ServerSession::sent() {
 
 void Conn_ServerSession::report_part() {
   set_state(State::RUNNING);
-  m_answer.begin(m_name, m_thread->shared().settings.response_prefix);
+  begin_answer();
   const auto report = std::exchange(m_part_sent, nullptr);
   if (report) report(m_stream != nullptr);
 }
@@ -223,8 +231,8 @@ void Conn_ServerSession::answered() {
   }
   set_state(State::READING);
   m_name = {};
-  m_answer.shrink();
-  m_received.shrink();
+  m_answer.shrink(kUsualAnswer);
+  m_received.shrink(kUsualAnswer);
   if (!m_stream) return leave();
   if (m_is_closing) return end(nullptr);
   go_on();
@@ -262,6 +270,7 @@ void Conn_ServerSession::check_time() {
   } else if (m_state == State::READING && m_frame_has_begun) {
     if (is_beyond(settings.progress)) end("it does not finish its request");
   } else if (m_state == State::READING) {
+    if (is_beyond(kBufferTime)) m_answer.shrink(kUsualRequest);
     if (is_beyond(settings.idle)) end("it sent nothing for too long");
   }
 }

@@ -20,6 +20,7 @@ class Conn_ServerSession final : public Conn_Session {
   const std::string& peer() const override { return m_peer; }
   int thread() const override { return m_thread->number(); }
   Conn_FormWriter& answer() override { return m_answer; }
+  void drop_answer() override;
   using Conn_Session::finish;
   void finish(std::shared_ptr<void> kept) override;
   void send_part(std::function<void(bool)> sent) override;
@@ -49,6 +50,7 @@ class Conn_ServerSession final : public Conn_Session {
   std::shared_ptr<Conn_ServerSession> self() {
     return std::static_pointer_cast<Conn_ServerSession>(shared_from_this());
   }
+  void begin_answer() { m_answer.begin(m_name, m_thread->shared().settings.response_prefix); }
   // Calls the operation on the waiting thread, now when this is it. False when that has ended.
   bool on_thread(Done operation);
   void set_state(State state);

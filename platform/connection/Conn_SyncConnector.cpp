@@ -1,5 +1,7 @@
 #include <connection/Conn_SyncConnector.h>
 
+#include <utility>
+
 #include <connection/Conn_Connection.h>
 #include <logging/Logger.h>
 
@@ -18,6 +20,7 @@ int Conn_SyncConnector::InitConn(const RWCString& server, int port,
                                  const RWCString& connection_type, const char* application,
                                  int token_property, int keep_alive) {
   m_inside->drop();
+  m_inside->lock_is_lost = false;
   m_inside->host.clear();
   m_inside->address =
       (is_numeric_v6(server) ? "[" + server + "]" : server) + ":" + std::to_string(port).c_str();
@@ -52,7 +55,10 @@ bool Conn_SyncConnector::IsConnected() const {
   m_inside->drop_when_stale();
   return m_inside->stream.is_open();
 }
-void Conn_SyncConnector::Disconnect() { m_inside->drop(); }
+void Conn_SyncConnector::Disconnect() {
+  SetLocked(false);
+  m_inside->drop();
+}
 bool Conn_SyncConnector::IsStale() const { return m_inside->is_stale(Inside::clock_type::now()); }
 const RWCString& Conn_SyncConnector::Address() const { return m_inside->address; }
 const RWCString& Conn_SyncConnector::LastError() const { return m_inside->last_error; }
@@ -68,6 +74,7 @@ int Conn_SyncConnector::EndTransaction() {
   m_inside->transaction_has_begun = false;
   m_inside->transaction_is_broken = false;
   m_inside->break_is_logged = false;
+  if (std::exchange(m_inside->lock_is_of_transaction, false)) m_inside->lock_is_lost = false;
   return 1;
 }
 
@@ -81,5 +88,10 @@ bool Conn_SyncConnector::IsTokenSent() const {
 }
 void Conn_SyncConnector::SetTokenSent(bool is_sent) { m_inside->is_token_sent = is_sent; }
 
-bool Conn_SyncConnector::IsLocked() const { return m_inside->is_locked; }
-void Conn_SyncConnector::SetLocked(bool is_locked) { m_inside->is_locked = is_locked; }
+bool Conn_SyncConnector::IsLocked() const { return m_inside->is_locked || m_inside->lock_is_lost; }
+void Conn_SyncConnector::SetLocked(bool is_locked) {
+  m_inside->is_locked = is_locked;
+  m_inside->lock_is_lost = false;
+  m_inside->lock_is_of_transaction = is_locked && m_inside->transactions > 0;
+}
+void Conn_SyncConnector::ForgetLostLock() { m_inside->lock_is_lost = false; }

@@ -159,15 +159,20 @@ int CFG_Connector::Lock() {
   const bool was_patient = IsPatient();
   SetPatient(false);
   const int is_done = ask_success("CFG_Connector::Lock", LOCK, {});
-  if (is_done) SetLocked(true);
+  is_done ? SetLocked(true) : ForgetLostLock();  // a loss has been told by this 0, as below
   SetPatient(was_patient && IsConnected());
   return is_done;
 }
 int CFG_Connector::UnLock() {
+  const int is_done = ask_success("CFG_Connector::UnLock", UNLOCK, {});
   SetLocked(false);  // even where it fails: what is written next is not part of that
-  return ask_success("CFG_Connector::UnLock", UNLOCK, {});
+  return is_done;
 }
-int CFG_Connector::Rollback() { return ask_success("CFG_Connector::Rollback", ROLLBACK, {}); }
+int CFG_Connector::Rollback() {
+  const int is_done = ask_success("CFG_Connector::Rollback", ROLLBACK, {});
+  ForgetLostLock();
+  return is_done;
+}
 int CFG_Connector::EnableExtendedTimeout() {
   const int is_told = tell("CFG_Connector::EnableExtendedTimeout", ENABLE_EXTENDED_TIMEOUT);
   if (is_told) SetPatient(true);

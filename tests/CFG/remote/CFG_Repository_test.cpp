@@ -214,6 +214,7 @@ TEST_F(Remote, RenamesInOneUpdate) {
   m_service.on("CFG_WRITE_SUB", gone);
   EXPECT_TRUE(m_repository.Lock());
   EXPECT_FALSE(m_repository.SetKeyName("a\\k", "other"));
+  EXPECT_FALSE(m_repository.UnLock()) << "it went with the connection";
   EXPECT_EQ(commands(), "CFG_LOCK;" + looks + "CFG_WRITE_SUB;") << "nothing on another connection";
 }
 
