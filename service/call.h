@@ -36,6 +36,8 @@ class Call {
 
   // The frame of the answer.
   Conn_FormWriter& answer() const { return m_connection->answer(); }
+  // Begins it anew, and gives up what it took.
+  void drop_answer() const { m_connection->drop_answer(); }
   // Calls back when the network has taken the frame: more follows. See Conn_Session.
   void send_part(std::function<void(bool)> sent) const { m_connection->send_part(std::move(sent)); }
 

@@ -17,8 +17,7 @@ struct Work {
   StoreRepository& store;
   const Request& request;
   Conn_FormWriter& frame;
-  int result = 0;
-  std::string reason;
+  Outcome outcome;
 };
 
 using SubTree = std::unique_ptr<CFG_SubTree>;
@@ -38,12 +37,12 @@ bool number(Work& work, int found) {
 
 bool sub_tree(Work& work, CFG_SubTree* found) {
   if (write_sub_tree(work.frame, SubTree(found))) return true;
-  work.reason = work.request.path.str() + " holds what no byte array can hold";
+  work.outcome.reason = work.request.path.str() + " holds what no byte array can hold";
   return false;
 }
 
 bool change(Work& work, int result) {
-  work.result = result;
+  work.outcome.result = result;
   write_success(work.frame, result);
   if (!result) {
     const std::string why = work.store.TakeRefusal();
@@ -57,6 +56,21 @@ bool yes_or_no(Work& work, int found) {
   return true;
 }
 
+// "halvoria\\a (3 keys, 20 values)", the top included.
+std::string described(CFG_SubTree& tree, const RWCString& parent) {
+  int keys = 0, values = 0;
+  std::vector<Tree_Node*> open{tree.GetData().get()};
+  while (!open.empty()) {
+    Tree_Node& node = *open.back();
+    open.pop_back();
+    ++(node.IsLeaf() ? values : keys);
+    for (int i = 0; i < node.GetChildCount(); ++i) open.push_back(node.GetChildAt(i).get());
+  }
+  const std::string above = parent.isNull() ? "" : parent.str() + "\\";
+  return above + tree.GetKeyName().str() + " (" + std::to_string(keys) + " keys, " +
+         std::to_string(values) + " values)";
+}
+
 bool write_sub(Work& work) {
   const std::string_view bytes = work.request.subtree;
   const SubTree tree(CFG_RepositoryServices::CreateSubTreeFromByteArray(
@@ -66,6 +80,7 @@ bool write_sub(Work& work) {
     write_reason(work.frame, "the subtree is not well formed");
     return true;
   }
+  work.outcome.changed = described(*tree, work.request.path);
   Tree_NodePtr top = tree->GetData();
   return change(work, work.store.WriteSubTree(top, work.request.path));
 }
@@ -220,18 +235,16 @@ const Handler* handler_of(const CommandRow& row) {
 
 }  // namespace
 
-bool carry_out(StoreRepository& store, const Request& request, Conn_FormWriter& frame, int& result,
-               std::string& reason) {
+Outcome carry_out(StoreRepository& store, const Request& request, Conn_FormWriter& frame) {
+  Work work{store, request, frame, {}};
+  work.outcome.changed = request.path.str();
   const Handler* handler = handler_of(*request.row);
-  if (!handler) {
-    reason = std::string(request.row->name) + " is not carried out here";
-    return false;
+  if (handler) {
+    work.outcome.is_answered = handler->run(work);
+  } else {
+    work.outcome.reason = std::string(request.row->name) + " is not carried out here";
   }
-  Work work{store, request, frame, 0, {}};
-  const bool is_done = handler->run(work);
-  result = work.result;
-  reason = std::move(work.reason);
-  return is_done;
+  return std::move(work.outcome);
 }
 
 Cost cost_of(const CommandRow& row) {

@@ -9,10 +9,14 @@
 namespace service {
 
 // Carries out a command that reads or changes, and writes the fields of its answer behind the
-// frame's name; trees that are streamed and commands about the session are not among them. False
-// with the reason when there can be no answer. For a change, `result` receives its success code.
-bool carry_out(StoreRepository& store, const Request& request, Conn_FormWriter& frame, int& result,
-               std::string& reason);
+// frame's name; trees that are streamed and commands about the session are not among them.
+struct Outcome {
+  bool is_answered = false;
+  std::string reason;   // when there can be no answer
+  int result = 0;       // success code of a change
+  std::string changed;  // what it is about, for the log
+};
+Outcome carry_out(StoreRepository& store, const Request& request, Conn_FormWriter& frame);
 
 // How long a command may take.
 enum class Cost : uint8_t {

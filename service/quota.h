@@ -33,6 +33,7 @@ class Quota {
     }
     ~Share() { give_back(); }
     explicit operator bool() const { return m_quota != nullptr; }
+    int64_t amount() const { return m_quota ? m_amount : 0; }
     void give_back() noexcept {
       if (Quota* const quota = std::exchange(m_quota, nullptr)) quota->take_back(m_amount);
     }

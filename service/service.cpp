@@ -1,5 +1,7 @@
 #include "service.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <thread>
 
@@ -22,6 +24,10 @@ constexpr Log_Logger logger("service/service", 508);
 constexpr std::string_view SQLITE = "sqlite:";
 constexpr auto CHECK_EVERY = std::chrono::hours(1);
 constexpr int CHECKED_AT_ONCE = 1000;
+// An answer of more than that counts as long as it waits to be taken.
+constexpr size_t SMALL_ANSWER = size_t{64} << 10;
+// For so many seconds nobody asks for anything large: then memory goes back to the system.
+constexpr int IDLE_SECONDS = 4;
 constexpr auto PURGE_EVERY = std::chrono::hours(24);
 
 Conn_ServerSettings server_settings(const Settings& settings) {
@@ -46,10 +52,9 @@ Settings with_threads(Settings settings) {
   return settings;
 }
 
-void log_change(const Call& call, const char* outcome) {
-  const Request& request = call.request();
+void log_change(const Call& call, const std::string& what, const char* outcome) {
   logger.info(
-      "%s: %s %s: %s\n", [&] { return call.caller().text(); }, request.row->name, request.path,
+      "%s: %s %s: %s\n", [&] { return call.caller().text(); }, call.request().row->name, what,
       outcome);
 }
 
@@ -86,21 +91,29 @@ class Service::Housekeeper : public Thread {
 Service::Service(const Settings& settings)
     : m_settings(with_threads(settings)),
       m_is_store_local(settings.store.rfind(SQLITE, 0) == 0),
+      m_unsent(settings.max_unsent),
       m_stores(RWCString(settings.store), RWCString(settings.store_user),
                static_cast<int>(settings.write_wait * 1000)),
       m_streams(settings, m_stores, m_readers, m_writer) {}
 
 Service::~Service() { stop(); }
 
-bool Service::start(std::string& reason) {
-  const std::string file = m_is_store_local ? m_settings.store.substr(SQLITE.size()) : "";
-  if (m_is_store_local && !m_claim.take(file, reason)) return false;
+bool Service::open_store(std::string& reason) {
+  std::vector<Stores::Lease> stores;
   for (int64_t i = 0; i < m_settings.threads; ++i) {
-    m_quick_stores.push_back(m_stores.lease());
-    if (m_quick_stores.back()) continue;
+    stores.push_back(m_stores.lease());
+    if (stores.back()) continue;
     reason = "cannot open the store " + without_password(m_settings.store);
     return false;
   }
+  m_quick_stores.swap(stores);
+  return true;
+}
+
+bool Service::start(std::string& reason) {
+  const std::string file = m_is_store_local ? m_settings.store.substr(SQLITE.size()) : "";
+  if (m_is_store_local && !m_claim.take(file, reason)) return false;
+  if (m_quick_stores.empty() && !open_store(reason)) return false;
   // Whether the paths of writes are checked is a setting of the tree.
   m_quick_stores.front()->InitValidatePathProperties();
   m_next_purge = Clock::now();
@@ -122,6 +135,7 @@ void Service::stop() {
   m_is_stopping = true;
   m_housekeeper.reset();
   m_turns.refuse_late(Clock::time_point::max());
+  m_unsent.refuse_late(Clock::time_point::max());
   m_streams.stop();
   if (m_server) m_server->stop(seconds(m_settings.stop_time));
   m_readers.stop();
@@ -221,30 +235,63 @@ void Service::do_work(Call& call, Work work) try {
 
 // --- answers -------------------------------------------------------------------------------------
 
-void Service::answer(Call& call, StoreRepository& store) {
-  int result = 0;
-  std::string reason;
+void Service::answer(Call& call, StoreRepository& store, Quota::Share room) {
   store.TakeFailure();
-  bool is_done = carry_out(store, call.request(), call.answer(), result, reason);
+  Outcome outcome = carry_out(store, call.request(), call.answer());
   // An empty answer would say that there is nothing.
   const std::string failure = store.TakeFailure();
   const bool is_change = call.request().row->effect == Effect::CHANGES;
-  if (!failure.empty() && (!is_change || !result)) {
-    is_done = false;
-    reason = "the store failed: " + failure;
+  if (!failure.empty() && (!is_change || !outcome.result)) {
+    outcome.is_answered = false;
+    outcome.reason = "the store failed: " + failure;
   }
   if (is_change) {
-    log_change(call, !result ? "refused" : call.lock() ? "done, not yet committed" : "done");
+    log_change(call, outcome.changed,
+               !outcome.result ? "refused"
+               : call.lock()   ? "done, not yet committed"
+                               : "done");
   }
-  if (is_done) return call.finish();
-  logger.error("%s: %s: %s\n", call.caller().text(), call.request().row->name, reason);
-  call.refuse(reason);
+  if (outcome.is_answered) return send(call, std::move(room));
+  logger.error("%s: %s: %s\n", call.caller().text(), call.request().row->name, outcome.reason);
+  call.refuse(outcome.reason);
 }
 
-void Service::answer_from_store(Call& call) {
-  if (call.lock()) return answer(call, call.lock().store());
+// What finds no room is dropped, and made again when there is some.
+void Service::send(Call& call, Quota::Share room) {
+  const auto size = static_cast<int64_t>(call.answer().size());
+  if (size <= static_cast<int64_t>(SMALL_ANSWER)) return call.finish();
+  ++m_large_answers;
+  const bool has_waited = static_cast<bool>(room);
+  if (room.amount() < std::min(size, m_settings.max_unsent)) room = m_unsent.take(size);
+  if (room) return call.finish(std::make_shared<Quota::Share>(std::move(room)));
+  if (has_waited) return refuse_unsent(call);
+  call.drop_answer();
+  const auto until = Clock::now() + seconds(m_settings.write_wait);
+  m_unsent.ask(size, until, [this, call = std::move(call)](Quota::Share found) mutable {
+    if (!found) return refuse_unsent(call);
+    Workers& workers = call.lock() ? m_writer : m_readers;
+    workers.post(Lane::LONG, [this, room = std::move(found), call = std::move(call)]() mutable {
+      try {
+        answer_from_store(call, std::move(room));
+      } catch (const std::exception& failure) {
+        call.fail(failure.what());
+      }
+    });
+  });
+}
+
+void Service::refuse_unsent(Call& call) {
+  const std::string why = m_is_stopping ? "the service stops"
+                                        : "answers of " + std::to_string(m_settings.max_unsent) +
+                                              " bytes wait for clients that do not take them";
+  log_refusal(call, why);
+  call.refuse(why);
+}
+
+void Service::answer_from_store(Call& call, Quota::Share room) {
+  if (call.lock()) return answer(call, call.lock().store(), std::move(room));
   const Stores::Lease store = m_stores.lease();
-  if (store) return answer(call, *store);
+  if (store) return answer(call, *store, std::move(room));
   call.refuse("the service cannot reach its store");
 }
 
@@ -252,26 +299,26 @@ void Service::read(Call call) {
   const CommandRow& row = *call.request().row;
   if (row.reply == Reply::TREE) return m_streams.send(std::move(call));
   if (call.lock()) {
-    return post(m_writer, Lane::SHORT, std::move(call), &Service::answer_from_store);
+    return post(m_writer, Lane::SHORT, std::move(call), &Service::answer_now);
   }
   const Cost cost = cost_of(row);
   if (cost == Cost::QUICK && m_is_store_local) {
-    return answer(call, *m_quick_stores[static_cast<size_t>(call.thread())]);
+    return answer(call, *m_quick_stores[static_cast<size_t>(call.thread())], {});
   }
   const Lane lane = cost == Cost::LONG ? Lane::LONG : Lane::SHORT;
-  post(m_readers, lane, std::move(call), &Service::answer_from_store);
+  post(m_readers, lane, std::move(call), &Service::answer_now);
 }
 
 // --- changes -------------------------------------------------------------------------------------
 
 void Service::change(Call call) {
   if (call.lock()) {
-    return post(m_writer, Lane::SHORT, std::move(call), &Service::answer_from_store);
+    return post(m_writer, Lane::SHORT, std::move(call), &Service::answer_now);
   }
   when_it_may_write(std::move(call), &Service::change_now);
 }
 
-void Service::change_now(Call& call, Quota::Share&) { answer_from_store(call); }
+void Service::change_now(Call& call, Quota::Share&) { answer_from_store(call, {}); }
 
 void Service::when_it_may_write(Call call, WriteWork work) {
   const auto until = Clock::now() + seconds(m_settings.write_wait);
@@ -293,7 +340,11 @@ void Service::when_it_may_write(Call call, WriteWork work) {
 }
 
 std::string Service::why_not_yet() {
-  return m_is_stopping ? "the service stops" : "another client writes for too long";
+  if (m_is_stopping) return "the service stops";
+  const auto lock = holder().lock.lock();
+  const std::string who = lock ? lock->holder() : std::string();
+  return "another client writes for too long" +
+         (who.empty() ? who : ": the lock is that of " + who);
 }
 
 // --- the session -----------------------------------------------------------------------------
@@ -331,9 +382,10 @@ void Service::unlock_now(Call& call) {
   const Lock::Held held = call.release_lock();
   const bool has_changes = held.store->HasPendingChanges();
   const int code = held.store->UnLock();
-  log_change(call, !code         ? "the commit failed, nothing is changed"
-                   : has_changes ? "committed"
-                                 : "nothing to commit");
+  log_change(call, "",
+             !code         ? "the commit failed, nothing is changed"
+             : has_changes ? "committed"
+                           : "nothing to commit");
   const std::string failure = held.store->TakeFailure();
   if (!code && !failure.empty()) return call.refuse("the store failed: " + failure);
   call.succeed(code);
@@ -346,7 +398,7 @@ void Service::roll_back(Call call) {
 
 void Service::roll_back_now(Call& call) {
   const int code = call.lock().store().Rollback();
-  log_change(call, "undone");
+  log_change(call, "", "undone");
   call.succeed(code);
 }
 
@@ -378,9 +430,11 @@ void Service::tell_of_loss(Call call) {
 void Service::keep_house() {
   const auto now = Clock::now();
   m_turns.refuse_late(now);
+  m_unsent.refuse_late(now);
   m_streams.look_after(now);
   watch_lock(now);
   if (m_is_store_local && now >= m_next_check) check_store(now);
+  give_memory_back();
   if (now < m_next_purge) return;
   m_next_purge = now + PURGE_EVERY;
   purge_deletions();
@@ -395,13 +449,26 @@ void Service::watch_lock(Clock::time_point now) {
   const Holder holder = this->holder();
   const auto lock = holder.lock.lock();
   if (!lock) return;
-  const Lock::Limits limits{seconds(m_settings.transaction_time),
+  const Lock::Limits limits{seconds(m_settings.silent_lock_time),
                             seconds(m_settings.transaction_time),
                             seconds(m_settings.extended_transaction_time)};
   const std::string who = lock->holder();
   std::string reason;
-  if (!lock->check_time(now, limits, reason)) return;
-  logger.warning("%s loses the lock: %s\n", who, reason);
+  if (lock->check_time(now, limits, reason)) {
+    logger.warning("%s loses the lock: %s\n", who, reason);
+  }
+  // What the store does is waited for, but not a client that does not take its tree.
+  const auto connection = holder.connection.lock();
+  if (connection && lock->is_kept_busy()) connection->break_off("it keeps the lock for too long");
+}
+
+// Once nothing large was asked for some seconds: what it took stays with the process otherwise.
+void Service::give_memory_back() {
+  const uint64_t done = m_readers.posted() + m_writer.posted() + m_large_answers;
+  if (done != std::exchange(m_last_done, done)) m_idle_seconds = 0;
+  if (++m_idle_seconds != IDLE_SECONDS) return;
+  m_stores.shrink();
+  malloc_trim(0);
 }
 
 // A little at a time, from end to end, and again after a pause. Damage stands in the log.

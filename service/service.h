@@ -57,7 +57,11 @@ class Service : private Conn_Handler {
   Service& operator=(const Service&) = delete;
   ~Service() override;  // stops
 
-  // Opens the store and listens. False with the reason.
+  // A database that begins with the same computer may not be there yet: to be tried again. False
+  // with the reason.
+  bool open_store(std::string& reason);
+  bool is_store_local() const { return m_is_store_local; }
+  // Opens the store, where that is not done yet, and listens. False with the reason.
   bool start(std::string& reason);
   int port() const { return m_server->port(); }
   // Lets running requests finish, undoes open transactions, closes everything.
@@ -100,12 +104,16 @@ class Service : private Conn_Handler {
   std::string why_not_yet();
   void change_now(Call& call, Quota::Share& turn);
   // Over the connection to the store that the lock has, or a leased one.
-  void answer_from_store(Call& call);
-  void answer(Call& call, StoreRepository& store);
-  void send(Call& call);
+  void answer_from_store(Call& call, Quota::Share room);
+  void answer_now(Call& call) { answer_from_store(call, {}); }
+  // `room` is what the answer found that was too large before; empty at first.
+  void answer(Call& call, StoreRepository& store, Quota::Share room);
+  void send(Call& call, Quota::Share room);
+  void refuse_unsent(Call& call);
 
   void keep_house();  // every second
   void watch_lock(Clock::time_point now);
+  void give_memory_back();
   void purge_deletions();
   void check_store(Clock::time_point now);
 
@@ -113,6 +121,7 @@ class Service : private Conn_Handler {
   const bool m_is_store_local;
   Gate m_gate;
   Quota m_turns{1};
+  Quota m_unsent;  // bytes of large answers
   StoreClaim m_claim;
   Stores m_stores;
   std::vector<Stores::Lease> m_quick_stores;  // one of each waiting thread
@@ -132,9 +141,13 @@ class Service : private Conn_Handler {
   Mutex m_mutex;
   Holder m_holder THREADAPI_GUARDED_BY(m_mutex);
   std::atomic<bool> m_is_stopping{false};
-  Clock::time_point m_next_purge;  // the housekeeper's, as what follows
+  std::atomic<uint64_t> m_large_answers{0};
+  // The housekeeper's.
+  Clock::time_point m_next_purge;
   Clock::time_point m_next_check;
   std::string m_checked_to;  // where the look for damage goes on
+  uint64_t m_last_done = 0;
+  int m_idle_seconds = 0;
 };
 
 }  // namespace service

@@ -1,5 +1,7 @@
 #include "settings.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 
@@ -36,6 +38,8 @@ const std::vector<SettingRow> rows = {
      "bytes of one request"},
     {"max-streams", nullptr, &S::max_streams, "32", 1, 1000,
      "trees sent at a time; more wait"},
+    {"max-unsent", nullptr, &S::max_unsent, "256M", MB, 64 * GB,
+     "bytes of all large answers that wait for their clients to take them"},
     {"idle-time", nullptr, &S::idle_time, "3600", 1, YEAR,
      "seconds after which an unused connection is closed"},
     {"progress-time", nullptr, &S::progress_time, "30", 1, DAY,
@@ -46,9 +50,13 @@ const std::vector<SettingRow> rows = {
      "seconds a client may hold the lock"},
     {"extended-transaction-time", nullptr, &S::extended_transaction_time, "3600", 1, DAY,
      "the same while its extended time-out is on"},
+    {"silent-lock-time", nullptr, &S::silent_lock_time, "60", 1, DAY,
+     "seconds without a request after which a client loses the lock, whatever it has asked for"},
     {"stream-time", nullptr, &S::stream_time, "600", 1, DAY, "seconds for sending one tree"},
     {"stop-time", nullptr, &S::stop_time, "10", 0, DAY,
      "seconds that running requests get to finish at the end"},
+    {"store-wait", nullptr, &S::store_wait, "60", 0, DAY,
+     "seconds that a PostgreSQL store may take to be there when the service begins"},
     {"keep-deletions", nullptr, &S::keep_deletions, "30", 1, 36500,
      "days for which deletions are kept for clients that synchronise"},
     {"log-level", &S::log_level, nullptr, "5,502=4", 0, 0,
@@ -85,12 +93,33 @@ bool read_file(const std::string& file, Tmr_INI& ini, std::string& fault) {
     while (!fault.empty() && fault.back() == '\n') fault.pop_back();
     return false;
   }
+  if (!reasons.lines().empty()) {  // of a line that is no 'name = value'
+    fault = reasons.lines().front().text;
+    while (!fault.empty() && fault.back() == '\n') fault.pop_back();
+    return false;
+  }
   for (const std::string& name : ini.Names()) {
     const bool is_known = std::any_of(rows.begin(), rows.end(),
                                       [&](const SettingRow& row) { return line_of(row) == name; });
     if (is_known) continue;
     fault.assign(file).append(": there is no setting '").append(name);
     fault.append("' (svcfg --help lists them)");
+    return false;
+  }
+  return true;
+}
+
+// A variable that sets nothing is one that somebody believes in.
+bool check_variables(std::string& fault) {
+  for (char** variable = environ; variable && *variable; ++variable) {
+    const std::string_view text(*variable);
+    const std::string_view name = text.substr(0, text.find('='));
+    if (name.substr(0, 6) != "SVCFG_" || name == "SVCFG_CONFIG") continue;
+    const bool is_known = std::any_of(
+        rows.begin(), rows.end(), [&](const SettingRow& row) { return variable_of(row) == name; });
+    if (is_known) continue;
+    fault.assign("there is no setting for the variable ").append(name);
+    fault.append(" (svcfg --help lists them)");
     return false;
   }
   return true;
@@ -142,6 +171,7 @@ bool parse_number(std::string_view text, int64_t& number) {
 bool SettingsReader::read(const Flags& flags, const std::string& file, Settings& settings,
                           std::string& fault) {
   Tmr_INI ini;
+  if (!check_variables(fault)) return false;
   if (!file.empty() && !read_file(file, ini, fault)) return false;
   m_origins.clear();
   for (const SettingRow& row : rows) {

@@ -21,13 +21,16 @@ struct Settings {
   int64_t max_sessions = 0;
   int64_t max_request = 0;
   int64_t max_streams = 0;
+  int64_t max_unsent = 0;
   int64_t idle_time = 0;
   int64_t progress_time = 0;
   int64_t write_wait = 0;
   int64_t transaction_time = 0;
   int64_t extended_transaction_time = 0;
+  int64_t silent_lock_time = 0;
   int64_t stream_time = 0;
   int64_t stop_time = 0;
+  int64_t store_wait = 0;
   int64_t keep_deletions = 0;
   std::string log_level;
   std::string log_output;

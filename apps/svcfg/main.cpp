@@ -1,6 +1,7 @@
 // svcfg, the central configuration service.
 #include <sys/resource.h>
 
+#include <chrono>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -53,11 +54,29 @@ void allow_many_files() {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+enum class Wait { OPEN, OVER, STOPPED };
+
+// A file is there or is made; a database may begin later than this does.
+Wait wait_for_store(service::Service& service, const service::Settings& settings,
+                    const sigset_t& signals, std::string& reason) {
+  using std::chrono::steady_clock;
+  if (service.is_store_local()) return Wait::OPEN;
+  const auto until = steady_clock::now() + std::chrono::seconds(settings.store_wait);
+  while (!service.open_store(reason)) {
+    if (steady_clock::now() >= until) return Wait::OVER;
+    logger.warning("%s: it is tried again\n", reason);
+    const timespec pause{1, 0};
+    if (sigtimedwait(&signals, nullptr, &pause) > 0) return Wait::STOPPED;
+  }
+  return Wait::OPEN;
+}
+
 int serve(const service::Settings& settings, bool prints_port) {
   allow_many_files();
   CFG_SubTree properties{RWCString("properties")};
-  properties.SetProperty("CurrMachine",
-                         settings.node.empty() ? Sys_ComputerName() : RWCString(settings.node));
+  const RWCString node = settings.node.empty() ? Sys_ComputerName() : RWCString(settings.node);
+  properties.SetProperty("CurrMachine", node);
+  properties.SetProperty("current_node", node);  // what 127.0.0.1 is
   // Blocked before any thread begins, so that only the wait below gets them.
   const sigset_t signals = ending_signals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
@@ -66,6 +85,14 @@ int serve(const service::Settings& settings, bool prints_port) {
 
   service::Service service(settings);
   std::string reason;
+  switch (wait_for_store(service, settings, signals, reason)) {
+    case Wait::OPEN:
+      break;
+    case Wait::OVER:
+      return fail(FAILED, reason);
+    case Wait::STOPPED:
+      return DONE;
+  }
   if (!service.start(reason)) return fail(FAILED, reason);
   logger.info("svcfg %s serves %s on %s, port %d\n", HALVORIA_VERSION,
               service::without_password(settings.store), settings.listen, service.port());

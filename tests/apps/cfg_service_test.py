@@ -4,6 +4,7 @@ import signal
 import socket
 import sqlite3
 import subprocess
+import time
 
 import cfg_runner
 import cfg_verbs_test
@@ -94,6 +95,7 @@ class OverTheService(cfg_verbs_test.OddNames, cfg_verbs_test.VerbTables):
         self.assertRegex(log, r"user '\w+', application 'cfg', session \d+ from 127.0.0.1:\d+: "
                               r"CFG_SET_VALUE halvoria\\conf\\reports\\paper")
         self.assertIn(r"CFG_DEL_SUB halvoria\users\osei", log)
+        self.assertRegex(log, r"CFG_WRITE_SUB halvoria \(\d+ keys, \d+ values\)")
         self.assertNotIn("A5", log)
         self.params("")
         self.assertEqual(self.run_cfg("--params params.txt set halvoria/by params")[0], 0)
@@ -178,6 +180,8 @@ class TheServiceItself(CfgTest):
             (["--port", "http"], 2, "port (flag): 'http' is not a number"),
             (["--prot", "1"], 2, "--prot"),
             (["--config", "/none/svcfg.conf"], 2, "/none/svcfg.conf"),
+            (["--store", "host=127.0.0.1 port=1 dbname=none", "--store-wait", "0"], 1,
+             "cannot open the store host=127.0.0.1"),
             (["--log-level", "loud"], 2, "loud"),
             (["--store", "sqlite:/none/tree.sqlite", "--port", "0"], 1, "/none/tree.sqlite"),
             (["--store", f"sqlite:{self.folder}/other.sqlite", "--port", str(first.port)], 1,
@@ -189,6 +193,18 @@ class TheServiceItself(CfgTest):
                 self.assertEqual((got_code, output), (code, ""), got_error)
                 self.assertIn(error, got_error)
         self.assertEqual(first.stop(), 0)
+
+    def test_it_waits_for_a_database_until_it_is_told_to_end(self):
+        service = Service(self.folder, "--store", "host=127.0.0.1 port=1 dbname=none", wait=False)
+        while "it is tried again" not in service.log_text():
+            self.assertIsNone(service.process.poll())
+            time.sleep(0.05)
+        self.assertEqual(service.stop(), 0)
+
+    def test_the_store_is_for_its_owner_only(self):
+        service = Service(self.folder)
+        self.assertEqual((self.folder / "tree.sqlite").stat().st_mode & 0o777, 0o600)
+        self.assertEqual(service.stop(), 0)
 
     def test_it_ends_at_sigterm_and_comes_back_with_everything(self):
         service = Service(self.folder)

@@ -12,14 +12,14 @@ SVCFG = pathlib.Path(cfg_runner.CFG).with_name("svcfg")
 class Service:
     """svcfg on a free port, over a file in `folder`; `flags` come last."""
 
-    def __init__(self, folder, *flags, port=0):
+    def __init__(self, folder, *flags, port=0, wait=True):
         self.folder = pathlib.Path(folder)
         self.log = open(self.folder / "svcfg.log", "ab")
         self.process = subprocess.Popen(
             [SVCFG, "--config", "/dev/null", "--store", f"sqlite:{folder}/tree.sqlite",
              "--port", str(port), "--print-port", *flags],
             env=cfg_runner.ENVIRONMENT, stdout=subprocess.PIPE, stderr=self.log)
-        line = self.process.stdout.readline()
+        line = self.process.stdout.readline() if wait else ""
         self.port = int(line) if line else 0
 
     @property

@@ -47,11 +47,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   Conn_FormWriter frame;
   frame.begin("answer");
-  int result = 0;
-  const bool is_answered = service::carry_out(store(), request, frame, result, fault);
+  const service::Outcome outcome = service::carry_out(store(), request, frame);
   const bool is_change = row.effect == Effect::CHANGES;
-  read_answered(is_answered && !is_change);
-  change_done(is_answered && is_change && result);
-  change_refused(is_answered && is_change && !result);
+  read_answered(outcome.is_answered && !is_change);
+  change_done(outcome.is_answered && is_change && outcome.result);
+  change_refused(outcome.is_answered && is_change && !outcome.result);
   return 0;
 }

@@ -9,6 +9,7 @@
 #include <service/quota.h>
 #include <service/request.h>
 #include <service/workers.h>
+#include <thread/ThreadEvent.h>
 
 namespace {
 
@@ -148,17 +149,44 @@ TEST(Quotas, AmountsAreGivenOutInOrderAndMoreThanAllIsAll) {
   EXPECT_TRUE(small && bytes.take(8));
 }
 
+// However long the long ones take: they leave a thread to the streams, and those one to the rest.
+TEST(Workers, LongJobsLeaveThreadsToTheOthers) {
+  using service::Lane;
+  service::Workers workers("test");
+  ThreadEvent go_on(ThreadEvent::MANUAL_RESET), short_is_done(ThreadEvent::MANUAL_RESET);
+  std::atomic<int> long_ones{0}, streams{0}, most_long{0};
+  const auto wait_in = [&](std::atomic<int>& count) {
+    most_long = std::max(most_long.load(), ++count);
+    go_on.wait();
+    --count;
+  };
+  for (int i = 0; i < 6; ++i) workers.post(Lane::LONG, [&] { wait_in(long_ones); });
+  for (int i = 0; i < 6; ++i) workers.post(Lane::STREAM, [&] { ++streams, go_on.wait(); });
+  workers.post(Lane::SHORT, [&] { short_is_done.signal(); });
+  ASSERT_TRUE(workers.start(4));
+  EXPECT_TRUE(short_is_done.wait_for(std::chrono::seconds(20)));
+  go_on.signal();
+  workers.stop();
+  EXPECT_EQ(streams, 6);
+  EXPECT_LE(most_long, 2);
+}
+
 // What a job, or who is called back, holds, comes back whatever is thrown.
 TEST(Quotas, ComeBackFromAJobThatFails) {
   std::atomic<int> done{0};
+  ThreadEvent others_wait(ThreadEvent::MANUAL_RESET);
   service::Quota turns(1);
   service::Workers workers("test");
   ASSERT_TRUE(workers.start(1));
   turns.ask(1, Clock::now(), [&](service::Quota::Share turn) {
-    workers.post(service::Lane::SHORT, [turn = std::move(turn)] { throw std::bad_alloc(); });
+    workers.post(service::Lane::SHORT, [&, turn = std::move(turn)] {
+      others_wait.wait();
+      throw std::bad_alloc();
+    });
   });
   turns.ask(1, Clock::now(), [](service::Quota::Share) { throw std::bad_alloc(); });
   turns.ask(1, Clock::now(), [&](service::Quota::Share turn) { done += static_cast<bool>(turn); });
+  others_wait.signal();
   workers.stop();
   EXPECT_EQ(done, 1);
   EXPECT_TRUE(turns.take(1));

@@ -26,20 +26,26 @@ class ServiceWorld {
  public:
   explicit ServiceWorld(const std::function<void(service::Settings&)>& change = nullptr) {
     service::SettingsReader reader;
-    service::Settings settings;
     std::string fault;
     EXPECT_TRUE(
         reader.read({{"store", "sqlite:" + (m_folder / "tree.sqlite").string()}, {"port", "0"}}, "",
-                    settings, fault))
+                    m_settings, fault))
         << fault;
-    if (change) change(settings);
-    m_service = std::make_unique<service::Service>(settings);
+    if (change) change(m_settings);
+    m_service = std::make_unique<service::Service>(m_settings);
     EXPECT_TRUE(m_service->start(fault)) << fault;
     CFG_SubTree properties{RWCString("properties")};
     properties.SetProperty("HALVORIA_REMOTE_SERVER_NAME", "127.0.0.1");
     properties.SetProperty("HALVORIA_REMOTE_SERVER_PORT", std::to_string(m_service->port()));
   }
   service::Service& service() { return *m_service; }
+  void restart() {
+    m_settings.port = m_service->port();
+    m_service.reset();
+    m_service = std::make_unique<service::Service>(m_settings);
+    std::string fault;
+    EXPECT_TRUE(m_service->start(fault)) << fault;
+  }
   std::string store_file() const { return (m_folder / "tree.sqlite").string(); }
 
   // A client that sends what it likes.
@@ -52,6 +58,7 @@ class ServiceWorld {
  private:
   TemporaryFolder m_folder;
   asio::io_context m_io;
+  service::Settings m_settings;
   std::unique_ptr<service::Service> m_service;
 };
 
@@ -145,6 +152,135 @@ TEST(Sessions, WhoHoldsTheLockTooLongLosesIt) {
     ASSERT_TRUE(other.DeleteValue(path));
   }
   silent.FreeConnector(&connector);
+}
+
+TEST(Sessions, ALockThatWentWithItsConnectionIsNotTakenForOneThatIsHeld) {
+  ServiceWorld world;
+  Client locking, other;
+  CFG_Connector& connector = *locking.GetConnector();
+  const std::function<int()> ends[] = {
+      [&] { return connector.UnLock(); },
+      [&] { return connector.Rollback(); },
+      [&] { return connector.Lock(); },
+  };
+  for (const auto& end : ends) {
+    ASSERT_TRUE(connector.Lock());
+    ASSERT_TRUE(connector.SetValue(path, "half"));
+    world.restart();
+    EXPECT_FALSE(connector.SetValue(path, "more of it"));
+    EXPECT_FALSE(connector.SetValue(path, "more of it")) << "over a connection of its own";
+    EXPECT_TRUE(connector.IsLocked()) << "an update would begin one of its own";
+    EXPECT_FALSE(end());
+    EXPECT_EQ(other.GetValue(path), "");
+    EXPECT_TRUE(connector.UnLock()) << "as of a session that never had it";
+  }
+  // As the first request that finds it out, too.
+  ASSERT_TRUE(connector.Lock());
+  ASSERT_TRUE(connector.SetValue(path, "half"));
+  world.restart();
+  std::this_thread::sleep_for(milliseconds(110));  // a connection in use is not looked at
+  EXPECT_FALSE(connector.UnLock());
+  EXPECT_TRUE(connector.SetValue(path, "alone"));
+  locking.FreeConnector(&connector);
+}
+
+TEST(Sessions, ASilentOneLosesTheLockAndIsNamedToWhoWaits) {
+  ServiceWorld world([](service::Settings& settings) {
+    settings.silent_lock_time = 2;
+    settings.write_wait = 1;
+  });
+  Client silent, other;
+  ASSERT_TRUE(silent.StartTransactionUpdate());  // with the extended time-out
+  ASSERT_TRUE(silent.SetValue(path, "half"));
+  Log_Capture log;
+  EXPECT_FALSE(other.SetValue("halvoria\\a\\c", "too early"));
+  EXPECT_TRUE(
+      log.has("for too long: the lock is that of user 'CFG', application 'CFG', session 1 "
+              "from 127.0.0.1:"))
+      << log.text();
+  for (int i = 0; i < 100 && !log.has("sent nothing for 2 s"); ++i) {
+    std::this_thread::sleep_for(milliseconds(100));
+  }
+  EXPECT_TRUE(other.SetValue("halvoria\\a\\c", "goes on"));
+  EXPECT_FALSE(silent.EndTransactionUpdate(false));
+  EXPECT_EQ(other.GetValue(path), "");
+}
+
+// 20 MB below halvoria\large, as a byte array and as chunks.
+void write_large(Client& writer) {
+  CFG_SubTree large{RWCString("large")};
+  const std::string text(1000, 'x');
+  for (int i = 0; i < 20000; ++i) large.SetValue("v" + std::to_string(i), RWCString(text));
+  ASSERT_TRUE(writer.AddOrReplaceSubTree(&large, "halvoria"));
+}
+
+// What a client sends first, and then reads no answer.
+std::string request_of(const char* command, bool is_tree) {
+  Conn_FormWriter form;
+  form.begin(command);
+  form.introduce("CFG_SERVICE", 1);
+  form.WriteString(cfg::protocol::CFG_FLD_USER_NAME, "mia");
+  form.WriteString(cfg::protocol::CFG_FLD_APPLICATION, "viewer");
+  form.WriteString(cfg::protocol::CFG_FLD_PATH, "halvoria\\large");
+  if (is_tree) {
+    form.WriteString(cfg::protocol::CFG_FLD_SEQ_NUMBER, "");
+    form.WriteLong(cfg::protocol::CFG_FLD_COMPRESSED, 0);
+  }
+  return std::string(form.finish());
+}
+
+TEST(Sessions, TreesThatNobodyReadsKeepNobodyFromReading) {
+  ServiceWorld world([](service::Settings& settings) { settings.max_streams = 4; });
+  Client reader;
+  write_large(reader);
+  const std::string request = request_of("CFG_GET_SUB_SEQ", true);
+  std::vector<tcp::socket> unread;
+  for (int i = 0; i < 8; ++i) {
+    unread.push_back(world.raw());
+    asio::write(unread.back(), asio::buffer(request));
+  }
+  // Well within the time in which those are broken off for making no progress.
+  for (int i = 0; i < 3; ++i) {
+    const SubTreePtr tree(reader.GetSubTree("halvoria\\large"));
+    EXPECT_EQ(tree ? tree->GetSubTreeEntriesCount("") : 0, 20000);
+  }
+}
+
+TEST(Sessions, AHolderThatDoesNotTakeItsTreeLosesTheLock) {
+  ServiceWorld world([](service::Settings& settings) { settings.transaction_time = 2; });
+  Client other;
+  write_large(other);
+  tcp::socket holder = world.raw();
+  Conn_FormWriter lock;
+  lock.begin("CFG_LOCK");
+  lock.introduce("CFG_SERVICE", 1);
+  lock.WriteString(cfg::protocol::CFG_FLD_USER_NAME, "mia");
+  lock.WriteString(cfg::protocol::CFG_FLD_APPLICATION, "viewer");
+  asio::write(holder,
+              asio::buffer(std::string(lock.finish()) + request_of("CFG_GET_SUB_SEQ", true)));
+  EXPECT_TRUE(other.SetValue("halvoria\\a\\c", "goes on"));
+}
+
+TEST(Sessions, WhatWaitsToBeTakenIsBounded) {
+  ServiceWorld world([](service::Settings& settings) {
+    settings.max_unsent = 25 << 20;  // one of them
+    settings.write_wait = 1;
+  });
+  Client reader;
+  write_large(reader);
+  const std::string request = request_of("CFG_GET_SUB_LONG_VALUE", false);
+  tcp::socket unread = world.raw();
+  asio::write(unread, asio::buffer(request));
+  unread.wait(tcp::socket::wait_read);
+  Log_Capture log;
+  EXPECT_EQ(SubTreePtr(reader.GetSubTreeWithLongValues("halvoria\\large")), nullptr);
+  EXPECT_TRUE(log.has("bytes wait for clients that do not take them")) << log.text();
+  EXPECT_EQ(reader.GetValue("halvoria\\large\\v1").length(), 1000u);
+  unread.close();
+  SubTreePtr tree;
+  for (int i = 0; i < 10 && !tree; ++i)
+    tree.reset(reader.GetSubTreeWithLongValues("halvoria\\large"));
+  EXPECT_EQ(tree ? tree->GetSubTreeEntriesCount("") : 0, 20000);
 }
 
 TEST(Sessions, ClientsThatDoNotBehaveDisturbNobody) {

@@ -63,6 +63,7 @@ TEST(Settings, WhatIsWrongIsNamedWithItsPlace) {
       {"", "9000000000000G", "port (flag): '9000000000000G' is not a number"},
       {"ports = 1\n", "1", "there is no setting 'ports'"},
       {"workers = many\n", "1", "'many' is not a number"},
+      {"workers = 3\nmax_sessions 7\n", "1", "svcfg.conf"},
   };
   for (const auto& c : cases) {
     TemporaryFolder folder;
@@ -77,6 +78,13 @@ TEST(Settings, WhatIsWrongIsNamedWithItsPlace) {
   std::string fault;
   EXPECT_FALSE(reader.read({}, "/none/svcfg.conf", settings, fault));
   EXPECT_NE(fault.find("/none/svcfg.conf"), std::string::npos) << fault;
+  setenv("SVCFG_MAX_SESSION", "9", 1);
+  setenv("SVCFG_CONFIG", "/none", 1);
+  EXPECT_FALSE(reader.read({}, "", settings, fault));
+  EXPECT_NE(fault.find("the variable SVCFG_MAX_SESSION ("), std::string::npos) << fault;
+  unsetenv("SVCFG_MAX_SESSION");
+  EXPECT_TRUE(reader.read({}, "", settings, fault)) << fault;
+  unsetenv("SVCFG_CONFIG");
 }
 
 TEST(Settings, PasswordsAreNotShown) {

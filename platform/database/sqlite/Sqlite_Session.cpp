@@ -1,5 +1,8 @@
 #include <database/sqlite/Sqlite_Session.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -129,9 +132,22 @@ Sqlite_Session::~Sqlite_Session() {
   sqlite3_close(m_handle);
 }
 
+namespace {
+
+// A file that is missing is made here, since the library would let others read it; its companions
+// take its mode. What is not a file's name is the library's matter.
+void make_private(const std::string& file) {
+  if (file.front() == ':' || file.rfind("file:", 0) == 0) return;
+  const int made = ::open(file.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600);
+  if (made >= 0) ::close(made);
+}
+
+}  // namespace
+
 bool Sqlite_Session::open(const std::string& file) {
   m_file = file;
   if (file.empty()) return fail("open", "no file is named");
+  make_private(file);
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
   if (sqlite3_open_v2(file.c_str(), &m_handle, flags, nullptr) != SQLITE_OK) return fail("open");
   sqlite3_extended_result_codes(m_handle, 1);
