@@ -14,9 +14,8 @@ class Once {
  public:
   Once() = default;
   template <class Work>
-  requires(!std::is_same_v<std::decay_t<Work>, Once>)
-      Once(Work&& work)  // implicit, as std::function is
-      : m_work(std::make_unique<Of<std::decay_t<Work>>>(std::forward<Work>(work))) {}
+  requires(!std::is_same_v<Work, Once>) Once(Work work)  // implicit, as std::function is
+      : m_work(std::make_unique<Of<Work>>(std::move(work))) {}
 
   explicit operator bool() const { return m_work != nullptr; }
   void operator()(A... arguments) {
@@ -31,8 +30,7 @@ class Once {
   };
   template <class Work>
   struct Of final : Any {
-    template <class W>
-    explicit Of(W&& given) : work(std::forward<W>(given)) {}
+    explicit Of(Work&& given) : work(std::move(given)) {}
     void run(A... arguments) override { work(std::forward<A>(arguments)...); }
     Work work;
   };
