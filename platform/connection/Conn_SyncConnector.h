@@ -61,9 +61,9 @@ class HALVORIA_API Conn_SyncConnector {
   // Whether a token was sent on this connection; forgotten when it is opened again.
   bool IsTokenSent() const;
   void SetTokenSent(bool is_sent);
-  // Whether the service was locked for this connection. When the connection breaks, the lock is lost,
-  // and what is asked for after that fails, as it would seem to belong to what is undone: until
-  // this is set or forgotten, or the transaction ends in which it was locked.
+  // Whether the service was locked for this connection. When the connection breaks, the lock is
+  // lost, and what is asked for after that fails, as it would seem to belong to what is undone:
+  // until this is set or forgotten, or the transaction ends in which it was locked.
   bool IsLocked() const;
   void SetLocked(bool is_locked);
   void ForgetLostLock();
