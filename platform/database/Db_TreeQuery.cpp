@@ -43,8 +43,8 @@ void Db_TreeQuery::look_ahead() {
   Db_Entry entry;
   m_has_ahead = read(entry);
   m_is_ahead = true;
-  m_ahead_path = entry.path;
-  m_ahead_value = entry.value;
+  m_ahead_path = m_has_ahead ? entry.path : "";  // of no row, what it views may be gone
+  m_ahead_value = m_has_ahead ? entry.value : "";
 }
 
 // Looks again for what is below, since the key may have come together with that.
