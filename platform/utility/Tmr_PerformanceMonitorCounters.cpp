@@ -18,6 +18,7 @@ std::string enabled_types() {
 }
 
 ForkOnce types_are_read(ForkHandler::VALUES);
+std::string& types = *new std::string;  // never destroyed, as threads may ask late
 
 }  // namespace
 
@@ -30,9 +31,7 @@ Tmr_PerformanceMonitorCounters& Tmr_PerformanceMonitorCounters::GetInstance() {
     Tmr_PerformanceMonitorCounters::GetInstance();
 
 bool Tmr_PerformanceMonitorCounters::IsEnabled(int type) {
-  static constinit const std::string* read = nullptr;
-  types_are_read.call([] { read = new std::string(enabled_types()); });
-  const std::string& types = *read;
+  types_are_read.call([] { types = enabled_types(); });
   if (types.size() == 2) return false;
   return types == ",all," || types.find("," + std::to_string(type) + ",") != types.npos;
 }
