@@ -2,6 +2,7 @@
 import fcntl
 import json
 import os
+import re
 import resource
 import signal
 import subprocess
@@ -166,6 +167,29 @@ class Files(CfgTest):
         self.assertEqual(sorted(os.listdir(self.folder)), ["tree.xml"])
         self.assertEqual(self.on_tree("export halvoria gone/out.xml")[0], 1)
         self.assertEqual(self.on_tree("blob get halvoria/conf/site/logo gone/logo.png")[0], 1)
+
+    # From where the command itself can be loaded to where there is enough.
+    def test_memory_that_runs_out_is_said_and_loses_nothing(self):
+        if re.search("/(asan|tsan)/", CFG):
+            self.skipTest("a sanitizer maps more than there is")
+        before, outcomes = self.tree_bytes(), set()
+        for limit in range(40 << 20, 160 << 20, 500_000):
+            options = {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)),
+                       "cwd": self.folder, "env": ENVIRONMENT, "stderr": subprocess.PIPE}
+            if subprocess.run([CFG, "--version"], stdout=subprocess.DEVNULL, check=False,
+                              **options).returncode != 0:
+                continue  # a library that it is linked to cannot begin
+            done = subprocess.run([CFG, "--file", "tree.xml", "set", "halvoria/conf/site/phone", "1"],
+                                  check=False, **options)
+            outcomes.add(done.returncode)
+            if done.returncode == 0:
+                break
+            self.assertIn(done.returncode, (1, 5), done.stderr)
+            self.assertRegex(done.stderr.decode(), "(out of memory|memory r[au]ns? out)")
+            self.assertEqual(self.tree_bytes(), before)
+        self.assertIn(0, outcomes)
+        self.assertIn(5, outcomes)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["tree.xml"])
 
     def test_a_change_that_changes_nothing_writes_nothing(self):
         def state():

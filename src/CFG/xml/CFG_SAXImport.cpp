@@ -77,6 +77,8 @@ int parse_with(const xc::InputSource& source, CFG_SAXImportHandlers& handlers) {
     return give_up(handlers, cfg::xml_text(e.getMessage()));
   } catch (const xc::OutOfMemoryException&) {
     return give_up(handlers, "out of memory");
+  } catch (const std::bad_alloc&) {
+    return give_up(handlers, "out of memory");
   } catch (const std::exception& e) {
     return give_up(handlers, e.what());
   }
