@@ -50,9 +50,9 @@ crypto_library::crypto_library() {
 }
 
 ForkOnce is_loaded(ForkHandler::VALUES);
+constinit const crypto_library* the_library = nullptr;  // since then
 
 const crypto_library& library() {
-  static constinit const crypto_library* the_library = nullptr;
   is_loaded.call([] { the_library = new crypto_library; });
   return *the_library;
 }
