@@ -265,7 +265,7 @@ void Tree_ChildList::append(uint64_t name_hash, bool is_key, Tree_NodePtr child)
 }
 
 void Tree_ChildList::make_room(uint32_t instead) {
-  make_room_in_small(instead == npos ? m_count : m_count - 1);
+  if (instead == npos) make_room_in_small(m_count);
   if (is_large()) m_large->make_room();
 }
 
@@ -278,12 +278,20 @@ void Tree_ChildList::make_room_in_small(uint32_t count) {
   }
 }
 
-// The hole is closed last, as that would take away the room.
 Tree_NodePtr Tree_ChildList::replace(uint32_t place, uint64_t hash, bool is_key,
                                      Tree_NodePtr child) {
-  Tree_NodePtr gone = take_keeping_places(place);
-  append(hash, is_key, std::move(child));
-  pack_when_sparse();
+  if (is_large()) {
+    Tree_NodePtr gone = take_keeping_places(place);
+    append(hash, is_key, std::move(child));
+    pack_when_sparse();  // last, as that would take away the room
+    return gone;
+  }
+  Tree_NodePtr gone = take_from_small(place);
+  const uint32_t last = m_count - 1;
+  new (m_slots + last) Tree_NodePtr(std::move(child));
+  hashes()[last] = static_cast<uint32_t>(hash);
+  m_key_mask = static_cast<uint16_t>(m_key_mask | uint32_t{is_key} << last);
+  m_keys += is_key;
   return gone;
 }
 
@@ -304,19 +312,24 @@ void Tree_ChildList::pack_when_sparse() noexcept {
 }
 
 Tree_NodePtr Tree_ChildList::take_keeping_places(uint32_t place) {
-  --m_count;
   if (is_large()) {
+    --m_count;
     m_keys -= m_large->bits[place / 64].keys >> place % 64 & 1;
     return m_large->take(place);
   }
+  Tree_NodePtr child = take_from_small(place);
+  --m_count;
+  return child;
+}
+
+// What stands behind the place moves up. The last place, which counts still, is left as raw memory.
+Tree_NodePtr Tree_ChildList::take_from_small(uint32_t place) {
   Tree_NodePtr child = std::move(m_slots[place]);
   if (m_row > place) m_row = static_cast<uint8_t>(place);
   m_keys -= m_key_mask >> place & 1;
-  // The pointers behind move as plain memory: a null one is left over at the end.
-  const size_t behind = m_count - place;
+  const size_t behind = m_count - 1 - place;
   std::memmove(static_cast<void*>(m_slots + place), static_cast<const void*>(m_slots + place + 1),
                behind * sizeof *m_slots);
-  new (m_slots + m_count) Tree_NodePtr;
   std::memmove(hashes() + place, hashes() + place + 1, behind * sizeof(uint32_t));
   const uint32_t below = (1u << place) - 1;
   m_key_mask = static_cast<uint16_t>((m_key_mask & below) | ((m_key_mask >> 1) & ~below));

@@ -96,6 +96,7 @@ class HALVORIA_API Tree_ChildList {
   uint32_t* hashes() const { return reinterpret_cast<uint32_t*>(m_slots + m_capacity); }
   bool is_large() const { return m_capacity == kIsLarge; }
   Tree_NodePtr take_keeping_places(uint32_t place);  // large: leaves a hole
+  Tree_NodePtr take_from_small(uint32_t place);
   void pack_when_sparse() noexcept;
   void make_room_in_small(uint32_t count);
   void grow_small(uint32_t capacity);

@@ -59,6 +59,10 @@ Tree_Node::~Tree_Node() {
 // as the way to its path for whatever somebody else holds. What has no children goes at once. That
 // is the order in which most trees were made, which spares misses of the cache.
 void Tree_Node::Destroy(Tree_Node* top) {
+  if (top->m_is_leaf) {
+    delete top;
+    return;
+  }
   if (top->GetParent()) top->SetParent(nullptr);
   top->SetNodeId(0);
   for (Tree_Node* key = top; key;) {
