@@ -30,7 +30,7 @@ constexpr size_t SMALL_ANSWER = size_t{64} << 10;
 constexpr int IDLE_SECONDS = 4;
 constexpr auto PURGE_EVERY = std::chrono::hours(24);
 
-Conn_ServerSettings server_settings(const Settings& settings) {
+Conn_ServerSettings server_settings(const Settings& settings, const Files& files) {
   Conn_ServerSettings server;
   server.address = settings.listen;
   server.port = static_cast<int>(settings.port);
@@ -39,16 +39,18 @@ Conn_ServerSettings server_settings(const Settings& settings) {
   server.threads = static_cast<int>(settings.threads);
   server.max_frame = static_cast<size_t>(settings.max_request);
   server.max_sessions = static_cast<int>(settings.max_sessions);
+  server.first_kept_descriptor = static_cast<int>(files.first_kept);
   server.idle = seconds(settings.idle_time);
   server.progress = seconds(settings.progress_time);
   return server;
 }
 
-// The clients of a busy service on the same computer need the other half.
-Settings with_threads(Settings settings) {
+Settings fitted(Settings settings, Files& files) {
+  // The clients of a busy service on the same computer need the other half.
   constexpr int64_t most = 8;
   const int64_t half = std::thread::hardware_concurrency() / 2;
   if (settings.threads == 0) settings.threads = std::clamp<int64_t>(half, 1, most);
+  files = share_files(settings);
   return settings;
 }
 
@@ -89,12 +91,12 @@ class Service::Housekeeper : public Thread {
 };
 
 Service::Service(const Settings& settings)
-    : m_settings(with_threads(settings)),
+    : m_settings(fitted(settings, m_files)),
       m_is_store_local(settings.store.rfind(SQLITE, 0) == 0),
       m_unsent(settings.max_unsent),
       m_stores(RWCString(settings.store), RWCString(settings.store_user),
                static_cast<int>(settings.write_wait * 1000)),
-      m_streams(settings, m_stores, m_readers, m_writer) {}
+      m_streams(m_settings, m_stores, m_readers, m_writer) {}
 
 Service::~Service() { stop(); }
 
@@ -111,6 +113,7 @@ bool Service::open_store(std::string& reason) {
 }
 
 bool Service::start(std::string& reason) {
+  if (!has_files(reason)) return false;
   const std::string file = m_is_store_local ? m_settings.store.substr(SQLITE.size()) : "";
   if (m_is_store_local && !m_claim.take(file, reason)) return false;
   if (m_quick_stores.empty() && !open_store(reason)) return false;
@@ -118,7 +121,7 @@ bool Service::start(std::string& reason) {
   m_quick_stores.front()->InitValidatePathProperties();
   m_next_purge = Clock::now();
   Conn_Handler& handler = *this;
-  m_server = std::make_unique<Conn_Server>(server_settings(m_settings), handler);
+  m_server = std::make_unique<Conn_Server>(server_settings(m_settings, m_files), handler);
   m_housekeeper = std::make_unique<Housekeeper>(*this);
   if (!m_writer.start(1) || !m_readers.start(static_cast<int>(m_settings.workers))) {
     reason = "the system gives no more threads";
@@ -129,6 +132,22 @@ bool Service::start(std::string& reason) {
   if (m_housekeeper->start()) return true;
   reason = "the system gives no more threads";
   return false;
+}
+
+bool Service::has_files(std::string& reason) const {
+  const std::string limit =
+      "the limit of open files, " + std::to_string(m_files.limit) +
+      ", is too low: max-sessions = " + std::to_string(m_settings.max_sessions) + " takes " +
+      std::to_string(m_files.wanted);
+  if (m_files.sessions < 1) {
+    reason = limit + ", and there is no room for any";
+    return false;
+  }
+  if (m_files.sessions < m_settings.max_sessions) {
+    logger.warning("%s; there is room for %d sessions and %d streams\n", limit, m_files.sessions,
+                   m_settings.max_streams);
+  }
+  return true;
 }
 
 void Service::stop() {

@@ -33,6 +33,7 @@
 #include <connection/Conn_Server.h>
 
 #include "call.h"
+#include "files.h"
 #include "gate.h"
 #include "quota.h"
 #include "settings.h"
@@ -80,6 +81,7 @@ class Service : private Conn_Handler {
   void request(Conn_Session& connection, std::string_view name, std::string_view fields) override;
   void closed(Conn_Session& connection) override;
 
+  bool has_files(std::string& reason) const;
   bool is_admitted(Call& call);
   void dispatch(Call call);
   void read(Call call);
@@ -117,6 +119,7 @@ class Service : private Conn_Handler {
   void purge_deletions();
   void check_store(Clock::time_point now);
 
+  Files m_files;
   const Settings m_settings;
   const bool m_is_store_local;
   Gate m_gate;

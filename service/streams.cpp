@@ -160,6 +160,11 @@ Streams::Streams(const Settings& settings, Stores& stores, Workers& readers, Wor
 
 Streams::~Streams() = default;
 
+// Those that have a place, those that are parked, and those that have just been broken off.
+int64_t Streams::most_stores(const Settings& settings) {
+  return settings.max_streams * static_cast<int64_t>(PARKED_FOR_A_PLACE + 2);
+}
+
 void Streams::send(Call call) {
   const auto stream = std::make_shared<Stream>(*this, std::move(call));
   {

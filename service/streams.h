@@ -29,6 +29,9 @@ class Streams {
   Streams& operator=(const Streams&) = delete;
   ~Streams();
 
+  // Connections to the store that they may have at a time.
+  static int64_t most_stores(const Settings& settings);
+
   void send(Call call);
   // Every now and then.
   void look_after(Clock::time_point now);

@@ -1,6 +1,4 @@
 // svcfg, the central configuration service.
-#include <sys/resource.h>
-
 #include <chrono>
 #include <clocale>
 #include <csignal>
@@ -46,14 +44,6 @@ sigset_t ending_signals() {
   return signals;
 }
 
-// Each session takes one, and a login shell's limit is often below what is to be served.
-void allow_many_files() {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 enum class Wait { OPEN, OVER, STOPPED };
 
 // A file is there or is made; a database may begin later than this does.
@@ -72,7 +62,6 @@ Wait wait_for_store(service::Service& service, const service::Settings& settings
 }
 
 int serve(const service::Settings& settings, bool prints_port) {
-  allow_many_files();
   CFG_SubTree properties{RWCString("properties")};
   const RWCString node = settings.node.empty() ? Sys_ComputerName() : RWCString(settings.node);
   properties.SetProperty("CurrMachine", node);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <utility>
 #include <vector>
 
 #include <connection/Conn_ServerSession.h>
@@ -14,6 +15,7 @@ using std::chrono::milliseconds;
 
 constexpr Log_Logger logger("platform/connection/Conn_Server", 197);
 constexpr milliseconds kPause(100);  // after a connection that could not be accepted
+constexpr std::chrono::seconds kLineEvery(1);
 
 std::string text_of(const tcp::endpoint& end) {
   const std::string host = end.address().to_string();
@@ -35,6 +37,7 @@ struct Conn_Server::Inside {
   bool listen(std::string& reason);
   void accept();
   void accepted(const asio::error_code& error, Conn_ServerStream::Socket socket);
+  void close_at_once(Conn_ServerStream::Socket socket);
   void take_in(std::shared_ptr<Conn_ServerSession> session, Conn_ServerThread& thread);
 
   const std::shared_ptr<Conn_ServerShared> shared;
@@ -42,6 +45,8 @@ struct Conn_Server::Inside {
   std::unique_ptr<tcp::acceptor> acceptor;  // on the first thread
   std::unique_ptr<asio::steady_timer> pause;
   size_t next_thread = 0;
+  int closed_at_once = 0;  // since the last line about them
+  std::chrono::steady_clock::time_point next_line;
   uint64_t last_id = 0;
   int port = 0;
 };
@@ -124,6 +129,10 @@ void Conn_Server::Inside::accepted(const asio::error_code& error,
     });
     return;
   }
+  if (socket.native_handle() >= shared->settings.first_kept_descriptor) {
+    close_at_once(std::move(socket));
+    return accept();
+  }
   close_at_exec(socket);
   asio::error_code gone;
   const tcp::endpoint peer = socket.remote_endpoint(gone);
@@ -137,6 +146,21 @@ void Conn_Server::Inside::accepted(const asio::error_code& error,
     });
   }
   accept();
+}
+
+// Unlike one too many, which may send on for a while, since that would take the descriptor.
+void Conn_Server::Inside::close_at_once(Conn_ServerStream::Socket socket) {
+  Conn_FormWriter refusal;
+  refusal.begin({});
+  refusal.WriteString(CONN_FLD_ERROR, "there are no descriptors left for connections");
+  size_t sent;
+  Conn_ServerStream(std::move(socket)).send_some(refusal.finish(), sent);
+  ++closed_at_once;
+  const auto now = std::chrono::steady_clock::now();
+  if (now < next_line) return;
+  next_line = now + kLineEvery;
+  logger.error("%d connections were closed at once: the limit of open files leaves no more\n",
+               std::exchange(closed_at_once, 0));
 }
 
 void Conn_Server::Inside::take_in(std::shared_ptr<Conn_ServerSession> session,

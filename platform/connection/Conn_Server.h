@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -18,6 +19,8 @@ struct Conn_ServerSettings {
   int threads = 2;                      // that wait for requests
   size_t max_frame = size_t{64} << 20;  // bytes of one request
   int max_sessions = 2000;
+  // A connection that would get this descriptor or a higher one is refused and closed at once.
+  int first_kept_descriptor = std::numeric_limits<int>::max();
   std::chrono::milliseconds idle{std::chrono::minutes(60)};      // between requests
   std::chrono::milliseconds progress{std::chrono::seconds(30)};  // of a frame begun, either way
 };

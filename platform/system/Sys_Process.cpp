@@ -2,7 +2,10 @@
 
 #include <limits.h>
 #include <pwd.h>
+#include <sys/resource.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 static RWCString executable() {
   char name[PATH_MAX];
@@ -22,6 +25,15 @@ RWCString Sys_UserName() {
   passwd* found = nullptr;
   getpwuid_r(geteuid(), &entry, buffer, sizeof buffer, &found);
   return found ? RWCString(found->pw_name) : RWCString();
+}
+
+int64_t Sys_AllowMostFiles() {
+  constexpr rlim_t all = INT_MAX;  // no limit, too: descriptors are numbers of this type
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return INT_MAX;
+  const rlimit raised{limit.rlim_max, limit.rlim_max};
+  if (setrlimit(RLIMIT_NOFILE, &raised) == 0) limit = raised;
+  return static_cast<int64_t>(std::min(limit.rlim_cur, all));
 }
 
 int Sys_ProcessId() { return getpid(); }

@@ -1,6 +1,8 @@
 // Who we are: this computer and this process.
 #pragma once
 
+#include <cstdint>
+
 #include <strings/Export.h>
 #include <strings/RWCString.h>
 #include <strings/RWWString.h>
@@ -10,6 +12,10 @@ HALVORIA_API RWCString Sys_ComputerName();
 
 // Whom this process acts for, as the system calls them; empty when it does not tell.
 HALVORIA_API RWCString Sys_UserName();
+
+// Raises the number of files that this process may have open as far as the system allows. What it
+// is then.
+HALVORIA_API int64_t Sys_AllowMostFiles();
 
 HALVORIA_API int Sys_ProcessId();
 // Ends it on the spot: nothing is destroyed, and nobody is called who waits for its exit.

@@ -1,15 +1,20 @@
 """Every verb over the central service: what it does with a file, it does with a service."""
+import contextlib
 import json
 import signal
 import socket
 import sqlite3
 import subprocess
+import sys
 import time
 
 import cfg_runner
 import cfg_verbs_test
-from cfg_runner import CfgTest, unittest
+from cfg_runner import SOURCE, CfgTest, unittest
 from svcfg_runner import Service, run_svcfg
+
+sys.path.insert(0, str(SOURCE / "docs"))
+from protocol_client import Client, Refused  # noqa: E402
 
 NODE = r"halvoria\system\nodes\pacs01"
 
@@ -205,6 +210,37 @@ class TheServiceItself(CfgTest):
         service = Service(self.folder)
         self.assertEqual((self.folder / "tree.sqlite").stat().st_mode & 0o777, 0o600)
         self.assertEqual(service.stop(), 0)
+
+    def test_clients_leave_files_to_the_store_and_the_log(self):
+        code, _, error = run_svcfg("--config", "/dev/null", "--port", "0", "--store",
+                                   f"sqlite:{self.folder}/tree.sqlite", files=60)
+        self.assertEqual(code, 1)
+        self.assertIn("the limit of open files, 60, is too low", error)
+        service = Service(self.folder, "--max-streams", "4", files=200)
+        self.addCleanup(service.stop)
+        self.assertRegex(service.log_text(), "the limit of open files, 200, is too low: "
+                         r"max-sessions = 2000 takes \d+; there is room for 8\d sessions")
+        with contextlib.ExitStack() as clients:
+            all_of_them = [clients.enter_context(Client("127.0.0.1", service.port))
+                           for _ in range(300)]
+            first, unread = all_of_them[0], all_of_them[1:9]
+            for i in range(64):
+                first.ask("CFG_SET_VALUE", path=f"halvoria\\t\\v{i}", value="w" * 200_000)
+            for client in unread:  # each takes a connection to the store
+                client.send("CFG_GET_SUB_SEQ",
+                            [("path", "halvoria"), ("seq_number", ""), ("compressed", 0)])
+            self.assertEqual(first.ask("CFG_SET_VALUE", path="halvoria\\after", value="x"),
+                             {"success_code": 1})
+            self.assertEqual(len(list(first.tree("halvoria"))), 66)
+            with self.assertRaisesRegex(Refused, "no descriptors left for connections"):
+                all_of_them[-1].ask("CFG_GET_MAX_SEQ")
+            self.assertIn("CFG_SET_VALUE halvoria\\after: done", service.log_text())
+            self.assertIn("connections were closed at once", service.log_text())
+        while True:
+            with contextlib.suppress(Refused), Client("127.0.0.1", service.port) as next_one:
+                self.assertEqual(next_one.ask("CFG_GET_VAL", path="halvoria\\after"),
+                                 {"result": b"x"})
+                break
 
     def test_it_ends_at_sigterm_and_comes_back_with_everything(self):
         service = Service(self.folder)
