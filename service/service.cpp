@@ -9,7 +9,6 @@
 #include <thread/ThreadEvent.h>
 
 #include "answers.h"
-#include "commands.h"
 
 namespace service {
 
@@ -254,12 +253,29 @@ void Service::do_work(Call& call, Work work) try {
 
 // --- answers -------------------------------------------------------------------------------------
 
+// Others wait for the thread of a read that nobody wants any more.
+Outcome Service::carry_out_long_read(Call& call, StoreRepository& store) {
+  const bool is_extended = call.session().is_extended;
+  const int64_t time = is_extended ? m_settings.extended_transaction_time : m_settings.read_time;
+  const auto end = Clock::now() + seconds(time);
+  const GiveUp give_up(store, [&]() -> std::string {
+    if (call.connection().is_gone()) return "its client is gone";
+    if (call.lock() && call.lock().is_overdue()) return "its lock was lost";
+    if (Clock::now() < end) return "";
+    return "it takes more than " + std::to_string(time) + " seconds";
+  });
+  return carry_out(store, call.request(), call.answer());
+}
+
 void Service::answer(Call& call, StoreRepository& store, Quota::Share room) {
   store.TakeFailure();
-  Outcome outcome = carry_out(store, call.request(), call.answer());
+  const CommandRow& row = *call.request().row;
+  const bool is_change = row.effect == Effect::CHANGES;
+  const bool is_long_read = !is_change && cost_of(row) == Cost::LONG;
+  Outcome outcome = is_long_read ? carry_out_long_read(call, store)
+                                 : carry_out(store, call.request(), call.answer());
   // An empty answer would say that there is nothing.
   const std::string failure = store.TakeFailure();
-  const bool is_change = call.request().row->effect == Effect::CHANGES;
   if (!failure.empty() && (!is_change || !outcome.result)) {
     outcome.is_answered = false;
     outcome.reason = "the store failed: " + failure;

@@ -33,6 +33,7 @@
 #include <connection/Conn_Server.h>
 
 #include "call.h"
+#include "commands.h"
 #include "files.h"
 #include "gate.h"
 #include "quota.h"
@@ -110,6 +111,7 @@ class Service : private Conn_Handler {
   void answer_now(Call& call) { answer_from_store(call, {}); }
   // `room` is what the answer found that was too large before; empty at first.
   void answer(Call& call, StoreRepository& store, Quota::Share room);
+  Outcome carry_out_long_read(Call& call, StoreRepository& store);
   void send(Call& call, Quota::Share room);
   void refuse_unsent(Call& call);
 

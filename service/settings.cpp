@@ -52,6 +52,8 @@ const std::vector<SettingRow> rows = {
      "the same while its extended time-out is on"},
     {"silent-lock-time", nullptr, &S::silent_lock_time, "60", 1, DAY,
      "seconds without a request after which a client loses the lock, whatever it has asked for"},
+    {"read-time", nullptr, &S::read_time, "60", 1, DAY,
+     "seconds for reading one tree that is not sent as it is read, or for a search"},
     {"stream-time", nullptr, &S::stream_time, "600", 1, DAY, "seconds for sending one tree"},
     {"stop-time", nullptr, &S::stop_time, "10", 0, DAY,
      "seconds that running requests get to finish at the end"},

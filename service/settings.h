@@ -28,6 +28,7 @@ struct Settings {
   int64_t transaction_time = 0;
   int64_t extended_transaction_time = 0;
   int64_t silent_lock_time = 0;
+  int64_t read_time = 0;
   int64_t stream_time = 0;
   int64_t stop_time = 0;
   int64_t store_wait = 0;

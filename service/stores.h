@@ -1,6 +1,7 @@
 // The connections to the store.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,6 +16,20 @@ class StoreRepository : public CFG_DBRepository {
  public:
   using CFG_DBRepository::CFG_DBRepository;
   using CFG_DBRepository::WriteSubTree;
+};
+
+// As long as it lives, reads of trees and searches fail once `why` tells why to give up.
+class GiveUp {
+ public:
+  GiveUp(StoreRepository& store, std::function<std::string()> why) : m_store(store) {
+    m_store.SetGiveUp(std::move(why));
+  }
+  GiveUp(const GiveUp&) = delete;
+  GiveUp& operator=(const GiveUp&) = delete;
+  ~GiveUp() { m_store.SetGiveUp(nullptr); }
+
+ private:
+  StoreRepository& m_store;
 };
 
 // Makes connections as they are needed, and keeps those that came back for the next. Any thread.

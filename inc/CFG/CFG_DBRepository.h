@@ -191,6 +191,9 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
 
   // How long a change waits for another one's end.
   void SetWriteWait(int milliseconds);
+  // Asked now and then by reads of trees and searches, on their thread: once it tells why to give
+  // up, they fail with that. Empty texts, and no function, are to go on.
+  void SetGiveUp(std::function<std::string()> why);
   // The database's own check of what it holds; false with the reason.
   bool CheckIntegrity(std::string& reason);
   // Looks for damage in so many entries from a path on, which is moved on, and empty at the end.

@@ -35,6 +35,9 @@ class HALVORIA_API Conn_Session : public std::enable_shared_from_this<Conn_Sessi
   virtual uint64_t id() const = 0;              // counts up from 1
   virtual const std::string& peer() const = 0;  // "127.0.0.1:51234"
   virtual int thread() const = 0;               // the waiting thread, from 0, that has it for good
+  // Whether the client closed the connection, or its end of it, while its request runs: seen after
+  // a second or so. Nobody waits for an answer then.
+  virtual bool is_gone() const = 0;
   // The next frame of the answer. Begun anew after every send.
   virtual Conn_FormWriter& answer() = 0;
   // Begins the frame anew, and gives the memory back that it took.

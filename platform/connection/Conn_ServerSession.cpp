@@ -263,7 +263,9 @@ void Conn_ServerSession::check_time() {
     return passed > m_thread->ticks(time);
   };
   if (!m_stream) return;
-  if (m_state == State::DRAINING) {
+  if (m_state == State::RUNNING) {
+    if (m_stream->is_other_end_closed()) m_is_gone = true;
+  } else if (m_state == State::DRAINING) {
     if (is_beyond(kDrainTime)) end(nullptr);
   } else if (m_state == State::SENDING_PART || m_state == State::SENDING_LAST) {
     if (is_beyond(settings.progress)) end("it does not take its answer");
@@ -278,6 +280,7 @@ void Conn_ServerSession::check_time() {
 void Conn_ServerSession::end(const char* reason) {
   if (!m_stream) return;
   if (reason) logger.warning("connection of %s closed: %s\n", m_peer, reason);
+  m_is_gone = true;
   m_stream->close();
   m_stream.reset();
   // The handler hears of the end when it has answered.

@@ -1,6 +1,7 @@
 // A connection at the serving end.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -19,6 +20,7 @@ class Conn_ServerSession final : public Conn_Session {
   uint64_t id() const override { return m_id; }
   const std::string& peer() const override { return m_peer; }
   int thread() const override { return m_thread->number(); }
+  bool is_gone() const override { return m_is_gone; }
   Conn_FormWriter& answer() override { return m_answer; }
   void drop_answer() override;
   using Conn_Session::finish;
@@ -80,6 +82,7 @@ class Conn_ServerSession final : public Conn_Session {
   std::string_view m_name;  // of the request, in what was received
   std::function<void(bool)> m_part_sent;
   std::shared_ptr<void> m_kept;  // until the answer is sent
+  std::atomic<bool> m_is_gone{false};
   State m_state = State::READING;
   unsigned m_since = 0;  // the tick at which the state began, or the frame that is read
   bool m_frame_has_begun = false;

@@ -1,6 +1,8 @@
 // The bytes of a connection at the serving end.
 #pragma once
 
+#include <poll.h>
+
 #include <asio.hpp>
 #include <string>
 #include <string_view>
@@ -32,6 +34,11 @@ class Conn_ServerStream {
   template <class Done>  // (error, size)
   void send(std::string_view bytes, Done done) {
     asio::async_write(m_socket, asio::buffer(bytes.data(), bytes.size()), std::move(done));
+  }
+  // Whether the client sends nothing more, also behind what is not read yet.
+  bool is_other_end_closed() {
+    pollfd socket{m_socket.native_handle(), POLLRDHUP, 0};
+    return ::poll(&socket, 1, 0) > 0;
   }
   // Says that nothing more will be sent.
   void end_sending() {

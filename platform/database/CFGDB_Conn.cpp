@@ -174,6 +174,11 @@ bool CFGDB_Conn::is_usable(const char* op, std::string_view path) {
   return reject(op, path, "not connected to a database");
 }
 
+bool CFGDB_Conn::gives_up(const Use& use) {
+  const std::string why = m_why_give_up ? m_why_give_up() : "";
+  return !why.empty() && !reject(use.op(), use.path(), why);
+}
+
 int CFGDB_Conn::SetSessionInfo(const std::string& session, int) {
   const std::lock_guard<std::recursive_mutex> guard(m_use_mutex);
   m_session = session;

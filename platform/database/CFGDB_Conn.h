@@ -99,6 +99,9 @@ class HALVORIA_API CFGDB_Conn {
   int RollBack(int);  // 1, or 0
   // How long a change waits for another writer of the store, in milliseconds (default 10000).
   void SetWriteWait(int milliseconds) { m_write_wait = milliseconds; }
+  // Asked now and then by reads of many rows: once it tells why to give up, they fail with that.
+  // Empty texts, and no function, are to go on.
+  void SetGiveUp(std::function<std::string()> why) { m_why_give_up = std::move(why); }
   int SetSessionInfo(const std::string& session, int info);  // named in the traced statements
   Mutex* GetMutexPtr() { return &m_query_mutex; }
 
@@ -226,6 +229,7 @@ class HALVORIA_API CFGDB_Conn {
   void note_failure(const std::string& why);
   bool reject(const char* op, std::string_view path, const std::string& why);
   bool is_usable(const char* op, std::string_view path);
+  bool gives_up(const Use& use);
   bool reconnect();
   bool is_file_allowed();
 
@@ -259,6 +263,7 @@ class HALVORIA_API CFGDB_Conn {
   std::string m_refusal;
   std::atomic<size_t> m_failures{0};
   std::atomic<bool> m_has_failed{false};  // there is one, to be looked at without waiting
+  std::function<std::string()> m_why_give_up;
   bool m_sql_trace = false;
   int m_auto_commit = 1;
   int m_write_wait = 10000;

@@ -114,7 +114,7 @@ int CFGDB_Conn::StartTreeQuery(const RWCString& path, bool wildcard, bool,
   m_query.reset();
   m_query_root.clear();
   m_is_query_failed = false;
-  if (!use) return -1;
+  if (!use || use.gives_up(0)) return -1;
   Db_TreeQuery::Asked asked{std::string(std::string_view(at)), wildcard, 0, deleted};
   if (sequence && !all_deleted) {
     asked.above_sequence = std::strtoll(sequence->data(), nullptr, 10);
@@ -146,8 +146,12 @@ bool CFGDB_Conn::each_record(
   const Use use(*this, "GetNextFromQuery", m_query_root);
   if (!use || !m_query) return false;
   std::string_view path, value;
-  while (m_query->next(path, value)) {
+  for (uint32_t rows = 1; m_query->next(path, value); ++rows) {
     if (!take(path, value)) return true;
+    if (use.gives_up(rows)) {
+      m_is_query_failed = true;
+      return false;
+    }
   }
   if (m_query->is_failed() && !m_is_query_failed) {
     m_is_query_failed = use.failed(Db_Result::FAILED);

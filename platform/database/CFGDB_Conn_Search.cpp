@@ -165,7 +165,9 @@ std::vector<RWCString> CFGDB_Conn::SearchPatternExtended(const RWCString& patter
   const auto cursor = m_store->range(range.from, range.to, 0, false);
   Db_Entry entry;
   Db_Result result = cursor ? Db_Result::OK : Db_Result::FAILED;
-  while (result == Db_Result::OK && (result = cursor->next(entry)) == Db_Result::OK) {
+  for (uint32_t rows = 1;
+       result == Db_Result::OK && (result = cursor->next(entry)) == Db_Result::OK; ++rows) {
+    if (use.gives_up(rows)) return {};
     const bool is_key = entry.value.empty();
     const bool is_found =
         ((is_key ? find_key : find_value_name) && in_name.is_in(Db_NameOf(entry.path))) ||

@@ -20,7 +20,13 @@ class CFGDB_Conn::Use {
     if (result != Db_Result::FAILED) return false;
     return !m_conn.reject(m_op, m_path, m_conn.m_store->error());
   }
+  // Of a read of many rows, which counts them: whether to fail now.
+  bool gives_up(uint32_t rows) const {
+    constexpr uint32_t kRowsBetween = 1024;
+    return rows % kRowsBetween == 0 && m_conn.gives_up(*this);
+  }
   const char* op() const { return m_op; }
+  std::string_view path() const { return m_path; }
 
  protected:
   CFGDB_Conn& conn() const { return m_conn; }

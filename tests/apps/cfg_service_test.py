@@ -251,6 +251,23 @@ class TheServiceItself(CfgTest):
         self.assertEqual(self.run_cfg(line + "get halvoria/x")[:2], (0, "kept\n"))
         self.assertEqual(again.stop(signal.SIGINT), 0)
 
+    def test_a_read_that_takes_too_long_or_that_nobody_wants_ends(self):
+        records = [(rf"halvoria\conf\k{n}\v{m}", "1") for n in range(200) for m in range(50)]
+        (self.folder / "large.xml").write_text(cfg_verbs_test.document(*records))
+        service = Service(self.folder, "--read-time", "1")
+        code, _, error = self.run_cfg(f"--server {service.address} import large.xml")
+        self.assertEqual(code, 0, error)
+        asked = {"path": "conf", "rules": ["halvoria"] * 1000, "merge": 1}
+        with Client("127.0.0.1", service.port, timeout=60) as client:
+            with self.assertRaisesRegex(Refused, "it takes more than 1 seconds"):
+                client.ask("CFG_GET_SUB_MERGE", **asked)
+            rules = [("path", rule) for rule in asked["rules"]]
+            client.tell("CFG_ENABLE_EXTENDED_TIMEOUT")
+            client.send("CFG_GET_SUB_MERGE", [("path", "conf"), ("count", 1000), *rules, ("merge", 1)])
+        while "its client is gone" not in service.log_text():
+            time.sleep(0.05)
+        self.assertEqual(service.stop(), 0)
+
     def test_a_damaged_store_is_told_and_saved(self):
         service = Service(self.folder)
         line = f"--server {service.address} "

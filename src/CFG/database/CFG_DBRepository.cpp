@@ -192,6 +192,9 @@ RWCString CFG_DBRepository::GetServerSyncID() {
 void CFG_DBRepository::SetWriteWait(int milliseconds) {
   ask("SetWriteWait(int)", [&](CFGDB_Conn& db) { db.SetWriteWait(milliseconds); });
 }
+void CFG_DBRepository::SetGiveUp(std::function<std::string()> why) {
+  ask("SetGiveUp", [&](CFGDB_Conn& db) { db.SetGiveUp(std::move(why)); });
+}
 bool CFG_DBRepository::CheckIntegrity(std::string& reason) {
   reason = "not connected to the database";
   return ask("CheckIntegrity(std::string&)",
