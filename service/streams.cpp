@@ -15,9 +15,10 @@ namespace {
 
 constexpr Log_Logger logger("service/streams", 508);
 
-// A client that takes longer for a chunk gives its place away.
-constexpr std::chrono::seconds PATIENCE(1);
-// Of those, so many for each place keep their connections to the store.
+// A client that takes longer for a chunk gives its place away when another one wants it.
+constexpr std::chrono::milliseconds PATIENCE(100);
+// Of those that take longer than this, so many for each place keep their connections to the store.
+constexpr std::chrono::seconds LONG_PATIENCE(1);
 constexpr size_t PARKED_FOR_A_PLACE = 4;
 
 }  // namespace
@@ -36,7 +37,7 @@ class Streams::Stream : public std::enable_shared_from_this<Stream> {
   void take_place(Quota::Share place);
 
   // By whoever looks after the streams.
-  bool waits_for_client(Clock::time_point now, Clock::time_point& since);
+  bool waits_for_client(Clock::time_point& since);
   void park();  // gives the place away
   void break_off() { m_connection->break_off("it does not take its tree"); }
 
@@ -68,10 +69,10 @@ void Streams::Stream::take_place(Quota::Share place) {
   m_place = std::move(place);
 }
 
-bool Streams::Stream::waits_for_client(Clock::time_point now, Clock::time_point& since) {
+bool Streams::Stream::waits_for_client(Clock::time_point& since) {
   const MutexGuard guard(m_mutex);
   since = m_sending_since;
-  return m_is_sending && now >= since + PATIENCE;
+  return m_is_sending;
 }
 
 void Streams::Stream::park() {
@@ -184,6 +185,7 @@ void Streams::when_there_is_a_place(const StreamPtr& stream, Step step) {
     stream->take_place(std::move(place));
     post(stream, step);
   });
+  if (m_places.is_awaited()) look_after(Clock::now());
 }
 
 void Streams::post(const StreamPtr& stream, Step step) {
@@ -211,9 +213,9 @@ void Streams::look_after(Clock::time_point now) {
   std::vector<std::pair<Clock::time_point, StreamPtr>> parked;
   for (const StreamPtr& stream : all()) {
     Clock::time_point since;
-    if (!stream->waits_for_client(now, since)) continue;
+    if (!stream->waits_for_client(since) || now < since + PATIENCE) continue;
     stream->park();
-    parked.emplace_back(since, stream);
+    if (now >= since + LONG_PATIENCE) parked.emplace_back(since, stream);
   }
   std::sort(parked.begin(), parked.end());
   for (size_t i = 0; i + m_most_parked < parked.size(); ++i) parked[i].second->break_off();
