@@ -5,7 +5,7 @@ PREFIX ?= /usr/local
 BUILD := build/$(PRESET)
 CONFIGURE = mkdir -p build && { cmake --preset $(PRESET) $(1) >$(BUILD).configure.log 2>&1 || { cat $(BUILD).configure.log; exit 1; }; }
 
-.PHONY: run build all test bench lint fuzz deps install clean
+.PHONY: run build all test bench soak lint fuzz deps install clean
 
 # Builds the programs and shows them at work on the example installation.
 run: build
@@ -28,6 +28,12 @@ bench:
 	@tools/install-packages build test bench
 	@$(MAKE) --no-print-directory all CMAKE_ARGS=-DHALVORIA_BENCH=ON
 	@bench/run.sh $(BUILD)
+
+# Two hundred clients of one service for SOAK_SECONDS, one disturbance after the other, which nobody
+# may notice. Prints what each of them cost the others.
+SOAK_SECONDS ?= 300
+soak: build
+	@tests/soak/soak.py $(BUILD)/bin/svcfg $(BUILD)/bin/cfg $(SOAK_SECONDS)
 
 # Formatting, layering, public headers on their own, static analysis.
 lint:
