@@ -50,6 +50,7 @@ constexpr struct {
     {Sqlite_Sql::PUT,
      "INSERT INTO entry (path, value, sequence, single) VALUES (?1, ?2, ?3, 1)"
      "  ON CONFLICT (path) DO UPDATE SET value = ?2, sequence = ?3, single = 1"},
+    {Sqlite_Sql::REPLACE, "UPDATE entry SET value = ?2, sequence = ?3, single = 1 WHERE path = ?1"},
     {Sqlite_Sql::PUT_NEW,
      "INSERT INTO entry (path, value, sequence, single) VALUES (?1, ?2, ?3, 0)"},
     {Sqlite_Sql::ROW_BEFORE, "SELECT path FROM entry WHERE path < ? ORDER BY path DESC LIMIT 1"},
@@ -82,7 +83,8 @@ constexpr struct {
      "UPDATE store SET oldest_deletion = max(oldest_deletion, ?1 + 1), sum = " STORE_SUM(
          "last_sequence", "last_bulk", "max(oldest_deletion, ?1 + 1)")},
     {Sqlite_Sql::BEGIN_READ, "BEGIN"},
-    {Sqlite_Sql::END_READ, "COMMIT"},
+    {Sqlite_Sql::BEGIN_CHANGE, "BEGIN IMMEDIATE"},
+    {Sqlite_Sql::COMMIT, "COMMIT"},
     {Sqlite_Sql::SAVEPOINT, "SAVEPOINT part"},
     {Sqlite_Sql::RELEASE, "RELEASE part"},
 };
@@ -198,7 +200,7 @@ bool Sqlite_Session::ask(const char* sql, int64_t& number, const char* what) {
 Db_Result Sqlite_Session::hold_state() {
   if (!m_state_holders && sqlite3_get_autocommit(m_handle)) {
     // Made first, so that the end needs no memory.
-    if (!Sqlite_Statement(*this, Sqlite_Sql::END_READ).is_ready()) return Db_Result::FAILED;
+    if (!Sqlite_Statement(*this, Sqlite_Sql::COMMIT).is_ready()) return Db_Result::FAILED;
     if (Sqlite_Statement(*this, Sqlite_Sql::BEGIN_READ).execute("read") != Db_Result::OK) {
       return Db_Result::FAILED;
     }
@@ -214,7 +216,7 @@ void Sqlite_Session::leave_state() {
 
 void Sqlite_Session::end_state() {
   if (std::exchange(m_is_state_held, false)) {
-    Sqlite_Statement(*this, Sqlite_Sql::END_READ).execute("read");
+    Sqlite_Statement(*this, Sqlite_Sql::COMMIT).execute("read");
   }
 }
 

@@ -24,6 +24,7 @@ enum class Sqlite_Sql {
   SYNC_ID,
   DATE_TIME,
   PUT,
+  REPLACE,
   PUT_NEW,
   ROW_BEFORE,
   ROW_FROM,
@@ -40,7 +41,8 @@ enum class Sqlite_Sql {
   PURGE,
   SET_OLDEST,
   BEGIN_READ,
-  END_READ,
+  BEGIN_CHANGE,
+  COMMIT,
   SAVEPOINT,
   RELEASE,
   END

@@ -245,7 +245,8 @@ Db_Result Sqlite_Store::begin(int wait_milliseconds, int64_t& last_sequence) {
   for (Sqlite_Cursor* cursor : m_cursors) cursor->keep_rest();
   m_session.end_state();
   m_session.set_wait(wait_milliseconds);
-  const bool is_begun = m_session.run("BEGIN IMMEDIATE", "lock");
+  const bool is_begun =
+      Sqlite_Statement(m_session, Sqlite_Sql::BEGIN_CHANGE).execute("lock") == Db_Result::OK;
   const bool was_busy = !is_begun && m_session.was_busy();
   m_session.set_wait(kReadWait);
   if (!is_begun) return was_busy ? Db_Result::BUSY : Db_Result::FAILED;
@@ -268,7 +269,8 @@ Db_Result Sqlite_Store::commit(int64_t last_sequence) {
   const Sqlite_Sql sql = m_is_bulk ? Sqlite_Sql::SET_LAST_BULK : Sqlite_Sql::SET_LAST;
   const bool is_counted = may_change() && (last_sequence == m_last_sequence ||
                                            execute(sql, last_sequence, "write") == Db_Result::OK);
-  if (is_counted && m_session.run("COMMIT", "write")) {
+  if (is_counted &&
+      Sqlite_Statement(m_session, Sqlite_Sql::COMMIT).execute("write") == Db_Result::OK) {
     m_session.set_wait(kReadWait);
     return Db_Result::OK;
   }
@@ -343,12 +345,34 @@ bool Sqlite_Store::link_next(const Place& place, uint32_t link) {
   return statement.execute("write") == Db_Result::OK;
 }
 
+// A row that is there keeps its link, and the next one the link to it. NOT_FOUND when there is
+// none, or none that is whole.
+Db_Result Sqlite_Store::replace(const Db_Entry& entry) {
+  Sqlite_Statement old(m_session, Sqlite_Sql::GET), put(m_session, Sqlite_Sql::REPLACE);
+  if (!old.is_ready() || !put.is_ready()) return Db_Result::FAILED;
+  old.bind(1, entry.path);
+  const Db_Result result = old.step("read");
+  if (result != Db_Result::OK) return result;
+  const Sqlite_Row row(old.text(0));
+  if (!row.is_whole(Sqlite_PathSum(entry.path))) return Db_Result::NOT_FOUND;
+  const std::string stored =
+      Sqlite_Row::Sealed(row.link(), entry.path, entry.value, entry.sequence);
+  old.rewind();
+  put.bind(1, entry.path);
+  put.bind_bytes(2, stored);
+  put.bind(3, entry.sequence);
+  return put.execute("write");
+}
+
 Db_Result Sqlite_Store::put(const Db_Entry* entries, size_t count) {
   if (!may_change()) return Db_Result::FAILED;
   Sqlite_Statement put(m_session, Sqlite_Sql::PUT);
   Sqlite_Statement forget(m_session, Sqlite_Sql::FORGET_DELETION);
   if (!put.is_ready() || !forget.is_ready()) return Db_Result::FAILED;
   for (const Db_Entry* entry = entries; entry != entries + count; ++entry) {
+    const Db_Result replaced = replace(*entry);
+    if (replaced == Db_Result::FAILED) return replaced;
+    if (replaced == Db_Result::OK) continue;
     const uint32_t own = Sqlite_PathSum(entry->path).link();
     Place place;
     if (!look_around(entry->path, behind(entry->path), place)) return Db_Result::FAILED;

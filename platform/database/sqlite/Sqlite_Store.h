@@ -62,6 +62,7 @@ class Sqlite_Store : public Db_Store {
     uint32_t link = 0;  // of the next row
   };
   bool look_around(std::string_view from, std::string_view to, Place& place);
+  Db_Result replace(const Db_Entry& entry);
   bool put_run(const Db_Entry* entries, size_t count);
   bool link_next(const Place& place, uint32_t link);
 
