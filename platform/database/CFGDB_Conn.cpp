@@ -274,17 +274,21 @@ int CFGDB_Conn::begin(const char* op, std::string_view path) {
     if (m_is_changing) return OK;
     const auto rest = std::chrono::ceil<milliseconds>(until - std::chrono::steady_clock::now());
     const auto wait = std::max(milliseconds(0), m_is_file ? std::min(kWaitAtOnce, rest) : rest);
+    m_store->expect_get(path);
     const Db_Result result = m_store->begin(static_cast<int>(wait.count()), m_sequence);
     m_is_changing = result == Db_Result::OK;
     if (m_is_changing) return OK;
-    const bool is_busy = result == Db_Result::BUSY;
-    if (is_busy && wait < rest) continue;
-    reject(op, path,
-           is_busy ? "another writer holds the database for more than " +
-                         std::to_string(m_write_wait) + " ms"
-                   : m_store->error());
-    return DB_ERROR;
+    if (result == Db_Result::BUSY && wait < rest) continue;
+    return reject_begin(op, path, result);
   }
+}
+
+int CFGDB_Conn::reject_begin(const char* op, std::string_view path, Db_Result why) {
+  reject(op, path,
+         why == Db_Result::BUSY ? "another writer holds the database for more than " +
+                                      std::to_string(m_write_wait) + " ms"
+                                : m_store->error());
+  return DB_ERROR;
 }
 
 int CFGDB_Conn::end(const char* op, std::string_view path, int commit) {

@@ -240,6 +240,8 @@ class HALVORIA_API CFGDB_Conn {
 
   // Changes.
   int begin(const char* op, std::string_view path);
+  int reject_begin(const char* op, std::string_view path, Db_Result why);
+  std::optional<int> replace_alone(const char* op, std::string_view path, std::string_view value);
   void let_fork_pass();
   int end(const char* op, std::string_view path, int commit);
   int refuse(const char* op, std::string_view path, int code, const char* why);

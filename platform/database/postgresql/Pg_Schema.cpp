@@ -20,6 +20,22 @@ constexpr const char* kSteps[] = {
     // For people: the rows as text.
     "CREATE VIEW halvoria_cfg.readable AS SELECT convert_from(path, 'UTF8') AS path,"
     "  convert_from(value, 'UTF8') AS value, sequence FROM halvoria_cfg.entry;",
+    // A value in place of another, in one call; null when it is not done. Each of its statements
+    // sees what was committed until then. It does not wait for the writers' lock: a call whose
+    // client is gone must not come to its turn later.
+    "CREATE FUNCTION halvoria_cfg.replace_value(at_path bytea, new_value bytea, wait text)"
+    "  RETURNS bigint LANGUAGE plpgsql AS $$"
+    "  DECLARE number bigint;"
+    "  BEGIN"
+    "    IF NOT pg_try_advisory_xact_lock(1751344743, 1) THEN RETURN NULL; END IF;"
+    "    PERFORM set_config('lock_timeout', wait, true);"
+    "    UPDATE halvoria_cfg.entry SET value = new_value, single = true,"
+    "      sequence = (SELECT last_sequence + 1 FROM halvoria_cfg.store)"
+    "      WHERE path = at_path AND value <> '' AND value <> new_value"
+    "      RETURNING sequence INTO number;"
+    "    IF FOUND THEN UPDATE halvoria_cfg.store SET last_sequence = number; END IF;"
+    "    RETURN number;"
+    "  END $$;",
 };
 constexpr int kVersion = std::size(kSteps);
 

@@ -100,6 +100,7 @@ bool Pg_Session::fail(const char* what, const std::string& why) {
   const char* name = m_handle ? PQdb(m_handle) : nullptr;
   const char* host = m_handle ? PQhost(m_handle) : nullptr;
   const char* port = m_handle ? PQport(m_handle) : nullptr;
+  m_state.clear();
   m_error = std::string("cannot ") + what + " database <" + (name ? name : "") + "> at <" +
             (host ? host : "") + ":" + (port ? port : "") + ">: " + why;
   return false;
@@ -115,10 +116,10 @@ Pg_Result Pg_Session::check(PGresult* result, const char* what) {
   if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK || status == PGRES_COPY_IN) {
     return owned;
   }
-  const char* state = result ? PQresultErrorField(result, PG_DIAG_SQLSTATE) : nullptr;
-  m_state = state ? state : "";
   const char* why = result ? PQresultErrorMessage(result) : "";
   fail(what, one_line(*why ? why : PQerrorMessage(m_handle)));
+  const char* state = result ? PQresultErrorField(result, PG_DIAG_SQLSTATE) : nullptr;
+  m_state = state ? state : "";
   return nullptr;
 }
 

@@ -29,6 +29,8 @@ enum class Pg_Sql {
   BEGIN,
   BEGIN_READ,
   LOCK,
+  REPLACE,
+  LAST_AND_VALUE,
   PUT,
   PUT_MANY,
   COPY_NEW,

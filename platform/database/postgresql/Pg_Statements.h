@@ -68,6 +68,9 @@ constexpr Pg_Statement kPgStatements[] = {
     // The database's one, and "hcfg"; it goes with the transaction, or the connection.
     {Pg_Sql::LOCK,
      "SELECT set_config('lock_timeout', $1::text, true), pg_advisory_xact_lock(1751344743, 1)"},
+    {Pg_Sql::REPLACE, "SELECT replace_value($1::bytea, $2::bytea, $3::text)"},
+    {Pg_Sql::LAST_AND_VALUE,
+     "SELECT last_sequence, (SELECT value FROM entry WHERE path = $1::bytea) FROM store"},
     {Pg_Sql::PUT,
      "WITH forgotten AS (DELETE FROM deleted WHERE path = $1)"
      " INSERT INTO entry (path, value, sequence, single) VALUES ($1::bytea, $2::bytea, $3::int8,"

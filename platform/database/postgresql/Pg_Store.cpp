@@ -49,6 +49,11 @@ std::unique_ptr<Pg_Store> Pg_Store::Open(const std::string& connection, const st
 // ----------------------------------------------------------------------------------------
 
 Db_Result Pg_Store::get(std::string_view path, std::string& value) {
+  const auto ahead = std::exchange(m_ahead, std::nullopt);
+  if (ahead && ahead->path == path) {
+    if (ahead->value) value = *ahead->value;
+    return ahead->value ? Db_Result::OK : Db_Result::NOT_FOUND;
+  }
   const Pg_Result result = ask(Pg_Sql::GET, {path}, "read");
   if (!result) return Db_Result::FAILED;
   if (!PQntuples(result.get())) return Db_Result::NOT_FOUND;
@@ -154,24 +159,48 @@ void Pg_Store::end_state() {
 // --- changes
 // --------------------------------------------------------------------------------------
 
+namespace {
+// Told with each transaction, as the session may be a new one: 0 would be to wait for ever.
+std::string wait_text(int milliseconds) { return std::to_string(std::max(milliseconds, 1)); }
+}  // namespace
+
+Db_Result Pg_Store::locking_failed() const {
+  const bool was_busy = m_session.state() == "55P03";  // lock_not_available
+  return was_busy ? Db_Result::BUSY : Db_Result::FAILED;
+}
+
+// Done twice when the connection is lost meanwhile, it finds what it did.
+Db_Result Pg_Store::replace_value(std::string_view path, std::string_view value,
+                                  int wait_milliseconds) {
+  end_state();
+  const std::string wait = wait_text(wait_milliseconds);
+  const Pg_Result row = m_session.call(Pg_Sql::REPLACE, {path, value, wait}, "write");
+  if (!row) return locking_failed();
+  return PQntuples(row.get()) && !PQgetisnull(row.get(), 0, 0) ? Db_Result::OK
+                                                               : Db_Result::NOT_FOUND;
+}
+
 Db_Result Pg_Store::begin(int wait_milliseconds, int64_t& last_sequence) {
   end_state();
-  // Told with each transaction, as the session may be a new one: 0 would be to wait for ever.
-  const std::string wait = std::to_string(std::max(wait_milliseconds, 1));
+  const std::string wait = wait_text(wait_milliseconds);
   const Pg_Result row = m_session.call(
-      {{Pg_Sql::BEGIN, {}}, {Pg_Sql::LOCK, {wait}}, {Pg_Sql::LAST_SEQUENCE, {}}}, "lock");
+      {{Pg_Sql::BEGIN, {}}, {Pg_Sql::LOCK, {wait}}, {Pg_Sql::LAST_AND_VALUE, {m_expected}}},
+      "lock");
   m_session.set_in_transaction(row != nullptr);
   m_is_bulk = false;
   if (row && PQntuples(row.get())) {
     m_last_sequence = last_sequence = Pg_Number(row.get(), 0, 0);
+    m_ahead = Ahead{m_expected, std::nullopt};
+    if (!PQgetisnull(row.get(), 0, 1)) m_ahead->value = Pg_Bytes(row.get(), 0, 1);
     return Db_Result::OK;
   }
-  const bool was_busy = !row && m_session.state() == "55P03";  // lock_not_available
+  const Db_Result why = row ? Db_Result::FAILED : locking_failed();
   rollback();
-  return was_busy ? Db_Result::BUSY : Db_Result::FAILED;
+  return why;
 }
 
 Db_Result Pg_Store::commit(int64_t last_sequence) {
+  m_ahead.reset();
   std::vector<Pg_Call> calls;
   if (last_sequence != m_last_sequence) {
     calls.push_back({m_is_bulk ? Pg_Sql::SET_LAST_BULK : Pg_Sql::SET_LAST, {}});
@@ -190,6 +219,7 @@ Db_Result Pg_Store::commit(int64_t last_sequence) {
 
 // The server rolls back what a lost connection leaves.
 void Pg_Store::rollback() {
+  m_ahead.reset();
   m_waiting.clear();
   m_session.keep_rest();
   m_session.set_in_transaction(false);
@@ -274,6 +304,7 @@ Db_Result Pg_Store::change(Pg_Sql sql, const Pg_Values& values, int64_t* rows) {
 }
 
 Db_Result Pg_Store::put(const Db_Entry* entries, size_t count) {
+  m_ahead.reset();
   if (count == 1) {
     const auto is_row = [](const Waiting& one) { return one.sql == Pg_Sql::PUT; };
     const bool is_second = std::any_of(m_waiting.begin(), m_waiting.end(), is_row);
@@ -299,6 +330,7 @@ Db_Result Pg_Store::put(const Db_Entry* entries, size_t count) {
 }
 
 Db_Result Pg_Store::put_new(const Db_Entry* entries, size_t count) {
+  m_ahead.reset();
   if (!count) return Db_Result::OK;
   if (carry_out() != Db_Result::OK) return Db_Result::FAILED;
   m_is_bulk = true;
@@ -307,6 +339,7 @@ Db_Result Pg_Store::put_new(const Db_Entry* entries, size_t count) {
 }
 
 Db_Result Pg_Store::erase(const Db_Entry* entries, size_t count) {
+  m_ahead.reset();
   for (size_t at = 0; at < count; at += kRowsOfCall) {
     const size_t rows = std::min(kRowsOfCall, count - at);
     Pg_Array paths(kBytea, rows), numbers(kInt8, rows);
@@ -323,6 +356,7 @@ Db_Result Pg_Store::erase(const Db_Entry* entries, size_t count) {
 
 Db_Result Pg_Store::erase_range(std::string_view from, std::string_view to, int64_t sequence,
                                 int64_t& rows) {
+  m_ahead.reset();
   Pg_Values values{from, to};
   values.add(sequence);
   return change(Pg_Sql::ERASE_RANGE, values, &rows);

@@ -1,6 +1,8 @@
 // The store on a server.
 #pragma once
 
+#include <optional>
+
 #include <database/postgresql/Pg_Session.h>
 
 // Db_Store over PostgreSQL, in a schema of its own. Paths and values are bytes there, too
@@ -29,6 +31,9 @@ class Pg_Store : public Db_Store {
   Db_Result hold_state() override;
   void leave_state() override;
 
+  Db_Result replace_value(std::string_view path, std::string_view value,
+                          int wait_milliseconds) override;
+  void expect_get(std::string_view path) override { m_expected = path; }
   Db_Result begin(int wait_milliseconds, int64_t& last_sequence) override;
   Db_Result commit(int64_t last_sequence) override;
   void rollback() override;
@@ -50,6 +55,7 @@ class Pg_Store : public Db_Store {
   std::unique_ptr<Db_Cursor> read(Pg_Sql sql, const Pg_Values& values);
   Db_Result number(Pg_Sql sql, const Pg_Values& values, int64_t& number);
   Db_Result text(Pg_Sql sql, std::string& text);
+  Db_Result locking_failed() const;
   Db_Result change(Pg_Sql sql, const Pg_Values& values, int64_t* rows = nullptr);
 
   // What answers nothing waits for the next statement, with which it is sent: a single row, mostly
@@ -69,6 +75,13 @@ class Pg_Store : public Db_Store {
   void end_state();
 
   std::vector<Waiting> m_waiting;
+  // A row read as the transaction began, until it is asked for or something is changed.
+  struct Ahead {
+    std::string path;
+    std::optional<std::string> value;
+  };
+  std::string m_expected;
+  std::optional<Ahead> m_ahead;
   int m_state_holders = 0;
   bool m_is_state_held = false;  // by a transaction that reads, begun or still waiting
   int64_t m_last_sequence = 0;   // when the transaction began

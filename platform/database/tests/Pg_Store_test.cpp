@@ -128,3 +128,42 @@ TEST_F(PostgresServer, LetsTwoMakeTheTablesAtOnce) {
   for (std::thread& thread : threads) thread.join();
   EXPECT_THAT(results, ElementsAre(1, 1, 1, 1)) << m_log.text();
 }
+
+// The tables as a version left them that knew no functions, with what they hold.
+TEST_F(PostgresServer, OfAnOlderVersionIsTakenOver) {
+  ASSERT_EQ(set("t\\a", "1"), CFGDB_Conn::OK);
+  ASSERT_EQ(set("t\\b", "2"), CFGDB_Conn::OK);
+  ASSERT_EQ(m_conn->RemoveLeafLine("t\\b", 1), CFGDB_Conn::OK);
+  m_conn->disconnect();
+  run("DROP FUNCTION halvoria_cfg.replace_value");
+  run("UPDATE halvoria_cfg.store SET schema_version = 1");
+  ASSERT_EQ(m_conn->Init(m_server->connection(), "", false), 1) << m_log.text();
+  std::string reason;
+  EXPECT_TRUE(m_conn->CheckIntegrity(reason)) << reason;
+  EXPECT_STREQ(m_conn->GetMaxSeqNumber().data(), "4");
+  EXPECT_EQ(set("t\\a", "3"), CFGDB_Conn::OK);
+  EXPECT_STREQ(m_conn->GetValue("t\\a").data(), "3");
+  EXPECT_STREQ(m_conn->GetMaxSeqNumber("t\\a").data(), "5");
+  EXPECT_STREQ(m_conn->GetMaxSeqNumber().data(), "5");
+}
+
+// Neither the quick way of a single value nor the long one passes by who has the lock.
+TEST_F(PostgresServer, ReplacesNoValueBesideALock) {
+  ASSERT_EQ(set("t\\n", "1"), CFGDB_Conn::OK);
+  CFGDB_Conn other(true);
+  ASSERT_EQ(other.Init(m_server->connection(), "", false), 1);
+  const auto set_other = [&other](const char* value) {
+    return other.InsertLine(Tree_NodeInfo("t\\n", value), 1, true);
+  };
+  ASSERT_EQ(m_conn->Lock(), CFGDB_Conn::OK);
+  other.SetWriteWait(1);
+  EXPECT_EQ(set_other("2"), CFGDB_Conn::DB_ERROR);
+  EXPECT_THAT(m_log.last(), HasSubstr("another writer holds the database"));
+  other.SetWriteWait(10000);
+  std::thread waiting([&] { EXPECT_EQ(set_other("3"), CFGDB_Conn::OK); });
+  EXPECT_EQ(set("t\\n", "2"), CFGDB_Conn::OK);
+  EXPECT_EQ(m_conn->Commit(0), CFGDB_Conn::COMMIT_OK);
+  waiting.join();
+  EXPECT_STREQ(m_conn->GetValue("t\\n").data(), "3");
+  EXPECT_STREQ(m_conn->GetMaxSeqNumber().data(), "4");
+}
