@@ -119,6 +119,22 @@ def fitted(text, width, size=12.5):
     return text.rstrip(" ,") + "…"
 
 
+def cut_inside(text, width, size):
+    """Keeps both ends."""
+    tail = next(n for n in range(len(text), -1, -1) if text_width(text[len(text) - n:], size) <= 0.6 * width)
+    head = len(text) - tail
+    while head and text_width(text[:head] + "…" + text[len(text) - tail:], size) > width:
+        head -= 1
+    return text[:head].rstrip(" ,") + "…" + text[len(text) - tail:]
+
+
+def told_apart(texts, width, size=12.5):
+    """Text -> the text cut to the width. Those that would be cut to the same are cut inside."""
+    cut = {text: fitted(text, width, size) for text in texts}
+    shown = list(cut.values())
+    return {text: cut_inside(text, width, size) if shown.count(short) > 1 else short for text, short in cut.items()}
+
+
 class Drawing:
     def __init__(self):
         self.parts = []
@@ -170,6 +186,34 @@ class Drawing:
              f'<rect x="0.5" y="0.5" width="{WIDTH - 1}" height="{height - 1:.0f}" rx="6" class="paper"/>', *self.parts, "</svg>", ""])
 
 
+# What people ask first: a question, the row that answers it (a pattern for its subject, its peer).
+QUESTIONS = [
+    ("read a value again and again", r"reads: 1,000 hot paths, memory repository", "absl::flat_hash_map"),
+    ("read any of 90,000 values", r"reads: 90,000 paths, memory repository", "absl::flat_hash_map"),
+    ("read beside a second thread", r"reads: two threads on the same paths, memory repository", "the same with one thread"),
+    ("memory of a tree", r"memory: in use", "absl::flat_hash_map"),
+    ("copy a tree", r"whole trees: deep copy", "nested std::map"),
+    ("read a tree from an XML file", r"XML: import, file to finished tree", "bare Xerces, empty handlers"),
+    ("write it to an XML file, for good", r"XML: export of a path, synced to disk", "escape by runs, to a file, synced"),
+    ("set a value in a file's database", r"stored tree: in a file, one value set for good", "SQLite, prepared"),
+    ("read a value from the service", r"reads of the service: a value, one client, all on one processor, p50", "redis GET"),
+    ("read values with 32 clients", r"reads of the service: values, 32 clients", "redis GET"),
+    ("read a whole tree from the service", r"trees and writes of the service: a tree of [\d,]+ nodes, read and built",
+     "PostgreSQL, SELECT, nothing built"),
+    ("set a value at the service, for good", r"trees and writes of the service: a value set for good.*", "SQLite, prepared"),
+]
+
+
+def asked_first(rows):
+    """The rows that answer the questions, by the names of those."""
+    found = []
+    for question, subject, peer in QUESTIONS:
+        row = next((r for r in rows if re.fullmatch(subject, r["subject"]) and r["peer"] == peer), None)
+        if row:
+            found.append({**row, "subject": "at a glance: " + question})
+    return found
+
+
 def machine_line(machine):
     if not machine:
         return "machine not recorded"
@@ -215,13 +259,15 @@ def draw_comparisons(to, rows):
         to.heading(title)
         bottom = to.y + 4 + row_height * len(members)
         to.axis(bar_x, unit, (0, 0.5, 1, 1.5, 2, 2.5), to.y, bottom)
+        subjects = told_apart([title_and_rest(row["subject"])[1] for row in members], peer_x - subject_x - 8)
+        peers = told_apart([row["peer"] for row in members], bar_x - peer_x - 12)
         before = None
         for row in members:
             to.y += row_height
             subject = title_and_rest(row["subject"])[1]
             if subject != before:
-                to.text(subject_x, to.y, fitted(subject, peer_x - subject_x - 8))
-            to.text(peer_x, to.y, fitted(row["peer"], bar_x - peer_x - 12), "quiet")
+                to.text(subject_x, to.y, subjects[subject])
+            to.text(peer_x, to.y, peers[row["peer"]], "quiet")
             to.bar(row, bar_x, to.y - 4.5, unit, bar_height, row_height)
             to.text(bar_x + CAP * unit + 60, to.y, f"{figure(row['ratio'])}×", "loud", "end")
             kind = verdict(row)
@@ -236,9 +282,10 @@ def draw_growth(to, rows):
     for title, members in grouped(rows).items():
         to.heading(f"{title}: what it costs a node as the tree grows")
         curves = list(series(members).items())
+        names = told_apart([name for (_, name, _), _ in curves], cell - 8)
         for i, ((_, name, unit), one) in enumerate(curves):
             left, top = MARGIN + i % columns * cell, to.y + i // columns * cell_height
-            to.text(left, top + 20, fitted(name, cell - 8))
+            to.text(left, top + 20, names[name])
             to.text(left, top + 35, unit, "quiet small")
             costs = sorted(one["costs"].items())
             floor, ceiling = top + 128, top + 62
@@ -263,12 +310,13 @@ def draw_children(to, rows):
         to.heading(f"{title}: what one costs where a key has {sizes[-1]:,}, beside {sizes[-2]:,}", 26)
         to.y += 18
         half = (len(found) + 1) // 2
+        names = told_apart([name for (_, name, _), _ in found], 224)
         for i, ((_, name, _), one) in enumerate(found):
             left, y = MARGIN + i // half * (width + 32), to.y + 18 + i % half * row_height
             bar_x = left + 232
             if i % half == 0:
                 to.axis(bar_x, unit, (0, 1, 2), to.y, y + half * row_height - 12)
-            to.text(left, y, fitted(name, 224))
+            to.text(left, y, names[name])
             to.bar(one["last"], bar_x, y - 4.5, unit, bar_height, row_height)
             mark = "missed " if verdict(one["last"]) == "missed" else ""
             to.text(left + width, y, f"{mark}{figure(one['last']['ratio'])}×", "loud", "end")
@@ -279,6 +327,7 @@ def drawing(rows, machine):
     to = Drawing()
     draw_head(to, rows, machine)
     growing = [row for row in rows if is_growth(row)]
+    draw_comparisons(to, asked_first(rows))
     draw_comparisons(to, [row for row in rows if not is_growth(row)])
     draw_growth(to, [row for row in growing if row["subject"].endswith(" nodes")])
     draw_children(to, [row for row in growing if row["subject"].endswith(" children")])
@@ -295,15 +344,16 @@ def table(heads, rows):
     return "\n".join("| " + " | ".join(line) + " |" for line in lines)
 
 
-def comparison_tables(rows):
+def comparison_table(rows):
     target = lambda value: "" if value is None else f"{value:.2f}"
-    parts = []
-    for title, members in grouped(r for r in rows if not is_growth(r)).items():
-        lines = [[title_and_rest(r["subject"])[1], r["peer"], figure(r["ours"]), figure(r["theirs"]), r["unit"],
-                  f"{r['ratio']:.2f}", target(r["target"]), target(r["stretch"]), VERDICTS[verdict(r)]] for r in members]
-        parts.append(f"### {title[0].upper()}{title[1:]}\n\n" +
-                     table(["", "peer:", "ours", "theirs", "unit:", "ratio", "target", "stretch", ":"], lines))
-    return "\n\n".join(parts)
+    lines = [[title_and_rest(r["subject"])[1], r["peer"], figure(r["ours"]), figure(r["theirs"]), r["unit"],
+              f"{r['ratio']:.2f}", target(r["target"]), target(r["stretch"]), VERDICTS[verdict(r)]] for r in rows]
+    return table(["", "peer:", "ours", "theirs", "unit:", "ratio", "target", "stretch", ":"], lines)
+
+
+def comparison_tables(rows):
+    return "\n\n".join(f"### {title[0].upper()}{title[1:]}\n\n" + comparison_table(members)
+                       for title, members in grouped(r for r in rows if not is_growth(r)).items())
 
 
 def growth_tables(rows):
@@ -371,7 +421,8 @@ def run_line(rows, machine):
 
 def filled(document, rows, machine):
     """The document with what stands between its markers made anew."""
-    parts = {"run": run_line(rows, machine), "words": in_words(rows), "comparisons": comparison_tables(rows), "growth": growth_tables(rows)}
+    first = asked_first(rows)
+    parts = {"run": run_line(rows, machine), "first": comparison_table(first) if first else "", "words": in_words(rows), "comparisons": comparison_tables(rows), "growth": growth_tables(rows)}
     for name, text in parts.items():
         pattern = re.compile(rf"(<!-- {name}: by bench/draw.py -->\n).*?(<!-- end -->)", re.S)
         document, places = pattern.subn(lambda m: m[1] + (text or "Nothing was measured.") + "\n" + m[2], document)

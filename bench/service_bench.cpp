@@ -53,18 +53,20 @@ report service_suite(const scale& s) {
                     {kPostgres, {}, {}}}}});
   }
   wire_rows rows(peers.data(), s, peers.start(true));
-  const std::vector<wire_comparison> most = {{kBare, {}, {}},
-                                             {kFieldsAndSqlite, {}, {}},
-                                             {kRedis, 1.0, 0.87},
-                                             {kPostgres, 0.5, {}},
-                                             {kEtcd, 1.0 / 12, {}}};
-  rows.measure(result, 8, {{"values, 8 clients", "us/read", wire_subject::PER_READ, most}});
+  const auto most = [](double redis) -> std::vector<wire_comparison> {
+    return {{kBare, {}, {}},
+            {kFieldsAndSqlite, {}, {}},
+            {kRedis, redis, 0.87},
+            {kPostgres, 0.5, 0.45},
+            {kEtcd, 1.0 / 12, {}}};
+  };
+  rows.measure(result, 8, {{"values, 8 clients", "us/read", wire_subject::PER_READ, most(1.0)}});
   rows.measure(result, 32,
-               {{"values, 32 clients", "us/read", wire_subject::PER_READ, most},
+               {{"values, 32 clients", "us/read", wire_subject::PER_READ, most(0.9)},
                 {"a value, 32 clients, p99",
                  "us",
                  wire_subject::P99,
-                 {{kBare, 1.2, 1.05}, {kRedis, {}, {}}}}});
+                 {{kBare, 1.2, 1.05}, {kRedis, 1.1, {}}}}});
   return result;
 }
 

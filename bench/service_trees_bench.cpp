@@ -61,7 +61,7 @@ void read_tree(report& result, const scale& s) {
               "PostgreSQL, SELECT, nothing built",
               "ns/node",
               1 / 1.3,
-              {}},
+              0.6},
              cases.of(ours), cases.of(theirs));
 }
 
@@ -103,7 +103,7 @@ void write_tree(report& result, const scale& s) {
               "SQLite, prepared inserts",
               "ns/node",
               1 / 0.6,
-              {}},
+              1.3},
              cases.of(ours), cases.of(theirs));
 }
 

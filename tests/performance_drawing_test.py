@@ -74,6 +74,15 @@ class Drawing(unittest.TestCase):
             self.assertGreater(x - shift, 0, text.text)
             self.assertLess(x - shift + width, draw.WIDTH, text.text)
 
+    def test_no_two_labels_are_cut_to_the_same_text(self):
+        long = "a name that goes on and on until there is no room left for what makes it another one, "
+        names = [long + end for end in ("a handle", "a file", "a memory repository")]
+        rows = [row("a: " + name, 1.0, peer=peer) for name in names for peer in names]
+        rows += [one for name in names for one in sized("g: " + name, {"10 nodes": 1, "100 nodes": 2})]
+        shown = texts(rows)
+        for end in ("a handle", "a file", "a memory repository"):
+            self.assertEqual(sum(bool(text) and text.endswith(end) for text in shown), 5)
+
     def test_sizes_become_curves_and_bars(self):
         rows = (sized("growth: build", {"1,000 nodes": 4, "10,000 nodes": 5, "2,000,000 nodes": 9}) +
                 sized("many: Search", {"10 children": 2, "100 children": 3, "1,000 children": 9}, target=2.0))
@@ -104,9 +113,10 @@ class Document(unittest.TestCase):
 
     def test_figures_stand_between_the_markers_and_nowhere_else(self):
         shipped = (SOURCE / "docs/performance.md").read_text()
-        rows = [row("reads: 1,000 hot paths, memory repository", 0.6, 1.0, theirs=200), row("reads: x", 3.0, 1.0)]
+        rows = [row("reads: 1,000 hot paths, memory repository", 0.6, 1.0, peer="absl::flat_hash_map", theirs=200), row("reads: x", 3.0, 1.0)]
         first = self.run_on(rows, shipped)
         self.assertIn("takes 120 ns", first)
+        self.assertIn("| read a value again and again | absl::flat_hash_map | 120 |", first)
         self.assertIn("| x | peer | 30.0 | 10.0 | ns | 3.00 | 1.00 |  | missed |", first)
         self.assertIn("2026-01-02 · A & B", first)
         self.assertIn("1 of 2 targets met", first)
