@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +12,14 @@
 #include <system/Sys_FileName.h>
 
 constexpr size_t kPiece = 64 * 1024;
+
+// One that nobody writes a file's content to, and that need not end. Typing into a terminal does,
+// and what is always empty has ended.
+static bool is_source_without_end(int descriptor, const struct stat& status) {
+  const bool is_empty = S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);  // /dev/null
+  const bool is_device = S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode);
+  return is_device && !is_empty && !isatty(descriptor);
+}
 
 Sys_File::~Sys_File() {
   if (m_descriptor >= 0) close(m_descriptor);
@@ -32,6 +41,7 @@ bool Sys_File::open(const RWWString& name) {
   struct stat status;
   if (m_descriptor < 0 || fstat(m_descriptor, &status) != 0) return fail("cannot open");
   if (S_ISDIR(status.st_mode)) return fail("cannot read", "it is a folder");
+  if (is_source_without_end(m_descriptor, status)) return fail("cannot read", "it is a device");
   m_is_regular = S_ISREG(status.st_mode);
   m_size = m_is_regular ? static_cast<uint64_t>(status.st_size) : 0;
   return true;

@@ -21,11 +21,11 @@ class HALVORIA_API Sys_File {
 
   static bool Exists(const RWWString& name);  // anything of that name, folders too
 
-  // Opens a file, pipe or device; a folder is refused.
+  // Opens a file, pipe, terminal or /dev/null; folders are refused, and devices, which need not end.
   bool open(const RWWString& name);
 
   bool is_regular() const { return m_is_regular; }
-  uint64_t size() const { return m_size; }  // when it was opened; 0 for a pipe or device
+  uint64_t size() const { return m_size; }  // when it was opened; 0 for a pipe
   int descriptor() const { return m_descriptor; }
 
   // Up to `count` bytes from where the last read ended: how many, 0 at the end, -1 on failure.
