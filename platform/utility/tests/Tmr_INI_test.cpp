@@ -138,7 +138,9 @@ TEST(Tmr_INI, RefusedFilesAreNamedAndLeaveTheOldValues) {
   EXPECT_FALSE(ini.ReadINIFile("/no/such/file"));
   EXPECT_FALSE(ini.ReadINIFile(L"/"));
   EXPECT_FALSE(ini.ReadINIFile(L""));
-  EXPECT_FALSE(ini.ReadINIFile("/proc/self/exe"));
+  const TemporaryFolder folder;
+  std::ofstream(folder / "large") << std::string(1048577, '#');
+  EXPECT_FALSE(ini.ReadINIFile(folder.file("large")));
   EXPECT_FALSE(ini.IsInit());
   for (const auto& line : capture.lines()) EXPECT_EQ(line.level, LOG_LEVEL_ERROR) << line.text;
   EXPECT_TRUE(capture.has("cannot open </no/such/file>: No such file or directory"));
