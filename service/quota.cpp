@@ -39,6 +39,11 @@ bool Quota::is_awaited() {
   return !m_waiting.empty();
 }
 
+uint64_t Quota::returned() {
+  const MutexGuard guard(m_mutex);
+  return m_returned;
+}
+
 bool Quota::next(Waiting& next) {
   const MutexGuard guard(m_mutex);
   if (m_waiting.empty() || m_waiting.front().amount > m_left) return false;
@@ -52,6 +57,7 @@ void Quota::take_back(int64_t amount) noexcept {
   {
     const MutexGuard guard(m_mutex);
     m_left += amount;
+    ++m_returned;
   }
   Waiting waiting;
   while (next(waiting)) {

@@ -56,6 +56,8 @@ class Quota {
   // At once; an empty share when there is not so much left, or others wait for it.
   Share take(int64_t amount);
   bool is_awaited();
+  // Counts up with every share that comes back.
+  uint64_t returned();
   // Calls those back whose time is over.
   void refuse_late(Time now);
 
@@ -71,6 +73,7 @@ class Quota {
   const int64_t m_whole;
   Mutex m_mutex;
   int64_t m_left THREADAPI_GUARDED_BY(m_mutex);
+  uint64_t m_returned THREADAPI_GUARDED_BY(m_mutex) = 0;
   std::deque<Waiting> m_waiting THREADAPI_GUARDED_BY(m_mutex);
 };
 

@@ -7,6 +7,7 @@
 
 #include <logging/Logger.h>
 #include <thread/ThreadEvent.h>
+#include <tree/Tree_Node.h>
 
 #include "answers.h"
 
@@ -295,7 +296,6 @@ void Service::answer(Call& call, StoreRepository& store, Quota::Share room) {
 void Service::send(Call& call, Quota::Share room) {
   const auto size = static_cast<int64_t>(call.answer().size());
   if (size <= static_cast<int64_t>(SMALL_ANSWER)) return call.finish();
-  ++m_large_answers;
   const bool has_waited = static_cast<bool>(room);
   if (room.amount() < std::min(size, m_settings.max_unsent)) room = m_unsent.take(size);
   if (room) return call.finish(std::make_shared<Quota::Share>(std::move(room)));
@@ -499,11 +499,18 @@ void Service::watch_lock(Clock::time_point now) {
 
 // Once nothing large was asked for some seconds: what it took stays with the process otherwise.
 void Service::give_memory_back() {
-  const uint64_t done = m_readers.posted() + m_writer.posted() + m_large_answers;
+  const uint64_t done = m_readers.posted() + m_writer.posted() + m_unsent.returned();
   if (done != std::exchange(m_last_done, done)) m_idle_seconds = 0;
   if (++m_idle_seconds != IDLE_SECONDS) return;
   m_stores.shrink();
-  malloc_trim(0);
+  // Each thread keeps some of it for its next tree.
+  const auto give_back = [] {
+    Tree_Node::CollapsePools();
+    malloc_trim(0);
+  };
+  m_readers.post_to_each(give_back);
+  m_writer.post_to_each(give_back);
+  give_back();
 }
 
 // A little at a time, from end to end, and again after a pause. Damage stands in the log.

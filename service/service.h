@@ -146,7 +146,6 @@ class Service : private Conn_Handler {
   Mutex m_mutex;
   Holder m_holder THREADAPI_GUARDED_BY(m_mutex);
   std::atomic<bool> m_is_stopping{false};
-  std::atomic<uint64_t> m_large_answers{0};
   // The housekeeper's.
   Clock::time_point m_next_purge;
   Clock::time_point m_next_check;

@@ -22,7 +22,8 @@ class Workers::Worker : public Thread {
   void Run() override {
     Job job;
     Lane lane;
-    while (m_owner.take(job, lane)) {
+    uint64_t done_by_each = 0;
+    while (m_owner.take(job, lane, done_by_each)) {
       run(job);
       m_owner.is_done(lane);
     }
@@ -63,6 +64,15 @@ void Workers::post(Lane lane, Job job) {
   m_changed.notify_one();
 }
 
+void Workers::post_to_each(void (*work)()) {
+  {
+    const MutexGuard guard(m_mutex);
+    m_work_of_each = work;
+    ++m_posted_to_each;
+  }
+  m_changed.notify_all();
+}
+
 uint64_t Workers::posted() {
   const MutexGuard guard(m_mutex);
   return m_posted;
@@ -99,18 +109,25 @@ size_t Workers::next_lane() const {
 }
 
 // Who is stopping runs what there is, whichever thread has room for it first.
-bool Workers::take(Job& job, Lane& lane) {
+bool Workers::take(Job& job, Lane& lane, uint64_t& done_by_each) {
   const MutexGuard guard(m_mutex);
   size_t next = LANES;
   m_changed.wait(m_mutex, [&]() THREADAPI_REQUIRES(m_mutex) {
     next = next_lane();
-    return m_is_stopping || next != LANES;
+    return m_is_stopping || next != LANES || done_by_each != m_posted_to_each;
   });
-  if (next == LANES) return false;
-  job = std::move(m_jobs[next].front().job);
-  m_jobs[next].pop_front();
-  ++m_running[next];
-  lane = static_cast<Lane>(next);
+  if (next != LANES) {
+    job = std::move(m_jobs[next].front().job);
+    m_jobs[next].pop_front();
+    lane = static_cast<Lane>(next);
+  } else if (done_by_each != m_posted_to_each) {
+    done_by_each = m_posted_to_each;
+    job = m_work_of_each;
+    lane = Lane::SHORT;
+  } else {
+    return false;
+  }
+  ++m_running[index_of(lane)];
   return true;
 }
 

@@ -36,6 +36,8 @@ class Workers {
   void post(Lane lane, Job job);
   // Runs what was posted; what is posted then is dropped. Not to be called by a job.
   void stop();
+  // Runs it once on each thread, when that has nothing else to do.
+  void post_to_each(void (*work)());
   // Counts up with every job.
   uint64_t posted();
 
@@ -47,7 +49,7 @@ class Workers {
   };
   static constexpr size_t LANES = 3;
 
-  bool take(Job& job, Lane& lane);
+  bool take(Job& job, Lane& lane, uint64_t& done_by_each);
   void is_done(Lane lane);
   bool has_room(size_t lane) const THREADAPI_REQUIRES(m_mutex);
   // The lane whose turn it is; LANES when there is nothing to do.
@@ -59,6 +61,8 @@ class Workers {
   std::array<std::deque<Posted>, LANES> m_jobs THREADAPI_GUARDED_BY(m_mutex);
   std::array<int, LANES> m_running THREADAPI_GUARDED_BY(m_mutex){};
   uint64_t m_posted THREADAPI_GUARDED_BY(m_mutex) = 0;
+  void (*m_work_of_each)() THREADAPI_GUARDED_BY(m_mutex) = nullptr;
+  uint64_t m_posted_to_each THREADAPI_GUARDED_BY(m_mutex) = 0;
   int m_count THREADAPI_GUARDED_BY(m_mutex) = 0;
   bool m_is_stopping THREADAPI_GUARDED_BY(m_mutex) = false;
   bool m_has_stopped THREADAPI_GUARDED_BY(m_mutex) = false;

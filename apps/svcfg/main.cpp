@@ -1,4 +1,6 @@
 // svcfg, the central configuration service.
+#include <malloc.h>
+
 #include <chrono>
 #include <clocale>
 #include <csignal>
@@ -44,6 +46,14 @@ sigset_t ending_signals() {
   return signals;
 }
 
+// What is large goes back to the system when it is freed, from every thread's share of the heap:
+// the library would keep as much as the largest answers took.
+void keep_little_memory() {
+  constexpr int large = 1 << 20;
+  mallopt(M_MMAP_THRESHOLD, large);
+  mallopt(M_TRIM_THRESHOLD, large);
+}
+
 enum class Wait { OPEN, OVER, STOPPED };
 
 // A file is there or is made; a database may begin later than this does.
@@ -62,6 +72,7 @@ Wait wait_for_store(service::Service& service, const service::Settings& settings
 }
 
 int serve(const service::Settings& settings, bool prints_port) {
+  keep_little_memory();
   CFG_SubTree properties{RWCString("properties")};
   const RWCString node = settings.node.empty() ? Sys_ComputerName() : RWCString(settings.node);
   properties.SetProperty("CurrMachine", node);

@@ -171,6 +171,17 @@ TEST(Workers, LongJobsLeaveThreadsToTheOthers) {
   EXPECT_LE(most_long, 2);
 }
 
+TEST(Workers, EachDoesWhatIsForEach) {
+  static std::atomic<int> done;
+  service::Workers workers("test");
+  ASSERT_TRUE(workers.start(3));
+  workers.post(service::Lane::SHORT, [] {});
+  workers.post_to_each([] { ++done; });
+  workers.stop();
+  EXPECT_EQ(done, 3);
+  EXPECT_EQ(workers.posted(), 1u);
+}
+
 // What a job, or who is called back, holds, comes back whatever is thrown.
 TEST(Quotas, ComeBackFromAJobThatFails) {
   std::atomic<int> done{0};
