@@ -44,11 +44,14 @@ void write_found(Conn_FormWriter& frame, const RWCString& value, const RWCString
   frame.WriteString(CFG_FLD_PATH, path);
 }
 
-bool write_sub_tree(Conn_FormWriter& frame, std::unique_ptr<CFG_SubTree> sub_tree) {
+bool write_sub_tree(Conn_FormWriter& frame, std::unique_ptr<CFG_SubTree> sub_tree,
+                    StoreRepository& store) {
   if (!sub_tree) return frame.WriteBinary(CFG_FLD_SUBTREE, nullptr, 0, CONN_FORM_COPIES);
-  int length = 0;
-  char* bytes = Tree_Node::GetSerializedTreeNode(sub_tree->GetData(), length, false);
-  return bytes && frame.WriteBinary(CFG_FLD_SUBTREE, bytes, length, CONN_FORM_OWNS);
+  const int size = Tree_Node::GetSerializedSize(sub_tree->GetData());
+  if (size < 0 || !store.HasRoomFor(static_cast<size_t>(size))) return false;
+  char* const bytes = frame.WriteInPlace(CFG_FLD_SUBTREE, static_cast<size_t>(size));
+  if (bytes) Tree_Node::WriteSerialized(sub_tree->GetData(), bytes);
+  return bytes != nullptr;
 }
 
 }  // namespace service

@@ -9,6 +9,8 @@
 #include <tree/String_Arr.h>
 #include <tree/Tree_PathAndValueArray.h>
 
+#include "stores.h"
+
 namespace service {
 
 // The fields of each kind of reply. Null is what there is for nothing.
@@ -20,7 +22,8 @@ void write_list(Conn_FormWriter& frame, std::unique_ptr<String_Arr> list);
 void write_records(Conn_FormWriter& frame, std::unique_ptr<Tree_PathAndValueArray> records);
 void write_empty_list(Conn_FormWriter& frame);  // of either: it is there and holds nothing
 void write_found(Conn_FormWriter& frame, const RWCString& value, const RWCString& path);
-// False when no byte array can hold the subtree.
-bool write_sub_tree(Conn_FormWriter& frame, std::unique_ptr<CFG_SubTree> sub_tree);
+// False when no byte array can hold the subtree, or there is no room for it.
+bool write_sub_tree(Conn_FormWriter& frame, std::unique_ptr<CFG_SubTree> sub_tree,
+                    StoreRepository& store);
 
 }  // namespace service

@@ -36,7 +36,7 @@ bool number(Work& work, int found) {
 }
 
 bool sub_tree(Work& work, CFG_SubTree* found) {
-  if (write_sub_tree(work.frame, SubTree(found))) return true;
+  if (write_sub_tree(work.frame, SubTree(found), work.store)) return true;
   work.outcome.reason = work.request.path.str() + " holds what no byte array can hold";
   return false;
 }

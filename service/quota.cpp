@@ -39,6 +39,21 @@ bool Quota::is_awaited() {
   return !m_waiting.empty();
 }
 
+bool Quota::Share::grow(int64_t more) {
+  if (!m_quota) return false;
+  const MutexGuard guard(m_quota->m_mutex);
+  if (more > m_quota->m_left) return false;
+  m_quota->m_left -= more;
+  m_amount += more;
+  return true;
+}
+
+void Quota::Share::shrink(int64_t amount) {
+  if (amount >= this->amount()) return;
+  const int64_t before = std::exchange(m_amount, amount);
+  m_quota->take_back(before - amount);
+}
+
 uint64_t Quota::returned() {
   const MutexGuard guard(m_mutex);
   return m_returned;

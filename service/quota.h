@@ -34,6 +34,11 @@ class Quota {
     ~Share() { give_back(); }
     explicit operator bool() const { return m_quota != nullptr; }
     int64_t amount() const { return m_quota ? m_amount : 0; }
+    bool is_all() const { return m_quota && m_amount == m_quota->m_whole; }
+    // So much more at once, though others wait; false when there is not so much left.
+    bool grow(int64_t more);
+    // Gives back what is beyond the amount.
+    void shrink(int64_t amount);
     void give_back() noexcept {
       if (Quota* const quota = std::exchange(m_quota, nullptr)) quota->take_back(m_amount);
     }

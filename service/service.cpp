@@ -24,8 +24,6 @@ constexpr Log_Logger logger("service/service", 508);
 constexpr std::string_view SQLITE = "sqlite:";
 constexpr auto CHECK_EVERY = std::chrono::hours(1);
 constexpr int CHECKED_AT_ONCE = 1000;
-// An answer of more than that counts as long as it waits to be taken.
-constexpr size_t SMALL_ANSWER = size_t{64} << 10;
 // For so many seconds nobody asks for anything large: then memory goes back to the system.
 constexpr int IDLE_SECONDS = 4;
 constexpr auto PURGE_EVERY = std::chrono::hours(24);
@@ -255,7 +253,7 @@ void Service::do_work(Call& call, Work work) try {
 // --- answers -------------------------------------------------------------------------------------
 
 // Others wait for the thread of a read that nobody wants any more.
-Outcome Service::carry_out_long_read(Call& call, StoreRepository& store) {
+Outcome Service::carry_out_long_read(Call& call, StoreRepository& store, AnswerRoom& room) {
   const bool is_extended = call.session().is_extended;
   const int64_t time = is_extended ? m_settings.extended_transaction_time : m_settings.read_time;
   const auto end = Clock::now() + seconds(time);
@@ -265,16 +263,18 @@ Outcome Service::carry_out_long_read(Call& call, StoreRepository& store) {
     if (Clock::now() < end) return "";
     return "it takes more than " + std::to_string(time) + " seconds";
   });
+  const CountedTrees counted(store, room);
   return carry_out(store, call.request(), call.answer());
 }
 
-void Service::answer(Call& call, StoreRepository& store, Quota::Share room) {
+void Service::answer(Call& call, StoreRepository& store, AnswerRoom room) {
   store.TakeFailure();
   const CommandRow& row = *call.request().row;
   const bool is_change = row.effect == Effect::CHANGES;
   const bool is_long_read = !is_change && cost_of(row) == Cost::LONG;
-  Outcome outcome = is_long_read ? carry_out_long_read(call, store)
+  Outcome outcome = is_long_read ? carry_out_long_read(call, store, room)
                                  : carry_out(store, call.request(), call.answer());
+  if (room.is_missing()) return answer_later(call, room);
   // An empty answer would say that there is nothing.
   const std::string failure = store.TakeFailure();
   if (!failure.empty() && (!is_change || !outcome.result)) {
@@ -287,32 +287,39 @@ void Service::answer(Call& call, StoreRepository& store, Quota::Share room) {
                : call.lock()   ? "done, not yet committed"
                                : "done");
   }
-  if (outcome.is_answered) return send(call, std::move(room));
+  if (outcome.is_answered) return send(call, room);
   logger.error("%s: %s: %s\n", call.caller().text(), call.request().row->name, outcome.reason);
   call.refuse(outcome.reason);
 }
 
+void Service::send(Call& call, AnswerRoom& room) {
+  if (!room.settle(static_cast<int64_t>(call.answer().size()))) return answer_later(call, room);
+  Quota::Share share = room.release();
+  if (!share) return call.finish();
+  call.finish(std::make_shared<Quota::Share>(std::move(share)));
+}
+
 // What finds no room is dropped, and made again when there is some.
-void Service::send(Call& call, Quota::Share room) {
-  const auto size = static_cast<int64_t>(call.answer().size());
-  if (size <= static_cast<int64_t>(SMALL_ANSWER)) return call.finish();
-  const bool has_waited = static_cast<bool>(room);
-  if (room.amount() < std::min(size, m_settings.max_unsent)) room = m_unsent.take(size);
-  if (room) return call.finish(std::make_shared<Quota::Share>(std::move(room)));
-  if (has_waited) return refuse_unsent(call);
+void Service::answer_later(Call& call, const AnswerRoom& room) {
   call.drop_answer();
-  const auto until = Clock::now() + seconds(m_settings.write_wait);
-  m_unsent.ask(size, until, [this, call = std::move(call)](Quota::Share found) mutable {
-    if (!found) return refuse_unsent(call);
-    Workers& workers = call.lock() ? m_writer : m_readers;
-    workers.post(Lane::LONG, [this, room = std::move(found), call = std::move(call)]() mutable {
-      try {
-        answer_from_store(call, std::move(room));
-      } catch (const std::exception& failure) {
-        call.fail(failure.what());
-      }
-    });
-  });
+  const auto until = room.until();
+  m_unsent.ask(
+      room.wanted(), until, [this, until, call = std::move(call)](Quota::Share found) mutable {
+        if (!found) return refuse_unsent(call);
+        Workers& workers = call.lock() ? m_writer : m_readers;
+        workers.post(Lane::LONG,
+                     [this, until, found = std::move(found), call = std::move(call)]() mutable {
+                       try {
+                         answer_from_store(call, AnswerRoom(m_unsent, std::move(found), until));
+                       } catch (const std::exception& failure) {
+                         call.fail(failure.what());
+                       }
+                     });
+      });
+}
+
+AnswerRoom Service::fresh_room() {
+  return AnswerRoom(m_unsent, {}, Clock::now() + seconds(m_settings.write_wait));
 }
 
 void Service::refuse_unsent(Call& call) {
@@ -323,7 +330,7 @@ void Service::refuse_unsent(Call& call) {
   call.refuse(why);
 }
 
-void Service::answer_from_store(Call& call, Quota::Share room) {
+void Service::answer_from_store(Call& call, AnswerRoom room) {
   if (call.lock()) return answer(call, call.lock().store(), std::move(room));
   const Stores::Lease store = m_stores.lease();
   if (store) return answer(call, *store, std::move(room));
@@ -338,7 +345,7 @@ void Service::read(Call call) {
   }
   const Cost cost = cost_of(row);
   if (cost == Cost::QUICK && m_is_store_local) {
-    return answer(call, *m_quick_stores[static_cast<size_t>(call.thread())], {});
+    return answer(call, *m_quick_stores[static_cast<size_t>(call.thread())], fresh_room());
   }
   const Lane lane = cost == Cost::LONG ? Lane::LONG : Lane::SHORT;
   post(m_readers, lane, std::move(call), &Service::answer_now);
@@ -353,7 +360,7 @@ void Service::change(Call call) {
   when_it_may_write(std::move(call), &Service::change_now);
 }
 
-void Service::change_now(Call& call, Quota::Share&) { answer_from_store(call, {}); }
+void Service::change_now(Call& call, Quota::Share&) { answer_now(call); }
 
 void Service::when_it_may_write(Call call, WriteWork work) {
   const auto until = Clock::now() + seconds(m_settings.write_wait);
@@ -502,7 +509,7 @@ void Service::give_memory_back() {
   const uint64_t done = m_readers.posted() + m_writer.posted() + m_unsent.returned();
   if (done != std::exchange(m_last_done, done)) m_idle_seconds = 0;
   if (++m_idle_seconds != IDLE_SECONDS) return;
-  m_stores.shrink();
+  m_stores.shrink(m_is_store_local ? 0 : 1);  // a file is opened in no time
   // Each thread keeps some of it for its next tree.
   const auto give_back = [] {
     Tree_Node::CollapsePools();

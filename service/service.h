@@ -17,7 +17,8 @@
 //     session       the lock, which keeps the turn; all that its session asks for goes to the
 //     writer
 //   commands        what the store answers, written as the row's reply says
-//   answer          small ones are sent; large ones count while they wait to be taken (quota)
+//   answer          small ones are sent; large ones count as they are made, and until
+//                   they are taken (answer_room); what finds no room is made again later
 //
 // What is held on this way (the answer owed, the turn, the lock, a place, a connection to the
 // store) is a value that gives itself back, whatever is thrown. Nobody waits while holding a thread
@@ -107,12 +108,13 @@ class Service : private Conn_Handler {
   std::string why_not_yet();
   void change_now(Call& call, Quota::Share& turn);
   // Over the connection to the store that the lock has, or a leased one.
-  void answer_from_store(Call& call, Quota::Share room);
-  void answer_now(Call& call) { answer_from_store(call, {}); }
-  // `room` is what the answer found that was too large before; empty at first.
-  void answer(Call& call, StoreRepository& store, Quota::Share room);
-  Outcome carry_out_long_read(Call& call, StoreRepository& store);
-  void send(Call& call, Quota::Share room);
+  void answer_from_store(Call& call, AnswerRoom room);
+  void answer_now(Call& call) { answer_from_store(call, fresh_room()); }
+  void answer(Call& call, StoreRepository& store, AnswerRoom room);
+  Outcome carry_out_long_read(Call& call, StoreRepository& store, AnswerRoom& room);
+  void send(Call& call, AnswerRoom& room);
+  void answer_later(Call& call, const AnswerRoom& room);
+  AnswerRoom fresh_room();
   void refuse_unsent(Call& call);
 
   void keep_house();  // every second

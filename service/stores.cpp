@@ -52,10 +52,10 @@ void Stores::take_back(StoreRepository* repository) noexcept {
   }
 }
 
-void Stores::shrink() {
+void Stores::shrink(size_t kept) {
   std::vector<std::unique_ptr<StoreRepository>> unused;  // are closed without the lock
   const MutexGuard guard(m_mutex);
-  while (m_free.size() > 1) {
+  while (m_free.size() > kept) {
     unused.push_back(std::move(m_free.back()));
     m_free.pop_back();
   }

@@ -9,6 +9,8 @@
 #include <CFG/CFG_DBRepository.h>
 #include <thread/Mutex.h>
 
+#include "answer_room.h"
+
 namespace service {
 
 // A repository over one connection, with what a service may do besides.
@@ -16,6 +18,17 @@ class StoreRepository : public CFG_DBRepository {
  public:
   using CFG_DBRepository::CFG_DBRepository;
   using CFG_DBRepository::WriteSubTree;
+
+  // Trees that it reads count there, unless it is null; one that finds no room is not read on, and
+  // not answered.
+  void CountTreesIn(AnswerRoom* room) { m_room = room; }
+  // For what is made of them.
+  bool HasRoomFor(size_t bytes) override {
+    return !m_room || m_room->take(static_cast<int64_t>(bytes));
+  }
+
+ private:
+  AnswerRoom* m_room = nullptr;
 };
 
 // As long as it lives, reads of trees and searches fail once `why` tells why to give up.
@@ -27,6 +40,20 @@ class GiveUp {
   GiveUp(const GiveUp&) = delete;
   GiveUp& operator=(const GiveUp&) = delete;
   ~GiveUp() { m_store.SetGiveUp(nullptr); }
+
+ private:
+  StoreRepository& m_store;
+};
+
+// As long as it lives, trees that are read count as a part of an answer.
+class CountedTrees {
+ public:
+  CountedTrees(StoreRepository& store, AnswerRoom& room) : m_store(store) {
+    m_store.CountTreesIn(&room);
+  }
+  CountedTrees(const CountedTrees&) = delete;
+  CountedTrees& operator=(const CountedTrees&) = delete;
+  ~CountedTrees() { m_store.CountTreesIn(nullptr); }
 
  private:
   StoreRepository& m_store;
@@ -50,8 +77,8 @@ class Stores {
 
   // Null, with the reason in the log, when the store cannot be reached.
   Lease lease();
-  // Closes what nobody uses, but for one.
-  void shrink();
+  // Closes what nobody uses, but for so many.
+  void shrink(size_t kept);
 
  private:
   void take_back(StoreRepository* repository) noexcept;

@@ -221,6 +221,9 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   Tree_NodePtr GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeWithLongValues(const RWCString& path);
   Tree_NodePtr GetTreeNodeBySeqNumber(const RWCString& path, const RWCString& seq);
+  // Whether a tree that is being built may take so many bytes more, about; asked every now and
+  // then. One that may not is read no further: the read answers that there is nothing.
+  virtual bool HasRoomFor(size_t bytes);
 
  private:
   struct Given {  // what the second constructor was given

@@ -75,6 +75,16 @@ bool Conn_FormWriter::WriteBinary(uint32_t field, char* bytes, int length, int o
   return write_bytes(field, {bytes, static_cast<size_t>(std::max(length, 0))});
 }
 
+char* Conn_FormWriter::WriteInPlace(uint32_t field, size_t length) {
+  const bool is_written = write(length, [&](auto&) {
+    constexpr uint32_t type = static_cast<uint32_t>(protozero::pbf_wire_type::length_delimited);
+    protozero::add_varint_to_buffer(&m_buffer, field << 3 | type);
+    protozero::add_varint_to_buffer(&m_buffer, length);
+    m_buffer.resize(m_buffer.size() + length);
+  });
+  return is_written ? m_buffer.data() + m_buffer.size() - length : nullptr;
+}
+
 bool Conn_FormWriter::WriteLong(uint32_t field, long value, int) {
   using limits = std::numeric_limits<int32_t>;
   const auto near = std::clamp<long>(value, limits::min(), limits::max());

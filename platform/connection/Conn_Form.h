@@ -41,6 +41,9 @@ class HALVORIA_API Conn_FormWriter {
   bool WriteLong(uint32_t field, long value, int = 0);
   bool WriteInt(uint32_t field, int value) { return WriteLong(field, value); }
   bool WriteBinary(uint32_t field, char* bytes, int length, int ownership);
+  // So many bytes of a field, which the caller writes before the next call. Null when it is too
+  // long.
+  char* WriteInPlace(uint32_t field, size_t length);
   // Says, before all other fields, which service is meant and which protocol is spoken.
   bool introduce(std::string_view service, int version);
   // The whole frame with its length; valid until the next call of begin. With `more`, the form

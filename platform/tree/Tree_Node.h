@@ -229,6 +229,10 @@ class HALVORIA_API Tree_Node : public ThreadAPI_Counted {
   // a name or a text, more than INT_MAX bytes in all.
   [[nodiscard]] static char* GetSerializedTreeNode(const Tree_NodePtr& node, int& length,
                                                    bool with_virtual_path);
+  // The same in two steps, for who has a place for the array: its size, -1 where there is none, and
+  // the array itself, of the tree as it was then.
+  static int GetSerializedSize(const Tree_NodePtr& node);
+  static void WriteSerialized(const Tree_NodePtr& node, char* to);
   // The same without the node at a path, and what is below it. An empty path leaves out nothing.
   [[nodiscard]] static char* GetSerializedTreeNodeSkipPath(const Tree_NodePtr& node, int& length,
                                                            bool with_virtual_path,

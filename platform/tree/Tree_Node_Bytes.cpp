@@ -100,40 +100,43 @@ RWCString path_above(const Tree_Node& node) {
   return path.remove(path.length() > name ? path.length() - name - 1 : 0);
 }
 
-char* serialized(const char* op, const Tree_NodePtr& top, int& length, const RWCString* header,
-                 const Tree_Node* left_out) {
+constexpr char kSerialize[] = "GetSerializedTreeNode(Tree_NodePtr & node,int & length,bool)";
+
+// -1, with the reason in the log, when no array can hold it.
+int serialized_size(const Tree_NodePtr& top, const RWCString* header, const Tree_Node* left_out) {
   if (top->IsLeaf()) {
-    return logger.reject(nullptr, "%s : <%s> is a value and not a key, return NULL\n", op,
+    return logger.reject(-1, "%s : <%s> is a value and not a key, return NULL\n", kSerialize,
                          [&] { return top->GetPath(); });
   }
   uint64_t size = header ? sizeof(int32_t) + header->length() : 0;
   const bool can_be_read = for_each_record(*top, left_out, [&](const Tree_Node& node, auto, auto) {
     if (const char* why = obstacle(node)) {
       return logger.reject(
-          false, "%s : <%s> cannot be written: %s, return NULL\n", op,
+          false, "%s : <%s> cannot be written: %s, return NULL\n", kSerialize,
           [&] { return node.GetPath(); }, why);
     }
     size += kIntegers + node.NameView().size();
     if (node.IsLeaf()) size += node.GetText().size() + sizeof(int32_t);
     return true;
   });
-  if (!can_be_read) return nullptr;
+  if (!can_be_read) return -1;
   if (size > INT_MAX) {
     return logger.reject(
-        nullptr, "%s : <%s> takes %llu bytes, more than an array can have, return NULL\n", op,
+        -1, "%s : <%s> takes %llu bytes, more than an array can have, return NULL\n", kSerialize,
         [&] { return top->GetPath(); }, size);
   }
-  auto bytes = std::make_unique_for_overwrite<char[]>(size);
-  Sys_AskForHugePages(bytes.get(), size);
-  char* at = header ? put(bytes.get(), *header) : bytes.get();
+  return static_cast<int>(size);
+}
+
+void serialize(const Tree_NodePtr& top, const RWCString* header, const Tree_Node* left_out,
+               char* at) {
+  if (header) at = put(at, *header);
   for_each_record(*top, left_out, [&](const Tree_Node& node, uint32_t id, uint32_t parent_id) {
     at = put(put(at, id), parent_id);
     at = put(put(at, node.NameView()), node.GetText());
     if (node.IsLeaf()) at = put(at, static_cast<uint32_t>(node.GetTreeValue()->IsChange()));
     return true;
   });
-  length = static_cast<int>(size);
-  return bytes.release();
 }
 
 }  // namespace
@@ -145,11 +148,25 @@ char* Tree_Node::GetSerializedTreeNode(const Tree_NodePtr& node, int& length,
 
 char* Tree_Node::GetSerializedTreeNodeSkipPath(const Tree_NodePtr& node, int& length,
                                                bool with_virtual_path, const RWCString& skip_path) {
-  constexpr char op[] = "GetSerializedTreeNode(Tree_NodePtr & node,int & length,bool)";
   length = 0;
-  if (!node) return logger.reject(nullptr, "%s : node is null, return NULL\n", op);
+  if (!node) return logger.reject(nullptr, "%s : node is null, return NULL\n", kSerialize);
   const RWCString header = with_virtual_path ? path_above(*node) : RWCString();
-  const Tree_Node* named = node->Find(skip_path);
-  return serialized(op, node, length, with_virtual_path ? &header : nullptr,
-                    named == node.get() ? nullptr : named);
+  const RWCString* const given = with_virtual_path ? &header : nullptr;
+  const Tree_Node* const named = node->Find(skip_path);
+  const Tree_Node* const left_out = named == node.get() ? nullptr : named;
+  const int size = serialized_size(node, given, left_out);
+  if (size < 0) return nullptr;
+  auto bytes = std::make_unique_for_overwrite<char[]>(static_cast<size_t>(size));
+  Sys_AskForHugePages(bytes.get(), static_cast<size_t>(size));
+  serialize(node, given, left_out, bytes.get());
+  length = size;
+  return bytes.release();
+}
+
+int Tree_Node::GetSerializedSize(const Tree_NodePtr& node) {
+  return serialized_size(node, nullptr, nullptr);
+}
+
+void Tree_Node::WriteSerialized(const Tree_NodePtr& node, char* to) {
+  serialize(node, nullptr, nullptr, to);
 }

@@ -5,11 +5,15 @@
 #include <map>
 #include <new>
 
+#include <CFG/CFG_SubTree.h>
 #include <connection/Conn_Form.h>
+#include <service/answer_room.h>
 #include <service/quota.h>
 #include <service/request.h>
+#include <service/stores.h>
 #include <service/workers.h>
 #include <thread/ThreadEvent.h>
+#include "../CFG/temporary_folder.h"
 
 namespace {
 
@@ -147,6 +151,53 @@ TEST(Quotas, AmountsAreGivenOutInOrderAndMoreThanAllIsAll) {
   EXPECT_TRUE(large && !small);
   large.give_back();
   EXPECT_TRUE(small && bytes.take(8));
+}
+
+// A share follows what it is for: others wait, and get what is left of it.
+TEST(Quotas, SharesGrowAndShrink) {
+  service::Quota bytes(10);
+  service::Quota::Share some = bytes.take(4), others;
+  bytes.ask(7, Clock::now(), [&](service::Quota::Share share) { others = std::move(share); });
+  EXPECT_TRUE(some.grow(5));
+  EXPECT_FALSE(some.grow(2) || some.is_all());
+  EXPECT_EQ(some.amount(), 9);
+  some.shrink(4);
+  EXPECT_FALSE(others);
+  some.shrink(3);
+  EXPECT_EQ(others.amount(), 7);
+}
+
+TEST(Quotas, ATreeCountsWhileItIsRead) {
+  constexpr int64_t MB = 1 << 20;
+  const TemporaryFolder folder;
+  service::StoreRepository store(RWCString("sqlite:" + (folder / "tree.sqlite").string()), "");
+  ASSERT_TRUE(store.Connect());
+  CFG_SubTree large{RWCString("large")};
+  const RWCString text(std::string(1000, 'x'));
+  for (int i = 0; i < 4000; ++i) large.SetValue("v" + std::to_string(i), text);
+  ASSERT_TRUE(store.AddOrReplaceSubTree(&large, "halvoria"));
+
+  service::Quota bytes(16 * MB);
+  service::Quota::Share others = bytes.take(14 * MB);
+  RWCString path = "halvoria\\large";
+  {
+    service::AnswerRoom room(bytes, {}, Clock::now());
+    const service::CountedTrees counted(store, room);
+    EXPECT_EQ(std::unique_ptr<CFG_SubTree>(store.GetSubTree(path)), nullptr);
+    EXPECT_TRUE(room.is_missing());
+    EXPECT_LT(room.wanted(), 5 * MB) << "it was read to its end";
+    EXPECT_EQ(store.TakeFailure(), "");
+    EXPECT_EQ(std::unique_ptr<CFG_SubTree>(store.GetSubTree(path)), nullptr);
+  }
+  others.give_back();
+  service::AnswerRoom room(bytes, {}, Clock::now());
+  {
+    const service::CountedTrees counted(store, room);
+    EXPECT_NE(std::unique_ptr<CFG_SubTree>(store.GetSubTree(path)), nullptr);
+  }
+  EXPECT_TRUE(room.settle(MB));
+  EXPECT_EQ(room.release().amount(), MB);
+  EXPECT_TRUE(bytes.take(16 * MB));
 }
 
 // However long the long ones take: they leave a thread to the streams, and those one to the rest.

@@ -1,6 +1,8 @@
 // Trees built from the records of a query, and the query itself for who streams them.
 #include <CFG/CFG_DBRepository.h>
 
+#include <utility>
+
 #include <CFG/CFG_PerformanceEvent.h>
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/actual_path.h>
@@ -25,6 +27,10 @@ struct CFG_DBRepository::TreeQuery {
 namespace {
 
 constexpr Log_Logger logger("src/CFG/CFG_DBRepository", 502);
+
+// What a node takes beside its text, with its place in the list of its parent.
+constexpr size_t kNodeBytes = 80;
+constexpr size_t kBuiltAtOnce = size_t{256} << 10;
 
 Tree_NodePtr without_empty_branches(const Tree_NodePtr& tree) {
   if (tree) tree->RemoveEmptyBranches();
@@ -211,6 +217,7 @@ Tree_NodePtr CFG_DBRepository::GetTreeByParams(const TreeQuery& query) {
 }
 
 Tree_NodePtr CFG_DBRepository::tree_of(CFGDB_Conn& db, const TreeQuery& query) {
+  if (!HasRoomFor(0)) return nullptr;
   if (db.StartTreeQuery(query.path, query.wildcard, m_query_flag, query.seq, query.deleted,
                         query.all_deleted) == -1) {
     return logger.reject(Tree_NodePtr(), "open query failed \n");
@@ -223,17 +230,18 @@ Tree_NodePtr CFG_DBRepository::tree_of(CFGDB_Conn& db, const TreeQuery& query) {
     ~Closing() { db.CloseTreeQuery(true); }
     CFGDB_Conn& db;
   } const closing{db};
-  Tree_NodePtr tree;
-  if (db.has_tree()) {
-    cfg::tree_builder builder(db.GetQueryRootPath());
-    db.each_record([&](std::string_view path, std::string_view value) {
-      builder.add(path, value);
-      return true;
-    });
-    tree = builder.tree();
-  }
-  return db.is_query_failed() ? Tree_NodePtr() : tree;
+  if (!db.has_tree()) return nullptr;
+  cfg::tree_builder builder(db.GetQueryRootPath());
+  size_t built = 0;  // since it was asked whether there is room
+  db.each_record([&](std::string_view path, std::string_view value) {
+    builder.add(path, value);
+    built += kNodeBytes + value.size();
+    return built < kBuiltAtOnce || HasRoomFor(std::exchange(built, 0));
+  });
+  return HasRoomFor(built) && !db.is_query_failed() ? builder.tree() : Tree_NodePtr();
 }
+
+bool CFG_DBRepository::HasRoomFor(size_t) { return true; }
 
 Tree_NodePtr CFG_DBRepository::GetTreeNode(const RWCString& path) try {
   logger.trace("Start GetTreeNode(const RWCString & path)\n");
