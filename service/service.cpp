@@ -121,7 +121,8 @@ bool Service::start(std::string& reason) {
   Conn_Handler& handler = *this;
   m_server = std::make_unique<Conn_Server>(server_settings(m_settings, m_files), handler);
   m_housekeeper = std::make_unique<Housekeeper>(*this);
-  if (!m_writer.start(1) || !m_readers.start(static_cast<int>(m_settings.workers))) {
+  if (!m_writer.start(1) || !m_checker.start(1) ||
+      !m_readers.start(static_cast<int>(m_settings.workers))) {
     reason = "the system gives no more threads";
     return false;
   }
@@ -157,6 +158,7 @@ void Service::stop() {
   if (m_server) m_server->stop(seconds(m_settings.stop_time));
   m_readers.stop();
   m_writer.stop();
+  m_checker.stop();
   m_quick_stores.clear();
   m_claim.give_back();
 }
@@ -475,7 +477,10 @@ void Service::keep_house() {
   m_unsent.refuse_late(now);
   m_streams.look_after(now);
   watch_lock(now);
-  if (m_is_store_local && now >= m_next_check) check_store(now);
+  if (m_is_store_local && !m_is_checking && now >= m_next_check) {
+    m_is_checking = true;
+    m_checker.post(Lane::SHORT, [this] { check_store(); });
+  }
   give_memory_back();
   if (now < m_next_purge) return;
   m_next_purge = now + PURGE_EVERY;
@@ -521,11 +526,15 @@ void Service::give_memory_back() {
 }
 
 // A little at a time, from end to end, and again after a pause. Damage stands in the log.
-void Service::check_store(Clock::time_point now) {
+void Service::check_store() {
+  struct End {
+    ~End() { is_checking = false; }
+    std::atomic<bool>& is_checking;
+  } const end{m_is_checking};
   const Stores::Lease store = m_stores.lease();
   const bool is_sound = store && store->CheckSome(m_checked_to, CHECKED_AT_ONCE);
   if (store) store->TakeFailure();
-  if (!is_sound || m_checked_to.empty()) m_next_check = now + CHECK_EVERY;
+  if (!is_sound || m_checked_to.empty()) m_next_check = Clock::now() + CHECK_EVERY;
 }
 
 void Service::purge_deletions() {

@@ -121,7 +121,7 @@ class Service : private Conn_Handler {
   void watch_lock(Clock::time_point now);
   void give_memory_back();
   void purge_deletions();
-  void check_store(Clock::time_point now);
+  void check_store();
 
   Files m_files;
   const Settings m_settings;
@@ -134,6 +134,7 @@ class Service : private Conn_Handler {
   std::vector<Stores::Lease> m_quick_stores;  // one of each waiting thread
   Workers m_writer{"svcfg writer"};           // of whoever has the turn, hence one thread
   Workers m_readers{"svcfg reader"};
+  Workers m_checker{"svcfg checker"};  // of the store, which may be slow; one thread
   Streams m_streams;
   std::unique_ptr<Conn_Server> m_server;
   std::unique_ptr<Housekeeper> m_housekeeper;
@@ -148,10 +149,12 @@ class Service : private Conn_Handler {
   Mutex m_mutex;
   Holder m_holder THREADAPI_GUARDED_BY(m_mutex);
   std::atomic<bool> m_is_stopping{false};
+  // Those of the look for damage, the checker's while it is under way.
+  std::atomic<bool> m_is_checking{false};
+  Clock::time_point m_next_check;
+  std::string m_checked_to;
   // The housekeeper's.
   Clock::time_point m_next_purge;
-  Clock::time_point m_next_check;
-  std::string m_checked_to;  // where the look for damage goes on
   uint64_t m_last_done = 0;
   int m_idle_seconds = 0;
 };
