@@ -55,12 +55,24 @@ Conn_Helper::~Conn_Helper() {
   m_connector.m_inside->drop();
 }
 
+// What is received of the answer while this lives comes within the time.
+struct Conn_Helper::Limit {
+  Limit(Conn_SyncConnector::Inside& connection, std::chrono::milliseconds time)
+      : inside(connection) {
+    inside.limit_answer(time);
+  }
+  Limit(const Limit&) = delete;
+  Limit& operator=(const Limit&) = delete;
+  ~Limit() { inside.unlimit_answer(); }
+  Conn_SyncConnector::Inside& inside;
+};
+
 void Conn_Helper::finish() {
   if (m_is_valid && !m_is_sent) send();
-  // Who answers without end would hold whoever has read enough.
-  auto& inside = *m_connector.m_inside;
-  if (m_has_more) inside.limit_answer(inside.time_outs.answer);
-  ConsumeForm();
+  if (m_has_more) {  // who answers without end would hold whoever has read enough
+    const Limit limit(*m_connector.m_inside, m_connector.m_inside->time_outs.answer);
+    ConsumeForm();
+  }
   if (m_is_sent) m_connector.m_inside->mark_used();
   log_line();
   Writer().shrink();
@@ -106,15 +118,8 @@ int Conn_Helper::GetResponseHeaders() {
 }
 
 int Conn_Helper::GetResponseHeaders(int seconds, int milliseconds) {
-  struct Limit {
-    Limit(Conn_SyncConnector::Inside& connection, std::chrono::milliseconds time)
-        : inside(connection) {
-      inside.limit_answer(time);
-    }
-    ~Limit() { inside.unlimit_answer(); }
-    Conn_SyncConnector::Inside& inside;
-  } const limit(*m_connector.m_inside,
-                std::chrono::seconds(seconds) + std::chrono::milliseconds(milliseconds));
+  const Limit limit(*m_connector.m_inside,
+                    std::chrono::seconds(seconds) + std::chrono::milliseconds(milliseconds));
   return GetResponseHeaders();
 }
 

@@ -53,6 +53,8 @@ class HALVORIA_API Conn_Helper {
   ConnHelper_Params& m_params;
 
  private:
+  struct Limit;
+
   bool send();
   bool next_frame();
   bool is_at_field();

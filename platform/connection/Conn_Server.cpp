@@ -34,7 +34,9 @@ struct Conn_Server::Inside {
   Inside(const Conn_ServerSettings& settings, Conn_Handler& handler)
       : shared(std::make_shared<Conn_ServerShared>(settings, handler)) {}
 
+  bool make_threads(std::string& reason);
   bool listen(std::string& reason);
+  bool start_threads(std::string& reason);
   void accept();
   void accepted(const asio::error_code& error, Conn_ServerStream::Socket socket);
   void close_at_once(Conn_ServerStream::Socket socket);
@@ -65,18 +67,36 @@ bool Conn_Server::start(std::string& reason) {
     reason = "the server was started before";
     return false;
   }
-  const int count = std::max(in.shared->settings.threads, 1);
-  for (int i = 0; i < count; ++i) {
-    in.threads.push_back(std::make_shared<Conn_ServerThread>(i, in.shared));
+  if (in.make_threads(reason) && in.listen(reason) && in.start_threads(reason)) {
+    in.accept();
+    return true;
   }
-  if (!in.listen(reason)) {
-    in.acceptor.reset();
-    in.threads.clear();
+  for (const auto& thread : in.threads) thread->finish();
+  in.pause.reset();
+  in.acceptor.reset();
+  in.threads.clear();
+  return false;
+}
+
+bool Conn_Server::Inside::make_threads(std::string& reason) try {
+  const int count = std::max(shared->settings.threads, 1);
+  for (int i = 0; i < count; ++i) {
+    threads.push_back(std::make_shared<Conn_ServerThread>(i, shared));
+  }
+  pause = std::make_unique<asio::steady_timer>(threads[0]->io());
+  return true;
+} catch (const std::exception& failure) {  // such as no descriptors
+  reason = std::string("cannot wait for connections: ") + failure.what();
+  return false;
+}
+
+// Nobody is accepted before all are there.
+bool Conn_Server::Inside::start_threads(std::string& reason) {
+  for (const auto& thread : threads) {
+    if (thread->start()) continue;
+    reason = "the system gives no more threads";
     return false;
   }
-  in.pause = std::make_unique<asio::steady_timer>(in.threads[0]->io());
-  in.accept();
-  for (const auto& thread : in.threads) thread->start();
   return true;
 }
 

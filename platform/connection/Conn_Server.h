@@ -90,7 +90,7 @@ class HALVORIA_API Conn_Server {
   Conn_Server& operator=(const Conn_Server&) = delete;
   ~Conn_Server();  // stops
 
-  // False with the reason when the address cannot be listened on.
+  // False with the reason when the address cannot be listened on, or the system gives too little.
   bool start(std::string& reason);
   int port() const;
   int sessions() const;

@@ -1,6 +1,7 @@
 #include <connection/Conn_ServerThread.h>
 
 #include <algorithm>
+#include <system_error>
 #include <vector>
 
 #include <connection/Conn_ServerSession.h>
@@ -39,11 +40,14 @@ Conn_ServerThread::Conn_ServerThread(int number, std::shared_ptr<Conn_ServerShar
       m_work(m_executor),
       m_timer(m_io) {}
 
-void Conn_ServerThread::start() {
+bool Conn_ServerThread::start() try {
   m_thread = std::thread([this] {
     tick();
     m_io.run();
   });
+  return true;
+} catch (const std::system_error&) {
+  return false;
 }
 
 void Conn_ServerThread::finish() {

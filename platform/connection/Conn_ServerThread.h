@@ -44,7 +44,8 @@ class Conn_ServerThread {
 
   Conn_ServerThread(int number, std::shared_ptr<Conn_ServerShared> shared);
 
-  void start();
+  // False when the system gives no thread.
+  bool start();
   // Lets what was posted run, ends all sessions, and joins the thread. Later posts are dropped.
   void finish();
 

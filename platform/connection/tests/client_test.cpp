@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <map>
 
 #include <connection/Conn_PingClient.h>
@@ -321,6 +322,33 @@ TEST(TimeOuts, EndARequestAndItsConnection) {
   EXPECT_THAT(other.LastError().str(),
               AnyOf(HasSubstr("no answer within"), HasSubstr("the answer did not end in time")));
   dripping.join();
+}
+
+// Who has read enough passes over the rest, and waits for its end only so long.
+TEST(TimeOuts, EndAnAnswerThatNobodyReadsToItsEnd) {
+  EchoServer service;
+  EchoConnector connector(service.port());
+  constexpr milliseconds rest(500);
+  const auto read_one_chunk = [&](int of) {
+    EchoParams params("STREAM");
+    connector.SetTimeOuts({kLong, kLong});
+    Conn_Helper helper("EchoConnector::stream", connector, params, true, false);
+    helper.Writer().WriteInt(FLD_NUMBER, of);
+    EXPECT_EQ(helper.GetResponseHeaders(), 0);
+    std::string_view chunk;
+    EXPECT_TRUE(helper.ReadView(FLD_CHUNK, chunk));
+    connector.SetTimeOuts({kLong, rest});
+  };
+  read_one_chunk(3);
+  std::this_thread::sleep_for(rest);
+  connector.SetTimeOuts({kLong, kLong});
+  EXPECT_EQ(connector.ask("ECHO", "x"), "x") << "the limit was of the answer before";
+  EXPECT_EQ(connector.session, 1);
+  Log_Capture log;
+  read_one_chunk(std::numeric_limits<int>::max());
+  EXPECT_TRUE(log.has("the answer did not end in time")) << log.text();
+  EXPECT_FALSE(connector.IsConnected());
+  EXPECT_EQ(connector.ask("ECHO", "x"), "x");
 }
 
 TEST(TimeOuts, KeepOthersFromWaitingForTheSameServiceAtOnce) {

@@ -1,4 +1,9 @@
+#include <dlfcn.h>
+#include <pthread.h>
+
 #include <atomic>
+#include <cerrno>
+#include <limits>
 #include <random>
 
 #include <gmock/gmock.h>
@@ -6,6 +11,16 @@
 
 #include "echo_service.h"
 #include "raw_socket.h"
+
+// A system that gives so many threads more.
+static std::atomic<int> threads_left{std::numeric_limits<int>::max()};
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*run)(void*), void* argument) {
+  if (threads_left.fetch_sub(1) <= 0) return EAGAIN;
+  static const auto real =
+      reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+  return real(thread, attributes, run, argument);
+}
 
 namespace {
 
@@ -39,6 +54,23 @@ TEST(Server, SaysWhyItCannotListen) {
     EXPECT_EQ(reason, row.reason);
   }
   EXPECT_EQ(EchoConnector(service.port()).ask("ECHO", "still"), "still");
+}
+
+TEST(Server, SaysThatThereAreNoThreadsForIt) {
+  Conn_ServerSettings settings = echo_settings();
+  settings.threads = 3;
+  for (const int given : {0, 2}) {
+    EchoHandler handler;
+    Conn_Server server(settings, handler);
+    std::string reason;
+    threads_left = given;
+    EXPECT_FALSE(server.start(reason));
+    EXPECT_EQ(reason, "the system gives no more threads");
+    settings.port = server.port();
+  }
+  threads_left = std::numeric_limits<int>::max();
+  EchoServer service(settings);  // at the port of the other two
+  EXPECT_EQ(EchoConnector(service.port()).ask("ECHO", "x"), "x");
 }
 
 TEST(Server, RefusesWhatIsNotWellFormedAndGoesOnWithTheOthers) {
