@@ -17,9 +17,10 @@ constexpr Log_Logger logger("service/streams", 508);
 
 // A client that takes longer for a chunk gives its place away when another one wants it.
 constexpr std::chrono::milliseconds PATIENCE(100);
-// Of those that take longer than this, so many for each place keep their connections to the store.
-constexpr std::chrono::seconds LONG_PATIENCE(1);
+// So many for each place keep their connections to the store without one. Where there are no more,
+// connections of clients that take longer than this are broken off.
 constexpr size_t PARKED_FOR_A_PLACE = 4;
+constexpr std::chrono::seconds LONG_PATIENCE(1);
 
 }  // namespace
 
@@ -37,8 +38,13 @@ class Streams::Stream : public std::enable_shared_from_this<Stream> {
   void take_place(Quota::Share place);
 
   // By whoever looks after the streams.
-  bool waits_for_client(Clock::time_point& since);
-  void park();  // gives the place away
+  struct Seen {
+    bool is_parked = false;   // has begun, and no place
+    bool is_sending = false;  // waits for its client
+    Clock::time_point since;
+  };
+  Seen look();
+  bool park();  // gives the place away, if it has one
   void break_off() { m_connection->break_off("it does not take its tree"); }
 
  private:
@@ -69,16 +75,17 @@ void Streams::Stream::take_place(Quota::Share place) {
   m_place = std::move(place);
 }
 
-bool Streams::Stream::waits_for_client(Clock::time_point& since) {
+Streams::Stream::Seen Streams::Stream::look() {
   const MutexGuard guard(m_mutex);
-  since = m_sending_since;
-  return m_is_sending;
+  const bool has_begun = m_sending_since != Clock::time_point();
+  return {has_begun && !m_place, m_is_sending, m_sending_since};
 }
 
-void Streams::Stream::park() {
+bool Streams::Stream::park() {
   Quota::Share place;  // goes without the lock, to whoever waits
   const MutexGuard guard(m_mutex);
   if (m_is_sending) place = std::move(m_place);
+  return static_cast<bool>(place);
 }
 
 void Streams::Stream::start() {
@@ -161,7 +168,7 @@ Streams::Streams(const Settings& settings, Stores& stores, Workers& readers, Wor
 
 Streams::~Streams() = default;
 
-// Those that have a place, those that are parked, and those that have just been broken off.
+// Those that have a place, those that are parked, and some that are looked after at the same time.
 int64_t Streams::most_stores(const Settings& settings) {
   return settings.max_streams * static_cast<int64_t>(PARKED_FOR_A_PLACE + 2);
 }
@@ -210,15 +217,23 @@ std::vector<Streams::StreamPtr> Streams::all() {
 
 void Streams::look_after(Clock::time_point now) {
   if (!m_places.is_awaited()) return;
-  std::vector<std::pair<Clock::time_point, StreamPtr>> parked;
-  for (const StreamPtr& stream : all()) {
-    Clock::time_point since;
-    if (!stream->waits_for_client(since) || now < since + PATIENCE) continue;
-    stream->park();
-    if (now >= since + LONG_PATIENCE) parked.emplace_back(since, stream);
+  size_t parked = 0;
+  std::vector<std::pair<Clock::time_point, StreamPtr>> waiting;
+  for (StreamPtr& stream : all()) {
+    const Stream::Seen seen = stream->look();
+    parked += seen.is_parked;
+    const bool is_slow = seen.is_sending && now >= seen.since + PATIENCE;
+    if (is_slow) waiting.emplace_back(seen.since, std::move(stream));
   }
-  std::sort(parked.begin(), parked.end());
-  for (size_t i = 0; i + m_most_parked < parked.size(); ++i) parked[i].second->break_off();
+  std::sort(waiting.begin(), waiting.end());
+  size_t broken_off = 0;
+  for (const auto& [since, stream] : waiting) {
+    if (parked < m_most_parked) {
+      parked += stream->park();
+    } else if (!stream->look().is_parked && now >= since + LONG_PATIENCE) {
+      waiting[broken_off++].second->break_off();
+    }
+  }
 }
 
 void Streams::stop() { m_places.refuse_late(Clock::time_point::max()); }
