@@ -148,15 +148,13 @@ class HALVORIA_API CFG_Connector : public Conn_SyncConnector {
              Arguments arguments, const std::string* token);
   static bool write(CFG_Conn_ClientHelper& helper, cfg::protocol::Argument kind,
                     const Argument& argument);
-  // A request by the kind of its answer.
-  int ask_success(const char* operation, cfg::protocol::Command command, Arguments arguments);
-  int ask_number(const char* operation, cfg::protocol::Command command, Arguments arguments);
-  RWCString ask_text(const char* operation, cfg::protocol::Command command, Arguments arguments);
-  [[nodiscard]] char* ask_bytes(const char* operation, cfg::protocol::Command command,
-                                Arguments arguments, long& length);
-  Tree_NodePtr ask_tree(const char* operation, cfg::protocol::Command command, Arguments arguments,
-                        RWCString& tree_path);
-  int tell(const char* operation, cfg::protocol::Command command);
+  // The answer in the form that the command's row says, which may take `more` to be read.
+  template <cfg::protocol::Reply>
+  struct Form;
+  template <cfg::protocol::Command, class... More>
+  auto ask(const char* operation, Arguments arguments, More&&... more);
+  template <cfg::protocol::Command>
+  [[nodiscard]] char* ask_bytes(const char* operation, Arguments arguments, long& length);
 
   std::shared_ptr<const std::string> get_token();
   static RWCString statistics_key(const cfg::protocol::CommandRow& row, Arguments arguments);

@@ -113,43 +113,87 @@ auto CFG_Connector::request(const char* operation, Command command, Arguments ar
   return cfg::answered(logger, std::invoke_result_t<Read, CFG_Conn_ClientHelper&>(), operation);
 }
 
-int CFG_Connector::ask_success(const char* operation, Command command, Arguments arguments) {
-  return request(operation, command, arguments,
-                 [](CFG_Conn_ClientHelper& helper) { return helper.GetSuccessCode(); });
-}
+// --- the forms of answers ----------------------------------------------------------------------
 
-int CFG_Connector::ask_number(const char* operation, Command command, Arguments arguments) {
-  return request(operation, command, arguments,
-                 [](CFG_Conn_ClientHelper& helper) { return helper.GetResponseLength(); });
-}
-
-RWCString CFG_Connector::ask_text(const char* operation, Command command, Arguments arguments) {
-  return request(operation, command, arguments, [](CFG_Conn_ClientHelper& helper) {
-    RWCString text;
-    helper.GetCFGValue(text);
-    return text;
-  });
-}
-
-char* CFG_Connector::ask_bytes(const char* operation, Command command, Arguments arguments,
-                               long& length) {
-  length = 0;
-  return request(operation, command, arguments,
-                 [&](CFG_Conn_ClientHelper& helper) { return helper.get_subtree(length); });
-}
-
-Tree_NodePtr CFG_Connector::ask_tree(const char* operation, Command command, Arguments arguments,
-                                     RWCString& tree_path) {
-  return request(operation, command, arguments, [&](CFG_Conn_ClientHelper& helper) {
-    return GetQueryTreePaths(helper, tree_path, false);
-  });
-}
-
-int CFG_Connector::tell(const char* operation, Command command) {
-  return request(operation, command, {}, [](CFG_Conn_ClientHelper& helper) {
+template <>
+struct CFG_Connector::Form<Reply::NOTHING> {
+  static int read(CFG_Conn_ClientHelper& helper) {
     helper.FreeLogGuard();
     return helper.IsValid() ? TRUE : FALSE;
+  }
+};
+template <>
+struct CFG_Connector::Form<Reply::SUCCESS_CODE> {
+  static int read(CFG_Conn_ClientHelper& helper) { return helper.GetSuccessCode(); }
+};
+template <>
+struct CFG_Connector::Form<Reply::NUMBER> {
+  static int read(CFG_Conn_ClientHelper& helper) { return helper.GetResponseLength(); }
+};
+enum class Wait { AS_ALWAYS, TEN_SECONDS };
+template <>
+struct CFG_Connector::Form<Reply::STRING> {
+  static RWCString read(CFG_Conn_ClientHelper& helper, Wait wait = Wait::AS_ALWAYS) {
+    RWCString text;
+    wait == Wait::AS_ALWAYS ? helper.GetCFGValue(text) : helper.GetCFGValueTimeOut(text);
+    return text;
+  }
+};
+template <>
+struct CFG_Connector::Form<Reply::SUBTREE> {
+  static char* read(CFG_Conn_ClientHelper& helper, long& length) {
+    return helper.get_subtree(length);
+  }
+};
+template <>
+struct CFG_Connector::Form<Reply::LIST> {
+  static String_Arr* read(CFG_Conn_ClientHelper& helper, CFG_Connector& connector,
+                          Log_Format<> otherwise) {
+    String_Arr* texts = nullptr;
+    if (helper.HasAnswer(otherwise)) connector.ReadFixedMsg(helper, &texts);
+    return texts;
+  }
+};
+template <>
+struct CFG_Connector::Form<Reply::PATH_VALUES> {
+  static Tree_PathAndValueArray* read(CFG_Conn_ClientHelper& helper, CFG_Connector& connector,
+                                      Log_Format<> otherwise) {
+    Tree_PathAndValueArray* values = nullptr;
+    if (helper.HasAnswer(otherwise)) connector.ReadTreePathAndValue(helper, &values);
+    return values;
+  }
+};
+template <>
+struct CFG_Connector::Form<Reply::FOUND_VALUE> {
+  static bool read(CFG_Conn_ClientHelper& helper, char** value, char** path) {
+    if (!helper.HasAnswer("GetValue: failed reading response from server\n")) return false;
+    int is_found = 0;
+    if (!helper.Read(CFG_FLD_SUCCESS_CODE, is_found) || !helper.Read(CFG_FLD_VALUE, value) ||
+        !helper.Read(CFG_FLD_PATH, path)) {
+      return logger.reject(false, "Failed to get response from server.\n");
+    }
+    return is_found && **value && **path;
+  }
+};
+template <>
+struct CFG_Connector::Form<Reply::TREE> {
+  static Tree_NodePtr read(CFG_Conn_ClientHelper& helper, CFG_Connector& connector,
+                           RWCString& tree_path) {
+    return connector.GetQueryTreePaths(helper, tree_path, false);
+  }
+};
+
+template <Command command, class... More>
+auto CFG_Connector::ask(const char* operation, Arguments arguments, More&&... more) {
+  return request(operation, command, arguments, [&](CFG_Conn_ClientHelper& helper) {
+    return Form<row_of(command).reply>::read(helper, more...);
   });
+}
+
+template <Command command>
+char* CFG_Connector::ask_bytes(const char* operation, Arguments arguments, long& length) {
+  length = 0;
+  return ask<command>(operation, arguments, length);
 }
 
 // --- the session ---------------------------------------------------------------------------
@@ -158,41 +202,41 @@ int CFG_Connector::tell(const char* operation, Command command) {
 int CFG_Connector::Lock() {
   const bool was_patient = IsPatient();
   SetPatient(false);
-  const int is_done = ask_success("CFG_Connector::Lock", LOCK, {});
+  const int is_done = ask<LOCK>("CFG_Connector::Lock", {});
   is_done ? SetLocked(true) : ForgetLostLock();  // a loss has been told by this 0, as below
   SetPatient(was_patient && IsConnected());
   return is_done;
 }
 int CFG_Connector::UnLock() {
-  const int is_done = ask_success("CFG_Connector::UnLock", UNLOCK, {});
+  const int is_done = ask<UNLOCK>("CFG_Connector::UnLock", {});
   SetLocked(false);  // even where it fails: what is written next is not part of that
   return is_done;
 }
 int CFG_Connector::Rollback() {
-  const int is_done = ask_success("CFG_Connector::Rollback", ROLLBACK, {});
+  const int is_done = ask<ROLLBACK>("CFG_Connector::Rollback", {});
   ForgetLostLock();
   return is_done;
 }
 int CFG_Connector::EnableExtendedTimeout() {
-  const int is_told = tell("CFG_Connector::EnableExtendedTimeout", ENABLE_EXTENDED_TIMEOUT);
+  const int is_told = ask<ENABLE_EXTENDED_TIMEOUT>("CFG_Connector::EnableExtendedTimeout", {});
   if (is_told) SetPatient(true);
   return is_told;
 }
 int CFG_Connector::DisableExtendedTimeout() {
   SetPatient(false);
-  return tell("CFG_Connector::DisableExtendedTimeout", DISABLE_EXTENDED_TIMEOUT);
+  return ask<DISABLE_EXTENDED_TIMEOUT>("CFG_Connector::DisableExtendedTimeout", {});
 }
 
 // --- writes --------------------------------------------------------------------------------
 
 int CFG_Connector::SetValue(const RWCString& path, const RWCString& value) {
-  return ask_success("CFG_Connector::SetValue", SET_VALUE, {path, value});
+  return ask<SET_VALUE>("CFG_Connector::SetValue", {path, value});
 }
 int CFG_Connector::DeleteValue(const RWCString& path) {
-  return ask_success("CFG_Connector::DeleteValue", DEL_VAL, {path});
+  return ask<DEL_VAL>("CFG_Connector::DeleteValue", {path});
 }
 int CFG_Connector::DeleteSubTree(const RWCString& path) {
-  return ask_success("CFG_Connector::DeleteSubTree", DEL_SUB, {path});
+  return ask<DEL_SUB>("CFG_Connector::DeleteSubTree", {path});
 }
 
 int CFG_Connector::WriteSubTree(Tree_NodePtr& tree, const RWCString& path) try {
@@ -201,7 +245,7 @@ int CFG_Connector::WriteSubTree(Tree_NodePtr& tree, const RWCString& path) try {
   int length = 0;
   std::unique_ptr<char[]> bytes(Tree_Node::GetSerializedTreeNode(tree, length, false));
   if (!bytes) return logger.reject(0, "Fail to write subtree, return NULL\n");
-  return ask_success("CFG_Connector::WriteSubTree", WRITE_SUB, {{bytes, length}, path});
+  return ask<WRITE_SUB>("CFG_Connector::WriteSubTree", {{bytes, length}, path});
 } catch (...) {
   return cfg::answered(logger, 0);
 }
@@ -209,42 +253,33 @@ int CFG_Connector::WriteSubTree(Tree_NodePtr& tree, const RWCString& path) try {
 // --- values and counts -----------------------------------------------------------------------
 
 RWCString CFG_Connector::GetValue(const RWCString& path) {
-  return ask_text("CFG_Connector::GetValue", GET_VAL, {path});
+  return ask<GET_VAL>("CFG_Connector::GetValue", {path});
 }
 RWCString CFG_Connector::GetValue(const RWCString& path, long index) {
-  return ask_text("CFG_Connector::GetValue", GET_VAL_INX, {path, index});
+  return ask<GET_VAL_INX>("CFG_Connector::GetValue", {path, index});
 }
 RWCString CFG_Connector::GetValueName(const RWCString& path, long index) {
-  return ask_text("CFG_Connector::GetValueName", GET_VAL_NAME, {path, index});
+  return ask<GET_VAL_NAME>("CFG_Connector::GetValueName", {path, index});
 }
 int CFG_Connector::GetValueNum(const RWCString& path) {
-  return ask_number("CFG_Connector::GetValueNum", GET_VAL_NUM, {path});
+  return ask<GET_VAL_NUM>("CFG_Connector::GetValueNum", {path});
 }
 int CFG_Connector::GetSubTreeNum(const RWCString& path) {
-  return ask_number("CFG_Connector::GetSubTreeNum", GET_SUB_NUM, {path});
+  return ask<GET_SUB_NUM>("CFG_Connector::GetSubTreeNum", {path});
 }
 int CFG_Connector::GetSubTreeEntriesCount(const RWCString& path) {
-  return ask_number("CFG_Connector::GetSubTreeEntriesCount", GET_SUB_ENTRIES_COUNT, {path});
+  return ask<GET_SUB_ENTRIES_COUNT>("CFG_Connector::GetSubTreeEntriesCount", {path});
 }
 int CFG_Connector::IsSubTreeExist(const RWCString& path) {
-  return ask_success("CFG_Connector::IsSubTreeExist", GET_SUB_EXISTS, {path});
+  return ask<GET_SUB_EXISTS>("CFG_Connector::IsSubTreeExist", {path});
 }
 
 int CFG_Connector::GetValue(const char* value_name, const char** search_paths, int count,
                             char** value, char** path) {
-  const auto read = [&](CFG_Conn_ClientHelper& helper) {
-    if (!helper.HasAnswer("GetValue: failed reading response from server\n")) return false;
-    int is_found = 0;
-    if (!helper.Read(CFG_FLD_SUCCESS_CODE, is_found) || !helper.Read(CFG_FLD_VALUE, value) ||
-        !helper.Read(CFG_FLD_PATH, path)) {
-      return logger.reject(false, "Failed to get response from server.\n");
-    }
-    return is_found && **value && **path;
-  };
   *value = *path = nullptr;
   const std::string_view name = value_name ? value_name : "";
-  if (request("CFG_Connector::GetValue", GET_VALUE_BY_SEARCH_RULE, {name, {search_paths, count}},
-              read)) {
+  if (ask<GET_VALUE_BY_SEARCH_RULE>("CFG_Connector::GetValue", {name, {search_paths, count}}, value,
+                                    path)) {
     return 0;
   }
   delete[] std::exchange(*value, nullptr);
@@ -253,54 +288,43 @@ int CFG_Connector::GetValue(const char* value_name, const char** search_paths, i
 }
 
 String_Arr* CFG_Connector::GetSubTreePaths(const RWCString& path) {
-  return request("CFG_Connector::GetSubTreePaths", GET_SUB_PATHS, {path},
-                 [this](CFG_Conn_ClientHelper& helper) {
-                   String_Arr* names = nullptr;
-                   if (helper.HasAnswer("GetSubTreePaths: failed reading response from server\n")) {
-                     ReadFixedMsg(helper, &names);
-                   }
-                   return names;
-                 });
+  return ask<GET_SUB_PATHS>("CFG_Connector::GetSubTreePaths", {path}, *this,
+                            Log_Format<>("GetSubTreePaths: failed reading response from server\n"));
 }
 
 Tree_PathAndValueArray* CFG_Connector::GetSubTreeValues(const RWCString& path) {
-  return request(
-      "CFG_Connector::GetSubTreeValues", GET_SUB_TREE_VALUES, {path},
-      [this](CFG_Conn_ClientHelper& helper) {
-        Tree_PathAndValueArray* values = nullptr;
-        if (helper.HasAnswer("GetSubTreeValues: failed reading response from server\n")) {
-          ReadTreePathAndValue(helper, &values);
-        }
-        return values;
-      });
+  return ask<GET_SUB_TREE_VALUES>(
+      "CFG_Connector::GetSubTreeValues", {path}, *this,
+      Log_Format<>("GetSubTreeValues: failed reading response from server\n"));
 }
 
 // --- subtrees as byte arrays -----------------------------------------------------------------
 
 char* CFG_Connector::GetSubTree(const RWCString& path, long index, long& length) {
-  return ask_bytes("CFG_Connector::GetSubTree", GET_SUB_INX, {path, index}, length);
+  return ask_bytes<GET_SUB_INX>("CFG_Connector::GetSubTree", {path, index}, length);
 }
 char* CFG_Connector::GetSubTree(const RWCString& name, const char** search_rules, int count,
                                 int merge, long& length) {
-  return ask_bytes("CFG_Connector::GetSubTree", GET_SUB_MERGE,
-                   {name, {search_rules, count}, long{merge}}, length);
+  return ask_bytes<GET_SUB_MERGE>("CFG_Connector::GetSubTree",
+                                  {name, {search_rules, count}, long{merge}}, length);
 }
 char* CFG_Connector::GetSubTreeOnlyWithValues(const RWCString& name, const char** search_rules,
                                               int count, int merge, long& length) {
-  return ask_bytes("CFG_Connector::GetSubTreeOnlyWithValues", GET_SUB_TREE_ONLY_WITH_VALUES,
-                   {name, {search_rules, count}, long{merge}}, length);
+  return ask_bytes<GET_SUB_TREE_ONLY_WITH_VALUES>("CFG_Connector::GetSubTreeOnlyWithValues",
+                                                  {name, {search_rules, count}, long{merge}},
+                                                  length);
 }
 char* CFG_Connector::GetSubTreeWithLongValues(const RWCString& path, long& length) {
-  return ask_bytes("CFG_Connector::GetSubTreeWithLongValues", GET_SUB_LONG_VALUE, {path}, length);
+  return ask_bytes<GET_SUB_LONG_VALUE>("CFG_Connector::GetSubTreeWithLongValues", {path}, length);
 }
 char* CFG_Connector::GetSubTreeWithPrecentAndWildcard(const RWCString& path, long& length) {
-  return ask_bytes("CFG_Connector::GetSubTreeWithPrecentAndWildcard", GET_SUB_LONG_VALUE_WILDCARD,
-                   {path}, length);
+  return ask_bytes<GET_SUB_LONG_VALUE_WILDCARD>("CFG_Connector::GetSubTreeWithPrecentAndWildcard",
+                                                {path}, length);
 }
 char* CFG_Connector::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path,
                                                                     long& length) {
-  return ask_bytes("CFG_Connector::GetSubTreeOnlyWithValuesWithPrecentAndWildcard",
-                   GET_SUB_WITH_VALUE_PRECENT_WILDCARD, {path}, length);
+  return ask_bytes<GET_SUB_WITH_VALUE_PRECENT_WILDCARD>(
+      "CFG_Connector::GetSubTreeOnlyWithValuesWithPrecentAndWildcard", {path}, length);
 }
 
 // --- streamed trees --------------------------------------------------------------------------
@@ -308,58 +332,47 @@ char* CFG_Connector::GetSubTreeOnlyWithValuesWithPrecentAndWildcard(const RWCStr
 // What is behind the three arguments is only counted.
 Tree_NodePtr CFG_Connector::GetSubTreeBySeqNumber(const RWCString& path, RWCString& seq_number,
                                                   RWCString& tree_path, bool compressed) {
-  return ask_tree("CFG_Connector::GetSubTreeBySeqNumber", GET_SUB_SEQ,
-                  {path, seq_number, long{compressed}, tree_path}, tree_path);
+  return ask<GET_SUB_SEQ>("CFG_Connector::GetSubTreeBySeqNumber",
+                          {path, seq_number, long{compressed}, tree_path}, *this, tree_path);
 }
 Tree_NodePtr CFG_Connector::GetSubTreeOnlyDeletedNodes(const RWCString& path, RWCString& seq_number,
                                                        RWCString& tree_path, bool compressed) {
-  return ask_tree("CFG_Connector::GetSubTreeOnlyDeletedNodes", GET_SUB_DEL_SEQ,
-                  {path, seq_number, long{compressed}}, tree_path);
+  return ask<GET_SUB_DEL_SEQ>("CFG_Connector::GetSubTreeOnlyDeletedNodes",
+                              {path, seq_number, long{compressed}}, *this, tree_path);
 }
 
 // --- wildcards, nodes, the store -------------------------------------------------------------
 
 String_Arr* CFG_Connector::FillPath(RWCString path) {
-  return request("CFG_Connector::FillPath", FILL_PATH, {path},
-                 [this](CFG_Conn_ClientHelper& helper) {
-                   String_Arr* paths = nullptr;
-                   if (helper.HasAnswer("FillPath: failed reading server response\n")) {
-                     ReadFixedMsg(helper, &paths);
-                   }
-                   return paths;
-                 });
+  return ask<FILL_PATH>("CFG_Connector::FillPath", {path}, *this,
+                        Log_Format<>("FillPath: failed reading server response\n"));
 }
 RWCString CFG_Connector::FillPath(RWCString path, RWCString value_name, RWCString value) {
-  return ask_text("CFG_Connector::FillPath", FILL_PATH_NAME_VALUE, {path, value_name, value});
+  return ask<FILL_PATH_NAME_VALUE>("CFG_Connector::FillPath", {path, value_name, value});
 }
 RWCString CFG_Connector::GetNodeName(const RWCString& ae) {
-  return ask_text("CFG_Connector::GetNodeName", GET_NODE_NAME, {ae});
+  return ask<GET_NODE_NAME>("CFG_Connector::GetNodeName", {ae});
 }
 RWCString CFG_Connector::GetNodeNameByIp(const RWCString& ip) {
-  return ask_text("CFG_Connector::GetNodeNameByIp", GET_NODE_NAME_BY_IP, {ip});
+  return ask<GET_NODE_NAME_BY_IP>("CFG_Connector::GetNodeNameByIp", {ip});
 }
 RWCString CFG_Connector::GetServerNodeName() {
-  return ask_text("CFG_Connector::GetServerNodeName", SERV_NODE_NAME, {});
+  return ask<SERV_NODE_NAME>("CFG_Connector::GetServerNodeName", {});
 }
 RWCString CFG_Connector::GetMaxSeqNumber() {
-  return ask_text("CFG_Connector::GetMaxSeqNumber", GET_MAX_SEQ, {});
+  return ask<GET_MAX_SEQ>("CFG_Connector::GetMaxSeqNumber", {});
 }
 RWCString CFG_Connector::GetMaxSeqNumber(const RWCString& path) {
-  return ask_text("CFG_Connector::GetMaxSeqNumber", GET_MAX_SEQ_PATH, {path});
+  return ask<GET_MAX_SEQ_PATH>("CFG_Connector::GetMaxSeqNumber", {path});
 }
 RWCString CFG_Connector::GetMinSeqNumberOfDeletedEntry() {
-  return ask_text("CFG_Connector::GetMinSeqNumberOfDeletedEntry", GET_DEL_MIN_SEQ, {});
+  return ask<GET_DEL_MIN_SEQ>("CFG_Connector::GetMinSeqNumberOfDeletedEntry", {});
 }
 RWCString CFG_Connector::GetDbServerDateTime() {
-  return ask_text("CFG_Connector::GetDbServerDateTime", GET_DB_DATETIME, {});
+  return ask<GET_DB_DATETIME>("CFG_Connector::GetDbServerDateTime", {});
 }
 RWCString CFG_Connector::GetServerSyncID() {
-  return request("CFG_Connector::GetServerSyncID", GET_SERVER_SYNC_ID, {},
-                 [](CFG_Conn_ClientHelper& helper) {
-                   RWCString id;
-                   helper.GetCFGValueTimeOut(id);
-                   return id;
-                 });
+  return ask<GET_SERVER_SYNC_ID>("CFG_Connector::GetServerSyncID", {}, Wait::TEN_SECONDS);
 }
 
 RWCString CFG_Connector::GetPathBeforeFirstPrecent(RWCString& path) {
