@@ -264,26 +264,27 @@ class HALVORIA_API CFGDB_Conn {
   std::string m_failure;
   std::string m_refusal;
   std::atomic<size_t> m_failures{0};
-  std::atomic<bool> m_has_failed{false};  // there is one, to be looked at without waiting
   std::function<std::string()> m_why_give_up;
-  bool m_sql_trace = false;
-  int m_auto_commit = 1;
-  int m_write_wait = 10000;
-
-  bool m_is_changing = false;  // a transaction of the store is open
-  bool m_is_changed = false;   // and has changed something
-  bool m_is_lost = false;      // the transaction went in a failure, and nobody was told yet
-  int64_t m_sequence = 0;      // the last number given, while changing
   std::optional<Savepoint> m_savepoint;  // of an operation of several statements
-  bool m_is_locked = false;              // by Lock, also when that was lost
+  int64_t m_sequence = 0;                // the last number given, while changing
   int64_t m_sequence_at_lock = 0;
   std::string m_known_key;  // a key that is there, while changing
 
   std::unique_ptr<Db_TreeQuery> m_query;
   RWCString m_query_root;
-  bool m_is_query_failed = false;
   Mutex m_query_mutex;
   std::recursive_mutex m_use_mutex;
+
+  int m_auto_commit = 1;
+  int m_write_wait = 10000;
+  std::atomic<bool> m_has_failed{false};  // there is one, to be looked at without waiting
+  bool m_sql_trace = false;
+  bool m_is_query_failed = false;
+
+  bool m_is_changing = false;  // a transaction of the store is open
+  bool m_is_changed = false;   // and has changed something
+  bool m_is_lost = false;      // the transaction went in a failure, and nobody was told yet
+  bool m_is_locked = false;    // by Lock, also when that was lost
 
   std::atomic<bool> m_is_file{false};  // SQLite, which must not be open in both after a fork
   bool m_is_parked = false;            // closed for a fork, and opened again by the next use

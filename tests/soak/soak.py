@@ -86,10 +86,9 @@ class Guest:
         key = path.rsplit("\\", 1)[0]
         kind = random.randrange(10)
         if kind == 0:
-            names, waited = await self.ask("CFG_GET_SUB_PATHS", READ_BOUND,
-                                           ("path", key.rsplit("\\", 1)[0]))
-            if len(names) < 2:
-                raise Notice(f"no keys above {path}")
+            listed, waited = await self.ask("CFG_GET_SUB_TREE_VALUES", READ_BOUND, ("path", key))
+            if text.encode() not in [value for _, value in listed]:
+                raise Notice(f"{path} is missing in its list")
         elif kind == 1:
             tree, waited = await self.ask("CFG_GET_SUB_SEQ", READ_BOUND, ("path", key),
                                           ("seq_number", ""), ("compressed", 0))
