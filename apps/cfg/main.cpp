@@ -4,6 +4,8 @@
 #include <exception>
 #include <new>
 
+#include <system/Sys_Process.h>
+
 #include "command_line.h"
 #include "failure.h"
 
@@ -24,6 +26,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  Sys_KeepStandardStreams();
   std::setlocale(LC_CTYPE, "");
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a write that fails

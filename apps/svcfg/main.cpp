@@ -131,6 +131,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  Sys_KeepStandardStreams();
   std::setlocale(LC_CTYPE, "");
   try {
     return run(argc, argv);

@@ -1,5 +1,6 @@
 #include <system/Sys_Process.h>
 
+#include <fcntl.h>
 #include <limits.h>
 #include <pwd.h>
 #include <sys/resource.h>
@@ -34,6 +35,14 @@ int64_t Sys_AllowMostFiles() {
   const rlimit raised{limit.rlim_max, limit.rlim_max};
   if (setrlimit(RLIMIT_NOFILE, &raised) == 0) limit = raised;
   return static_cast<int64_t>(std::min(limit.rlim_cur, all));
+}
+
+// The lowest number that is free is taken each time.
+void Sys_KeepStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) >= 0) continue;
+    if (open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) != stream) return;
+  }
 }
 
 int Sys_ProcessId() { return getpid(); }

@@ -17,6 +17,11 @@ HALVORIA_API RWCString Sys_UserName();
 // is then.
 HALVORIA_API int64_t Sys_AllowMostFiles();
 
+// For a program that may be started without standard input, output or error: takes their places, so
+// that no file or connection is opened in one of them, and gets what is written to it. Reading and
+// writing them fails, as before. Call it first of all.
+HALVORIA_API void Sys_KeepStandardStreams();
+
 HALVORIA_API int Sys_ProcessId();
 // Ends it on the spot: nothing is destroyed, and nobody is called who waits for its exit.
 [[noreturn]] HALVORIA_API void Sys_EndProcess(int code);

@@ -95,6 +95,22 @@ class Files(CfgTest):
             self.assertEqual((self.folder / name).read_bytes(), before, name)
         self.assertEqual(piped, before)
 
+    # A program may be started without them. A text of this length is told to the log while the file
+    # is written.
+    def test_no_line_gets_into_the_tree_of_a_command_without_standard_streams(self):
+        for closed in ((0, 2), (1, 2), (0, 1, 2)):
+            done = subprocess.run([CFG, "-vv", "--file", "tree.xml", "set", r"halvoria\conf\long",
+                                   "x" * 20000], cwd=self.folder, env=ENVIRONMENT, check=False,
+                                  preexec_fn=lambda streams=closed: [os.close(i) for i in streams])
+            self.assertEqual(done.returncode, 0, closed)
+            self.assertEqual(self.on_tree("get halvoria/conf/long")[:2], (0, "x" * 20000 + "\n"), closed)
+            self.assertEqual(self.on_tree("rm halvoria/conf/long")[0], 0, closed)
+        without_input = subprocess.run(
+            [CFG, "--file", "tree.xml", "blob", "put", r"halvoria\conf\site\logo", "-"],
+            cwd=self.folder, env=ENVIRONMENT, stderr=subprocess.DEVNULL, check=False,
+            preexec_fn=lambda: os.close(0))
+        self.assertEqual(without_input.returncode, 4)
+
     def test_byte_arrays_hold_the_same_trees(self):
         before = self.tree_bytes()
         self.on_tree("export --format bytes halvoria all.bin")

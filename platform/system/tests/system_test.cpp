@@ -15,6 +15,7 @@
 #include <iterator>
 #include <vector>
 
+#include <support/forked.h>
 #include <support/temporary_folder.h>
 #include <system/Sys_Block.h>
 #include <system/Sys_Environment.h>
@@ -239,6 +240,24 @@ TEST_F(Files, PipesAndGivenDescriptorsAreWrittenStraightThrough) {
   EXPECT_EQ(get("log"), "first second");
   close(log);
   EXPECT_EQ(entries(), 2u);
+}
+
+TEST_F(Files, NothingButItsOwnGetsIntoAFileOfAProcessWithoutStreams) {
+  const auto closed = [&](bool is_kept) {
+    return holds_in_child([&] {
+      for (const int stream : {0, 1, 2}) close(stream);
+      if (is_kept) Sys_KeepStandardStreams();
+      Sys_FileReplacer file(wide("target"));
+      const bool is_written = file.write(std::string(300000, 'x'));
+      for (const int stream : {0, 1, 2}) {
+        if ((fcntl(stream, F_GETFD) >= 0) != is_kept) return false;
+        if (write(stream, "noise", 5) >= 0 && stream != STDIN_FILENO) return false;
+      }
+      return is_written && file.commit() && get("target") == std::string(300000, 'x');
+    });
+  };
+  EXPECT_TRUE(closed(false));
+  EXPECT_TRUE(closed(true));
 }
 
 TEST(System, BlocksAreAlignedZeroedAndWritableToTheirEnd) {
