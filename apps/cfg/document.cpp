@@ -55,13 +55,16 @@ std::vector<std::string> paths_of_branches(Parse& parse) {
   return paths;
 }
 
-// Lays a branch over what the tree holds at its path.
+// Lays a branch over what the tree holds at its path, whose names stand for nothing else.
 bool add_branch(CFG_SubTree& tree, CFG_SubTree& branch, const std::string& path) {
   const std::string_view parent = parent_of(path);
   if (parent.empty()) return tree.MergeSubTree(&branch, "") == 0;
   const std::string_view root = first_of(path);
-  const RWCString below_root = parent.substr(std::min(root.size() + 1, parent.size()));
-  return tree.AddOrReplaceSubTree(&branch, below_root, TRUE);
+  const Tree_Path below_root(RWCString(parent.substr(std::min(root.size() + 1, parent.size()))));
+  const Tree_NodePtr top = tree.GetData(), data = branch.GetData();
+  const Tree_NodePtr key = top->GetOrCreateRelativeNode(below_root, top);
+  const Tree_NodePtr there(key->Child(data->NameView()));
+  return key->Put("", there ? Tree_Node::Merge(there, data) : data);
 }
 
 }  // namespace

@@ -144,6 +144,28 @@ class Files(CfgTest):
         self.assertIn("bytes\n", self.run_cfg("stat piped.bin")[1])
         self.assertEqual(self.run_cfg("--file all.bin get halvoria/users/osei/language")[1], "en\n")
 
+    def test_a_file_of_a_key_with_any_name_holds_that_key(self):
+        nodes = "<node><path_segment>{0}</path_segment></node>" \
+                "<node><path_segment>{0}\\v</path_segment><value>1</value></node>"
+        for name in ("halvoria", "<site>"):
+            shown = name.replace("<", "&lt;")
+            (self.folder / "two.xml").write_text("<tree><branch>" + "</branch><branch>".join(
+                nodes.format(path) for path in ("halvoria\\users", f"halvoria\\{shown}\\in"))
+                + "</branch></tree>")
+            (self.folder / "new.xml").unlink(missing_ok=True)
+            tree = "--file new.xml --create --property site=users "
+            self.assertEqual(self.run_cfg(tree + "import two.xml")[0], 0, name)
+            self.assertEqual(self.run_cfg(tree + "diff halvoria two.xml")[:2], (0, ""), name)
+            if name == "<site>":  # which a path on the command line stands for another key
+                continue
+            for form in ("--format xml", "--format bytes --header"):
+                self.run_cfg(tree + f"export {form} halvoria\\{name} one")
+                for line in ("validate one", tree + f"diff halvoria\\{name} one"):
+                    self.assertEqual(self.run_cfg(line)[0], 0, name + form)
+                self.run_cfg(tree + f"rm halvoria\\{name}")
+                self.assertEqual(self.run_cfg(tree + "import one")[0], 0, name + form)
+                self.assertEqual(self.run_cfg(tree + "diff halvoria two.xml")[:2], (0, ""), name + form)
+
     def test_byte_arrays_that_do_not_fit_change_nothing(self):
         self.on_tree("export --format bytes halvoria/users users.bin")
         self.on_tree("export --format bytes --header halvoria/users placed.bin")
