@@ -33,6 +33,14 @@ std::set<std::string>& barred_files() {
 }
 [[maybe_unused]] const auto& made_early = barred_files();  // before any fork
 
+// Once in a process, which may have many connections.
+void say_concern(const std::string& concern) {
+  static auto& mutex = *new ForkReleasedMutex;
+  static auto& said = *new std::set<std::string>;
+  const MutexGuard guard(mutex);
+  if (!concern.empty() && said.insert(concern).second) logger.warning("Init: %s\n", concern);
+}
+
 std::string file_of(std::string_view conn_string) {
   return Sys_FileIdentity(RWCString(conn_string.substr(kFile.size()))).str();
 }
@@ -60,6 +68,7 @@ bool CFGDB_Conn::reconnect() {
   std::string reason;
   m_store = Db_Open(m_conn_string, m_user, reason);
   if (!m_store) return logger.reject(false, "Init: %s\n", reason);
+  say_concern(m_store->concern());
   m_is_parked = false;
   m_file = m_is_file ? file_of(m_conn_string) : "";
   if (!m_sql_trace) return true;

@@ -47,6 +47,7 @@ class Db_Store {
   virtual ~Db_Store() = default;
   virtual const std::string& error() const = 0;            // why the last operation failed
   virtual void set_trace(Trace trace, void* context) = 0;  // told of every statement
+  virtual std::string concern() const { return {}; }  // why damage may pass unseen; mostly empty
 
   // --- reads: each sees one state of the store, between changes its own ------------------------
 

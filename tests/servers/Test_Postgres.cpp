@@ -12,7 +12,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 #include <vector>
 
@@ -27,9 +29,18 @@ constexpr char kWatch[] = R"(
 trap '' INT TERM HUP
 cd "$2" || exit 1
 cp -a "$1" data || exit 1
-{ "$3/postgres" -D "$2/data" -k "$2" -p "$4" -c listen_addresses=127.0.0.1 $5; touch gone; } \
-  </dev/null >log 2>&1 &
+{
+  while :; do
+    "$3/postgres" -D "$2/data" -k "$2" -p "$4" -c listen_addresses=127.0.0.1 $5
+    [ -e hold ] || break
+    touch held
+    while [ -e hold ]; do sleep 0.02; done
+    rm held
+  done
+  touch gone
+} </dev/null >log 2>&1 &
 cat >/dev/null
+rm -f hold
 while [ ! -e gone ]; do  # again, as a server that is just starting has no such file
   kill -QUIT $(head -n 1 data/postmaster.pid) 2>/dev/null
   sleep 0.1
@@ -39,7 +50,7 @@ cd / && rm -rf "$2"
 )";
 // One database is enough, and quicker to copy than three.
 constexpr char kMakeTemplate[] = R"(
-"$2/initdb" -D "$1.new" -U halvoria -A trust -N -E UTF8 --locale=C --wal-segsize=1 >/dev/null &&
+"$2/initdb" -D "$1.new" -U halvoria -A trust -N -E UTF8 --locale=C --wal-segsize=1 $3 >/dev/null &&
 echo "UPDATE pg_database SET datistemplate = false
 DROP DATABASE template0
 DROP DATABASE template1" | "$2/postgres" --single -D "$1.new" postgres >/dev/null 2>&1 &&
@@ -115,8 +126,8 @@ void give_to_postgres(const std::string& folder) {
 
 bool Test_Postgres::IsInstalled() { return !programs().empty(); }
 
-Test_Postgres::Test_Postgres(const std::string& settings, bool is_durable) {
-  if (!prepare_template()) return;
+Test_Postgres::Test_Postgres(const std::string& settings, bool is_durable, bool has_sums) {
+  if (!prepare_template(has_sums)) return;
   // Another program may take the port before the server does.
   for (int attempt = 0; attempt < 5 && !is_running(); ++attempt) {
     if (!start(kSmall + std::string(is_durable ? " " : kHasty) + " " + settings)) stop();
@@ -125,7 +136,7 @@ Test_Postgres::Test_Postgres(const std::string& settings, bool is_durable) {
 
 Test_Postgres::~Test_Postgres() { stop(); }
 
-bool Test_Postgres::prepare_template() {
+bool Test_Postgres::prepare_template(bool has_sums) {
   if (!IsInstalled()) {
     m_problem = "no PostgreSQL server is installed";
     return false;
@@ -133,6 +144,7 @@ bool Test_Postgres::prepare_template() {
   namespace fs = std::filesystem;
   std::string name = programs();
   for (char& c : name) c = c == '/' ? '_' : c;
+  if (has_sums) name += "_sums";
   const fs::path home =
       fs::temp_directory_path() / ("halvoria_postgres_" + std::to_string(geteuid()));
   std::error_code ignored;
@@ -144,7 +156,8 @@ bool Test_Postgres::prepare_template() {
   int status = 0;
   if (!fs::exists(m_template)) {
     fs::remove_all(m_template + ".new", ignored);
-    const int process = shell(kMakeTemplate, {m_template, programs()}, nullptr);
+    const int process =
+        shell(kMakeTemplate, {m_template, programs(), has_sums ? "--data-checksums" : ""}, nullptr);
     if (process < 0 || waitpid(process, &status, 0) != process) status = -1;
   }
   close(lock);
@@ -196,4 +209,22 @@ void Test_Postgres::disconnect_clients() {
                  "SELECT pg_terminate_backend(pid, 5000) FROM pg_stat_activity"
                  " WHERE pid <> pg_backend_pid() AND backend_type = 'client backend'"));
   PQfinish(handle);
+}
+
+bool Test_Postgres::restart(const std::function<void(const std::string& data)>& meanwhile) {
+  const std::string data = m_folder + "/data", hold = m_folder + "/hold";
+  const std::string held = m_folder + "/held";
+  std::ofstream(hold).flush();
+  pid_t server = 0;
+  std::ifstream(data + "/postmaster.pid") >> server;
+  if (server <= 0 || kill(server, SIGINT) != 0) return false;
+  const auto end = std::chrono::steady_clock::now() + 20s;
+  std::error_code ignored;
+  while (!std::filesystem::exists(held, ignored)) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(5ms);
+  }
+  meanwhile(data);
+  std::filesystem::remove(hold, ignored);
+  return wait_until_ready();
 }

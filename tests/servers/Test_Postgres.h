@@ -1,6 +1,7 @@
 // A PostgreSQL server for tests.
 #pragma once
 
+#include <functional>
 #include <string>
 
 // A server of its own on this machine, with its data in a temporary folder and listening on a
@@ -13,8 +14,9 @@
 class Test_Postgres {
  public:
   // Settings as for the server's command line, besides those that keep it small. Without syncing
-  // to the disk unless `is_durable`.
-  explicit Test_Postgres(const std::string& settings = std::string(), bool is_durable = false);
+  // to the disk unless `is_durable`. Its pages have sums unless `has_sums` is false.
+  explicit Test_Postgres(const std::string& settings = std::string(), bool is_durable = false,
+                         bool has_sums = true);
   Test_Postgres(const Test_Postgres&) = delete;
   Test_Postgres& operator=(const Test_Postgres&) = delete;
   ~Test_Postgres();
@@ -27,9 +29,11 @@ class Test_Postgres {
   const std::string& connection() const { return m_connection; }
   // Ends the sessions of all clients, as a server does that is restarted.
   void disconnect_clients();
+  // Ends the server in order, gives the folder of its data to `meanwhile`, and starts it again.
+  bool restart(const std::function<void(const std::string& data)>& meanwhile);
 
  private:
-  bool prepare_template();
+  bool prepare_template(bool has_sums);
   bool start(const std::string& settings);
   bool wait_until_ready();
   void stop();

@@ -96,13 +96,17 @@ void Pg_Session::keep_rest() {
   if (m_reading) m_reading->keep_rest();
 }
 
-bool Pg_Session::fail(const char* what, const std::string& why) {
+std::string Pg_Session::name() const {
   const char* name = m_handle ? PQdb(m_handle) : nullptr;
   const char* host = m_handle ? PQhost(m_handle) : nullptr;
   const char* port = m_handle ? PQport(m_handle) : nullptr;
+  return std::string("database <") + (name ? name : "") + "> at <" + (host ? host : "") + ":" +
+         (port ? port : "") + ">";
+}
+
+bool Pg_Session::fail(const char* what, const std::string& why) {
   m_state.clear();
-  m_error = std::string("cannot ") + what + " database <" + (name ? name : "") + "> at <" +
-            (host ? host : "") + ":" + (port ? port : "") + ">: " + why;
+  m_error = std::string("cannot ") + what + " " + name() + ": " + why;
   return false;
 }
 

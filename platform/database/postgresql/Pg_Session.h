@@ -26,6 +26,10 @@ enum class Pg_Sql {
   SYNC_ID,
   DATE_TIME,
   CHECK,
+  CHECK_INDEX,
+  PAGES,
+  PAGE,
+  DATA_CHECKSUMS,
   BEGIN,
   BEGIN_READ,
   LOCK,
@@ -111,6 +115,7 @@ class Pg_Session {
   bool start(Pg_Sql sql, const Pg_Values& values, Pg_Cursor& cursor);
   bool copy_in(const Db_Entry* entries, size_t count);
 
+  std::string name() const;     // of the database, and where it is
   bool fail(const char* what);  // with the reason of the connection
   bool fail(const char* what, const std::string& why);
   const std::string& error() const { return m_error; }

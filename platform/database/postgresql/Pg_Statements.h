@@ -10,6 +10,7 @@
 // Where the name of a branch ends in a path below the key, whose names begin at $3; 0 for a row
 // directly under it.
 #define CUT(path) "position('\\x5c'::bytea IN substring(" path " FROM $3::int))"
+#define SUM_OF_PATHS "count(*), sum(hashtextextended(encode(path, 'hex'), 0))"
 #define ON_DELETED "ON CONFLICT (path) DO UPDATE SET sequence = excluded.sequence, at = excluded.at"
 
 struct Pg_Statement {
@@ -62,6 +63,15 @@ constexpr Pg_Statement kPgStatements[] = {
      "  (SELECT sequence FROM entry UNION ALL SELECT sequence FROM deleted) numbers"
      "  GROUP BY sequence HAVING count(*) > 1 OR sequence < 1"
      "  OR sequence > (SELECT last_sequence FROM store)) wrong"},
+    // What is found by the index, and page by page.
+    {Pg_Sql::CHECK_INDEX,
+     "SELECT count(*) FROM (SELECT " SUM_OF_PATHS " FROM entry WHERE path >= ''::bytea"
+     " EXCEPT SELECT " SUM_OF_PATHS " FROM entry WHERE ctid >= '(0,0)'::tid) differing"},
+    {Pg_Sql::PAGES, "SELECT pg_relation_size('entry') / current_setting('block_size')::int8"},
+    {Pg_Sql::PAGE,
+     "SELECT path, value, sequence FROM entry WHERE ctid >= format('(%s,0)', $1::int8)::tid"
+     " AND ctid < format('(%s,0)', $1 + 1)::tid"},
+    {Pg_Sql::DATA_CHECKSUMS, "SELECT current_setting('data_checksums')"},
     // Each statement behind the lock sees what was committed until then.
     {Pg_Sql::BEGIN, "BEGIN ISOLATION LEVEL READ COMMITTED"},
     {Pg_Sql::BEGIN_READ, "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY"},
@@ -110,4 +120,5 @@ static_assert(Db_IsInOrder(kPgStatements));
 
 #undef BY_INDEX
 #undef CUT
+#undef SUM_OF_PATHS
 #undef ON_DELETED

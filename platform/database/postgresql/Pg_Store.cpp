@@ -40,9 +40,21 @@ constexpr int kBytea = 17, kInt8 = 20;
 std::unique_ptr<Pg_Store> Pg_Store::Open(const std::string& connection, const std::string& user,
                                          std::string& reason) {
   std::unique_ptr<Pg_Store> store(new Pg_Store());
-  if (store->m_session.open(connection, user, Pg_PrepareSchema)) return store;
-  reason = store->error();
-  return nullptr;
+  std::string sums;
+  if (!store->m_session.open(connection, user, Pg_PrepareSchema) ||
+      store->text(Pg_Sql::DATA_CHECKSUMS, sums) != Db_Result::OK) {
+    reason = store->error();
+    return nullptr;
+  }
+  store->m_has_sums = sums == "on";
+  return store;
+}
+
+std::string Pg_Store::concern() const {
+  if (m_has_sums) return {};
+  return m_session.name() +
+         " keeps no sums of its pages (data_checksums is off): where its disk is damaged, what is "
+         "read may be wrong or short, and nobody is told; pg_checksums --enable turns them on";
 }
 
 // --- reads
@@ -114,20 +126,57 @@ Db_Result Pg_Store::sync_id(std::string& id) { return text(Pg_Sql::SYNC_ID, id);
 Db_Result Pg_Store::date_time(std::string& text) { return this->text(Pg_Sql::DATE_TIME, text); }
 
 Db_Result Pg_Store::check(std::string& reason) {
-  int64_t wrong = 0;
-  if (number(Pg_Sql::CHECK, {}, wrong) != Db_Result::OK) return Db_Result::FAILED;
-  reason = wrong ? std::to_string(wrong) + " sequence numbers are out of range or given twice" : "";
-  return wrong ? Db_Result::NOT_FOUND : Db_Result::OK;
+  int64_t wrong = 0, differing = 0;
+  if (number(Pg_Sql::CHECK, {}, wrong) != Db_Result::OK ||
+      number(Pg_Sql::CHECK_INDEX, {}, differing) != Db_Result::OK) {
+    return Db_Result::FAILED;
+  }
+  reason = differing ? "the rows are not those that their index knows"
+           : wrong   ? std::to_string(wrong) + " sequence numbers are out of range or given twice"
+                     : "";
+  return reason.empty() ? Db_Result::OK : Db_Result::NOT_FOUND;
 }
 
 void Pg_Store::inspect(Db_Findings& findings) {
   const auto rows = range("", "\xff\xff\xff\xff", 0, false);
   Db_Result result = rows ? Db_Result::OK : Db_Result::FAILED;
   Db_Entry entry;
+  std::string last;
   while (result == Db_Result::OK && (result = rows->next(entry)) == Db_Result::OK) {
+    if (entry.path <= last) {
+      findings.damage("the order is lost at <" + std::string(entry.path) + ">");
+      continue;
+    }
     findings.row(entry);
+    last = entry.path;
   }
-  if (result == Db_Result::FAILED) findings.damage(error());
+  if (result != Db_Result::FAILED) return;
+  findings.damage(error() + ", behind <" + last + ">");
+  inspect_pages(last, findings);
+}
+
+// Where the rows can't be read in order, page by page: as many pages as are sound.
+void Pg_Store::inspect_pages(std::string_view behind, Db_Findings& findings) {
+  int64_t pages = 0;
+  if (number(Pg_Sql::PAGES, {}, pages) != Db_Result::OK) return findings.damage(error());
+  std::vector<Pg_Result> results;
+  std::vector<Db_Entry> rows;
+  for (int64_t page = 0; page < pages; ++page) {
+    Pg_Values values;
+    values.add(page);
+    Pg_Result result = ask(Pg_Sql::PAGE, values, "read");
+    if (!result) findings.damage("page " + std::to_string(page) + " of the rows: " + error());
+    if (PQstatus(m_session.handle()) != CONNECTION_OK) break;
+    for (int row = 0; row < PQntuples(result.get()); ++row) {
+      const std::string_view path = Pg_Bytes(result.get(), row, 0);
+      if (path <= behind) continue;
+      rows.push_back({path, Pg_Bytes(result.get(), row, 1), Pg_Number(result.get(), row, 2)});
+    }
+    results.push_back(std::move(result));
+  }
+  const auto is_before = [](const Db_Entry& a, const Db_Entry& b) { return a.path < b.path; };
+  std::sort(rows.begin(), rows.end(), is_before);
+  for (const Db_Entry& row : rows) findings.row(row);
 }
 
 Db_Result Pg_Store::hold_state() {

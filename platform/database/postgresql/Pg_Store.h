@@ -16,6 +16,8 @@ class Pg_Store : public Db_Store {
   const std::string& error() const override { return m_session.error(); }
   void set_trace(Trace trace, void* context) override { m_session.set_trace(trace, context); }
 
+  std::string concern() const override;
+
   Db_Result get(std::string_view path, std::string& value) override;
   std::unique_ptr<Db_Cursor> range(std::string_view from, std::string_view to,
                                    int64_t above_sequence, bool deleted) override;
@@ -52,6 +54,7 @@ class Pg_Store : public Db_Store {
 
  private:
   Pg_Store() = default;
+  void inspect_pages(std::string_view behind, Db_Findings& findings);
   std::unique_ptr<Db_Cursor> read(Pg_Sql sql, const Pg_Values& values);
   Db_Result number(Pg_Sql sql, const Pg_Values& values, int64_t& number);
   Db_Result text(Pg_Sql sql, std::string& text);
@@ -71,9 +74,10 @@ class Pg_Store : public Db_Store {
   Db_Result carry_out();
   bool takes_back_unsent(Pg_Sql mark, bool keeps_mark);
 
-  Pg_Session m_session;
   void end_state();
 
+  Pg_Session m_session;
+  bool m_has_sums = true;  // of the server's pages
   std::vector<Waiting> m_waiting;
   // A row read as the transaction began, until it is asked for or something is changed.
   struct Ahead {

@@ -1,5 +1,11 @@
 #include <libpq-fe.h>
 
+#include <algorithm>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <random>
+#include <sstream>
 #include <thread>
 
 #include <database/tests/Test_Database.h>
@@ -166,4 +172,136 @@ TEST_F(PostgresServer, ReplacesNoValueBesideALock) {
   waiting.join();
   EXPECT_STREQ(m_conn->GetValue("t\\n").data(), "3");
   EXPECT_STREQ(m_conn->GetMaxSeqNumber().data(), "4");
+}
+
+// --- damage -----------------------------------------------------------------------------------
+
+constexpr size_t kPage = 8192;
+
+class DamagedServer : public PostgresServer {
+ protected:
+  void SetUp() override {
+    PostgresServer::SetUp();
+    if (!m_conn) return;
+    m_conn->disconnect();
+    m_paths = FillStore(m_server->connection());
+    run("ALTER SYSTEM SET autovacuum = off");
+    run("VACUUM halvoria_cfg.entry");
+  }
+  std::string text(const std::string& sql) {
+    PGconn* handle = PQconnectdb(m_server->connection().c_str());
+    PGresult* result = PQexec(handle, sql.c_str());
+    std::string found = PQntuples(result) ? PQgetvalue(result, 0, 0) : "";
+    PQclear(result);
+    PQfinish(handle);
+    return found;
+  }
+  // The file of a table or an index, whole at first, with what `change` makes of it.
+  void damage(const std::string& of, const std::function<void(std::string& bytes)>& change) {
+    const std::string name = text("SELECT pg_relation_filepath('halvoria_cfg." + of + "')");
+    EXPECT_TRUE(m_server->restart([&](const std::string& data) {
+      for (const auto& [file, bytes] : m_whole) std::ofstream(file, std::ios::binary) << bytes;
+      const std::string file = data + "/" + name;
+      std::stringstream all;
+      all << std::ifstream(file, std::ios::binary).rdbuf();
+      std::string bytes = m_whole.emplace(file, all.str()).first->second;
+      ASSERT_GT(bytes.size(), 4 * kPage);
+      change(bytes);
+      std::ofstream(file, std::ios::binary) << bytes;
+    }));
+  }
+  std::vector<std::string> answers() { return AnswersOf(m_server->connection(), m_paths); }
+  // What a look at everything finds.
+  void inspect(std::vector<std::string>& rows, std::vector<std::string>& places) {
+    const Log_Capture log;
+    CFGDB_Conn conn(true);
+    ASSERT_EQ(conn.Init(m_server->connection(), "", false), 1) << log.text();
+    conn.Inspect(
+        [&](std::string_view path, std::string_view value) {
+          rows.push_back(std::string(path).append("=").append(value));
+        },
+        [&](const std::string& place) { places.push_back(place); });
+    std::sort(rows.begin(), rows.end());
+  }
+  std::string check() {
+    const Log_Capture log;
+    CFGDB_Conn conn(true);
+    std::string reason;
+    EXPECT_EQ(conn.Init(m_server->connection(), "", false), 1) << log.text();
+    const bool is_sound = conn.CheckIntegrity(reason);
+    EXPECT_EQ(is_sound, reason.empty());
+    return reason;
+  }
+
+  std::vector<std::string> m_paths;
+  std::map<std::string, std::string> m_whole;
+};
+
+// A bit of every fifth page is another one, pages are in the place of others, the end is gone, a
+// page of the index is gone: whatever is answered is what was written. One look saves what is left.
+TEST_F(DamagedServer, IsNotReadShort) {
+  const std::vector<std::string> right = answers();
+  std::vector<std::string> all, none;
+  inspect(all, none);
+  EXPECT_EQ(all.size(), 1981U);
+  EXPECT_THAT(none, ElementsAre());
+  EXPECT_EQ(check(), "");
+  constexpr unsigned kSeed = 4711;
+  std::mt19937 random(kSeed);
+  const auto flip = [&](std::string& bytes) {  // but not where an index begins: all ends there
+    for (size_t page = 1 + random() % 4; page < bytes.size() / kPage; page += 5) {
+      bytes[page * kPage + random() % kPage] ^= static_cast<char>(1U << random() % 8);
+    }
+  };
+  const auto mix = [](std::string& bytes) {
+    bytes.replace(kPage, kPage, bytes, 2 * kPage, kPage);
+    bytes.resize(bytes.size() - kPage);
+  };
+  const auto empty = [](std::string& bytes) { bytes.replace(kPage, kPage, kPage, '\0'); };
+  const struct {
+    const char* of;
+    std::function<void(std::string& bytes)> change;
+  } cases[] = {{"entry", flip},      {"entry", flip},     {"entry", mix},
+               {"entry_pkey", flip}, {"entry_pkey", mix}, {"entry_pkey", empty}};
+  for (const auto& one : cases) {
+    const auto nth = &one - cases;
+    damage(one.of, one.change);
+    const std::vector<std::string> found = answers();
+    ASSERT_EQ(found.size(), right.size());
+    size_t refused = 0;
+    for (size_t i = 0; i < found.size(); ++i) {
+      EXPECT_TRUE(found[i].empty() || found[i] == right[i])
+          << "seed " << kSeed << ", case " << nth << ", answer " << i << ": " << found[i];
+      refused += found[i].empty();
+    }
+    EXPECT_GT(refused, 0U) << nth;
+    EXPECT_LT(refused, found.size()) << nth;
+    EXPECT_NE(check(), "") << nth;
+    std::vector<std::string> saved, places;
+    inspect(saved, places);
+    EXPECT_FALSE(places.empty()) << nth;
+    EXPECT_GT(saved.size(), all.size() / 2) << nth;
+    EXPECT_TRUE(std::includes(all.begin(), all.end(), saved.begin(), saved.end())) << nth;
+    EXPECT_TRUE(one.of == std::string("entry") || saved == all) << nth;
+  }
+}
+
+// To the server an empty page is one without rows.
+TEST_F(DamagedServer, IsFoundShortByItsCheck) {
+  damage("entry", [](std::string& bytes) { bytes.replace(kPage, kPage, kPage, '\0'); });
+  EXPECT_NE(check(), "");
+}
+
+TEST(Postgres, WithoutSumsOfPagesIsNamedOnce) {
+  if (!Test_Postgres::IsInstalled()) GTEST_SKIP() << "no PostgreSQL server is installed";
+  const Test_Postgres server("", false, false);
+  ASSERT_TRUE(server.is_running()) << server.problem();
+  const Log_Capture log;
+  for (const size_t lines : {1, 1}) {
+    CFGDB_Conn conn(true);
+    ASSERT_EQ(conn.Init(server.connection(), "", false), 1) << log.text();
+    const std::string said = log.text();
+    EXPECT_THAT(said, HasSubstr("database <postgres> at <127.0.0.1:"));
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), lines) << said;
+  }
 }

@@ -174,60 +174,12 @@ TEST_F(SqliteFile, OfAnOlderVersionIsTakenOver) {
 
 // --- damage -----------------------------------------------------------------------------------
 
-// What a store answers; empty when it says that it cannot.
-std::vector<std::string> answers(const std::string& file, const std::vector<std::string>& paths) {
-  const Log_Capture log;
-  CFGDB_Conn conn(true);
-  if (!conn.Init(("sqlite:" + file).c_str(), "", false)) return std::vector<std::string>(6);
-  std::vector<std::string> found;
-  const auto add = [&](const std::string& answer) {
-    found.push_back(conn.TakeFailure().empty() ? "=" + answer : "");
-  };
-  const auto query = [&](const RWCString* sequence, bool deleted) {
-    std::string rows;
-    conn.StartTreeQuery("t", false, false, sequence, deleted, false);
-    conn.each_record([&](std::string_view path, std::string_view value) {
-      rows.append(path).append("=").append(value).append("\n");
-      return true;
-    });
-    conn.CloseTreeQuery(true);
-    add(rows);
-  };
-  const RWCString none("0");
-  query(nullptr, false);
-  query(&none, true);
-  add(std::to_string(conn.GetSubTreeEntriesCount("t\\k5")));
-  add(std::to_string(conn.GetSubTreeNum("t")));
-  std::string values;
-  for (size_t i = 0; i < paths.size(); i += 19) values += conn.GetValue(paths[i]).str() + ",";
-  add(values);
-  add(conn.GetMaxSeqNumber().str());
-  return found;
-}
-
 // One bit is another one, or a page is gone, is another one, or is as it was before: whatever is
 // answered is what was written.
 TEST_F(SqliteFile, IsNotReadShortWhereItIsDamaged) {
   const std::string file = m_folder / "cfg.db", damaged = m_folder / "damaged.db";
-  std::vector<std::string> paths;
-  {
-    CFGDB_Conn conn(true);
-    ASSERT_TRUE(conn.Init(("sqlite:" + file).c_str(), "", false));
-    Tmr_PtrSortedVector<Tree_NodeInfo> records;
-    records.append(new Tree_NodeInfo("t", ""));
-    for (int i = 0; i < 20; ++i) {
-      const std::string key = "t\\k" + std::to_string(i);
-      records.append(new Tree_NodeInfo(key, ""));
-      for (int v = 0; v < 100; ++v) {
-        paths.push_back(key + "\\a value with number " + std::to_string(v));
-        records.append(new Tree_NodeInfo(paths.back(), "text " + std::to_string(v)));
-      }
-    }
-    records.sort();
-    ASSERT_EQ(conn.WriteSubTree(records, "t"), CFGDB_Conn::OK);
-    for (int i = 0; i < 40; ++i) conn.RemoveLeafLine(paths[static_cast<size_t>(i) * 7], 1);
-  }
-  const std::vector<std::string> right = answers(file, paths);
+  const std::vector<std::string> paths = FillStore("sqlite:" + file);
+  const std::vector<std::string> right = AnswersOf("sqlite:" + file, paths);
   std::stringstream all;
   all << std::ifstream(file, std::ios::binary).rdbuf();
   const std::string whole = all.str();
@@ -256,7 +208,7 @@ TEST_F(SqliteFile, IsNotReadShortWhereItIsDamaged) {
     std::filesystem::remove(damaged + "-wal");
     std::filesystem::remove(damaged + "-shm");
     std::ofstream(damaged, std::ios::binary) << bytes;
-    const std::vector<std::string> found = answers(damaged, paths);
+    const std::vector<std::string> found = AnswersOf("sqlite:" + damaged, paths);
     for (size_t i = 0; i < found.size(); ++i) {
       EXPECT_TRUE(found[i].empty() || found[i] == right[i])
           << "seed " << kSeed << ", round " << round << ", page " << page / kPage << ", answer "

@@ -80,4 +80,56 @@ void Database::fail_at(const std::string& name) {
 
 std::vector<std::string> Database::rows(const std::string& path) { return query(path); }
 
+std::vector<std::string> FillStore(const std::string& connection) {
+  CFGDB_Conn conn(true);
+  EXPECT_TRUE(conn.Init(connection, "", false));
+  std::vector<std::string> paths;
+  Tmr_PtrSortedVector<Tree_NodeInfo> records;
+  records.append(new Tree_NodeInfo("t", ""));
+  for (int i = 0; i < 20; ++i) {
+    const std::string key = "t\\k" + std::to_string(i);
+    records.append(new Tree_NodeInfo(key, ""));
+    for (int v = 0; v < 100; ++v) {
+      paths.push_back(key + "\\a value with number " + std::to_string(v));
+      records.append(new Tree_NodeInfo(paths.back(), "text " + std::to_string(v)));
+    }
+  }
+  records.sort();
+  EXPECT_EQ(conn.WriteSubTree(records, "t"), CFGDB_Conn::OK);
+  for (int i = 0; i < 40; ++i) conn.RemoveLeafLine(paths[static_cast<size_t>(i) * 7], 1);
+  return paths;
+}
+
+std::vector<std::string> AnswersOf(const std::string& connection,
+                                   const std::vector<std::string>& paths) {
+  const Log_Capture log;
+  CFGDB_Conn conn(true);
+  if (!conn.Init(connection, "", false)) return std::vector<std::string>(26);
+  std::vector<std::string> found;
+  const auto add = [&](const std::string& answer) {
+    found.push_back(conn.TakeFailure().empty() ? "=" + answer : "");
+  };
+  const auto query = [&](const char* path, const RWCString* sequence, bool deleted) {
+    std::string rows;
+    conn.StartTreeQuery(path, false, false, sequence, deleted, false);
+    conn.each_record([&](std::string_view name, std::string_view value) {
+      rows.append(name).append("=").append(value).append("\n");
+      return true;
+    });
+    conn.CloseTreeQuery(true);
+    add(rows);
+  };
+  const RWCString none("0");
+  query("t", nullptr, false);
+  query("t", &none, true);
+  for (int i = 0; i < 20; ++i) query(("t\\k" + std::to_string(i)).c_str(), nullptr, false);
+  add(std::to_string(conn.GetSubTreeEntriesCount("t\\k5")));
+  add(std::to_string(conn.GetSubTreeNum("t")));
+  std::string values;
+  for (size_t i = 0; i < paths.size(); i += 19) values += conn.GetValue(paths[i]).str() + ",";
+  add(values);
+  add(conn.GetMaxSeqNumber().str());
+  return found;
+}
+
 OVER_EVERY_STORE(Database);

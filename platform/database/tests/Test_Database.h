@@ -40,6 +40,13 @@ class Database : public ::testing::TestWithParam<const char*> {
   std::unique_ptr<CFGDB_Conn> m_conn;
 };
 
+// Writes 20 keys of 100 values and removes some; the paths of all values.
+std::vector<std::string> FillStore(const std::string& connection);
+// What a store answers: its trees, numbers, and some of the values. Each is empty when the store
+// says that it cannot.
+std::vector<std::string> AnswersOf(const std::string& connection,
+                                   const std::vector<std::string>& paths);
+
 // Every case of a fixture over each store.
 #define OVER_EVERY_STORE(fixture)                                                      \
   INSTANTIATE_TEST_SUITE_P(Stores, fixture, ::testing::Values("sqlite", "postgresql"), \
