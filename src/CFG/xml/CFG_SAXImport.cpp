@@ -65,6 +65,12 @@ int give_up(CFG_SAXImportHandlers& handlers, const RWCString& reason) {
   return GAVE_UP;
 }
 
+// The document ended wherever the parser had no memory left, and seemed broken there.
+int run_out(CFG_SAXImportHandlers& handlers) {
+  handlers.forget_errors();
+  return give_up(handlers, "out of memory");
+}
+
 // DONE, also when errors were counted, or GAVE_UP.
 int parse_with(const xc::InputSource& source, CFG_SAXImportHandlers& handlers) {
   const cfg::timed_step timed("cfg_sax_parse_xml");
@@ -76,9 +82,9 @@ int parse_with(const xc::InputSource& source, CFG_SAXImportHandlers& handlers) {
   } catch (const xc::SAXException& e) {
     return give_up(handlers, cfg::xml_text(e.getMessage()));
   } catch (const xc::OutOfMemoryException&) {
-    return give_up(handlers, "out of memory");
+    return run_out(handlers);
   } catch (const std::bad_alloc&) {
-    return give_up(handlers, "out of memory");
+    return run_out(handlers);
   } catch (const std::exception& e) {
     return give_up(handlers, e.what());
   }

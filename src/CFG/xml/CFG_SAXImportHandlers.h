@@ -43,6 +43,8 @@ class CFG_SAXImportHandlers : public XERCES_CPP_NAMESPACE::HandlerBase {
     m_is_stopped = true;
   }
   bool IsStopped() const { return m_is_stopped; }
+  // What was counted was no fault of the document.
+  void forget_errors() { m_error_count = 0; }
   // Counts an error that is logged already and has no place in the document.
   void count_error(const RWCString& text) { count(0, 0, text); }
 

@@ -162,7 +162,11 @@ guarded_parser::guarded_parser(CFG_SAXImportHandlers& handlers)
 void guarded_parser::read(const xercesc::InputSource& source) {
   guarded_source guarded(source, m_handlers, *this);
   m_source = &guarded;
-  parse(guarded);
+  try {
+    parse(guarded);
+  } catch (...) {
+    if (!HasRunOut()) throw;
+  }
   if (HasRunOut()) throw xercesc::OutOfMemoryException();
 }
 
