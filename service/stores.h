@@ -21,14 +21,10 @@ class StoreRepository : public CFG_DBRepository {
 
   // Trees that it reads count there, unless it is null; one that finds no room is not read on, and
   // not answered.
-  void CountTreesIn(AnswerRoom* room) { m_room = room; }
-  // For what is made of them.
-  bool HasRoomFor(size_t bytes) override {
-    return !m_room || m_room->take(static_cast<int64_t>(bytes));
+  void CountTreesIn(AnswerRoom* room) {
+    if (!room) return SetRoom(nullptr);
+    SetRoom([room](size_t bytes) { return room->take(static_cast<int64_t>(bytes)); });
   }
-
- private:
-  AnswerRoom* m_room = nullptr;
 };
 
 // As long as it lives, reads of trees and searches fail once `why` tells why to give up.

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <CFG/CFG_RepositoryServicesImp.h>
@@ -192,8 +193,13 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   // How long a change waits for another one's end.
   void SetWriteWait(int milliseconds);
   // Asked now and then by reads of trees and searches, on their thread: once it tells why to give
-  // up, they fail with that. Empty texts, and no function, are to go on.
+  // up, they fail with that. Empty texts, and no function, are to go on. Not to be set while other
+  // threads read; nor is the next.
   void SetGiveUp(std::function<std::string()> why);
+  // Asked now and then whether a tree that is being built may take so many bytes more, about. One
+  // that may not is read no further: the read answers that there is nothing. No function: it may.
+  void SetRoom(std::function<bool(size_t bytes)> has_room) { m_has_room = std::move(has_room); }
+  bool HasRoomFor(size_t bytes) const { return !m_has_room || m_has_room(bytes); }
   // The database's own check of what it holds; false with the reason.
   bool CheckIntegrity(std::string& reason);
   // Looks for damage in so many entries from a path on, which is moved on, and empty at the end.
@@ -221,9 +227,6 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   Tree_NodePtr GetTreeNodeOnlyWithValuesWithPrecentAndWildcard(const RWCString& path) override;
   Tree_NodePtr GetTreeNodeWithLongValues(const RWCString& path);
   Tree_NodePtr GetTreeNodeBySeqNumber(const RWCString& path, const RWCString& seq);
-  // Whether a tree that is being built may take so many bytes more, about; asked every now and
-  // then. One that may not is read no further: the read answers that there is nothing.
-  virtual bool HasRoomFor(size_t bytes);
 
  private:
   struct Given {  // what the second constructor was given
@@ -269,6 +272,7 @@ class HALVORIA_API CFG_DBRepository : public CFG_RepositoryServicesImp {
   std::recursive_mutex m_changes;
   std::atomic<std::thread::id> m_query_turn{};  // whose thread has the query mutex, if by QueryTurn
   bool m_query_flag = false;                    // of the connection's tree queries
+  std::function<bool(size_t bytes)> m_has_room;
   const std::shared_ptr<Update> m_update;
   ForkHandler m_fork_handler{ForkHandler::REPOSITORIES, told, this};
 };

@@ -241,8 +241,6 @@ Tree_NodePtr CFG_DBRepository::tree_of(CFGDB_Conn& db, const TreeQuery& query) {
   return HasRoomFor(built) && !db.is_query_failed() ? builder.tree() : Tree_NodePtr();
 }
 
-bool CFG_DBRepository::HasRoomFor(size_t) { return true; }
-
 Tree_NodePtr CFG_DBRepository::GetTreeNode(const RWCString& path) try {
   logger.trace("Start GetTreeNode(const RWCString & path)\n");
   Tree_NodePtr tree = GetTreeByParams({actual_string(path)});
