@@ -33,11 +33,13 @@ std::set<std::string>& barred_files() {
 }
 [[maybe_unused]] const auto& made_early = barred_files();  // before any fork
 
+// Made when the library is loaded, since a fork knows of them and nobody holds a lock by then.
+ForkReleasedMutex& concerns_mutex = *new ForkReleasedMutex;
+std::set<std::string>& said = *new std::set<std::string>;
+
 // Once in a process, which may have many connections.
 void say_concern(const std::string& concern) {
-  static auto& mutex = *new ForkReleasedMutex;
-  static auto& said = *new std::set<std::string>;
-  const MutexGuard guard(mutex);
+  const MutexGuard guard(concerns_mutex);
   if (!concern.empty() && said.insert(concern).second) logger.warning("Init: %s\n", concern);
 }
 
