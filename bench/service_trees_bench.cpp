@@ -58,10 +58,7 @@ void read_tree(report& result, const scale& s) {
       wall_time(all.size(), [&] { need(peer.read_all() == all.size(), "the whole table"); }));
   cases.run(s.many_rounds);
   result.add({"a tree of " + grouped(all.size()) + " nodes, read and built",
-              "PostgreSQL, SELECT, nothing built",
-              "ns/node",
-              1 / 1.3,
-              0.6},
+              "PostgreSQL, SELECT, nothing built", "ns/node", 1 / 1.3, 0.6},
              cases.of(ours), cases.of(theirs));
 }
 
@@ -99,11 +96,8 @@ void write_tree(report& result, const scale& s) {
     return {time / static_cast<double>(all.size())};
   });
   cases.run(s.many_rounds);
-  result.add({"a tree of " + grouped(all.size()) + " nodes, written",
-              "SQLite, prepared inserts",
-              "ns/node",
-              1 / 0.6,
-              1.3},
+  result.add({"a tree of " + grouped(all.size()) + " nodes, written", "SQLite, prepared inserts",
+              "ns/node", 1 / 0.6, 1.3},
              cases.of(ours), cases.of(theirs));
 }
 

@@ -21,7 +21,8 @@ class HALVORIA_API Sys_File {
 
   static bool Exists(const RWWString& name);  // anything of that name, folders too
 
-  // Opens a file, pipe, terminal or /dev/null; folders are refused, and devices, which need not end.
+  // Opens a file, pipe, terminal or /dev/null; folders are refused, and devices, which need not
+  // end.
   bool open(const RWWString& name);
 
   bool is_regular() const { return m_is_regular; }
