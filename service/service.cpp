@@ -259,13 +259,13 @@ Outcome Service::carry_out_long_read(Call& call, StoreRepository& store, AnswerR
   const bool is_extended = call.session().is_extended;
   const int64_t time = is_extended ? m_settings.extended_transaction_time : m_settings.read_time;
   const auto end = Clock::now() + seconds(time);
-  const GiveUp give_up(store, [&]() -> std::string {
+  const auto why_give_up = [&]() -> std::string {
     if (call.connection().is_gone()) return "its client is gone";
     if (call.lock() && call.lock().is_overdue()) return "its lock was lost";
     if (Clock::now() < end) return "";
     return "it takes more than " + std::to_string(time) + " seconds";
-  });
-  const CountedTrees counted(store, room);
+  };
+  const LongRead read(store, why_give_up, room);
   return carry_out(store, call.request(), call.answer());
 }
 

@@ -18,38 +18,24 @@ class StoreRepository : public CFG_DBRepository {
  public:
   using CFG_DBRepository::CFG_DBRepository;
   using CFG_DBRepository::WriteSubTree;
-
-  // Trees that it reads count there, unless it is null; one that finds no room is not read on, and
-  // not answered.
-  void CountTreesIn(AnswerRoom* room) {
-    if (!room) return SetRoom(nullptr);
-    SetRoom([room](size_t bytes) { return room->take(static_cast<int64_t>(bytes)); });
-  }
 };
 
-// As long as it lives, reads of trees and searches fail once `why` tells why to give up.
-class GiveUp {
+// As long as it lives, reads of trees and searches of the repository fail once `why` tells why to
+// give up, and trees that it reads count in the room: one that finds none is not read on, and not
+// answered.
+class LongRead {
  public:
-  GiveUp(StoreRepository& store, std::function<std::string()> why) : m_store(store) {
+  LongRead(StoreRepository& store, std::function<std::string()> why, AnswerRoom& room)
+      : m_store(store) {
     m_store.SetGiveUp(std::move(why));
+    m_store.SetRoom([&room](size_t bytes) { return room.take(static_cast<int64_t>(bytes)); });
   }
-  GiveUp(const GiveUp&) = delete;
-  GiveUp& operator=(const GiveUp&) = delete;
-  ~GiveUp() { m_store.SetGiveUp(nullptr); }
-
- private:
-  StoreRepository& m_store;
-};
-
-// As long as it lives, trees that are read count as a part of an answer.
-class CountedTrees {
- public:
-  CountedTrees(StoreRepository& store, AnswerRoom& room) : m_store(store) {
-    m_store.CountTreesIn(&room);
+  LongRead(const LongRead&) = delete;
+  LongRead& operator=(const LongRead&) = delete;
+  ~LongRead() {
+    m_store.SetGiveUp(nullptr);
+    m_store.SetRoom(nullptr);
   }
-  CountedTrees(const CountedTrees&) = delete;
-  CountedTrees& operator=(const CountedTrees&) = delete;
-  ~CountedTrees() { m_store.CountTreesIn(nullptr); }
 
  private:
   StoreRepository& m_store;

@@ -182,7 +182,7 @@ TEST(Quotas, ATreeCountsWhileItIsRead) {
   RWCString path = "halvoria\\large";
   {
     service::AnswerRoom room(bytes, {}, Clock::now());
-    const service::CountedTrees counted(store, room);
+    const service::LongRead read(store, nullptr, room);
     EXPECT_EQ(std::unique_ptr<CFG_SubTree>(store.GetSubTree(path)), nullptr);
     EXPECT_TRUE(room.is_missing());
     EXPECT_LT(room.wanted(), 5 * MB) << "it was read to its end";
@@ -192,7 +192,7 @@ TEST(Quotas, ATreeCountsWhileItIsRead) {
   others.give_back();
   service::AnswerRoom room(bytes, {}, Clock::now());
   {
-    const service::CountedTrees counted(store, room);
+    const service::LongRead read(store, nullptr, room);
     EXPECT_NE(std::unique_ptr<CFG_SubTree>(store.GetSubTree(path)), nullptr);
   }
   EXPECT_TRUE(room.settle(MB));
