@@ -3,9 +3,8 @@
 #include <charconv>
 #include <stdexcept>
 
-#include <datagrid/Grid_Store.h>
+#include <datagrid/Grid_Open.h>
 #include <logging/Logger.h>
-#include <system/Sys_ModuleFinder.h>
 
 namespace {
 
@@ -64,11 +63,8 @@ void Grid_Client::Connect(const std::string& cache, const std::string& address, 
 
 std::string Grid_Client::open() {
   m_inside->last_attempt = Clock::now();
-  RWCString reason;
-  void* const function = Sys_ModuleFunction("libhalvoria_redis.so", GRID_OPEN_STORE, reason);
-  if (!function) return reason.str();
-  std::string why = "no connection";
-  m_inside->store.reset(reinterpret_cast<Grid_OpenStore>(function)(m_inside->address, why));
+  std::string why;
+  m_inside->store = Grid_Open(m_inside->address, why);
   return m_inside->store ? std::string() : why;
 }
 
@@ -83,21 +79,33 @@ bool Grid_Client::IsConnected() {
   return logger.reject(false, "the datagrid can not be reached again: %s\n", reason);
 }
 
+std::string Grid_Client::key_of(const std::string& key) const {
+  return m_inside ? m_inside->prefix + key : key;
+}
+
 // A connection that failed is given up.
-bool Grid_Client::done(bool is_done) {
-  if (!m_inside->store->is_open()) {
-    logger.error("the connection to the datagrid failed: %s\n", m_inside->store->error());
-    m_inside->store.reset();
+bool Grid_Client::ask(const std::vector<std::string_view>& words, Grid_Answer& answer) {
+  constexpr size_t most_bytes = size_t{512} << 20;
+  if (!IsConnected()) return false;
+  if (m_inside->store->ask(words, most_bytes, answer)) {
+    return answer.kind != Grid_Answer::REFUSAL;
   }
-  return is_done;
+  logger.error("the connection to the datagrid failed: %s\n", m_inside->store->error());
+  m_inside->store.reset();
+  return false;
 }
 
 bool Grid_Client::Get(const std::string& key, std::string& value) {
-  return IsConnected() && done(m_inside->store->get(m_inside->prefix + key, value));
+  Grid_Answer answer;
+  if (!ask({"GET", key_of(key)}, answer) || answer.kind != Grid_Answer::TEXT) return false;
+  value = std::move(answer.text);
+  return true;
 }
 bool Grid_Client::Put(const std::string& key, const std::string& value) {
-  return IsConnected() && done(m_inside->store->put(m_inside->prefix + key, value));
+  Grid_Answer answer;
+  return ask({"SET", key_of(key), value}, answer);
 }
 bool Grid_Client::Remove(const std::string& key) {
-  return IsConnected() && done(m_inside->store->remove(m_inside->prefix + key));
+  Grid_Answer answer;
+  return ask({"DEL", key_of(key)}, answer) && answer.number > 0;
 }

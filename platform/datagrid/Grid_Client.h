@@ -4,10 +4,12 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <strings/Export.h>
 
-class Grid_Store;
+struct Grid_Answer;
 
 // What all IgniteCacheClients have in common, and says what its operations do. One thread at a
 // time.
@@ -32,7 +34,9 @@ class HALVORIA_API Grid_Client {
   struct Inside;
   // The reason when there is no connection, else empty.
   std::string open();
-  bool done(bool is_done);
+  // False when there is no answer, or none but a refusal.
+  bool ask(const std::vector<std::string_view>& words, Grid_Answer& answer);
+  std::string key_of(const std::string& key) const;
 
   const std::chrono::milliseconds m_between_attempts;
   std::unique_ptr<Inside> m_inside;
