@@ -49,9 +49,8 @@ sigset_t ending_signals() {
 // What is large goes back to the system when it is freed, from every thread's share of the heap:
 // the library would keep as much as the largest answers took.
 void keep_little_memory() {
-  constexpr int large = 1 << 20;
-  mallopt(M_MMAP_THRESHOLD, large);
-  mallopt(M_TRIM_THRESHOLD, large);
+  mallopt(M_MMAP_THRESHOLD, 1 << 20);
+  mallopt(M_TRIM_THRESHOLD, 256 << 10);
 }
 
 enum class Wait { OPEN, OVER, STOPPED };

@@ -211,12 +211,6 @@ void Conn_Server::stop(milliseconds grace) {
   for (const auto& thread : in.threads) thread->finish();
 }
 
-void Conn_Server::for_each(std::function<void(Conn_Session&)> call) {
-  for (const auto& thread : m_inside->threads) {
-    thread->post([call, &on = *thread] {
-      on.for_each([&](Conn_ServerSession& session) {
-        if (session.is_admitted()) call(session);
-      });
-    });
-  }
+void Conn_Server::post_to_each(const std::function<void()>& call) {
+  for (const auto& thread : m_inside->threads) thread->post(call);
 }

@@ -98,8 +98,8 @@ class HALVORIA_API Conn_Server {
   // No handler is called any more then, not even for a request that still runs in a thread of
   // the service when the grace is over: its connection is never said to be closed.
   void stop(std::chrono::milliseconds grace);
-  // Calls for every open connection, on its waiting thread. Waits for none.
-  void for_each(std::function<void(Conn_Session&)> call);
+  // Has each waiting thread make the call once, between requests. Waits for none.
+  void post_to_each(const std::function<void()>& call);
 
  private:
   struct Inside;
