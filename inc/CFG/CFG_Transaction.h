@@ -5,13 +5,14 @@
 
 class CFG_RepositoryServices;
 
-// The repository is not owned; with null the object does nothing. Used on the thread that
-// made it.
+// The repository is not owned; with null the object does nothing. A copy has the same repository
+// and neither starts nor ends anything; an object that is assigned to ends what it started itself.
+// Used on the thread that made it.
 class HALVORIA_API CFG_Transaction {
  public:
   explicit CFG_Transaction(CFG_RepositoryServices* repository);
-  CFG_Transaction(const CFG_Transaction&) = delete;  // a copy would end the transaction twice
-  CFG_Transaction& operator=(const CFG_Transaction&) = delete;
+  CFG_Transaction(const CFG_Transaction& other);
+  CFG_Transaction& operator=(const CFG_Transaction& other);
   ~CFG_Transaction();
 
  protected:
@@ -20,4 +21,5 @@ class HALVORIA_API CFG_Transaction {
 
  private:
   CFG_RepositoryServices* m_repository;
+  CFG_RepositoryServices* m_started = nullptr;  // whose transaction this object ends
 };

@@ -21,6 +21,27 @@ TEST(Transactions, EachKindStartsAndEndsOnce) {
   EXPECT_EQ(repository.calls, "start;end;") << "a start that failed is ended all the same";
 }
 
+template <class Transaction>
+void expect_copies_to_end_nothing() {
+  RecordingRepository one, other;
+  {
+    Transaction first(&one), second(&other);
+    const Transaction copy(first);
+    first = second;
+  }
+  EXPECT_EQ(one.calls + other.calls, "start;end;start;end;");
+}
+
+TEST(Transactions, CopiesEndNothing) {
+  expect_copies_to_end_nothing<CFG_RepositoryTransaction>();
+  expect_copies_to_end_nothing<CFG_Transaction>();
+  RecordingRepository repository;
+  CFG_RepositoryTransaction idle;
+  idle = CFG_RepositoryTransaction(&repository);
+  EXPECT_TRUE(idle.WasRepositorySet());
+  EXPECT_EQ(repository.calls, "start;end;");
+}
+
 TEST(Transactions, WithoutARepositoryNothingHappensUntilOneIsSet) {
   RecordingRepository repository;
   Log_Capture capture;
