@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 set(HALVORIA_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/halvoria)
 # What is loaded when it is asked for: stores of the database, the client of the datagrid.
 get_property(HALVORIA_STORES GLOBAL PROPERTY HALVORIA_STORES)
-install(TARGETS ${HALVORIA_STORES} halvoria_redis LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/halvoria)
+install(TARGETS ${HALVORIA_STORES} halvoria_redis CfgDbDisconnect LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/halvoria)
 
 set(HALVORIA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/HalvoriaCFG)
 

@@ -73,7 +73,12 @@ class HALVORIA_API CFG_Factory {
   static CFG_RepositoryServices* ConnectToCfg(const Parameters& parameters, CFG_SubTree* sub_tree);
   static bool set_properties(const Parameters& parameters);  // of the repository just built
   static bool connect(const Parameters& parameters);
+  static void replace_repository(RepositoryPtr repository);  // once the hook's calls are answered
   static void drop_repository();
+  static void close_when_process_ends();
+  // For the hook: the value, or the default where there is none, or no repository.
+  static RWCString answer_hook(const RWCString& path, const RWCString& default_value,
+                                bool& is_ready);
   static bool disconnect();  // with the mutex held
   static void init_common_values();
   static RWCString get_local_host_listeners_af(const RWCString& node);

@@ -11,13 +11,14 @@ constexpr Log_Logger logger("src/CFG/CFG_Extern_hook", 502);
 }
 
 RWCString CFG_Extern_hook::GetValue(RWCString path, RWCString default_value) try {
-  if (!CFG_Factory::is_cfg_init) {
+  bool is_ready = false;
+  const RWCString text = CFG_Factory::answer_hook(path, default_value, is_ready);
+  if (!is_ready) {
     return logger.reject(
         default_value,
         "CFG_Extern_hook::GetValue: fot path <%s> ,CFG is not ready can employ Tmr_CfgHookInterface.  Returning the default <%s>\n",
         path, default_value);
   }
-  const RWCString text = CFG_Factory::cfg->GetValue(path, default_value);
   logger.info("CFG_Extern_hook::GetValue: path <%s> returned value <%s>  default value <%s>\n",
               path, text, default_value);
   return text;

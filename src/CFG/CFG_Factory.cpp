@@ -8,9 +8,10 @@
 //   announce     the platform's requests for values are answered from `cfg`
 //   identity     this node's name by its address, and the address family that it listens on; read
 //                from the tree in one transaction
+//   the end      a module closes a database in good order when the process ends
 //
 // The order is part of it. Properties belong to the process and are read by Connect; the hook asks
-// `cfg` without a lock, so it is registered behind Connect, and taken away before `cfg` goes. A
+// `cfg` behind a gate that is open from here on, and closed before `cfg` goes. A
 // step that fails drops `cfg`, and the next call begins with the parameters again. A repository
 // over a subtree takes the same way from "build" on, with no parameters and no mutex.
 #include <CFG/CFG_Factory.h>
@@ -24,8 +25,10 @@
 #include <CFG/CFG_RepositoryTransaction.h>
 #include <CFG/CFG_SubTree.h>
 #include <CFG/detail/answered.h>
+#include <CFG/detail/use_gate.h>
 #include <connection/Conn_TokenManagerHook.h>
 #include <logging/Logger.h>
+#include <system/Sys_ModuleFinder.h>
 #include <system/Sys_Process.h>
 #include <utility/Tmr_CfgHook.h>
 #include <utility/Tmr_CfgINI.h>
@@ -41,6 +44,9 @@ constexpr Log_Logger logger("src/CFG/CFG_Factory", 502);
 constexpr int kCounters = 2;  // the type of performance monitoring that counts us
 
 CFG_Extern_hook extern_hook;
+
+// What the hook asks goes through here.
+cfg::UseGate hook_gate;
 
 RWCString local_host_name() {
   const RWCString name = Sys_ComputerName();
@@ -160,7 +166,19 @@ bool CFG_Factory::disconnect() {
 void CFG_Factory::drop_repository() {
   Tmr_CfgHook::RegisterInterface(nullptr);
   is_cfg_init = 0;
-  cfg.reset();
+  replace_repository(nullptr);
+}
+
+void CFG_Factory::replace_repository(RepositoryPtr repository) {
+  hook_gate.close();
+  cfg = std::move(repository);
+}
+
+RWCString CFG_Factory::answer_hook(const RWCString& path, const RWCString& default_value,
+                                    bool& is_ready) {
+  const cfg::UseGate::Use use(hook_gate);
+  is_ready = static_cast<bool>(use);
+  return is_ready ? cfg->GetValue(path, default_value) : default_value;
 }
 
 // Under one lock, so that no thread builds a repository between the two steps.
@@ -248,7 +266,7 @@ CFG_RepositoryServices* CFG_Factory::ConnectToCfg(const Parameters& parameters,
   if (parameters.use_datagrid_cache == "yes") cfg_mode = CFG_MODE_DATAGRID_CACHE;
   RepositoryPtr built = build_repository(parameters, sub_tree);
   if (!built) return nullptr;
-  cfg = std::move(built);
+  replace_repository(std::move(built));
   if (!set_properties(parameters) || !connect(parameters)) {
     drop_repository();
     return nullptr;
@@ -257,10 +275,32 @@ CFG_RepositoryServices* CFG_Factory::ConnectToCfg(const Parameters& parameters,
   Tmr_CfgHook::RegisterInterface(&extern_hook);
   init_common_values();
   is_cfg_init = 1;
+  hook_gate.open();
+  if (parameters.cfg_type == "db") close_when_process_ends();
   return cfg.get();
 } catch (...) {
   drop_repository();
   throw;
+}
+
+// A repository over a database is closed in good order, even if nobody disconnects: a server would
+// take the end of the process for an accident.
+void CFG_Factory::close_when_process_ends() {
+  using Close = void();
+  RWCString reason;
+  void* const module =
+      Sys_ModuleFunction("libCfgDbDisconnect.so", "CfgDbDisconnect", reason);
+  if (!module) {
+    logger.warning("CFGDB_Conn::connect: Cannot load CfgDbDisconnect.dll.");
+    return logger.detail("%s\n", reason);
+  }
+  logger.trace("CFGDB_Conn::connect: loaded CfgDbDisconnect.dll");
+  reinterpret_cast<void (*)(Close*)>(module)([] {
+    // Whoever is just connecting finds the process gone anyway.
+    if (!cfg_factory_mutex.try_lock()) return;
+    drop_repository();
+    cfg_factory_mutex.unlock();
+  });
 }
 
 bool CFG_Factory::set_properties(const Parameters& parameters) {

@@ -9,6 +9,7 @@
 #include <CFG/CFG_Extern_hook.h>
 #include <CFG/CFG_Factory.h>
 #include <logging/Log_Capture.h>
+#include <support/forked.h>
 #include <utility/Tmr_CfgHook.h>
 #include <utility/Tmr_SocketWrapper.h>
 #include "temporary_folder.h"
@@ -135,6 +136,7 @@ TEST_F(Factory, ServesADatabaseThatThePropertiesName) {
       "cfg_type = DB\nuser = Someone\nset_nls_lang = No\nsql_trace = Yes\n"
       "conn_string = sqlite:" +
       (m_folder / "Tree.db").string();
+  Log_Capture capture;
   for (int i = 0; i < 2; ++i) {
     CFG_RepositoryServices* repository = get(parameters(lines));
     ASSERT_NE(repository, nullptr);
@@ -148,6 +150,14 @@ TEST_F(Factory, ServesADatabaseThatThePropertiesName) {
     CFG_Factory::DisconnectRepositoryServices();
   }
   EXPECT_TRUE(std::filesystem::exists(m_folder / "Tree.db"));
+  EXPECT_TRUE(capture.has("CFGDB_Conn::connect: loaded CfgDbDisconnect.dll"));
+  EXPECT_EQ(status_of_child([&] {
+              get(parameters(lines))->SetValue("halvoria\\v", "2");
+              std::exit(7);
+              return 0;
+            }),
+            7);
+  EXPECT_FALSE(std::filesystem::exists(m_folder / "Tree.db-wal")) << "nobody closed it";
 }
 
 TEST_F(Factory, TheCallerOverridesTheEnvironmentAndThatTheFile) {
@@ -251,6 +261,29 @@ TEST_F(Factory, AnswersThePlatformWhileConnected) {
   EXPECT_EQ(Tmr_CfgHook::GetValue("halvoria\\system\\zone", "default"), "default");
   EXPECT_EQ(hook.GetValue("halvoria\\system\\zone", "default"), "default");
   EXPECT_TRUE(capture.last().ends_with("Returning the default <default>\n"));
+}
+
+TEST_F(Factory, ADisconnectWaitsForWhatThePlatformAsks) {
+  CFG_SubTree tree = tree_of("halvoria", {{"system\\zone", "A"}});
+  CFG_Extern_hook hook;
+  std::atomic<bool> is_over{false};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 2; ++i) {
+    threads.emplace_back([&] {
+      while (!is_over) {
+        const RWCString text = hook.GetValue("halvoria\\system\\zone", "default");
+        EXPECT_TRUE(text == "A" || text == "default") << text.str();
+      }
+    });
+  }
+  for (int i = 0; i < 200; ++i) {
+    CFG_SubTree copy = tree_of("halvoria", {{"system\\zone", "A"}});
+    EXPECT_NE(CFG_Factory::GetRepositoryServices(&copy), nullptr);
+    EXPECT_NE(CFG_Factory::GetRepositoryServices(&tree), nullptr) << "is asked instead of the first";
+    EXPECT_TRUE(CFG_Factory::DisconnectRepositoryServices());
+  }
+  is_over = true;
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST_F(Factory, ListenersTakeTheFamiliesThatTheNodeHasAndTheHostSupports) {
