@@ -78,7 +78,7 @@ class HALVORIA_API CFG_Factory {
   static void close_when_process_ends();
   // For the hook: the value, or the default where there is none, or no repository.
   static RWCString answer_hook(const RWCString& path, const RWCString& default_value,
-                                bool& is_ready);
+                               bool& is_ready);
   static bool disconnect();  // with the mutex held
   static void init_common_values();
   static RWCString get_local_host_listeners_af(const RWCString& node);

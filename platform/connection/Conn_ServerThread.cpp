@@ -19,19 +19,18 @@ milliseconds tick_time(const Conn_ServerSettings& settings) {
   return std::clamp(limit / 4, milliseconds(10), milliseconds(1000));
 }
 
-// The network library keeps a record of 180 bytes for good for as many connections as there once were
-// at a time. Made beforehand, they lie together: made with the connections, they lie between the
-// buffers of these, and of thousands that are gone not one page can be given back. Some more than
-// there may be are those that are turned away.
+// The network library keeps a record of 180 bytes for good for as many connections as there once
+// were at a time. Made beforehand, they lie together: made with the connections, they lie between
+// the buffers of these, and of thousands that are gone not one page can be given back. Some more
+// than there may be are those that are turned away.
 void make_records(asio::io_context& io, int sessions) {
   const int count = sessions + sessions / 2;
   std::vector<asio::posix::stream_descriptor> made;
   made.reserve(static_cast<size_t>(count));
   for (int i = 0; i < count; ++i) {
     // Any that can be watched; the system may give fewer.
-    const int descriptor =
-        made.empty() ? ::eventfd(0, EFD_CLOEXEC)
-                     : ::fcntl(made.front().native_handle(), F_DUPFD_CLOEXEC, 0);
+    const int descriptor = made.empty() ? ::eventfd(0, EFD_CLOEXEC)
+                                        : ::fcntl(made.front().native_handle(), F_DUPFD_CLOEXEC, 0);
     if (descriptor < 0) return;
     asio::error_code error;
     made.emplace_back(io).assign(descriptor, error);

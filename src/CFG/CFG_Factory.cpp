@@ -175,7 +175,7 @@ void CFG_Factory::replace_repository(RepositoryPtr repository) {
 }
 
 RWCString CFG_Factory::answer_hook(const RWCString& path, const RWCString& default_value,
-                                    bool& is_ready) {
+                                   bool& is_ready) {
   const cfg::UseGate::Use use(hook_gate);
   is_ready = static_cast<bool>(use);
   return is_ready ? cfg->GetValue(path, default_value) : default_value;
@@ -288,8 +288,7 @@ CFG_RepositoryServices* CFG_Factory::ConnectToCfg(const Parameters& parameters,
 void CFG_Factory::close_when_process_ends() {
   using Close = void();
   RWCString reason;
-  void* const module =
-      Sys_ModuleFunction("libCfgDbDisconnect.so", "CfgDbDisconnect", reason);
+  void* const module = Sys_ModuleFunction("libCfgDbDisconnect.so", "CfgDbDisconnect", reason);
   if (!module) {
     logger.warning("CFGDB_Conn::connect: Cannot load CfgDbDisconnect.dll.");
     return logger.detail("%s\n", reason);

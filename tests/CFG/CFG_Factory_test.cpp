@@ -279,7 +279,8 @@ TEST_F(Factory, ADisconnectWaitsForWhatThePlatformAsks) {
   for (int i = 0; i < 200; ++i) {
     CFG_SubTree copy = tree_of("halvoria", {{"system\\zone", "A"}});
     EXPECT_NE(CFG_Factory::GetRepositoryServices(&copy), nullptr);
-    EXPECT_NE(CFG_Factory::GetRepositoryServices(&tree), nullptr) << "is asked instead of the first";
+    EXPECT_NE(CFG_Factory::GetRepositoryServices(&tree), nullptr)
+        << "is asked instead of the first";
     EXPECT_TRUE(CFG_Factory::DisconnectRepositoryServices());
   }
   is_over = true;

@@ -1,6 +1,6 @@
-// The module CfgDbDisconnect. Loaded with the first repository of the factory over a database, it goes
-// before everything that was there until then: so it is the one who says that the process ends, while
-// the connections, the log and the client library of the database still stand.
+// The module CfgDbDisconnect. Loaded with the first repository of the factory over a database, it
+// goes before everything that was there until then: so it is the one who says that the process
+// ends, while the connections, the log and the client library of the database still stand.
 
 namespace {
 struct AtEnd {

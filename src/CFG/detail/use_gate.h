@@ -6,9 +6,9 @@
 
 namespace cfg {
 
-// Closed at first. While it is open, users come and go; closing it waits for those who are inside, but
-// not for those of the process that this one was forked from. Any thread; whoever is inside may come in
-// once more, and does not close it. Made when the library is loaded.
+// Closed at first. While it is open, users come and go; closing it waits for those who are inside,
+// but not for those of the process that this one was forked from. Any thread; whoever is inside may
+// come in once more, and does not close it. Made when the library is loaded.
 class UseGate {
  public:
   // As long as it is true and lives, the gate is not closed behind its back.
