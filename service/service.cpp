@@ -6,6 +6,7 @@
 #include <thread>
 
 #include <logging/Logger.h>
+#include <system/Sys_Environment.h>
 #include <thread/ThreadEvent.h>
 #include <tree/Tree_Node.h>
 
@@ -118,6 +119,12 @@ bool Service::start(std::string& reason) {
   // Whether the paths of writes are checked is a setting of the tree.
   m_quick_stores.front()->InitValidatePathProperties();
   m_next_purge = Clock::now();
+  if (!m_settings.datagrid.empty()) {
+    Grid_Place place;
+    if (!place.read(Sys_Environment::Expand(m_settings.datagrid), reason)) return false;
+    m_feeder = std::make_unique<Feeder>(m_stores, std::move(place), m_settings.datagrid_keep,
+                                        [this] { tell_datagrid_ready(); });
+  }
   Conn_Handler& handler = *this;
   m_server = std::make_unique<Conn_Server>(server_settings(m_settings, m_files), handler);
   m_housekeeper = std::make_unique<Housekeeper>(*this);
@@ -128,7 +135,7 @@ bool Service::start(std::string& reason) {
   }
   if (!m_server->start(reason)) return false;
   m_claim.tell(m_settings.listen, port());
-  if (m_housekeeper->start()) return true;
+  if (m_housekeeper->start() && (!m_feeder || m_feeder->start())) return true;
   reason = "the system gives no more threads";
   return false;
 }
@@ -152,6 +159,7 @@ bool Service::has_files(std::string& reason) const {
 void Service::stop() {
   m_is_stopping = true;
   m_housekeeper.reset();
+  if (m_feeder) m_feeder->stop();
   m_turns.refuse_late(Clock::time_point::max());
   m_unsent.refuse_late(Clock::time_point::max());
   m_streams.stop();
@@ -159,6 +167,7 @@ void Service::stop() {
   m_readers.stop();
   m_writer.stop();
   m_checker.stop();
+  m_feeder.reset();
   m_quick_stores.clear();
   m_claim.give_back();
 }
@@ -283,6 +292,7 @@ void Service::answer(Call& call, StoreRepository& store, AnswerRoom room) {
     outcome.is_answered = false;
     outcome.reason = "the store failed: " + failure;
   }
+  if (is_change && outcome.result && !call.lock()) note_commit();
   if (is_change) {
     log_change(call, outcome.changed,
                !outcome.result ? "refused"
@@ -426,6 +436,7 @@ void Service::unlock_now(Call& call) {
   const Lock::Held held = call.release_lock();
   const bool has_changes = held.store->HasPendingChanges();
   const int code = held.store->UnLock();
+  if (has_changes) note_commit();
   log_change(call, "",
              !code         ? "the commit failed, nothing is changed"
              : has_changes ? "committed"
@@ -547,6 +558,21 @@ void Service::purge_deletions() {
       const int gone =
           store ? store->PurgeDeletedEntries(static_cast<int>(m_settings.keep_deletions)) : -1;
       if (gone > 0) logger.info("%d deletions are older than they are kept for\n", gone);
+    });
+  });
+}
+
+// Those who wait for the datagrid begin to use it.
+void Service::tell_datagrid_ready() {
+  m_turns.ask(1, Clock::now() + seconds(m_settings.write_wait), [this](Quota::Share turn) {
+    if (!turn) return;
+    m_writer.post(Lane::SHORT, [this, turn = std::move(turn)] {
+      const RWCString path("halvoria\\system\\applications\\cfg\\datagrid_cache\\cache_ready");
+      const Stores::Lease store = m_stores.lease();
+      if (!store || store->GetBooleanValueWrapper(path, false)) return;
+      if (!store->SetValue(path, "true")) return;
+      logger.info("%s is set: the datagrid is complete\n", path);
+      note_commit();
     });
   });
 }

@@ -17,6 +17,7 @@
 //     session       the lock, which keeps the turn; all that its session asks for goes to the
 //     writer
 //   commands        what the store answers, written as the row's reply says
+//   feeder          is told of what was committed, and brings it to the datagrid, if there is one
 //   answer          small ones are sent; large ones count as they are made, and until
 //                   they are taken (answer_room); what finds no room is made again later
 //
@@ -35,6 +36,7 @@
 
 #include "call.h"
 #include "commands.h"
+#include "feeder.h"
 #include "files.h"
 #include "gate.h"
 #include "quota.h"
@@ -121,6 +123,10 @@ class Service : private Conn_Handler {
   void watch_lock(Clock::time_point now);
   void give_memory_back();
   void purge_deletions();
+  void tell_datagrid_ready();
+  void note_commit() {
+    if (m_feeder) m_feeder->wake();
+  }
   void check_store();
 
   Files m_files;
@@ -138,6 +144,7 @@ class Service : private Conn_Handler {
   Streams m_streams;
   std::unique_ptr<Conn_Server> m_server;
   std::unique_ptr<Housekeeper> m_housekeeper;
+  std::unique_ptr<Feeder> m_feeder;  // null: there is no datagrid
 
   // Who has the lock, or had it last.
   struct Holder {

@@ -33,6 +33,8 @@ struct Settings {
   int64_t stop_time = 0;
   int64_t store_wait = 0;
   int64_t keep_deletions = 0;
+  std::string datagrid;
+  int64_t datagrid_keep = 0;
   std::string log_level;
   std::string log_output;
 };

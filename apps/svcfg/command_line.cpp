@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <datagrid/Grid_Open.h>
 #include <strings/RWWString.h>
 #include <system/Sys_Environment.h>
 #include <system/Sys_File.h>
@@ -95,6 +96,13 @@ CommandLine::Result CommandLine::read(int argc, char** argv, std::string& text) 
     text = "listen: " + m_settings.listen +
            " is not an address of this computer's loopback (127.0.0.1, ::1): connections are "
            "neither encrypted nor checked yet, so the service is for this computer only";
+    return WRONG;
+  }
+  Grid_Place place;
+  std::string fault;
+  const std::string& datagrid = m_settings.datagrid;
+  if (!datagrid.empty() && !place.read(Sys_Environment::Expand(datagrid), fault)) {
+    text = "datagrid: " + fault;
     return WRONG;
   }
   if (!m_checked.empty()) return CHECK;

@@ -61,6 +61,7 @@ class Grid_Feed {
    public:
     void set(std::string_view path, std::string_view value, int64_t sequence);
     void remove(std::string_view path) { add("d", path, {}); }
+    void hide(std::string_view path) { add("s", path, "?0"); }
     void remove_below(std::string_view path) { add("r", path, {}); }
     bool is_too_large() const { return m_words.size() > 3 * MOST_RECORDS || m_bytes > MOST_BYTES; }
 

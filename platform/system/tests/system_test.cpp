@@ -280,6 +280,13 @@ TEST(System, KnowsItsEnvironmentAndItself) {
   setenv("SYSTEM_TEST_SET", "", 1);
   EXPECT_TRUE(Sys_Environment::Get("SYSTEM_TEST_SET", value));
   EXPECT_TRUE(value.isNull());
+  setenv("SYSTEM_TEST_NAME", "a${SYSTEM_TEST_NAME}%b", 1);
+  EXPECT_EQ(Sys_Environment::Expand("x ${SYSTEM_TEST_NAME} %SYSTEM_TEST_NAME%%SYSTEM_TEST_SET%."),
+            "x a${SYSTEM_TEST_NAME}%b a${SYSTEM_TEST_NAME}%b.");
+  for (const char* same :
+       {"", "$", "${", "${}", "%%", "100%", "${SYSTEM_TEST_UNSET}", "%UN SET%"}) {
+    EXPECT_EQ(Sys_Environment::Expand(same), same);
+  }
   EXPECT_FALSE(Sys_ComputerName().isNull());
   EXPECT_EQ(Sys_ProcessName(), "system_test");
   EXPECT_TRUE(Sys_File::Exists(Sys_ExecutableFile()));
