@@ -52,7 +52,9 @@ class HALVORIA_API Tmr_Timers {
     std::string_view text;
     Key(Tmr_TimerInterace* of, std::string_view name) : listener(of), text(name) {}
     Key(const Name& name) : listener(name.listener), text(name.text) {}
-    bool operator==(const Key&) const = default;
+    bool operator==(const Key& other) const {
+      return listener == other.listener && text == other.text;
+    }
   };
   struct Hash {
     using is_transparent = void;
