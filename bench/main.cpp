@@ -33,6 +33,7 @@ constexpr suite suites[] = {
     {"wire", "over the network", bench::wire_suite},
     {"service", "reads of the service", bench::service_suite},
     {"service_trees", "trees and writes of the service", bench::service_trees_suite},
+    {"datagrid", "datagrid", bench::datagrid_suite},
 };
 
 void write_json(const nlohmann::json& content, const std::filesystem::path& name) {

@@ -63,6 +63,7 @@ report services_suite(const scale&);
 report wire_suite(const scale&);
 report service_suite(const scale&);
 report service_trees_suite(const scale&);
+report datagrid_suite(const scale&);
 report store_suite(const scale&);
 
 }  // namespace bench

@@ -242,8 +242,7 @@ TEST(DatagridFeed, GoesOnFromWhatIsThere) {
 
 // What a process does: it writes to the service, tells the grid, and reads there.
 struct Process {
-  Process(const World& world, unsigned seed) : random(seed) {
-    std::string connection = world.place();
+  Process(std::string connection, unsigned seed) : random(seed) {
     is_grid_used = grid.Connect(connection);
     cfg.Connect();
   }
@@ -286,17 +285,18 @@ struct Process {
 TEST(DatagridFeed, NobodySeesAnythingOlderThanHeHasSeen) {
   World world;
   auto service = world.serve();
+  const std::string place = world.place();
   std::atomic<bool> is_over{false};
   std::atomic<int> hits{0};
   std::vector<std::thread> threads;
   for (unsigned i = 0; i < 8; ++i) {
     threads.emplace_back([&, i] {
-      Process writer(world, i);
+      Process writer(place, i);
       for (int number = 1; number <= 300; ++number) writer.write(i, number);
       hits += writer.hits;
     });
     threads.emplace_back([&, i] {
-      Process reader(world, 100 + i);
+      Process reader(place, 100 + i);
       while (!is_over) reader.read();
       hits += reader.hits;
     });
@@ -313,6 +313,7 @@ TEST(DatagridFeed, IsRightAfterKillsOnEitherSide) {
   std::mt19937 random(test_seed());
   World world;
   std::unique_ptr<Test_Service> service = world.serve();
+  const std::string place = world.place();
   CFG_Repository cfg;
   ASSERT_TRUE(cfg.Connect());
   int number = 0;
@@ -321,7 +322,7 @@ TEST(DatagridFeed, IsRightAfterKillsOnEitherSide) {
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < 3; ++i) {
       threads.emplace_back([&, i, first = number, seed = random()] {
-        Process process(world, static_cast<unsigned>(seed));
+        Process process(place, static_cast<unsigned>(seed));
         for (int n = first; !is_over; ++n) process.write(i, n);
       });
     }

@@ -148,7 +148,7 @@ class Redis_Store : public Grid_Store {
     m_reader->privdata = &answer;
     size_t received = 0;
     for (void* whole = nullptr; !whole;) {
-      const ssize_t count = receive_some();
+      const ssize_t count = received ? receive_more() : receive_some();
       if (count <= 0) return false;
       received += static_cast<size_t>(count);
       if (received > most_bytes) return fail("its answer is too long");
@@ -159,17 +159,23 @@ class Redis_Store : public Grid_Store {
     }
     return true;
   }
+  // The socket itself waits as long as an answer may take; what follows has less time.
   ssize_t receive_some() {
+    const ssize_t count = recv(m_context->fd, m_buffer, sizeof m_buffer, 0);
+    if (count > 0) return count;
+    if (count < 0 && errno == EINTR) return receive_more();
+    if (count == 0) return fail("it closed the connection");
+    const bool is_late = errno == EAGAIN || errno == EWOULDBLOCK;
+    return fail(is_late ? "it does not answer in time" : std::strerror(errno));
+  }
+  ssize_t receive_more() {
     using std::chrono::milliseconds;
     const auto left = std::chrono::ceil<milliseconds>(m_until - Clock::now()).count();
     pollfd readable = {m_context->fd, POLLIN, 0};
     const int ready = left > 0 ? poll(&readable, 1, static_cast<int>(left)) : 0;
-    if (ready < 0 && errno == EINTR) return receive_some();
+    if (ready < 0 && errno == EINTR) return receive_more();
     if (ready <= 0) return fail(ready ? std::strerror(errno) : "it does not answer in time");
-    const ssize_t count = recv(m_context->fd, m_buffer, sizeof m_buffer, 0);
-    if (count < 0 && errno == EINTR) return receive_some();
-    if (count <= 0) fail(count ? std::strerror(errno) : "it closed the connection");
-    return count;
+    return receive_some();
   }
 
   // `reason` may stand in the context.
