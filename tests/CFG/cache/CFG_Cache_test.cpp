@@ -307,14 +307,14 @@ TYPED_TEST(Cache, GoesOnWithoutADatagridThatFails) {
   this->store().SetValue(configured("connection_string"), "port=%TEST_GRID_PORT% timeout=500");
   this->redis.emplace();
   this->use_grid(this->redis->port());
-  for (const bool is_silent : {true, false}) {
+  for (const bool is_silent : {false, true}) {
     this->feed("", "grid");
     const auto reads = this->connected(), writes = this->connected(), trees = this->connected();
     EXPECT_EQ(reads->GetValue(path), "grid");
     EXPECT_TRUE(writes->SetValue("halvoria\\grid\\other", "1"));
     EXPECT_EQ(trees->GetValue(path), "grid");
     if (is_silent) {
-      this->redis->ask({"CLIENT", "PAUSE", "1500", "ALL"});
+      this->redis->ask({"CLIENT", "PAUSE", "60000", "ALL"});
     } else {
       const int port = this->redis->port();
       this->redis.reset();
@@ -335,7 +335,6 @@ TYPED_TEST(Cache, GoesOnWithoutADatagridThatFails) {
       EXPECT_TRUE((*cache)->SetValue(path, "stored"));
     }
     EXPECT_FALSE(log.has(kGivenUp)) << "off for good";
-    if (is_silent) this->redis->ask({"CLIENT", "UNPAUSE"});
   }
   // None at the beginning, and one that answers nonsense.
   ScriptedGrid nonsense;
