@@ -25,6 +25,7 @@ constexpr suite suites[] = {
     {"read", "reads", bench::read_suite},
     {"services", "typed reads", bench::services_suite},
     {"xml", "XML", bench::xml_suite},
+    {"start", "start to first value, whole process", bench::start_suite},
     {"bytes", "byte arrays", bench::bytes_suite},
     {"crypto", "ciphers", bench::crypto_suite},
     {"store", "stored tree", bench::store_suite},

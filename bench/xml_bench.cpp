@@ -1,18 +1,9 @@
 // Documents: read until the tree stands, beside a parser that makes nothing of them, also by the
 // command with all that a process needs; written to a file, beside a loop that has its texts
 // ready.
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
-#include <stdexcept>
 
 #include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_SubTree.h>
@@ -20,6 +11,8 @@
 #include <common/clock.h>
 #include <common/need.h>
 #include <common/our_tree.h>
+#include <common/program.h>
+#include <common/real_document.h>
 #include <common/suite.h>
 #include <common/touch_memory.h>
 #include <peers/bare_xerces.h>
@@ -27,11 +20,6 @@
 
 namespace bench {
 namespace {
-
-std::string content(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
 
 const char* const bare = "bare Xerces, empty handlers";
 
@@ -121,77 +109,23 @@ void add_exports(report& result, const scale& s, const records& all, const std::
 
 // --- the whole process -------------------------------------------------------------------------
 
-// The configuration of a real installation, where there is one; else the given document.
-std::string real_document(const scale& s, const std::string& made_up) {
-  const std::string packed = HALVORIA_SOURCE_DIR "/../shared/data/packages.xml.gz";
-  if (!std::filesystem::exists(packed)) return made_up;
-  const std::string file = s.scratch + "/real.xml";
-  need(std::system(("gzip -dc '" + packed + "' > '" + file + "'").c_str()) == 0, "gzip");
-  return file;
-}
-
-// Processor time of a process that has ended, in ms.
-double time_of(pid_t child) {
-  rusage used{};
-  int status = 0;
-  need(::wait4(child, &status, 0, &used) == child && status == 0, "a process");
-  const auto ms = [](const timeval& t) {
-    return static_cast<double>(t.tv_sec) * 1e3 + static_cast<double>(t.tv_usec) / 1e3;
-  };
-  return ms(used.ru_utime) + ms(used.ru_stime);
-}
-
-double get_with_command(const std::string& file, const std::string& path, const std::string& out) {
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  std::string words[] = {HALVORIA_COMMAND, "--file", file, "get", path};
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  pid_t child = 0;
-  const int fault =
-      ::posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  need(fault == 0, "start of " + words[0]);
-  return time_of(child);
-}
-
-double parse_in_process(const std::string& file) {
-  const pid_t child = ::fork();
-  need(child >= 0, "fork");
-  if (child == 0) {
-    parse_file_bare(file);
-    ::_exit(0);
-  }
-  return time_of(child);
-}
-
-// What stands between the last `begin` and the `end` behind it.
-std::string last_between(const std::string& text, const std::string& begin,
-                         const std::string& end) {
-  const size_t from = text.rfind(begin) + begin.size();
-  return text.substr(from, text.find(end, from) - from);
-}
-
 void add_command(report& result, const scale& s, const std::string& made_up) {
-  const std::string file = real_document(s, made_up), out = s.scratch + "/got.txt";
-  const std::string document = content(file);
-  const std::string path = last_between(document, "<path_segment>", "</path_segment>");
-  std::string line = last_between(document, "<value>", "</value>");
-  line += '\n';
+  const real_document document(s.scratch, made_up);
+  const std::string out = s.scratch + "/got.txt";
+  const words get = {HALVORIA_COMMAND, "--file", document.file(), "get", document.path()};
   rounds runs;
-  const auto command =
-      runs.add([&]() -> std::vector<double> { return {get_with_command(file, path, out)}; });
-  const auto parse = runs.add([&]() -> std::vector<double> { return {parse_in_process(file)}; });
-  get_with_command(file, path, out);
-  need(content(out) == line, "the value at " + path);
+  const auto command = runs.add(
+      [&]() -> std::vector<double> { return {processor_time_of(start_program(get, out))}; });
+  const auto parse = runs.add([&]() -> std::vector<double> {
+    return {processor_time_of(start_copy([&] { parse_file_bare(document.file()); }))};
+  });
+  processor_time_of(start_program(get, out));
+  need(content(out) == document.value() + '\n', "the value at " + document.path());
   runs.run(s.few_rounds);
   result.add(
       {"cfg get, the whole process", "bare Xerces, a process of its own", "ms CPU", 1.25, {}},
       runs.of(command), runs.of(parse));
   ::unlink(out.c_str());
-  if (file != made_up) ::unlink(file.c_str());
 }
 
 }  // namespace

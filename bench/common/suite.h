@@ -55,6 +55,7 @@ report memory_suite(const scale&);
 report bulk_suite(const scale&);
 report merge_suite(const scale&);
 report xml_suite(const scale&);
+report start_suite(const scale&);
 report bytes_suite(const scale&);
 report crypto_suite(const scale&);
 report children_suite(const scale&);
