@@ -1,16 +1,14 @@
 #include "service.h"
 
-#include <malloc.h>
-
 #include <algorithm>
 #include <thread>
 
 #include <logging/Logger.h>
 #include <system/Sys_Environment.h>
 #include <thread/ThreadEvent.h>
-#include <tree/Tree_Node.h>
 
 #include "answers.h"
+#include "memory.h"
 
 namespace service {
 
@@ -526,16 +524,11 @@ void Service::give_memory_back() {
   if (done != std::exchange(m_last_done, done)) m_idle_seconds = 0;
   if (++m_idle_seconds != IDLE_SECONDS) return;
   m_stores.shrink(m_is_store_local ? 0 : 1);  // a file is opened in no time
-  // Each thread keeps some of it for its next tree. What is free at the end of its share of the
-  // heap goes when something large is freed, and only then.
-  const auto give_back = [] {
-    Tree_Node::CollapsePools();
-    malloc_trim(0);
-    ::operator delete(::operator new(128 << 10));
-  };
-  for (Workers* workers : {&m_readers, &m_writer, &m_checker}) workers->post_to_each(give_back);
-  m_server->post_to_each(give_back);
-  give_back();
+  for (Workers* workers : {&m_readers, &m_writer, &m_checker}) {
+    workers->post_to_each(service::give_memory_back);
+  }
+  m_server->post_to_each(service::give_memory_back);
+  service::give_memory_back();
 }
 
 // A little at a time, from end to end, and again after a pause. Damage stands in the log.

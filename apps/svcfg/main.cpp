@@ -1,5 +1,4 @@
 // svcfg, the central configuration service.
-#include <malloc.h>
 
 #include <chrono>
 #include <clocale>
@@ -10,6 +9,7 @@
 #include <CFG/CFG_SubTree.h>
 #include <logging/Log_Settings.h>
 #include <logging/Logger.h>
+#include <service/memory.h>
 #include <service/service.h>
 #include <system/Sys_Process.h>
 
@@ -46,13 +46,6 @@ sigset_t ending_signals() {
   return signals;
 }
 
-// What is large goes back to the system when it is freed, from every thread's share of the heap:
-// the library would keep as much as the largest answers took.
-void keep_little_memory() {
-  mallopt(M_MMAP_THRESHOLD, 1 << 20);
-  mallopt(M_TRIM_THRESHOLD, 256 << 10);
-}
-
 enum class Wait { OPEN, OVER, STOPPED };
 
 // A file is there or is made; a database may begin later than this does.
@@ -71,7 +64,7 @@ Wait wait_for_store(service::Service& service, const service::Settings& settings
 }
 
 int serve(const service::Settings& settings, bool prints_port) {
-  keep_little_memory();
+  service::keep_little_memory();
   CFG_SubTree properties{RWCString("properties")};
   const RWCString node = settings.node.empty() ? Sys_ComputerName() : RWCString(settings.node);
   properties.SetProperty("CurrMachine", node);
