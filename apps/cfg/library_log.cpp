@@ -58,6 +58,16 @@ std::string Reasons::last() const {
   return errors.empty() ? "" : errors.back();
 }
 
+std::string Origin::cache() const {
+  for (const char* line : {"found in value cache", "found in subtree cache"}) {
+    if (m_capture.has(line)) return "the in-process cache";
+  }
+  for (const char* line : {"found in cache and is valid", "> found in cache, will load"}) {
+    if (m_capture.has(line)) return "the datagrid";
+  }
+  return "";
+}
+
 std::string with_reason(std::string text, const Reasons& reasons) {
   const std::string reason = reasons.first();
   return reason.empty() ? text : text + ": " + reason;

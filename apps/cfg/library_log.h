@@ -23,6 +23,16 @@ class Reasons {
   Log_Capture m_capture;
 };
 
+// Hears from where the library took what was read while this object lives.
+class Origin {
+ public:
+  // "the datagrid", "the in-process cache"; empty when no cache had it.
+  std::string cache() const;
+
+ private:
+  Log_Capture m_capture;
+};
+
 // `text`, a colon and the reason when there is one.
 std::string with_reason(std::string text, const Reasons& reasons);
 

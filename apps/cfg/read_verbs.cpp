@@ -7,6 +7,7 @@
 
 #include "differences.h"
 #include "document.h"
+#include "library_log.h"
 #include "paths.h"
 #include "verbs.h"
 
@@ -81,6 +82,15 @@ std::string text_of(const Json& value) {
   return value.dump();
 }
 
+// Says where it was read.
+const Tree_Node* node_with_origin(const Store& store, const std::string& path) {
+  const Origin origin;
+  const Tree_Node* node = store.node(path);
+  const std::string cache = origin.cache();
+  say(path + " comes from " + (cache.empty() ? store.name() : cache));
+  return node;
+}
+
 }  // namespace
 
 int run_get(Session& session) {
@@ -90,7 +100,8 @@ int run_get(Session& session) {
 
   Store& store = session.store();
   const std::string path = store.path(arguments.path);
-  const Tree_Node* node = store.node(path);
+  const Tree_Node* const node =
+      arguments.verbose ? node_with_origin(store, path) : store.node(path);
   const bool is_there = node && node->IsLeaf();
   Json value = default_value;
   if (is_there) {

@@ -35,29 +35,41 @@ class OpenUpdate : public Draft {
   CFG_SubTree m_after{RWCString(ROOT)};
 };
 
+// Whom the service's log names.
+void introduce(CFG_RepositoryServices& repository) {
+  repository.SetProperty("CurrUser", Sys_UserName());
+  repository.SetProperty("CurrApp", "cfg");
+}
+
 }  // namespace
 
 std::unique_ptr<SharedStore> SharedStore::of_service(const ServiceAddress& address, Access access) {
-  auto repository = std::make_unique<OneUpdate<CFG_Repository>>();
+  auto repository = std::make_shared<OneUpdate<CFG_Repository>>();
   repository->Connect();
-  // Whom the service's log names.
-  repository->SetProperty("CurrUser", Sys_UserName());
-  repository->SetProperty("CurrApp", "cfg");
+  introduce(*repository);
   return std::unique_ptr<SharedStore>(
       new SharedStore(std::move(repository), address.text(), "", access));
 }
 
 std::unique_ptr<SharedStore> SharedStore::of_database(const std::string& name,
-                                                      const std::string& file, Access access) {
+                                                      const std::string& file) {
   const Reasons reasons;
-  auto repository = std::make_unique<OneUpdate<CFG_DBRepository>>();
+  auto repository = std::make_shared<OneUpdate<CFG_DBRepository>>();
   if (!repository->Connect()) {
     throw Failure(UNREACHABLE, with_reason("cannot open the database of " + name, reasons));
   }
-  return std::unique_ptr<SharedStore>(new SharedStore(std::move(repository), name, file, access));
+  return std::unique_ptr<SharedStore>(new SharedStore(std::move(repository), name, file, WRITE));
 }
 
-SharedStore::SharedStore(std::unique_ptr<CFG_RepositoryServices> repository,
+std::unique_ptr<SharedStore> SharedStore::of_factory(CFG_RepositoryServices& repository,
+                                                     const std::string& name,
+                                                     const std::string& file) {
+  introduce(repository);
+  const std::shared_ptr<CFG_RepositoryServices> not_owned(std::shared_ptr<void>(), &repository);
+  return std::unique_ptr<SharedStore>(new SharedStore(not_owned, name, file, READ));
+}
+
+SharedStore::SharedStore(std::shared_ptr<CFG_RepositoryServices> repository,
                          const std::string& name, const std::string& file, Access access)
     : Store(name, ROOT, file),
       m_repository(std::move(repository)),

@@ -18,9 +18,11 @@ class SharedStore : public Store {
   // Over the service that a ServiceConnection has reached. A Failure(UNREACHABLE) when another
   // writes for too long.
   static std::unique_ptr<SharedStore> of_service(const ServiceAddress& address, Access access);
-  // Over the properties that the factory has set from a parameters file.
-  static std::unique_ptr<SharedStore> of_database(const std::string& name, const std::string& file,
-                                                  Access access);
+  // For changes, over the properties that the factory has set from a parameters file.
+  static std::unique_ptr<SharedStore> of_database(const std::string& name, const std::string& file);
+  // For reading, over the factory's repository, with the cache before it that the parameters name.
+  static std::unique_ptr<SharedStore> of_factory(CFG_RepositoryServices& repository,
+                                                 const std::string& name, const std::string& file);
   ~SharedStore() override;
 
   CFG_RepositoryServices& repository() const override { return *m_repository; }
@@ -33,11 +35,11 @@ class SharedStore : public Store {
   void commit();  // Failure(REFUSED) when nothing was changed
 
  private:
-  SharedStore(std::unique_ptr<CFG_RepositoryServices> repository, const std::string& name,
+  SharedStore(std::shared_ptr<CFG_RepositoryServices> repository, const std::string& name,
               const std::string& file, Access access);
   void begin();
 
-  const std::unique_ptr<CFG_RepositoryServices> m_repository;
+  const std::shared_ptr<CFG_RepositoryServices> m_repository;
   mutable Mirror m_mirror;
   bool m_is_begun = false;
 };

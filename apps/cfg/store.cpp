@@ -1,5 +1,7 @@
 #include "store.h"
 
+#include <optional>
+
 #include <tree/Tree_Node.h>
 
 #include "held_store.h"
@@ -33,17 +35,18 @@ std::string file_of_database(const CFG_ConnectionParameters& parameters) {
 std::unique_ptr<Store> store_of_parameters(const Arguments& arguments, Store::Access access) {
   const ChosenParameters parameters = choose_parameters(arguments.params_file);
   const RWCString& type = parameters.values.cfg_type;
-  if (type == "remote") {
-    const ServiceAddress address = ServiceAddress::of(parameters.values);
-    ServiceConnection(address).ping();          // the factory would not say that nobody answers
-    factory_repository(arguments, parameters);  // sets the properties of the local node
-    return SharedStore::of_service(address, access);
+  const bool is_remote = type == "remote";
+  if (!is_remote && type != "db") return ParametersStore::open(arguments, parameters, access);
+  std::optional<ServiceAddress> address;
+  if (is_remote) {
+    address = ServiceAddress::of(parameters.values);
+    ServiceConnection(*address).ping();  // the factory would not say that nobody answers
   }
-  if (type == "db") {
-    factory_repository(arguments, parameters);
-    return SharedStore::of_database(parameters.file, file_of_database(parameters.values), access);
-  }
-  return ParametersStore::open(arguments, parameters, access);
+  CFG_RepositoryServices& repository = factory_repository(arguments, parameters);
+  const std::string name = address ? address->text() : parameters.file;
+  const std::string file = address ? "" : file_of_database(parameters.values);
+  if (access == Store::READ) return SharedStore::of_factory(repository, name, file);
+  return address ? SharedStore::of_service(*address, access) : SharedStore::of_database(name, file);
 }
 
 }  // namespace

@@ -156,7 +156,8 @@ const std::vector<Parameter>& common_parameters() {
       {"--params", "FILE", "the tree is what this parameters file names", &A::params_file},
       {"--property", "NAME=VALUE", "put VALUE for <NAME> in paths", &A::properties},
       {"--json", "", "print JSON", &A::json},
-      {"-v,--verbose", "", "show what the library logs; twice: all of it", &A::verbose},
+      {"-v,--verbose", "",
+       "show what the library logs, and where `get` found a value; twice: all of it", &A::verbose},
   };
   return table;
 }

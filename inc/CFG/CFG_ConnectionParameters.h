@@ -14,7 +14,7 @@ struct HALVORIA_API CFG_ConnectionParameters {
   RWCString user, conn_string, sql_trace, set_nls_lang;
   RWCString xml_file;
   RWCString local_host_name, local_host_ip, local_host_af;
-  RWCString compress_data_transfer, use_datagrid_cache;
+  RWCString compress_data_transfer, use_datagrid_cache, use_in_process_cache;
   RWCString notify_conn_activity, notify_conn_activity_status;
 
   // Those of `ini`, into which the variables of the environment that override a parameter are

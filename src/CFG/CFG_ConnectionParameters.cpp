@@ -32,6 +32,7 @@ constexpr struct {
     {"notify_conn_activity", &Parameters::notify_conn_activity, false},
     {"notify_conn_activity_status", &Parameters::notify_conn_activity_status, false},
     {"use_datagrid_cache", &Parameters::use_datagrid_cache, false},
+    {"use_in_process_cache", &Parameters::use_in_process_cache, false},
 };
 
 constexpr struct {

@@ -263,6 +263,7 @@ CFG_RepositoryServices* CFG_Factory::ConnectToCfg(const Parameters& parameters,
                                                   CFG_SubTree* sub_tree) try {
   Tmr_Legend::GetInstance().Register("CFG_ACTION");
   Tmr_Legend::GetInstance().Register("CFG_TYPE");
+  if (parameters.use_in_process_cache == "yes") cfg_mode = CFG_MODE_INPROCESS_CACHE;
   if (parameters.use_datagrid_cache == "yes") cfg_mode = CFG_MODE_DATAGRID_CACHE;
   RepositoryPtr built = build_repository(parameters, sub_tree);
   if (!built) return nullptr;
