@@ -23,6 +23,13 @@ int run(int argc, char** argv) {
   }
 }
 
+// With less than this left, not even what went wrong can be thrown.
+bool has_some_memory() {
+  void* const some = ::operator new(size_t{1} << 20, std::nothrow);
+  ::operator delete(some);
+  return some;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -30,6 +37,10 @@ int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a write that fails
+  if (!has_some_memory()) {
+    cli::say_memory_ran_out();
+    return cli::UNREACHABLE;
+  }
   try {
     return run(argc, argv);
   } catch (const cli::Failure& failure) {
