@@ -3,6 +3,7 @@
 #include <logging/Logger.h>
 #include <thread/ConditionVar.h>
 #include <thread/Thread.h>
+#include <utility/Tmr_Timers.h>
 
 namespace {
 
@@ -48,7 +49,8 @@ static const Tmr_TimerThreadEnd at_end;
 
 Tmr_TimerInterace::~Tmr_TimerInterace() { Tmr_TimerThread::GetInstance().ForgetListener(this); }
 
-Tmr_TimerThread::Tmr_TimerThread() : m_handler(ForkHandler::TIMERS, told, this) {}
+Tmr_TimerThread::Tmr_TimerThread()
+    : m_all(std::make_unique<Tmr_Timers>()), m_handler(ForkHandler::TIMERS, told, this) {}
 Tmr_TimerThread::~Tmr_TimerThread() = default;
 
 void Tmr_TimerThread::told(void* object, ForkHandler::Phase phase) THREADAPI_UNCHECKED {
@@ -66,14 +68,14 @@ void Tmr_TimerThread::SetDisposableTimer(RWCString& name, int seconds,
   const Tmr_Timers::Time due = clock_type::now() + std::chrono::seconds(seconds);
   const MutexGuard guard(m_mutex);
   if (m_is_ended) return;
-  m_timers.Set(listener, name.view(), due);
+  m_all->Set(listener, name.view(), due);
   if (!m_worker) return start();
-  if (m_timers.next() == due) m_worker->work.notify_one();
+  if (m_all->next() == due) m_worker->work.notify_one();
 }
 
 void Tmr_TimerThread::Resume() {
   const MutexGuard guard(m_mutex);
-  if (!m_is_ended && !m_worker && !m_timers.empty()) start();
+  if (!m_is_ended && !m_worker && !m_all->empty()) start();
 }
 
 void Tmr_TimerThread::start() {
@@ -88,29 +90,29 @@ void Tmr_TimerThread::serve(Worker& worker) {
   // In a child that was forked by a call, the worker of this thread is no longer the one.
   while (!m_is_ended && m_worker.get() == &worker) {
     Tmr_Timers::Fired fired;
-    if (m_timers.Take(clock_type::now(), fired)) {
+    if (m_all->Take(clock_type::now(), fired)) {
       m_called = fired.listener;
       m_mutex.unlock();
       fired.listener->OnTimerExpired(fired.name);
       m_mutex.lock();
       m_called = nullptr;
       worker.call_done.notify_all();
-    } else if (m_timers.empty()) {
+    } else if (m_all->empty()) {
       worker.work.wait(m_mutex);
     } else {
-      worker.work.wait_until(m_mutex, m_timers.next());
+      worker.work.wait_until(m_mutex, m_all->next());
     }
   }
 }
 
 void Tmr_TimerThread::CancelTimer(Tmr_TimerInterace* listener, const RWCString& name) {
   const MutexGuard guard(m_mutex);
-  m_timers.Cancel(listener, name);
+  m_all->Cancel(listener, name);
 }
 
 void Tmr_TimerThread::ForgetListener(Tmr_TimerInterace* listener) {
   const MutexGuard guard(m_mutex);
-  m_timers.CancelAll(listener);
+  m_all->CancelAll(listener);
   while (m_called == listener && m_worker && !m_worker->is_this_thread()) {
     m_worker->call_done.wait(m_mutex);
   }

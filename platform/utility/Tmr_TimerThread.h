@@ -6,7 +6,8 @@
 #include <strings/Export.h>
 #include <strings/RWCString.h>
 #include <thread/ForkHandler.h>
-#include <utility/Tmr_Timers.h>
+
+class Tmr_Timers;
 
 // Implemented by whoever sets timers.
 class HALVORIA_API Tmr_TimerInterace {
@@ -61,7 +62,7 @@ class HALVORIA_API Tmr_TimerThread {
   void end();
 
   Mutex m_mutex;
-  Tmr_Timers m_timers THREADAPI_GUARDED_BY(m_mutex);
+  const std::unique_ptr<Tmr_Timers> m_all;                              // guarded by m_mutex
   Tmr_TimerInterace* m_called THREADAPI_GUARDED_BY(m_mutex) = nullptr;  // whose call is running
   bool m_is_ended THREADAPI_GUARDED_BY(m_mutex) = false;
   std::unique_ptr<Worker> m_worker THREADAPI_GUARDED_BY(m_mutex);

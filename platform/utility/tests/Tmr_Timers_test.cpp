@@ -8,6 +8,7 @@
 
 #include <support/forked.h>
 #include <utility/Tmr_TimerThread.h>
+#include <utility/Tmr_Timers.h>
 
 namespace {
 
