@@ -87,12 +87,7 @@ class Tmr_Cache_LRU : public Tmr_Cache<K, V>, public Tmr_TimerInterace {
   void set_value(const K& key, const V& value) override;
   void remove_from_cache(const K& key) override { take_from_cache(key); }
   bool is_in_cache(const K& key) override { return has(key); }
-  void clear_cache() override {
-    Entries dropped;
-    const Turn turn(*this);
-    m_index.clear();
-    dropped.swap(m_entries);
-  }
+  void clear_cache() override { take_all(); }
   void print_cache() override;
   void OnTimerExpired(RWCString& name) override;
 
@@ -111,11 +106,18 @@ class Tmr_Cache_LRU : public Tmr_Cache<K, V>, public Tmr_TimerInterace {
   // As get_value of the most recently used key for which `is_meant`, which is copied to `key`.
   template <class Is>
   bool find_first(const Is& is_meant, K& key, V& out);
-  // Removes the key, or all those for which `is_meant`. What it gives back holds the values, for
+  // Removes the key, those for which `is_meant`, or all. What it gives back holds the values, for
   // the caller to let go of without a lock.
   Entries take_from_cache(const K& key);
   template <class Is>
   Entries take_if(const Is& is_meant);
+  Entries take_all() {
+    Entries taken;
+    const Turn turn(*this);
+    m_index.clear();
+    taken.swap(m_entries);
+    return taken;
+  }
   // From the most recently used key on.
   template <class Visit>
   void each_key(const Visit& visit) {

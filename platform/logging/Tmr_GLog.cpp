@@ -1,6 +1,7 @@
 #include <logging/Tmr_GLog.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -185,6 +186,11 @@ void Tmr_GLog::write(const Log_Origin& origin, const char* format,
   if (s.repeats.admits(origin, text)) sink->write(origin, text);
 } catch (...) {
   // No memory for the text: the line is dropped.
+}
+
+std::string Tmr_GLog::GetApplicationName() {
+  const char* const name = std::getenv("HALVORIA_LOG_APPLICATION");
+  return name && *name ? name : program_invocation_short_name;
 }
 
 void Tmr_GLog::Flush() noexcept try {

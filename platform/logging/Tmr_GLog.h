@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <string>
 
 #include <logging/Log_Format.h>
 #include <strings/Export.h>
@@ -70,6 +71,10 @@ class HALVORIA_API Tmr_GLog {
   void SetLevel(int level);
   void SetModuleLevel(int module, int level);
   int GetLevel(int module);
+
+  // What the environment calls this application (HALVORIA_LOG_APPLICATION), else its program's
+  // name.
+  static std::string GetApplicationName();
 
   // Replaces all settings. False when the output can't be opened: one line on standard
   // error says why, and messages go there.

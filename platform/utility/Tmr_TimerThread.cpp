@@ -116,6 +116,7 @@ void Tmr_TimerThread::ForgetListener(Tmr_TimerInterace* listener) {
   while (m_called == listener && m_worker && !m_worker->is_this_thread()) {
     m_worker->call_done.wait(m_mutex);
   }
+  m_all->CancelAll(listener);  // what that call has set
 }
 
 void Tmr_TimerThread::end() {

@@ -7,10 +7,13 @@
 
 #include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_FileRepository.h>
+#include <CFG/CFG_InProcessCacheRepository.h>
 #include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_Repository.h>
 #include <servers/Test_Postgres.h>
 #include <servers/Test_Service.h>
+#include <tree/Tree_Node.h>
+#include "cache/cache_configuration.h"
 #include "temporary_folder.h"
 #include "test_trees.h"
 
@@ -70,7 +73,8 @@ inline bool start_unchecked(Test_Service& service, const RWCString& store) {
 }
 
 // One service of each kind serves all worlds of the process, one after the other.
-inline WorldParts remote_sqlite_world(CFG_SubTree& tree, const TemporaryFolder&) {
+template <int number = 0>
+WorldParts remote_sqlite_world(CFG_SubTree& tree, const TemporaryFolder&) {
   static TemporaryFolder folder;
   static const std::string store = "sqlite:" + (folder / "tree.db").string();
   static Test_Service service(store, (folder / "log").string());
@@ -89,14 +93,68 @@ inline WorldParts remote_postgres_world(CFG_SubTree& tree, const TemporaryFolder
   return remote_world(tree, service);
 }
 
-enum WorldKind { HANDLE, MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE, REMOTE_POSTGRES };
+// The same with a cache before it, which the tree says how to make, and then says no more: what
+// `tree` did not have goes.
+inline std::unique_ptr<CFG_RepositoryServicesImp> connected_to_cache(
+    std::unique_ptr<CFG_RepositoryServicesImp> repository, CFG_SubTree& tree) {
+  EXPECT_TRUE(repository->Connect());
+  RWCString top("system");
+  for (const char* next : {"applications", "cfg", "in_process_cache"}) {
+    if (tree.IsSubTreeExist(top)) top = top + "\\" + next;
+  }
+  EXPECT_TRUE(repository->DeleteSubTree("halvoria\\" + top));
+  repository->ClearCache();
+  return repository;
+}
+
+inline WorldParts cached_xml_world(CFG_SubTree& tree, const TemporaryFolder& folder) {
+  CFG_SubTree with_cache(tree.GetData()->DuplicateFromHereDown(true));
+  CFG_MemoryRepository root(&with_cache);
+  configure_cache(root, {});
+  write_tree(with_cache, folder.file("tree.xml"));
+  using Cached = CFG_InProcessCacheRepository<CFG_FileRepository>;
+  return {nullptr, connected_to_cache(std::make_unique<Cached>(folder.file("tree.xml")), tree)};
+}
+
+inline WorldParts cached_sqlite_world(CFG_SubTree& tree, const TemporaryFolder& folder) {
+  const std::string store = "sqlite:" + (folder / "tree.db").string();
+  CFG_DBRepository plain(store, "test");
+  EXPECT_TRUE(plain.Connect() && plain.AddOrReplaceSubTree(&tree, ""));
+  configure_cache(plain, {{"value_cache_size", "1"},
+                          {"sub_tree_cache_size", "1"},
+                          {"value_cache_timeout", "1"},
+                          {"subtree_cache_timeout", "1"}});
+  using Cached = CFG_InProcessCacheRepository<CFG_DBRepository>;
+  return {nullptr, connected_to_cache(std::make_unique<Cached>(store, "test"), tree)};
+}
+
+inline WorldParts cached_remote_world(CFG_SubTree& tree, const TemporaryFolder& folder) {
+  WorldParts plain = remote_sqlite_world<1>(tree, folder);
+  configure_cache(*plain.repository, {{"store_non_existing_keys", "false"}});
+  using Cached = CFG_InProcessCacheRepository<CFG_Repository>;
+  return {nullptr, connected_to_cache(std::make_unique<Cached>(), tree)};
+}
+
+enum WorldKind {
+  HANDLE,
+  MEMORY,
+  XML_FILE,
+  DB_SQLITE,
+  DB_POSTGRES,
+  REMOTE_SQLITE,
+  REMOTE_POSTGRES,
+  CACHED_XML,
+  CACHED_SQLITE,
+  CACHED_REMOTE,
+};
 
 struct WorldTraits {
   const char* name;
   WorldParts (*make)(CFG_SubTree& tree, const TemporaryFolder& folder);
-  bool holds_tree;   // in memory: what was written stays in its order
-  bool is_database;  // rows: names come in order of their bytes
-  bool is_remote;    // a service answers
+  bool holds_tree;         // in memory: what was written stays in its order
+  bool is_database;        // rows: names come in order of their bytes
+  bool is_remote;          // a service answers
+  bool is_cached = false;  // what changes behind it is not seen, as through a handle on its tree
 };
 
 constexpr WorldTraits world_traits[] = {
@@ -105,8 +163,11 @@ constexpr WorldTraits world_traits[] = {
     {"XML file", xml_world, true, false, false},
     {"SQLite", sqlite_world, false, true, false},
     {"PostgreSQL", postgres_world, false, true, false},
-    {"service on SQLite", remote_sqlite_world, false, true, true},
+    {"service on SQLite", remote_sqlite_world<>, false, true, true},
     {"service on PostgreSQL", remote_postgres_world, false, true, true},
+    {"XML file, cached", cached_xml_world, true, false, false, true},
+    {"SQLite, cached for a moment", cached_sqlite_world, false, true, false, true},
+    {"service on SQLite, cached where it is there", cached_remote_world, false, true, true, true},
 };
 
 // Those of the kinds that this machine has what it takes for.

@@ -160,6 +160,26 @@ TEST(TimerThread, AListenerMayEndInItsCall) {
   then.wait_for_calls(1);
 }
 
+// Sets its timer again in each call.
+class Repeating : public Tmr_TimerInterace {
+ public:
+  ~Repeating() override { Tmr_TimerThread::GetInstance().ForgetListener(this); }
+  void OnTimerExpired(RWCString& name) override {
+    Tmr_TimerThread::GetInstance().SetDisposableTimer(name, 0, this);
+  }
+};
+
+TEST(TimerThread, AListenerMayEndThatSetsItsTimerAgain) {
+  Listener after;
+  for (int i = 0; i < 200; ++i) {
+    Repeating repeating;
+    RWCString name = "again";
+    repeating.OnTimerExpired(name);
+    after.set("after", 0);
+    after.wait_for_calls(static_cast<size_t>(i + 1));
+  }
+}
+
 TEST(TimerThread, AChildHasItsParentsTimersAndAThreadOfItsOwn) {
 #ifdef __SANITIZE_THREAD__
   GTEST_SKIP() << "the sanitizer lets a child of several threads start none";
