@@ -1,5 +1,7 @@
 #include <utility/Tmr_TimerThread.h>
 
+#include <algorithm>
+
 #include <logging/Logger.h>
 #include <thread/ConditionVar.h>
 #include <thread/Thread.h>
@@ -59,6 +61,7 @@ void Tmr_TimerThread::told(void* object, ForkHandler::Phase phase) THREADAPI_UNC
   if (phase == ForkHandler::IN_CHILD) {
     static_cast<void>(self.m_worker.release());  // there is no such thread to be joined
     self.m_called = nullptr;
+    self.m_leaving.clear();
   }
   self.m_mutex.unlock();
 }
@@ -68,6 +71,7 @@ void Tmr_TimerThread::SetDisposableTimer(RWCString& name, int seconds,
   const Tmr_Timers::Time due = clock_type::now() + std::chrono::seconds(seconds);
   const MutexGuard guard(m_mutex);
   if (m_is_ended) return;
+  if (std::find(m_leaving.begin(), m_leaving.end(), listener) != m_leaving.end()) return;
   m_all->Set(listener, name.view(), due);
   if (!m_worker) return start();
   if (m_all->next() == due) m_worker->work.notify_one();
@@ -113,10 +117,13 @@ void Tmr_TimerThread::CancelTimer(Tmr_TimerInterace* listener, const RWCString& 
 void Tmr_TimerThread::ForgetListener(Tmr_TimerInterace* listener) {
   const MutexGuard guard(m_mutex);
   m_all->CancelAll(listener);
-  while (m_called == listener && m_worker && !m_worker->is_this_thread()) {
-    m_worker->call_done.wait(m_mutex);
-  }
-  m_all->CancelAll(listener);  // what that call has set
+  const auto is_called = [&]() THREADAPI_UNCHECKED {
+    return m_called == listener && m_worker && !m_worker->is_this_thread();
+  };
+  if (!is_called()) return;
+  m_leaving.push_back(listener);
+  while (is_called()) m_worker->call_done.wait(m_mutex);
+  m_leaving.erase(std::find(m_leaving.begin(), m_leaving.end(), listener));
 }
 
 void Tmr_TimerThread::end() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include <strings/Export.h>
 #include <strings/RWCString.h>
@@ -64,6 +65,8 @@ class HALVORIA_API Tmr_TimerThread {
   Mutex m_mutex;
   const std::unique_ptr<Tmr_Timers> m_all;                              // guarded by m_mutex
   Tmr_TimerInterace* m_called THREADAPI_GUARDED_BY(m_mutex) = nullptr;  // whose call is running
+  // Those whose end waits for their call: it sets no timer any more.
+  std::vector<Tmr_TimerInterace*> m_leaving THREADAPI_GUARDED_BY(m_mutex);
   bool m_is_ended THREADAPI_GUARDED_BY(m_mutex) = false;
   std::unique_ptr<Worker> m_worker THREADAPI_GUARDED_BY(m_mutex);
   ForkHandler m_handler;
