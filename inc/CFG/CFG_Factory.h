@@ -11,8 +11,10 @@
 class Tmr_INI;
 struct CFG_ConnectionParameters;
 
-// Which cache stands before the repositories that the factory builds from now on. There is none
-// yet: with another mode than DIRECT a line in the log says so, and the repository works alone.
+// Which cache stands before the repositories that the factory builds from now on: none, that of
+// the process (CFG_InProcessCacheRepository), or a datagrid (CFG_Cache; not before files). What is
+// in a tree in memory needs none. The parameters `use_in_process_cache` and `use_datagrid_cache`
+// set it, too, with the text `yes`; the latter wins.
 enum CFG_MODE { CFG_MODE_DIRECT = 0, CFG_MODE_INPROCESS_CACHE = 1, CFG_MODE_DATAGRID_CACHE = 2 };
 
 // Reads the connection parameters, builds the repository of the configured type, connects

@@ -2,7 +2,7 @@
 //
 //   parameters   the file, then the environment, then the type that the caller forces
 //   check        the type is known, and what it needs is there
-//   build        the repository of that type becomes `cfg`
+//   build        the repository of that type, behind the cache of the mode, becomes `cfg`
 //   properties   what it and the services read later: where the service is, which node this is
 //   connect      the repository's Connect
 //   announce     the platform's requests for values are answered from `cfg`
@@ -16,10 +16,12 @@
 // over a subtree takes the same way from "build" on, with no parameters and no mutex.
 #include <CFG/CFG_Factory.h>
 
+#include <CFG/CFG_Cache.h>
 #include <CFG/CFG_ConnectionParameters.h>
 #include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_Extern_hook.h>
 #include <CFG/CFG_FileRepository.h>
+#include <CFG/CFG_InProcessCacheRepository.h>
 #include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_Repository.h>
 #include <CFG/CFG_RepositoryTransaction.h>
@@ -47,6 +49,18 @@ CFG_Extern_hook extern_hook;
 
 // What the hook asks goes through here.
 cfg::UseGate hook_gate;
+
+// A repository with the cache before it that the mode asks for. Files are not in the datagrid.
+template <class Plain, class... Given>
+std::unique_ptr<CFG_RepositoryServices> with_cache(CFG_MODE mode, Given... given) {
+  if (mode == CFG_MODE_INPROCESS_CACHE) {
+    return std::make_unique<CFG_InProcessCacheRepository<Plain>>(given...);
+  }
+  if constexpr (!std::is_same_v<Plain, CFG_FileRepository>) {
+    if (mode == CFG_MODE_DATAGRID_CACHE) return std::make_unique<CFG_Cache<Plain>>(given...);
+  }
+  return std::make_unique<Plain>(given...);
+}
 
 RWCString local_host_name() {
   const RWCString name = Sys_ComputerName();
@@ -244,15 +258,10 @@ CFG_RepositoryServices* CFG_Factory::InitCfgINI(Tmr_INI& ini) {
 CFG_Factory::RepositoryPtr CFG_Factory::build_repository(const Parameters& parameters,
                                                          CFG_SubTree* sub_tree) {
   if (parameters.cfg_type == "memory") return std::make_unique<CFG_MemoryRepository>(sub_tree);
-  // The datagrid cache is never put before a file.
-  if (cfg_mode == CFG_MODE_INPROCESS_CACHE ||
-      (cfg_mode == CFG_MODE_DATAGRID_CACHE && parameters.cfg_type != "file")) {
-    logger.warning("there is no cache yet, cfg type <%s> works without one\n", parameters.cfg_type);
-  }
-  if (parameters.cfg_type == "remote") return std::make_unique<CFG_Repository>();
-  if (parameters.cfg_type == "db") return std::make_unique<CFG_DBRepository>();
+  if (parameters.cfg_type == "remote") return with_cache<CFG_Repository>(cfg_mode);
+  if (parameters.cfg_type == "db") return with_cache<CFG_DBRepository>(cfg_mode);
   if (parameters.cfg_type == "file") {
-    return std::make_unique<CFG_FileRepository>(RWWString::fromUTF8(parameters.xml_file));
+    return with_cache<CFG_FileRepository>(cfg_mode, RWWString::fromUTF8(parameters.xml_file));
   }
   return logger.reject(RepositoryPtr(),
                        "GetRepositoryServices() : not supported cfg type <%s> , return NULL\n",

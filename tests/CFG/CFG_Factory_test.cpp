@@ -6,8 +6,10 @@
 #include <thread>
 #include <vector>
 
+#include <CFG/CFG_Cache.h>
 #include <CFG/CFG_Extern_hook.h>
 #include <CFG/CFG_Factory.h>
+#include <CFG/CFG_InProcessCacheRepository.h>
 #include <logging/Log_Capture.h>
 #include <support/forked.h>
 #include <utility/Tmr_CfgHook.h>
@@ -325,17 +327,29 @@ TEST_F(Factory, ListenersTakeTheFamiliesThatTheNodeHasAndTheHostSupports) {
   }
 }
 
-TEST_F(Factory, BuildsTheFileRepositoryUnwrappedInEveryMode) {
-  Log_Capture capture;
-  for (const CFG_MODE mode : {CFG_MODE_INPROCESS_CACHE, CFG_MODE_DATAGRID_CACHE}) {
-    CFG_Factory::SetCFGMode(mode);
-    EXPECT_NE(get(file_parameters()), nullptr);
+TEST_F(Factory, BuildsTheCacheOfItsMode) {
+  const auto database = [&](const std::string& more) {
+    return parameters("cfg_type = db\nuser = u\nconn_string = sqlite:" +
+                      (m_folder / "Tree.db").string() + "\n" + more);
+  };
+  const auto is_built = [&](auto* kind, const std::string& from) {
+    const bool is_it = dynamic_cast<decltype(kind)>(get(from)) != nullptr;
     CFG_Factory::DisconnectRepositoryServices();
-  }
-  int warnings = 0;
-  for (const auto& line : capture.lines())
-    warnings += line.text.find("works without one") != std::string::npos;
-  EXPECT_EQ(warnings, 1) << "the datagrid cache is never put before a file";
+    return is_it;
+  };
+  CFG_Factory::SetCFGMode(CFG_MODE_INPROCESS_CACHE);
+  CFG_InProcessCacheRepository<CFG_FileRepository>* cached_file = nullptr;
+  CFG_InProcessCacheRepository<CFG_DBRepository>* cached_database = nullptr;
+  CFG_Cache<CFG_DBRepository>* grid = nullptr;
+  EXPECT_TRUE(is_built(cached_file, file_parameters()));
+  EXPECT_TRUE(is_built(cached_database, database("")));
+  EXPECT_TRUE(is_built(cached_database, database("use_datagrid_cache = YES")));
+  EXPECT_TRUE(is_built(grid, database("use_in_process_cache = yes\nuse_datagrid_cache = yes")));
+  EXPECT_TRUE(is_built(grid, database("")));
+  EXPECT_FALSE(is_built(cached_file, file_parameters())) << "the datagrid is not put before a file";
+  CFG_Factory::SetCFGMode(CFG_MODE_DIRECT);
+  EXPECT_FALSE(is_built(grid, database("")) || is_built(cached_database, database("")));
+  EXPECT_TRUE(is_built(cached_database, database("use_in_process_cache = yes")));
 }
 
 }  // namespace

@@ -18,11 +18,11 @@
 
 #include <CFG/CFG_SubTree.h>
 #include <CFG/cache/in_process_cache.h>
+#include <CFG/cache/process_name.h>
 #include <CFG/detail/actual_path.h>
 #include <CFG/detail/key_renaming.h>
 #include <CFG/detail/paths.h>
 #include <logging/Logger.h>
-#include <system/Sys_Process.h>
 #include <tree/Tree_Node.h>
 
 namespace {
@@ -88,8 +88,7 @@ int CFG_InProcessCacheRepository<T>::Connect() {
   }
   if (const int result = T::Connect(); !result) return result;
   m_cache->disable();
-  const RWCString program = Sys_ExecutableFile().toUTF8();
-  const RWCString process(cfg::process_name(program, TmrGLog.GetApplicationName()));
+  const RWCString process = cfg::process_name();
   RWCString path = kConfigurations + process;
   const std::unique_ptr<CFG_SubTree> configuration(T::GetSubTree(path));
   if (!configuration || !configuration->GetBooleanValueWrapper("enable", false)) {

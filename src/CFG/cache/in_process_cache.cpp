@@ -30,13 +30,6 @@ std::shared_ptr<in_process_cache> make_in_process_cache() {
   return std::make_shared<in_process_cache>();
 }
 
-std::string process_name(std::string_view executable, std::string_view log_name) {
-  std::string name(executable.substr(executable.find_last_of("/\\") + 1));  // npos + 1 is 0
-  name.resize(std::min(name.size(), name.rfind('.')));
-  to_lower(name);
-  return name == "w3wp" ? std::string(log_name) : name;
-}
-
 // What one Connect made. It stays until the repository ends: a read may still be at it.
 struct in_process_cache::Caches {
   explicit Caches(const CFG_InProcessCacheConfigurations& sizes)

@@ -129,7 +129,4 @@ class in_process_cache : public thread_bound {
   std::atomic<int> m_store_calls{0};            // how many AtStore there are
 };
 
-// The name under which the configuration knows a program, by its file.
-std::string process_name(std::string_view executable, std::string_view log_name);
-
 }  // namespace cfg

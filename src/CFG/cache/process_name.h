@@ -5,23 +5,25 @@
 #include <string_view>
 
 #include <CFG/CFG_ServicesImp.h>
+#include <logging/Tmr_GLog.h>
 #include <strings/RWCString.h>
 #include <system/Sys_Process.h>
 
 namespace cfg {
 
-// What follows the last slash or backslash, cut at its last dot, in lower case.
-inline RWCString process_name_of(std::string_view file) {
-  const size_t slash = file.find_last_of("/\\");
-  if (slash != file.npos) file.remove_prefix(slash + 1);
+// What follows the last slash or backslash of the program's file, cut at its last dot, in lower
+// case. Many applications run in that of a web server: there it is the name that the log has for
+// them.
+inline RWCString process_name(std::string_view file, const std::string& log_name) {
+  file.remove_prefix(file.find_last_of("/\\") + 1);  // npos + 1 is 0
   RWCString name(file.substr(0, file.rfind('.')));
   CFG_ServicesImp::tolower(name);
-  return name;
+  return name == "w3wp" ? RWCString(log_name) : name;
 }
 
 inline RWCString process_name() {
-  const RWCString file = Sys_ProcessName();
-  return process_name_of(file.view());
+  const RWCString file = Sys_ExecutableFile().toUTF8();
+  return process_name(file.view(), TmrGLog.GetApplicationName());
 }
 
 }  // namespace cfg

@@ -100,11 +100,6 @@ TEST(DatagridConfiguration, SaysWhichPathsGoWhere) {
   EXPECT_TRUE(all.ConcernsCache("h"));
   EXPECT_TRUE(all.ConcernsCache("h\\a\\no"));
   EXPECT_FALSE(all.ConcernsCache("h\\c"));
-
-  for (const auto& [file, name] : std::initializer_list<std::pair<const char*, const char*>>{
-           {"/usr/bin/Tool", "tool"}, {"tool-1.2", "tool-1"}, {"C:\\x.y\\W.EXE", "w"}, {"", ""}}) {
-    EXPECT_EQ(cfg::process_name_of(file), name);
-  }
 }
 
 // A store whose datagrid holds what the test says: texts that the store does not have show where a

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include <CFG/cache/in_process_cache.h>
+#include <CFG/cache/process_name.h>
 #include <CFG/temporary_folder.h>
 #include <CFG/test_trees.h>
 #include <logging/Log_Capture.h>
