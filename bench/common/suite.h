@@ -56,6 +56,7 @@ report bulk_suite(const scale&);
 report merge_suite(const scale&);
 report xml_suite(const scale&);
 report start_suite(const scale&);
+report cache_suite(const scale&);
 report bytes_suite(const scale&);
 report crypto_suite(const scale&);
 report children_suite(const scale&);

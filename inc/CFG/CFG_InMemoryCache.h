@@ -21,8 +21,6 @@ enum CFG_CacheQueryResult {
 // false when the cache failed.
 class HALVORIA_API CFG_InMemoryCache {
  public:
-  virtual ~CFG_InMemoryCache() = default;
-
   virtual bool Connect(std::string& connection_string) = 0;
   virtual CFG_CacheQueryResult GetValue(const RWCString& path, RWCString& value) = 0;
   // A subtree that is found is the caller's.
@@ -32,4 +30,5 @@ class HALVORIA_API CFG_InMemoryCache {
   virtual bool UpdateSubTree(CFG_SubTree* subtree, const RWCString& path,
                              const std::string& changed_path) const = 0;
   virtual bool DeleteSubTree(const RWCString& path) const = 0;
+  virtual ~CFG_InMemoryCache() = default;
 };

@@ -20,7 +20,6 @@
 template <class K, class V>
 class Tmr_Cache {
  public:
-  virtual ~Tmr_Cache() = default;
   // True with a copy of the value in `out`, which a miss leaves alone.
   virtual bool get_value(const K& key, V& out) = 0;
   virtual void set_value(const K& key, const V& value) = 0;
@@ -28,6 +27,7 @@ class Tmr_Cache {
   virtual bool is_in_cache(const K& key) = 0;
   virtual void clear_cache() = 0;
   virtual void print_cache() = 0;  // the keys, to the log
+  virtual ~Tmr_Cache() = default;
 };
 
 // What became of a cache since it was made.
@@ -100,8 +100,7 @@ class Tmr_Cache_LRU : public Tmr_Cache<K, V>, public Tmr_TimerInterace {
     return m_index.find(place) != m_index.end();
   }
 
-  // --- more than one entry at a time, none of which changes meanwhile
-  // -----------------------------
+  // --- several entries at a time, none of which changes meanwhile -----------------------------
 
   // As get_value of the most recently used key for which `is_meant`, which is copied to `key`.
   template <class Is>

@@ -1,8 +1,7 @@
 // A call on its way through the cache.
 //
-//   CFG_InProcessCacheRepository  what depends on T: which of its operations answers a miss or
-//   makes
-//                                 a change, and which of them may not see what is kept
+//   CFG_InProcessCacheRepository  what depends on T: which of its operations answers a miss, or
+//                                 makes a change, and which may not see what is kept
 //   in_process_cache              looks up, keeps and drops, with the lines of the log
 //   overlapping_changes           keeps out what was read while it was changed
 //   Tmr_Cache_LRU                 twice: values and subtrees
