@@ -25,7 +25,7 @@ int run(int argc, char** argv) {
 
 // With less than this left, not even what went wrong can be thrown.
 bool has_some_memory() {
-  void* const some = ::operator new(size_t{1} << 20, std::nothrow);
+  void* const some = ::operator new (size_t{1} << 20, std::nothrow);
   ::operator delete(some);
   return some;
 }
