@@ -271,6 +271,11 @@ const Operation& drawn_operation(Dice& dice) {
 class Worlds {
  public:
   Worlds() {
+    // What runs in a process of its own begins first: a fork takes the locks of all worlds, and
+    // the sanitizer of threads knows no more than 64 that a thread holds.
+    for (const WorldKind kind : kinds) {
+      if (world_traits[kind].is_database) World(kind, tree_of("halvoria", {{"t", ""}}));
+    }
     for (const WorldKind kind : kinds) {
       m_worlds.push_back(std::make_unique<World>(kind, tree_of("halvoria", {{"t", ""}})));
     }
