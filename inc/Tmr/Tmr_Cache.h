@@ -344,7 +344,7 @@ void Tmr_Cache_LRU<K, V>::print_cache() {
 
 template <class K, class V>
 void Tmr_Cache_LRU<K, V>::OnTimerExpired(RWCString& name) {
-  const K key(name.str());
+  std::conditional_t<std::is_same_v<K, std::string>, const K&, const K> key(name.str());
   Tmr_CacheLog::expired(key);
   if (!take(key, true).empty()) Tmr_CacheLog::removed(key);
 }
