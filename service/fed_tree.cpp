@@ -114,11 +114,15 @@ bool FedTree::read_all(const Take& take) {
   });
 }
 
-bool FedTree::read_changes(const Grid_Feed::State& state, Grid_Feed::Changes& changes) {
-  const Take set = [&](std::string_view path, std::string_view value) {
+FedTree::Take FedTree::setting_in(Grid_Feed::Changes& changes) const {
+  return [&](std::string_view path, std::string_view value) {
     changes.set(path, value, m_last);
     return !changes.is_too_large();
   };
+}
+
+bool FedTree::read_changes(const Grid_Feed::State& state, Grid_Feed::Changes& changes) {
+  const Take set = setting_in(changes);
   const Take remove = [&](std::string_view path, std::string_view) {
     changes.remove(path);
     return !changes.is_too_large();
@@ -136,10 +140,7 @@ bool FedTree::read_changes(const Grid_Feed::State& state, Grid_Feed::Changes& ch
 }
 
 bool FedTree::read_marked(const Grid_Feed::State& state, Grid_Feed::Changes& changes) {
-  const Take set = [&](std::string_view path, std::string_view value) {
-    changes.set(path, value, m_last);
-    return !changes.is_too_large();
-  };
+  const Take set = setting_in(changes);
   for (const std::string& path : state.marked_trees) {
     if (!is_fed(path)) continue;
     changes.remove(path);

@@ -43,6 +43,7 @@ class FedTree {
   bool read_tree(const std::string& top, const Take& take);
   bool read_record(const std::string& path, const Take& take);
   bool read_marked(const Grid_Feed::State& state, Grid_Feed::Changes& changes);
+  Take setting_in(Grid_Feed::Changes& changes) const;  // refuses what makes them too large
   bool is_fed(const std::string& path) const;
 
   StoreRepository& m_store;
