@@ -15,28 +15,19 @@
 #include <CFG/CFG_Repository.h>
 #include <datagrid/Grid_Feed.h>
 #include <datagrid/IgniteOdbcClient.h>
+#include <support/comes.h>
 #include "../CFG/temporary_folder.h"
 #include "../servers/Test_Redis.h"
+
 #include "../servers/Test_Seed.h"
 #include "../servers/Test_Service.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using Values = std::map<std::string, std::string>;
 
 const std::string CONFIGURATION = "halvoria\\system\\applications\\cfg\\datagrid_cache\\";
 const std::string TOP = "halvoria\\grid";
-
-template <class Condition>
-bool comes(Condition condition) {
-  const auto until = std::chrono::steady_clock::now() + 60s;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > until) return false;
-    std::this_thread::sleep_for(2ms);
-  }
-  return true;
-}
 
 struct World {
   explicit World(const std::vector<std::string>& redis_settings = {}) {

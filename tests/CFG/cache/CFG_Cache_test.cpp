@@ -17,6 +17,7 @@
 #include <servers/Test_Redis.h>
 #include <servers/Test_Seed.h>
 #include <servers/Test_Service.h>
+#include <support/comes.h>
 #include <support/scripted_grid.h>
 
 namespace {
@@ -28,16 +29,6 @@ constexpr char kGivenUp[] =
     "an exception occured while querying datagrid cache, won't use it for that process";
 
 RWCString configured(const char* name) { return RWCString(kConfiguration + name); }
-
-template <class Condition>
-bool comes(Condition condition) {
-  const auto until = std::chrono::steady_clock::now() + 60s;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > until) return false;
-    std::this_thread::sleep_for(2ms);
-  }
-  return true;
-}
 
 TEST(DatagridConfiguration, SaysWhichPathsGoWhere) {
   const RWCString process("tool");
