@@ -110,13 +110,6 @@ void add_reads(report& result, const scale& s) {
   const auto plain = our_service::connect();
   const auto cached = cached_repository();
   wire_data data = values_of(all, kEntries / 2);
-  const auto each = [&](CFG_Repository& store, size_t turns) {
-    return per_call(turns * data.size(), [&data, &store, turns] {
-      for (size_t i = 0; i < turns; ++i) {
-        for (const auto& entry : data) keep(store.GetValue(RWCString(entry.first)));
-      }
-    });
-  };
   const auto wall = [&](CFG_Repository& store, size_t turns) -> rounds::measure {
     return [&data, &store, turns]() -> std::vector<double> {
       return {time_ns(WALL,
@@ -141,7 +134,7 @@ void add_reads(report& result, const scale& s) {
     RWCString nodes("halvoria\\system\\nodes");
     bool flag;
     need(cached->GetCachedSubTree(nodes, flag) != nullptr, "a subtree");
-    return each(*cached, 1)();
+    return wall(*cached, 1)();
   });
   reads.run(s.many_rounds);
   result.add({"a value hit through a repository, one processor",
