@@ -38,6 +38,7 @@ bool Sys_File::open(const RWWString& name) {
   m_error = Sys_FileNameFault(m_name);
   if (!m_error.isNull()) return false;
   m_descriptor = ::open(m_name.data(), O_RDONLY | O_CLOEXEC);
+  m_is_missing = m_descriptor < 0 && errno == ENOENT;
   struct stat status;
   if (m_descriptor < 0 || fstat(m_descriptor, &status) != 0) return fail("cannot open");
   if (S_ISDIR(status.st_mode)) return fail("cannot read", "it is a folder");
@@ -86,6 +87,12 @@ bool Sys_File::ReadWhole(const RWWString& name, std::string& bytes, size_t max_b
   if (file.open(name) && file.read_all(bytes, max_bytes)) return true;
   error = file.error();
   return false;
+}
+
+int Sys_File::Remove(const RWWString& name) {
+  const RWCString native = Sys_NativeFileName(name);
+  if (!Sys_FileNameFault(native).isNull()) return EINVAL;
+  return unlink(native.data()) == 0 ? 0 : errno;
 }
 
 bool Sys_File::fail(const char* what) {

@@ -24,6 +24,7 @@ class HALVORIA_API Sys_File {
   // Opens a file, pipe, terminal or /dev/null; folders are refused, and devices, which need not
   // end.
   bool open(const RWWString& name);
+  bool is_missing() const { return m_is_missing; }  // why it was not opened: there is none
 
   bool is_regular() const { return m_is_regular; }
   uint64_t size() const { return m_size; }  // when it was opened; 0 for a pipe
@@ -43,6 +44,9 @@ class HALVORIA_API Sys_File {
   static bool ReadWhole(const RWWString& name, std::string& bytes, size_t max_bytes,
                         RWCString& error);
 
+  // Deletes a file of that name: 0 or the system's error.
+  static int Remove(const RWWString& name);
+
   const RWCString& error() const { return m_error; }
   const RWCString& name() const { return m_name; }  // as the system knows it
 
@@ -51,6 +55,7 @@ class HALVORIA_API Sys_File {
   bool fail(const char* what, const char* why);
 
   int m_descriptor = -1;
+  bool m_is_missing = false;
   bool m_is_regular = false;
   uint64_t m_size = 0;
   RWCString m_name;

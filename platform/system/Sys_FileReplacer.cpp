@@ -14,6 +14,7 @@
 #include <string>
 #include <system_error>
 
+#include <system/Sys_Descriptor.h>
 #include <system/Sys_FileName.h>
 
 namespace {
@@ -32,17 +33,6 @@ int descriptor_in(const RWCString& name) {
     }
   }
   return -1;
-}
-
-// The descriptor under a number that is no standard stream's: in a process without those, what it
-// writes to one would get into the file.
-int beside_streams(int descriptor) {
-  if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
-  const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  const int reason = errno;
-  ::close(descriptor);
-  errno = reason;
-  return moved;
 }
 
 // write(2) to a file that may not grow beyond a limit of the process fails as on a full disk: the
@@ -137,8 +127,8 @@ bool Sys_FileReplacer::open_through() {
   const bool linked = m_target == "/dev/stdout" || m_target == "/dev/stderr";
   const int given = linked ? (m_target == "/dev/stdout" ? 1 : 2) : descriptor_in(m_target);
   m_descriptor =
-      beside_streams(given >= 0 ? fcntl(given, F_DUPFD_CLOEXEC, 0)
-                                : ::open(m_target.data(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+      Sys_BesideStreams(given >= 0 ? fcntl(given, F_DUPFD_CLOEXEC, 0)
+                                   : ::open(m_target.data(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
   return m_descriptor >= 0 || fail("cannot open");
 }
 
@@ -149,7 +139,7 @@ bool Sys_FileReplacer::create_temporary() {
   const mode_t mode = m_target_exists ? 0600 : 0666;
   do {
     m_temporary = temporary_name(m_target);
-    m_descriptor = beside_streams(::open(m_temporary.data(), flags, mode));
+    m_descriptor = Sys_BesideStreams(::open(m_temporary.data(), flags, mode));
   } while (m_descriptor < 0 && errno == EEXIST);
   if (m_descriptor < 0) {
     m_temporary.clear();

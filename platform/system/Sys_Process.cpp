@@ -8,6 +8,8 @@
 
 #include <algorithm>
 
+#include <system/Sys_Environment.h>
+
 static RWCString executable() {
   char name[PATH_MAX];
   const ssize_t length = readlink("/proc/self/exe", name, sizeof name);
@@ -20,13 +22,23 @@ RWCString Sys_ComputerName() {
   return name;
 }
 
-RWCString Sys_UserName() {
+static RWCString of_user(char* passwd::*field) {
   char buffer[4096];
   passwd entry;
   passwd* found = nullptr;
   getpwuid_r(geteuid(), &entry, buffer, sizeof buffer, &found);
-  return found ? RWCString(found->pw_name) : RWCString();
+  return found ? RWCString(found->*field) : RWCString();
 }
+
+RWCString Sys_UserName() { return of_user(&passwd::pw_name); }
+
+RWCString Sys_HomeFolder() {
+  RWCString home;
+  const bool is_told = Sys_Environment::Get("HOME", home) && !home.isNull();
+  return is_told ? home : of_user(&passwd::pw_dir);
+}
+
+bool Sys_IsAdministrator() { return geteuid() == 0; }
 
 int64_t Sys_AllowMostFiles() {
   constexpr rlim_t all = INT_MAX;  // no limit, too: descriptors are numbers of this type

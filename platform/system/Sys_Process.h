@@ -13,6 +13,12 @@ HALVORIA_API RWCString Sys_ComputerName();
 // Whom this process acts for, as the system calls them; empty when it does not tell.
 HALVORIA_API RWCString Sys_UserName();
 
+// The folder of that user's own files: HOME, else what the system says; empty when neither tells.
+HALVORIA_API RWCString Sys_HomeFolder();
+
+// Whether it may do everything on this computer.
+HALVORIA_API bool Sys_IsAdministrator();
+
 // Raises the number of files that this process may have open as far as the system allows. What it
 // is then.
 HALVORIA_API int64_t Sys_AllowMostFiles();

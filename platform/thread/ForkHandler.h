@@ -17,7 +17,16 @@
 class HALVORIA_API ForkHandler {
  public:
   enum Phase { BEFORE, IN_PARENT, IN_CHILD };
-  enum Layer { LOG, TIMERS, TREES, VALUES, CONNECTIONS, DATABASES, REPOSITORIES };  // upwards
+  enum Layer {
+    FILES,
+    LOG,
+    TIMERS,
+    TREES,
+    VALUES,
+    CONNECTIONS,
+    DATABASES,
+    REPOSITORIES
+  };  // upwards
   using Call = void (*)(void* object, Phase phase);
 
   // `call` is told of each phase, on the thread that forks. It must not throw, and in the child
