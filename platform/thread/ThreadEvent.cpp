@@ -1,5 +1,7 @@
 #include <thread/ThreadEvent.h>
 
+#include <new>
+
 void ThreadEvent::signal() {
   const MutexGuard guard(m_mutex);
   m_is_signalled = true;
@@ -30,4 +32,10 @@ bool ThreadEvent::wait_for(std::chrono::milliseconds time) {
   if (!m_is_signalled) return false;
   m_is_signalled = m_kind == MANUAL_RESET;
   return true;
+}
+
+// The end of a condition that other threads waited for would wait for them.
+void ThreadEvent::renew_in_child() THREADAPI_UNCHECKED {
+  const bool was_signalled = m_is_signalled;
+  (new (this) ThreadEvent(m_kind))->m_is_signalled = was_signalled;
 }

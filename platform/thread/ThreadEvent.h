@@ -18,6 +18,10 @@ class HALVORIA_API ThreadEvent {
   void wait();
   bool wait_for(std::chrono::milliseconds time);  // false: not signalled in that time
 
+  // For a ForkHandler, in the child: nobody waits any more or is in a call, and it is signalled or
+  // not, as it was.
+  void renew_in_child();
+
  private:
   const Kind m_kind;
   Mutex m_mutex;
