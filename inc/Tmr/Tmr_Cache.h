@@ -147,7 +147,7 @@ class Tmr_Cache_LRU : public Tmr_Cache<K, V>, public Tmr_TimerInterace {
     size_t hash;
   };
   struct PlaceHash {
-    size_t operator()(const Place& place) const { return place.hash; }
+    size_t operator()(const Place& place) const noexcept { return place.hash; }
   };
   struct PlaceEqual {
     bool operator()(const Place& a, const Place& b) const {
