@@ -7,13 +7,17 @@
 #include <CFG/CFG_InProcessCacheRepository.h>
 #include <CFG/CFG_SubTree.h>
 #include <Tmr/Tmr_Cache.h>
+#include <common/child.h>
+#include <common/footprint.h>
 #include <common/need.h>
 #include <common/our_service.h>
 #include <common/suite.h>
 #include <common/two_threads.h>
 #include <common/wire_load.h>
 #include <peers/list_and_map.h>
+#include <peers/time_map.h>
 #include <tree/Tree_Node.h>
+#include <utility/Tmr_Timers.h>
 
 namespace bench {
 namespace {
@@ -88,6 +92,46 @@ void add_sets(report& result, const scale& s, const wire_data& data) {
              sets.of(their_set));
   result.add({"the same, and it expires", "the same that does not", unit, {}, {}},
              sets.of(timed_set), sets.of(our_set));
+}
+
+// --- timers --------------------------------------------------------------------------------------
+
+constexpr size_t kTimers = 1000000;
+
+// So many sets within one time-out: what the timers cost that are on their way then.
+template <class Timers>
+std::vector<double> cost_of_timers(const std::vector<std::string>& names) {
+  return figures_in_child([&]() -> std::vector<double> {
+    using namespace std::chrono;
+    const auto begin = steady_clock::now();
+    const double before = footprint_now().in_use;
+    Timers timers;
+    const double ns = time_ns(CPU, [&] {
+      for (size_t i = 0; i < kTimers; ++i) {
+        timers.Set(nullptr, names[i % names.size()], begin + i * seconds(kTimeout) / kTimers);
+      }
+    });
+    return {ns / kTimers, (footprint_now().in_use - before) / kTimers};
+  });
+}
+
+void add_timers(report& result, const scale& s) {
+  for (const size_t count : {kTimers, kTimers / 10000}) {
+    std::vector<std::string> names;
+    for (size_t i = 0; i < count; ++i) {
+      std::string number = std::to_string(i);
+      names.push_back(std::string(32 - number.size(), 'n') + number);
+    }
+    rounds one;
+    const auto ours = one.add([&] { return cost_of_timers<Tmr_Timers>(names); });
+    const auto theirs = one.add([&] { return cost_of_timers<time_map>(names); });
+    one.run(s.few_rounds);
+    const std::string subject = count == kTimers ? "a timer, of a million with a name each"
+                                                 : "a timer, of a million over 100 names";
+    result.add({subject, time_map::name, "ns/timer", {}, {}}, one.of(ours), one.of(theirs));
+    result.add({subject, time_map::name, "bytes/timer", {}, {}}, one.of(ours, 1),
+               one.of(theirs, 1));
+  }
 }
 
 // --- a repository ------------------------------------------------------------------------------
@@ -180,6 +224,7 @@ report cache_suite(const scale& s) {
   report result;
   add_hits(result, s, values_of(all, kEntries));
   add_sets(result, s, values_of(all, s.calls / 10));
+  add_timers(result, s);
   add_reads(result, s);
   return result;
 }
