@@ -11,6 +11,7 @@
 #include <CFG/temporary_folder.h>
 #include <CFG/test_trees.h>
 #include <logging/Log_Capture.h>
+#include <support/comes.h>
 #include <tree/Tree_Node.h>
 #include "cache_configuration.h"
 
@@ -411,6 +412,37 @@ TEST_F(InProcessCache, ThreadsReadWhatTheyHaveWritten) {
   for (std::thread& writer : writers) writer.join();
   is_over = true;
   for (std::thread& other : others) other.join();
+}
+
+// Entries go off all the time while threads read and write, and then it ends.
+TEST(InProcessCacheEnd, WaitsForNothingThatIsAboutToExpire) {
+  const TemporaryFolder folder;
+  const RWCString store = "sqlite:" + (folder / "tree.db").string();
+  CFG_DBRepository plain(store, "test");
+  ASSERT_TRUE(plain.Connect());
+  configure_cache(plain, {{"value_cache_timeout", "1"}, {"subtree_cache_timeout", "1"}});
+  for (int round = 0; round < 3; ++round) {
+    auto cached = std::make_unique<Cached>(store, "test");
+    ASSERT_TRUE(cached->Connect());
+    std::atomic<bool> is_over{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+      threads.emplace_back([&, t] {
+        for (int i = 0; !is_over; ++i) {
+          const RWCString key("halvoria\\k" + std::to_string(i % 40));
+          if (t == 0) cached->SetValue(key + "\\v", "1");
+          if (t == 1 && i % 100 == 0) cached->ClearCache();
+          cached->GetValue(key + "\\v");
+          RWCString path(key);
+          const SubTreePtr tree(cached->GetSubTree(path));
+        }
+      });
+    }
+    EXPECT_TRUE(comes([&] { return cached->GetValueCacheCounts().expiries > 0; }));
+    is_over = true;
+    for (std::thread& thread : threads) thread.join();
+    cached.reset();  // what was set a moment ago has a second yet
+  }
 }
 
 // Two that write one value: whatever is kept at last is what is stored.
