@@ -17,8 +17,8 @@
 #include <datagrid/IgniteOdbcClient.h>
 #include <support/comes.h>
 #include "../CFG/temporary_folder.h"
+#include "../servers/Test_Postgres.h"
 #include "../servers/Test_Redis.h"
-
 #include "../servers/Test_Seed.h"
 #include "../servers/Test_Service.h"
 
@@ -28,6 +28,8 @@ using Values = std::map<std::string, std::string>;
 
 const std::string CONFIGURATION = "halvoria\\system\\applications\\cfg\\datagrid_cache\\";
 const std::string TOP = "halvoria\\grid";
+
+std::optional<Test_Postgres> postgres;  // which is the store, where it is there
 
 struct World {
   explicit World(const std::vector<std::string>& redis_settings = {}) {
@@ -78,7 +80,8 @@ struct World {
   }
 
   TemporaryFolder folder;
-  const std::string store = "sqlite:" + (folder / "tree.sqlite").string();
+  const std::string store =
+      postgres ? postgres->connection() : "sqlite:" + (folder / "tree.sqlite").string();
   const std::string log = (folder / "svcfg.log").string();
   std::optional<Test_Redis> redis;
 };
@@ -104,7 +107,17 @@ struct Grid : IgniteOdbcClient {
   }
 };
 
-TEST(DatagridFeed, BringsWhatIsThereAndEachCommit) {
+class DatagridFeed : public testing::TestWithParam<const char*> {
+ protected:
+  void SetUp() override {
+    if (GetParam() == std::string("SQLite")) return;
+    postgres.emplace();
+    ASSERT_TRUE(postgres->is_running()) << postgres->problem();
+  }
+  void TearDown() override { postgres.reset(); }
+};
+
+TEST_P(DatagridFeed, BringsWhatIsThereAndEachCommit) {
   World world({"--requirepass", "se-cret"});
   setenv("TEST_GRID_PASSWORD", "se-cret", 1);
   const auto service = world.serve(" password=${TEST_GRID_PASSWORD}");
@@ -169,7 +182,7 @@ TEST(DatagridFeed, BringsWhatIsThereAndEachCommit) {
   EXPECT_EQ(log.find("se-cret"), std::string::npos);
 }
 
-TEST(DatagridFeed, GoesOnFromWhatIsThere) {
+TEST_P(DatagridFeed, GoesOnFromWhatIsThere) {
   World world;
   const std::string anew = "all of them anew";
   CFG_Repository cfg;
@@ -273,7 +286,7 @@ struct Process {
   }
 };
 
-TEST(DatagridFeed, NobodySeesAnythingOlderThanHeHasSeen) {
+TEST_P(DatagridFeed, NobodySeesAnythingOlderThanHeHasSeen) {
   World world;
   auto service = world.serve();
   const std::string place = world.place();
@@ -300,7 +313,7 @@ TEST(DatagridFeed, NobodySeesAnythingOlderThanHeHasSeen) {
   EXPECT_TRUE(comes([&] { return grid.tree(TOP) == world.stored(); }));
 }
 
-TEST(DatagridFeed, IsRightAfterKillsOnEitherSide) {
+TEST_P(DatagridFeed, IsRightAfterKillsOnEitherSide) {
   std::mt19937 random(test_seed());
   World world;
   std::unique_ptr<Test_Service> service = world.serve();
@@ -346,7 +359,7 @@ TEST(DatagridFeed, IsRightAfterKillsOnEitherSide) {
   }
 }
 
-TEST(DatagridFeed, LeavesTheServiceAloneWhenTheGridFails) {
+TEST_P(DatagridFeed, LeavesTheServiceAloneWhenTheGridFails) {
   World world({"--maxmemory", "1500kb", "--maxmemory-policy", "noeviction"});
   {
     CFG_DBRepository writer{RWCString(world.store), RWCString()};
@@ -371,5 +384,11 @@ TEST(DatagridFeed, LeavesTheServiceAloneWhenTheGridFails) {
   EXPECT_EQ(cfg.GetValue(RWCString(TOP + "\\v")), "2");
   EXPECT_EQ(service->stop(), 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Stores, DatagridFeed,
+                         testing::ValuesIn(Test_Postgres::IsInstalled()
+                                               ? std::vector<const char*>{"SQLite", "PostgreSQL"}
+                                               : std::vector<const char*>{"SQLite"}),
+                         [](const auto& of) { return std::string(of.param); });
 
 }  // namespace
