@@ -26,9 +26,8 @@ namespace {
 using Repository = CFG_RepositoryServicesImp;
 
 // The first is the model.
-const auto kinds =
-    available({MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE, REMOTE_POSTGRES, CACHED_XML,
-               BLACK_LISTED, CACHED_SQLITE, CACHED_REMOTE});
+const auto kinds = available({MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE,
+                              REMOTE_POSTGRES, CACHED_XML, CACHED_SQLITE, CACHED_REMOTE});
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int kOperations = 2000;  // everything is slower here
 #else

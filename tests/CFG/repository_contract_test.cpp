@@ -12,12 +12,10 @@
 
 namespace {
 
-const auto all_kinds =
-    available({HANDLE, MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE, REMOTE_POSTGRES,
-               CACHED_XML, BLACK_LISTED, CACHED_SQLITE, CACHED_REMOTE});
-const auto repositories =
-    available({MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE, REMOTE_POSTGRES, CACHED_XML,
-               BLACK_LISTED, CACHED_SQLITE, CACHED_REMOTE});
+const auto all_kinds = available({HANDLE, MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE,
+                                  REMOTE_POSTGRES, CACHED_XML, CACHED_SQLITE, CACHED_REMOTE});
+const auto repositories = available({MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE,
+                                     REMOTE_POSTGRES, CACHED_XML, CACHED_SQLITE, CACHED_REMOTE});
 constexpr WorldKind in_memory[] = {MEMORY, XML_FILE};
 
 using Repository = CFG_RepositoryServicesImp;

@@ -10,9 +10,8 @@ namespace {
 using Repository = CFG_RepositoryServicesImp;
 using Read = CFG_SubTree* (*)(Repository& repository, const RWCString& path);
 
-const auto repositories =
-    available({MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE, REMOTE_POSTGRES, CACHED_XML,
-               BLACK_LISTED, CACHED_SQLITE, CACHED_REMOTE});
+const auto repositories = available({MEMORY, XML_FILE, DB_SQLITE, DB_POSTGRES, REMOTE_SQLITE,
+                                     REMOTE_POSTGRES, CACHED_XML, CACHED_SQLITE, CACHED_REMOTE});
 
 // A rule that finds nothing stands before the one that finds the key `k` below the root.
 const char* rule[] = {"halvoria\\none", "halvoria"};

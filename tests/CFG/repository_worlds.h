@@ -107,23 +107,13 @@ inline std::unique_ptr<CFG_RepositoryServicesImp> connected_to_cache(
   return repository;
 }
 
-inline WorldParts cached_file(CFG_SubTree& tree, const TemporaryFolder& folder,
-                              std::initializer_list<std::pair<const char*, const char*>> settings) {
+inline WorldParts cached_xml_world(CFG_SubTree& tree, const TemporaryFolder& folder) {
   CFG_SubTree with_cache(tree.GetData()->DuplicateFromHereDown(true));
   CFG_MemoryRepository root(&with_cache);
-  configure_cache(root, settings);
+  configure_cache(root, {});
   write_tree(with_cache, folder.file("tree.xml"));
   using Cached = CFG_InProcessCacheRepository<CFG_FileRepository>;
   return {nullptr, connected_to_cache(std::make_unique<Cached>(folder.file("tree.xml")), tree)};
-}
-
-inline WorldParts cached_xml_world(CFG_SubTree& tree, const TemporaryFolder& folder) {
-  return cached_file(tree, folder, {});
-}
-
-// Some of the keys that the tests use most pass the cache by.
-inline WorldParts black_listed_world(CFG_SubTree& tree, const TemporaryFolder& folder) {
-  return cached_file(tree, folder, {{"blacklist", "a;system;halvoria\\b"}});
 }
 
 inline WorldParts cached_sqlite_world(CFG_SubTree& tree, const TemporaryFolder& folder) {
@@ -154,7 +144,6 @@ enum WorldKind {
   REMOTE_SQLITE,
   REMOTE_POSTGRES,
   CACHED_XML,
-  BLACK_LISTED,
   CACHED_SQLITE,
   CACHED_REMOTE,
 };
@@ -177,7 +166,6 @@ constexpr WorldTraits world_traits[] = {
     {"service on SQLite", remote_sqlite_world<>, false, true, true},
     {"service on PostgreSQL", remote_postgres_world, false, true, true},
     {"XML file, cached", cached_xml_world, true, false, false, true},
-    {"XML file, cached but for a black list", black_listed_world, true, false, false, true},
     {"SQLite, cached for a moment", cached_sqlite_world, false, true, false, true},
     {"service on SQLite, cached where it is there", cached_remote_world, false, true, true, true},
 };
