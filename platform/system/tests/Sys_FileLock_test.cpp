@@ -236,6 +236,21 @@ TEST_F(FileLock, ForksInTheMiddleOfOtherThreadsCallsLeaveNothingHeld) {
   }
 }
 
+TEST_F(FileLock, IsReleasedUnderAChildThatNobodyTold) {
+  Sys_FileLock lock;
+  ASSERT_TRUE(take(lock, ALONE));
+  const pid_t child = _Fork();  // no handler is called
+  if (child == 0) {
+    alarm(60);
+    pause();
+    _exit(0);
+  }
+  lock.release();
+  EXPECT_TRUE(can_take(ALONE));
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
 TEST_F(FileLock, ProgramsThatAreStartedInheritNothing) {
   Sys_FileLock lock;
   ASSERT_TRUE(take(lock, ALONE));

@@ -41,18 +41,19 @@ TEST(ThreadJoiner, AChildFindsItAsItWasAndFreeOfItsParentsWaiters) {
   threads.emplace_back([&] {  // at it, in one way or other, whenever the process forks
     while (!open->Wait(milliseconds(0))) done->Wait();
   });
-  for (int i = 0; i < 20; ++i) {
-    EXPECT_TRUE(holds_in_child([&] {
+  bool holds = true;
+  for (int i = 0; i < 20 && holds; ++i) {
+    holds = holds_in_child([&] {
       if (!done->IsSignalled() || open->IsSignalled()) return false;
-      std::thread waiter([&] { open->Wait(); });
       open->Signal();
-      waiter.join();
+      open->Wait();
       const bool is_signalled = open->IsSignalled();
       open.reset();
       done.reset();
       return is_signalled;
-    }));
+    });
   }
+  EXPECT_TRUE(holds);
   EXPECT_FALSE(open->IsSignalled());
   open->Signal();
   for (std::thread& thread : threads) thread.join();
