@@ -232,7 +232,8 @@ TEST_P(DatagridFeed, GoesOnFromWhatIsThere) {
   EXPECT_EQ(grid.value(TOP + "\\later"), "1");
   service = world.serve();
   EXPECT_TRUE(follows());
-  EXPECT_TRUE(comes([&] { return world.log_text().find("the store is older") != std::string::npos; }));
+  EXPECT_TRUE(
+      comes([&] { return world.log_text().find("the store is older") != std::string::npos; }));
 
   // Nobody feeds it: it goes.
   service->kill();
