@@ -45,6 +45,9 @@ bool Sys_File::open(const RWWString& name) {
   if (is_source_without_end(m_descriptor, status)) return fail("cannot read", "it is a device");
   m_is_regular = S_ISREG(status.st_mode);
   m_size = m_is_regular ? static_cast<uint64_t>(status.st_size) : 0;
+  m_identity = {status.st_dev, status.st_ino, m_size};
+  m_written = status.st_mtim.tv_sec;
+  m_is_own = status.st_uid == geteuid() || status.st_uid == 0;
   return true;
 }
 
@@ -87,6 +90,27 @@ bool Sys_File::ReadWhole(const RWWString& name, std::string& bytes, size_t max_b
   if (file.open(name) && file.read_all(bytes, max_bytes)) return true;
   error = file.error();
   return false;
+}
+
+bool Sys_File::WriteOver(const RWWString& name, std::string_view bytes, RWCString& error) {
+  Sys_File file;
+  file.m_name = Sys_NativeFileName(name);
+  error = Sys_FileNameFault(file.m_name);
+  if (!error.isNull()) return false;
+  file.m_descriptor = ::open(file.m_name.data(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+  ssize_t written = -1;
+  bool is_done = file.m_descriptor >= 0 || file.fail("cannot open");
+  if (is_done) {
+    do {
+      written = pwrite(file.m_descriptor, bytes.data(), bytes.size(), 0);
+    } while (written < 0 && errno == EINTR);
+    is_done = written >= 0 || file.fail("cannot write");
+  }
+  if (is_done && static_cast<size_t>(written) != bytes.size()) {
+    is_done = file.fail("cannot write", "it was written in part only");
+  }
+  if (!is_done) error = file.m_error;
+  return is_done;
 }
 
 int Sys_File::Remove(const RWWString& name) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include <strings/Export.h>
 #include <strings/RWCString.h>
@@ -44,6 +45,23 @@ class HALVORIA_API Sys_File {
   static bool ReadWhole(const RWWString& name, std::string& bytes, size_t max_bytes,
                         RWCString& error);
 
+  // Which file it is and what is in it, as far as the system tells without reading it: two files
+  // of one name with the same identity have the same bytes, but for what is written over in place.
+  struct Identity {
+    uint64_t device = 0, number = 0, size = 0;
+    bool operator==(const Identity& other) const {
+      return device == other.device && number == other.number && size == other.size;
+    }
+  };
+  Identity identity() const { return m_identity; }
+  // When it was written last, before it was opened; seconds since 1970.
+  int64_t written() const { return m_written; }
+  // Whether nobody but this user and the administrator could have made it.
+  bool is_own() const { return m_is_own; }
+
+  // Writes over the first bytes of a file that has as many at least, in one call to the system.
+  static bool WriteOver(const RWWString& name, std::string_view bytes, RWCString& error);
+
   // Deletes a file of that name: 0 or the system's error.
   static int Remove(const RWWString& name);
 
@@ -57,7 +75,10 @@ class HALVORIA_API Sys_File {
   int m_descriptor = -1;
   bool m_is_missing = false;
   bool m_is_regular = false;
+  bool m_is_own = false;
   uint64_t m_size = 0;
+  Identity m_identity;
+  int64_t m_written = 0;
   RWCString m_name;
   RWCString m_error;
 };

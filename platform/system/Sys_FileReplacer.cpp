@@ -189,7 +189,7 @@ void Sys_FileReplacer::send_to_disk() {
   m_sent = m_written;
 }
 
-bool Sys_FileReplacer::commit() {
+bool Sys_FileReplacer::commit(const RWWString& old_file) {
   if (m_descriptor < 0) return fail("cannot write", "it is not open");
   if (!flush()) return false;
   const bool replaces = !m_temporary.isNull();
@@ -198,9 +198,20 @@ bool Sys_FileReplacer::commit() {
   m_descriptor = -1;
   if (::close(descriptor) != 0) return fail("cannot write");
   if (!replaces) return true;
+  if (m_target_exists && !old_file.isNull()) keep_old(old_file);
   if (rename(m_temporary.data(), m_target.data()) != 0) return fail("cannot put the new file over");
   m_temporary.clear();
   return sync_folder();
+}
+
+// Under its second name the old file goes over what had that name, in one step. That step does
+// nothing where both are the same file already, and leaves the name that it was to take away.
+void Sys_FileReplacer::keep_old(const RWWString& name) {
+  const RWCString old_file = Sys_NativeFileName(name);
+  const RWCString second = temporary_name(old_file);
+  if (link(m_target.data(), second.data()) != 0) return;
+  rename(second.data(), old_file.data());
+  unlink(second.data());
 }
 
 // Without it the old file could be back after a loss of power.

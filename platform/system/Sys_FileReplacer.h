@@ -42,7 +42,11 @@ class HALVORIA_API Sys_FileReplacer {
   bool write(std::string_view bytes);
 
   // Puts the new file in place, safe against loss of power once it returns true.
-  bool commit();
+  bool commit() { return commit(RWWString()); }
+  // The old file gets the name `old_file`, in its folder, before the new one takes its own: what
+  // had that name goes. Where there is no old file, or the file system cannot give one a second
+  // name, nothing has it afterwards but what had it before.
+  bool commit(const RWWString& old_file);
 
   const RWCString& error() const { return m_error; }
 
@@ -55,6 +59,7 @@ class HALVORIA_API Sys_FileReplacer {
   bool flush();
   bool write_out(std::string_view bytes);
   void send_to_disk();
+  void keep_old(const RWWString& name);
   bool sync_folder();
   void discard();
   bool fail(const char* what);  // with the reason in errno
