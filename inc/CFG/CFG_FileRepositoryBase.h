@@ -2,10 +2,10 @@
 #pragma once
 
 #include <memory>
-#include <shared_mutex>
 #include <vector>
 
 #include <CFG/CFG_RepositoryServicesImp.h>
+#include <thread/ReadMostlyLock.h>
 
 // Serves every read from the tree in memory and applies writes to it; UnLock writes the
 // whole tree back to the file. Paths, copies and threads are as in CFG_MemoryRepository,
@@ -97,8 +97,8 @@ class HALVORIA_API CFG_FileRepositoryBase : public CFG_RepositoryServicesImp {
   // name, the counts and IsSubTreeExist, follow the same rule without asking here.
   virtual RWCString RemoveRootName(const RWCString& path);
 
-  std::unique_ptr<CFG_SubTree> m_sub_tree;         // null until connected
-  std::unique_ptr<std::shared_mutex> m_tree_lock;  // of m_sub_tree; null: callers take turns
+  std::unique_ptr<CFG_SubTree> m_sub_tree;      // null until connected
+  std::unique_ptr<ReadMostlyLock> m_tree_lock;  // of m_sub_tree; null: callers take turns
   RWWString m_file;
 
  private:

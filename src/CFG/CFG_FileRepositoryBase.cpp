@@ -1,6 +1,7 @@
 #include <CFG/CFG_FileRepositoryBase.h>
 
 #include <mutex>
+#include <shared_mutex>
 #include <type_traits>
 
 #include <CFG/CFG_SubTree.h>
@@ -80,8 +81,8 @@ void CFG_FileRepositoryBase::before_all_paths_used() {}
 template <template <class> class Lock, class Hook, class Asked>
 auto CFG_FileRepositoryBase::with_tree(const char* op, const Hook& hook, const Asked& asked) try {
   hook();
-  Lock<std::shared_mutex> lock;
-  if (m_tree_lock) lock = Lock<std::shared_mutex>(*m_tree_lock);
+  Lock<ReadMostlyLock> lock;
+  if (m_tree_lock) lock = Lock<ReadMostlyLock>(*m_tree_lock);
   return asked(held_tree(m_sub_tree.get()));
 } catch (...) {
   return cfg::answered(logger, std::invoke_result_t<Asked, held_tree>(), op);

@@ -20,18 +20,18 @@ struct Shared : TemporaryFolder, CFG_FileRepositoryBase {
   Shared() : CFG_FileRepositoryBase(file("tree.xml")) {
     m_sub_tree = std::make_unique<CFG_SubTree>(
         tree_of("h", {{"k\\a\\v", "1"}, {"k\\b\\w", "2"}, {"k\\x", "3"}}));
-    m_tree_lock = std::make_unique<std::shared_mutex>();
+    m_tree_lock = std::make_unique<ReadMostlyLock>();
   }
   int Connect() override { return TRUE; }
   RWCString GetServerSyncID() override { return ""; }
   void before_path_used(const RWCString& path) override { hooks += path.str() + ";"; }
   void before_all_paths_used() override { hooks += "all;"; }
   RWCString RemoveRootName(const RWCString& path) override {
-    use = std::async(std::launch::async, [this] {
-            if (m_tree_lock->try_lock()) return m_tree_lock->unlock(), "free";
-            if (m_tree_lock->try_lock_shared()) return m_tree_lock->unlock_shared(), "read";
-            return "changed";
-          }).get();
+    use = ReadMostlyLock::IsReading() ? "read" : std::async(std::launch::async, [this] {
+                                                   if (!m_tree_lock->try_lock_shared())
+                                                     return "changed";
+                                                   return m_tree_lock->unlock_shared(), "free";
+                                                 }).get();
     return CFG_FileRepositoryBase::RemoveRootName(path);
   }
 
@@ -86,8 +86,9 @@ TEST(FileRepositoryBase, EveryOperationBringsItsPathsUpToDateAndHoldsTheTreeWhil
     row.run(repository);
     EXPECT_EQ(repository.hooks, row.hooks) << row.name;
     EXPECT_EQ(repository.use, row.use) << row.name;
-    EXPECT_TRUE(repository.m_tree_lock->try_lock()) << row.name << " keeps the tree";
-    repository.m_tree_lock->unlock();
+    EXPECT_FALSE(ReadMostlyLock::IsReading()) << row.name << " keeps the tree";
+    EXPECT_TRUE(repository.m_tree_lock->try_lock_shared()) << row.name << " keeps the tree";
+    repository.m_tree_lock->unlock_shared();
   }
 }
 

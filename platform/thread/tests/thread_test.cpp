@@ -8,12 +8,15 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
+#include <shared_mutex>
+#include <thread>
 #include <vector>
 
 #include <support/forked.h>
 #include <thread/ConditionVar.h>
 #include <thread/ForkHandler.h>
 #include <thread/Mutex.h>
+#include <thread/ReadMostlyLock.h>
 #include <thread/RecursiveThreadMutexWrapper.h>
 #include <thread/Thread.h>
 #include <thread/ThreadEvent.h>
@@ -143,6 +146,71 @@ TEST(Thread, RunsOnceUnderItsNameAndAgainAfterAJoin) {
   EXPECT_TRUE(task.start());
   task.join();
   EXPECT_EQ(runs, 2);
+}
+
+TEST(ReadMostlyLock, ShowsReadersAllOfAChangeAndLetsEverybodyIn) {
+  ReadMostlyLock lock;
+  int halves[2] = {0, 0};  // guarded by lock
+  std::atomic<int> running{4}, torn{0};
+  const auto read = [&] {
+    for (int i = 0; i < 20'000; ++i) {
+      const std::shared_lock guard(lock);
+      if (halves[0] != halves[1]) ++torn;
+    }
+    --running;
+  };
+  int written = 0;  // guarded by lock
+  const auto write = [&] {
+    while (running > 0) {
+      const std::unique_lock guard(lock);
+      ++halves[0];
+      std::this_thread::yield();
+      ++halves[1];
+      ++written;
+    }
+  };
+  {
+    std::vector<std::unique_ptr<Task>> tasks;
+    for (int i = 0; i < 4; ++i) tasks.push_back(std::make_unique<Task>(read));
+    for (int i = 0; i < 2; ++i) tasks.push_back(std::make_unique<Task>(write));
+  }
+  EXPECT_EQ(torn, 0);
+  EXPECT_EQ(halves[0], written);
+  // Among endless readers a writer has its turn.
+  std::atomic<bool> is_over{false};
+  const auto read_on = [&] {
+    while (!is_over) const std::shared_lock guard(lock);
+  };
+  Task one(read_on), another(read_on);
+  for (int i = 0; i < 10; ++i) const std::unique_lock guard(lock);
+  is_over = true;
+}
+
+TEST(ReadMostlyLock, IsFreeInAChildWhoeverHeldIt) {
+  ReadMostlyLock lock;
+  int halves[2] = {0, 0};  // guarded by lock
+  std::atomic<bool> is_over{false};
+  Task writes([&] {
+    while (!is_over) {
+      const std::unique_lock guard(lock);
+      ++halves[0];
+      ++halves[1];
+    }
+  });
+  Task reads([&] {
+    while (!is_over) const std::shared_lock guard(lock);
+  });
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_TRUE(holds_in_child([&] {
+      {
+        const std::shared_lock guard(lock);
+        if (halves[0] != halves[1]) return false;
+      }
+      const std::unique_lock guard(lock);
+      return ++halves[0] == ++halves[1];
+    }));
+  }
+  is_over = true;
 }
 
 TEST(Fork, WaitsForLocksAndLeavesThemFreeOnBothSides) {
