@@ -117,6 +117,9 @@ class HALVORIA_API CFG_Repository : public CFG_RepositoryServicesImp {
   virtual int EnableExtendedTimeout();
   virtual int DisableExtendedTimeout();
 
+  // From any thread, before the end: transactions fail at once, whatever they wait for, those that
+  // begin later as well.
+  void Interrupt();
   // The connector for the calling thread, to be given back by FreeConnector on the same thread.
   CFG_Connector* GetConnector();
   void FreeConnector(CFG_Connector* connector);

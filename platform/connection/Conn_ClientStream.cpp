@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -22,6 +21,8 @@
 
 namespace {
 
+constexpr char kInterrupted[] = "it was interrupted";
+
 using clock_type = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
@@ -31,6 +32,8 @@ std::string no_answer(milliseconds time_out) {
   return "no answer within " + std::to_string(time_out.count()) + " ms";
 }
 
+}  // namespace
+
 // What all connections of the process have open. A child that kept them would hide from the other
 // side that its parent closed one.
 class OpenSockets {
@@ -39,14 +42,23 @@ class OpenSockets {
     static OpenSockets& all = *new OpenSockets;
     return all;
   }
-  void add(int socket) {
+  void add(Conn_ClientStream& stream, int socket) {
     const MutexGuard guard(m_mutex);
     m_sockets.insert(socket);
+    stream.m_socket = socket;
+    stream.m_generation = ForkHandler::Generation();
   }
-  void close(int socket) {
+  void close(Conn_ClientStream& stream) {
     const MutexGuard guard(m_mutex);
-    m_sockets.erase(socket);
-    ::close(socket);
+    if (stream.is_open()) {
+      m_sockets.erase(stream.m_socket);
+      ::close(stream.m_socket);
+    }
+    stream.m_socket = -1;
+  }
+  void shut_down(const Conn_ClientStream& stream) {
+    const MutexGuard guard(m_mutex);
+    if (stream.is_open()) ::shutdown(stream.m_socket, SHUT_RDWR);
   }
 
  private:
@@ -64,6 +76,8 @@ class OpenSockets {
   std::set<int> m_sockets THREADAPI_GUARDED_BY(m_mutex);
   ForkHandler m_handler{ForkHandler::CONNECTIONS, told, this};
 };
+
+namespace {
 
 // Made when the library is loaded: a child would wait for ever for a thread that was just making
 // it.
@@ -95,17 +109,19 @@ bool is_own_echo(int socket) {
 }
 
 // Whether there is something to be had of it in time; 0 or the system's error.
-int wait_for(int socket, short events, clock_type::time_point deadline) {
-  for (;;) {
+int wait_for(int socket, short events, clock_type::time_point deadline,
+             const std::atomic<bool>& is_interrupted) {
+  constexpr milliseconds::rep kLooksUpEvery = 100;
+  while (!is_interrupted) {
     const auto rest = std::chrono::ceil<milliseconds>(deadline - clock_type::now());
     pollfd asked{socket, events, 0};
-    const int found = ::poll(&asked, 1,
-                             static_cast<int>(std::clamp<milliseconds::rep>(
-                                 rest.count(), 0, std::numeric_limits<int>::max())));
+    const int found = ::poll(
+        &asked, 1, static_cast<int>(std::clamp<milliseconds::rep>(rest.count(), 0, kLooksUpEvery)));
     if (found > 0) return 0;
-    if (found == 0) return ETIMEDOUT;
-    if (errno != EINTR) return errno;
+    if (found == 0 && rest <= milliseconds(kLooksUpEvery)) return ETIMEDOUT;
+    if (found < 0 && errno != EINTR) return errno;
   }
+  return ECANCELED;
 }
 
 timeval in_seconds(milliseconds time) {
@@ -128,13 +144,14 @@ int set_time_out(int socket, int option, milliseconds time_out) {
 
 // Programs that are started do not get it: they would keep the connection, and what is locked
 // over it. 0 or the system's error.
-int connect(const Conn_Address& address, clock_type::time_point deadline, int& connected) {
+int connect(const Conn_Address& address, clock_type::time_point deadline,
+            const std::atomic<bool>& is_interrupted, int& connected) {
   Socket socket(
       ::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP));
   if (socket.get() < 0) return errno;
   int error = ::connect(socket.get(), address.get(), address.size) == 0 ? 0 : errno;
   if (error == EINPROGRESS || error == EINTR) {
-    error = wait_for(socket.get(), POLLOUT, deadline);
+    error = wait_for(socket.get(), POLLOUT, deadline, is_interrupted);
     socklen_t size = sizeof error;
     if (!error) getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
   }
@@ -159,6 +176,11 @@ int set_up(int socket, milliseconds time_out, bool keep_alive) {
 bool Conn_ClientStream::open(const std::string& host, int port, milliseconds connect_time_out,
                              milliseconds time_out, bool keep_alive, std::string& reason) {
   close();
+  m_was_late = false;
+  if (m_is_interrupted) {
+    reason = kInterrupted;
+    return false;
+  }
   const auto deadline = clock_type::now() + connect_time_out;
   std::vector<Conn_Address> addresses;
   m_was_late = !Conn_Lookup(host, port, deadline, addresses, reason);
@@ -168,17 +190,20 @@ bool Conn_ClientStream::open(const std::string& host, int port, milliseconds con
   for (const Conn_Address& address : addresses) {
     const auto now = clock_type::now();
     int made = -1;
-    int error = connect(address, now + (std::max(deadline, now) - now) / left--, made);
+    int error =
+        connect(address, now + (std::max(deadline, now) - now) / left--, m_is_interrupted, made);
     Socket socket(made);
     if (!error) error = set_up(made, time_out, keep_alive);
     if (!error) {
-      OpenSockets::instance().add(made);
-      m_socket = socket.release();
-      m_generation = ForkHandler::Generation();
+      OpenSockets::instance().add(*this, socket.release());
       m_receive_time_out = time_out;
       return true;
     }
     m_was_late = error == ETIMEDOUT;
+    if (m_is_interrupted) {
+      reason = kInterrupted;
+      return false;
+    }
     if (addresses.size() > 1) reason += (reason.empty() ? "" : "; ") + address.text() + ": ";
     reason += m_was_late ? no_answer(connect_time_out) : text_of(error);
   }
@@ -186,8 +211,12 @@ bool Conn_ClientStream::open(const std::string& host, int port, milliseconds con
 }
 
 void Conn_ClientStream::close() {
-  if (is_open()) OpenSockets::instance().close(m_socket);
-  m_socket = -1;
+  if (m_socket >= 0) OpenSockets::instance().close(*this);
+}
+
+void Conn_ClientStream::interrupt() {
+  m_is_interrupted = true;
+  OpenSockets::instance().shut_down(*this);
 }
 
 bool Conn_ClientStream::is_open() const {
@@ -223,7 +252,9 @@ size_t Conn_ClientStream::receive(char* bytes, size_t size, std::string& reason)
     count = ::recv(m_socket, bytes, size, 0);
   } while (count < 0 && errno == EINTR);
   if (count > 0) return static_cast<size_t>(count);
-  if (count == 0) {
+  if (m_is_interrupted) {
+    reason = kInterrupted;
+  } else if (count == 0) {
     reason = "the connection was closed by the other side";
   } else {
     m_was_late = errno == EAGAIN || errno == EWOULDBLOCK;

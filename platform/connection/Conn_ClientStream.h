@@ -1,6 +1,7 @@
 // The bytes of a client's connection.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <string>
@@ -39,9 +40,14 @@ class Conn_ClientStream {
   // Whether the last failure was that the time was over.
   bool was_late() const { return m_was_late; }
 
+  // Any thread: what waits fails at once, and so does everything afterwards.
+  void interrupt();
+
  private:
-  int m_socket = -1;
+  friend class OpenSockets;
+  int m_socket = -1;          // other threads look at it with the lock of all open sockets
   unsigned m_generation = 0;  // of the process
   std::chrono::milliseconds m_receive_time_out{0};
   bool m_was_late = false;
+  std::atomic<bool> m_is_interrupted{false};
 };

@@ -18,6 +18,7 @@ enum Conn_Field : uint32_t {
   CONN_FLD_SERVICE = 3,  // string: the service meant, in the first request of a connection
   CONN_FLD_VERSION = 4,  // int32: of the protocol, likewise
   CONN_FLD_ERROR = 5,    // string: why the request was refused; then no other field follows
+  CONN_FLD_PRODUCT = 6,  // string: version of the product that answers a ping
 };
 constexpr int CONN_PROTOCOL_VERSION = 1;
 constexpr size_t CONN_LENGTH_SIZE = 4;

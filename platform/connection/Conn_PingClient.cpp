@@ -22,7 +22,8 @@ struct PingParams final : ConnHelper_Params {
 };
 
 struct Status {
-  int status;
+  bool is_alive;
+  Conn_ServerPingStatus status;
   clock_type::time_point when;
 };
 
@@ -41,9 +42,9 @@ std::string key_of(const RWCString& server, int port) {
   return server.str() + ':' + std::to_string(port);
 }
 
-void keep_status(const RWCString& server, int port, int status) {
+void keep_status(const RWCString& server, int port, const Conn_PingClient::Answer& answer) {
   const MutexGuard guard(statuses_mutex());
-  statuses()[key_of(server, port)] = {status, clock_type::now()};
+  statuses()[key_of(server, port)] = {answer.is_alive, answer.status, clock_type::now()};
 }
 
 }  // namespace
@@ -56,6 +57,12 @@ Conn_PingClient::Answer Conn_PingClient::Ping(Conn_SyncConnector& connector) {
   Conn_Helper helper("Conn_PingClient::Ping", connector, params, true, true);
   answer.is_alive = helper.IsValid() && helper.GetResponseHeaders() == 0 &&
                     helper.Read(CONN_FLD_SERVICE, answer.service);
+  RWCString product;
+  int version = 0;
+  if (answer.is_alive && helper.Read(CONN_FLD_VERSION, version) && !helper.IsAtEnd() &&
+      helper.Read(CONN_FLD_PRODUCT, product)) {
+    answer.status = Conn_ServerPingStatus(Tmr_Version(product));
+  }
   answer.took = std::chrono::duration_cast<std::chrono::microseconds>(clock_type::now() - start);
   answer.is_refused = helper.IsRefused();
   if (!answer.is_alive) {
@@ -71,19 +78,22 @@ Conn_PingClient::Answer Conn_PingClient::Ping(const RWCString& server, int port,
   connector.SetTimeOuts({time_out, time_out, time_out});
   connector.InitConn(server, port, connection_type, "ping", token_property, 0);
   const Answer answer = Ping(connector);
-  keep_status(server, port, answer.is_alive ? 1 : 0);
+  keep_status(server, port, answer);
   return answer;
 }
 
 int Conn_PingClient::PingServer(const RWCString& server, int port, const RWCString& connection_type,
-                                int token_property) {
-  return Ping(server, port, connection_type, token_property, kTimeOut).is_alive ? 1 : 0;
+                                int token_property, Conn_ServerPingStatus& status) {
+  const Answer answer = Ping(server, port, connection_type, token_property, kTimeOut);
+  if (answer.is_alive) status = answer.status;
+  return answer.is_alive ? 0 : 1;
 }
 
-bool Conn_PingClient::GetServerPingStatus(const RWCString& server, int port, int& status) {
+bool Conn_PingClient::GetServerPingStatus(const RWCString& server, int port,
+                                          Conn_ServerPingStatus& status) {
   const MutexGuard guard(statuses_mutex());
   const auto found = statuses().find(key_of(server, port));
-  if (found == statuses().end()) return false;
+  if (found == statuses().end() || !found->second.is_alive) return false;
   if (clock_type::now() - found->second.when > kStatusHolds) return false;
   status = found->second.status;
   return true;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <logging/Logger.h>
+#include <utility/Tmr_Version.h>
 
 namespace {
 
@@ -136,6 +137,8 @@ void Conn_ServerSession::answer_ping() {
   m_answer.begin(CONN_PING);
   m_answer.WriteString(CONN_FLD_SERVICE, m_thread->shared().settings.service_name);
   m_answer.WriteInt(CONN_FLD_VERSION, CONN_PROTOCOL_VERSION);
+  const RWCString product = Tmr_Version::GetVersion();
+  m_answer.WriteString(CONN_FLD_PRODUCT, product);
   set_state(State::RUNNING);
   send_last();
 }

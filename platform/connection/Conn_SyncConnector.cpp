@@ -59,6 +59,7 @@ void Conn_SyncConnector::Disconnect() {
   SetLocked(false);
   m_inside->drop();
 }
+void Conn_SyncConnector::Interrupt() { m_inside->stream.interrupt(); }
 bool Conn_SyncConnector::IsStale() const { return m_inside->is_stale(Inside::clock_type::now()); }
 const RWCString& Conn_SyncConnector::Address() const { return m_inside->address; }
 const RWCString& Conn_SyncConnector::LastError() const { return m_inside->last_error; }

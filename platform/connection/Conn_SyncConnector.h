@@ -44,6 +44,8 @@ class HALVORIA_API Conn_SyncConnector {
   // while is looked at first.
   bool IsConnected() const;
   void Disconnect();
+  // From any thread: the request that waits fails at once, and so does each one afterwards.
+  void Interrupt();
   // Whether it was not used for so long that the next request would open it anew.
   bool IsStale() const;
   // "host:port", as messages call it.

@@ -186,7 +186,7 @@ class PythonClient(CfgTest):
         self.client.send("CONN_PING", [])
         (size,) = struct.unpack(">I", self.client.bytes(4))
         self.assertEqual(list(decoded(self.client.bytes(size))),
-                         [(1, b"CONN_PING"), (2, 0), (3, b"CFG_SERVICE"), (4, 1)])
+                         [(1, b"CONN_PING"), (2, 0), (3, b"CFG_SERVICE"), (4, 1), (6, b"12.2.0.0")])
         with self.assertRaisesRegex(Refused, "not well formed"):
             self.client.ask("")
         with self.assertRaises(ConnectionError):

@@ -476,11 +476,11 @@ TEST(Connector, BelievesNoAnswerThatIsNotWellFormed) {
 
 TEST(Ping, TellsWhetherAServiceIsThere) {
   EchoServer service;
-  int status = -1;
+  Conn_ServerPingStatus status;
   EXPECT_FALSE(Conn_PingClient::GetServerPingStatus("127.0.0.1", service.port(), status));
-  EXPECT_EQ(Conn_PingClient::PingServer("127.0.0.1", service.port(), "", 1), 1);
+  EXPECT_EQ(Conn_PingClient::PingServer("127.0.0.1", service.port(), "", 1, status), 0);
+  EXPECT_EQ(status.GetServerGeneralVersion(), Tmr_Version(12, 2, 0, 0));
   EXPECT_TRUE(Conn_PingClient::GetServerPingStatus("127.0.0.1", service.port(), status));
-  EXPECT_EQ(status, 1);
   const auto answer = Conn_PingClient::Ping("127.0.0.1", service.port(), "", 1, kLong);
   EXPECT_TRUE(answer.is_alive);
   EXPECT_EQ(answer.service.str(), "ECHO_SERVICE");
@@ -490,8 +490,7 @@ TEST(Ping, TellsWhetherAServiceIsThere) {
   const auto none = Conn_PingClient::Ping("127.0.0.1", silent.port(), "", 1, kShort);
   EXPECT_FALSE(none.is_alive);
   EXPECT_THAT(none.reason.str(), HasSubstr("no answer within 150 ms"));
-  EXPECT_TRUE(Conn_PingClient::GetServerPingStatus("127.0.0.1", silent.port(), status));
-  EXPECT_EQ(status, 0);
+  EXPECT_FALSE(Conn_PingClient::GetServerPingStatus("127.0.0.1", silent.port(), status));
 }
 
 TEST(TokenHook, GivesWhatTheGetterSays) {

@@ -150,6 +150,8 @@ int CFG_Repository::DisConnect() try {
   return cfg::answered(logger, FALSE);
 }
 
+void CFG_Repository::Interrupt() { m_connectors->interrupt(); }
+
 RWCString CFG_Repository::GetServerNodeName() try {
   ServerNodeName& node = server_node_name();
   const MutexGuard guard(node.mutex);

@@ -35,6 +35,7 @@ bool connector_pool::bind(CFG_Connector* connector) {
   const MutexGuard guard(m_mutex);
   const auto [entry, is_new] = m_bound.try_emplace(std::this_thread::get_id());
   if (is_new) entry->second.reset(connector);
+  if (m_is_interrupted) connector->Interrupt();
   return is_new;
 }
 
@@ -66,6 +67,12 @@ void connector_pool::told(void* pool, ForkHandler::Phase phase) THREADAPI_UNCHEC
     self.m_bound.clear();
   }
   self.m_mutex.unlock();
+}
+
+void connector_pool::interrupt() {
+  const MutexGuard guard(m_mutex);
+  m_is_interrupted = true;
+  for (const auto& [thread, connector] : m_bound) connector->Interrupt();
 }
 
 void connector_pool::disconnect_free() {

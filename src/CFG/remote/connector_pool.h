@@ -40,6 +40,8 @@ class connector_pool : public thread_bound {
   void unbind();
 
   void disconnect_free();
+  // What bound threads wait for fails at once, and all that they ask for afterwards.
+  void interrupt();
   // Closes the connection that this thread is bound to: what is open at the service is undone.
   // False when there is none.
   bool give_up_bound();
@@ -51,6 +53,7 @@ class connector_pool : public thread_bound {
   Mutex m_mutex;
   std::vector<std::unique_ptr<CFG_Connector>> m_free THREADAPI_GUARDED_BY(m_mutex);  // oldest first
   std::map<std::thread::id, std::unique_ptr<CFG_Connector>> m_bound THREADAPI_GUARDED_BY(m_mutex);
+  bool m_is_interrupted THREADAPI_GUARDED_BY(m_mutex) = false;
   ForkHandler m_handler{ForkHandler::REPOSITORIES, told, this};
 };
 
