@@ -5,6 +5,7 @@
 
 #include <CFG/CFG_SubTree.h>
 #include <CFG/cache/cache_keys.h>
+#include <CFG/detail/paths.h>
 #include <logging/Logger.h>
 
 namespace {

@@ -17,14 +17,4 @@ inline std::vector<std::string_view> list_entries(std::string_view list) {
   }
 }
 
-// Whether `key`, unless it is empty, stands somewhere in `path` with a backslash behind it.
-inline bool has_key_inside(std::string_view path, std::string_view key) {
-  if (key.empty()) return false;
-  for (size_t at = path.find(key); at != std::string_view::npos; at = path.find(key, at + 1)) {
-    const size_t end = at + key.size();
-    if (end < path.size() && path[end] == '\\') return true;
-  }
-  return false;
-}
-
 }  // namespace cfg

@@ -5,6 +5,7 @@
 
 #include <CFG/cache/cache_keys.h>
 #include <CFG/detail/actual_path.h>
+#include <CFG/detail/paths.h>
 #include <events/KestralEvent.h>
 #include <logging/Logger.h>
 #include <tree/Tree_Node.h>

@@ -11,7 +11,7 @@
 #include <CFG/CFG_CacheBlackList.h>
 #include <CFG/CFG_InProcessCacheRepository.h>
 #include <CFG/CFG_SubTree.h>
-#include <CFG/cache/overlapping_changes.h>
+#include <CFG/detail/overlapping_changes.h>
 #include <CFG/detail/thread_end.h>
 #include <Tmr/Tmr_Cache.h>
 

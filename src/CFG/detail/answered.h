@@ -12,9 +12,12 @@ namespace cfg {
 // on with something else then looks here first.
 class failure_watch {
  public:
-  // Throws when an operation of this thread has ended with an exception since this was made.
+  // Whether an operation of this thread has ended with an exception since this was made, or a
+  // request to the service without an answer to it.
+  bool has_failed() const { return s_failures != m_before; }
+  // Throws then.
   void check() const {
-    if (s_failures != m_before) throw read_failed();
+    if (has_failed()) throw read_failed();
   }
   static void note() { ++s_failures; }
 

@@ -107,8 +107,10 @@ auto CFG_Connector::request(const char* operation, Command command, Arguments ar
   const auto token = row.has_token ? get_token() : nullptr;
   CFGClientHelper_Params params(*this, name_of(command));
   CFG_Conn_ClientHelper helper(operation, *this, params);
-  if (!begin(helper, row, arguments, token.get())) return {};
-  return read(helper);
+  std::invoke_result_t<Read, CFG_Conn_ClientHelper&> answer{};
+  if (begin(helper, row, arguments, token.get())) answer = read(helper);
+  if (!helper.IsValid()) cfg::failure_watch::note();
+  return answer;
 } catch (...) {
   return cfg::answered(logger, std::invoke_result_t<Read, CFG_Conn_ClientHelper&>(), operation);
 }

@@ -4,6 +4,8 @@
 
 #include <CFG/CFG_Conn_ClientHelper.h>
 #include <CFG/CFG_Connector.h>
+#include <CFG/detail/answered.h>
+#include <CFG/detail/outermost_removals.h>
 #include <CFG/detail/tree_builder.h>
 #include <CFG/remote/chunk_records.h>
 #include <logging/Logger.h>
@@ -74,12 +76,14 @@ Tree_NodePtr CFG_Connector::GetQueryTreePaths(CFG_Conn_ClientHelper& helper, RWC
                                               bool) {
   if (!helper.HasAnswer("failed getting servers response\n")) return Tree_NodePtr();
   if (!helper.Read(CFG_FLD_PATH, tree_path)) {
+    cfg::failure_watch::note();
     return logger.reject(Tree_NodePtr(), "Got empty response - which indicate error in server\n");
   }
   std::string_view chunk, path, value;
   if (!read_chunk(helper, chunk)) return Tree_NodePtr();
 
   cfg::tree_builder builder(tree_path);
+  cfg::outermost_removals::Filter removals;
   long count = 0;
   bool has_more = true;
   while (has_more) {
@@ -90,7 +94,7 @@ Tree_NodePtr CFG_Connector::GetQueryTreePaths(CFG_Conn_ClientHelper& helper, RWC
         has_more = false;
         break;
       }
-      builder.add(path, value);
+      if (removals.takes(path)) builder.add(path, value);
     }
     if (records.is_cut()) logger.warning("Read Wrong Number of bytes!\n");
     const bool is_next = read_chunk(helper, chunk);

@@ -1,8 +1,9 @@
-#include <CFG/cache/overlapping_changes.h>
+#include <CFG/detail/overlapping_changes.h>
 
 #include <algorithm>
+#include <utility>
 
-#include <CFG/cache/cache_keys.h>
+#include <CFG/detail/paths.h>
 
 namespace cfg {
 
@@ -17,10 +18,11 @@ bool concern(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-overlapping_changes::Use::Use(overlapping_changes& all, std::string_view key)
-    : m_all(all), m_key(key) {
+overlapping_changes::Use::Use(overlapping_changes& all, std::string_view key,
+                              std::vector<std::string>* changed)
+    : m_all(all), m_key(key), m_changed(changed) {
   const MutexGuard guard(m_all.m_mutex);
-  m_is_overtaken = m_all.is_pending(key);
+  m_all.look_for_pending(*this);
   m_all.m_uses.push_back(this);
 }
 
@@ -31,7 +33,7 @@ overlapping_changes::Use::~Use() {
 
 void overlapping_changes::note(std::string_view key, const Use* by) {
   for (Use* use : m_uses) {
-    if (use != by && concern(use->m_key, key)) use->m_is_overtaken = true;
+    if (use != by && concern(use->m_key, key)) overtake(*use, key);
   }
   const auto update = m_updates.find(std::this_thread::get_id());
   if (update == m_updates.end()) return;
@@ -40,13 +42,22 @@ void overlapping_changes::note(std::string_view key, const Use* by) {
   if (std::find(keys.begin(), keys.end(), key) == keys.end()) keys.emplace_back(key);
 }
 
-bool overlapping_changes::is_pending(std::string_view key) const {
+void overlapping_changes::overtake(Use& use, std::string_view by) {
+  use.m_is_overtaken = true;
+  auto* const changed = use.m_changed;
+  if (!changed || (!changed->empty() && changed->front().empty())) return;
+  if (changed->size() >= kMostKeys) return changed->assign(1, std::string());
+  changed->emplace_back(by);
+}
+
+void overlapping_changes::look_for_pending(Use& use) const {
   const auto mine = std::this_thread::get_id();
   for (const auto& [thread, keys] : m_updates) {
-    const auto concerns = [key](const std::string& changed) { return concern(changed, key); };
-    if (thread != mine && std::any_of(keys.begin(), keys.end(), concerns)) return true;
+    if (thread == mine) continue;
+    for (const std::string& changed : keys) {
+      if (concern(changed, use.m_key)) overtake(use, changed);
+    }
   }
-  return false;
 }
 
 void overlapping_changes::begin_update() {
@@ -57,6 +68,13 @@ void overlapping_changes::begin_update() {
 bool overlapping_changes::end_update() {
   const MutexGuard guard(m_mutex);
   return m_updates.erase(std::this_thread::get_id()) != 0;
+}
+
+std::vector<std::string> overlapping_changes::take_changed() {
+  const MutexGuard guard(m_mutex);
+  const auto update = m_updates.find(std::this_thread::get_id());
+  if (update == m_updates.end()) return {};
+  return std::exchange(update->second, {});
 }
 
 // Who was at the store when the process forked is not there in the child.

@@ -25,7 +25,9 @@ class overlapping_changes {
   // From before the store is asked. `key` outlives it.
   class Use {
    public:
-    Use(overlapping_changes& all, std::string_view key);
+    Use(overlapping_changes& all, std::string_view key) : Use(all, key, nullptr) {}
+    // Adds the keys of other changes to `changed`, which outlives this; an empty one is everything.
+    Use(overlapping_changes& all, std::string_view key, std::vector<std::string>* changed);
     ~Use();
     Use(const Use&) = delete;
     Use& operator=(const Use&) = delete;
@@ -35,6 +37,12 @@ class overlapping_changes {
     void keep(const Keep& keep_it) {
       const MutexGuard guard(m_all.m_mutex);
       if (!m_is_overtaken) keep_it();
+    }
+    // Keeps of what was read what is not among the changed keys, which nobody adds to meanwhile.
+    template <class Keep>
+    void keep_rest(const Keep& keep_it) {
+      const MutexGuard guard(m_all.m_mutex);
+      keep_it();
     }
     // Says that the store was changed there, and brings up to date what is kept; told whether
     // another change took place at the same time.
@@ -49,6 +57,7 @@ class overlapping_changes {
     friend class overlapping_changes;
     overlapping_changes& m_all;
     const std::string_view m_key;
+    std::vector<std::string>* const m_changed;
     bool m_is_overtaken = false;  // guarded by the mutex
   };
 
@@ -56,13 +65,15 @@ class overlapping_changes {
   template <class Change>
   void all_changed(const Change& change) {
     const MutexGuard guard(m_mutex);
-    for (Use* use : m_uses) use->m_is_overtaken = true;
+    for (Use* use : m_uses) overtake(*use, "");
     change();
   }
 
   // This thread's changes belong together until the end. Whether it had begun.
   void begin_update();
   bool end_update();
+  // The keys that this thread has changed since the update began, or since they were taken.
+  std::vector<std::string> take_changed();
   bool has_updates() {  // of any thread
     const MutexGuard guard(m_mutex);
     return !m_updates.empty();
@@ -70,8 +81,9 @@ class overlapping_changes {
 
  private:
   static void told(void* object, ForkHandler::Phase phase);
+  static void overtake(Use& use, std::string_view by);
   void note(std::string_view key, const Use* by) THREADAPI_REQUIRES(m_mutex);
-  bool is_pending(std::string_view key) const THREADAPI_REQUIRES(m_mutex);
+  void look_for_pending(Use& use) const THREADAPI_REQUIRES(m_mutex);
 
   Mutex m_mutex;
   std::vector<Use*> m_uses THREADAPI_GUARDED_BY(m_mutex);
