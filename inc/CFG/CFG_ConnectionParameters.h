@@ -12,7 +12,7 @@ struct HALVORIA_API CFG_ConnectionParameters {
   RWCString cfg_type, mapping, client_or_server;
   RWCString remote_server_name, remote_server_port, connection_type, connection_properties;
   RWCString user, conn_string, sql_trace, set_nls_lang;
-  RWCString xml_file;
+  RWCString xml_file, offline_start;
   RWCString local_host_name, local_host_ip, local_host_af;
   RWCString compress_data_transfer, use_datagrid_cache, use_in_process_cache;
   RWCString notify_conn_activity, notify_conn_activity_status;

@@ -13,15 +13,17 @@ struct CFG_ConnectionParameters;
 
 // Which cache stands before the repositories that the factory builds from now on: none, that of
 // the process (CFG_InProcessCacheRepository), or a datagrid (CFG_Cache; not before files). What is
-// in a tree in memory needs none. The parameters `use_in_process_cache` and `use_datagrid_cache`
-// set it, too, with the text `yes`; the latter wins.
+// in a tree in memory, synchronized ones included, needs none. The parameters
+// `use_in_process_cache` and `use_datagrid_cache` set it, too, with the text `yes`; the latter
+// wins.
 enum CFG_MODE { CFG_MODE_DIRECT = 0, CFG_MODE_INPROCESS_CACHE = 1, CFG_MODE_DATAGRID_CACHE = 2 };
 
 // Reads the connection parameters, builds the repository of the configured type, connects
 // it, and hands the same object to every later caller until it is disconnected or shut
-// down; parameters are not looked at again before that. The types are "file", "db" and
-// "remote", and "memory" over a subtree. The environment's KESTRAL_G_Connection_Type,
-// KESTRAL_G_Server_Name and KESTRAL_G_Server_Port win over what the parameters say.
+// down; parameters are not looked at again before that. The types are "file", "db",
+// "remote" and "synced_file", and "memory" over a subtree. The environment's
+// KESTRAL_G_Connection_Type, KESTRAL_G_Server_Name and KESTRAL_G_Server_Port win over what the
+// parameters say.
 //
 // Ownership: the repository is the factory's. Callers never delete it, nor use it after a call
 // that disconnects or replaces it, or while the process ends.
@@ -29,6 +31,8 @@ enum CFG_MODE { CFG_MODE_DIRECT = 0, CFG_MODE_INPROCESS_CACHE = 1, CFG_MODE_DATA
 // Threads: initialisation and disconnection run under one mutex, so that the repository is
 // built once however many threads ask. The form for a subtree and SetCFGMode take no lock;
 // call them before other threads use the factory.
+//
+// A "synced_file" repository without usable files waits for the service, with the mutex held.
 //
 // Failure: null after a line in the log; the next call tries again from the start.
 class HALVORIA_API CFG_Factory {

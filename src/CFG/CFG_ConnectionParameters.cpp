@@ -25,6 +25,7 @@ constexpr struct {
     {"sql_trace", &Parameters::sql_trace, true},
     {"set_nls_lang", &Parameters::set_nls_lang, true},
     {"xml_file", &Parameters::xml_file, false},
+    {"offline_start", &Parameters::offline_start, true},
     {"local_host_name", &Parameters::local_host_name, false},
     {"local_host_ip", &Parameters::local_host_ip, false},
     {"local_host_af", &Parameters::local_host_af, true},

@@ -26,6 +26,7 @@
 #include <CFG/CFG_Repository.h>
 #include <CFG/CFG_RepositoryTransaction.h>
 #include <CFG/CFG_SubTree.h>
+#include <CFG/CFG_SynchronizedFileRepository.h>
 #include <CFG/detail/answered.h>
 #include <CFG/detail/use_gate.h>
 #include <connection/Conn_TokenManagerHook.h>
@@ -263,6 +264,10 @@ CFG_Factory::RepositoryPtr CFG_Factory::build_repository(const Parameters& param
   if (parameters.cfg_type == "file") {
     return with_cache<CFG_FileRepository>(cfg_mode, RWWString::fromUTF8(parameters.xml_file));
   }
+  if (parameters.cfg_type == "synced_file") {
+    return std::make_unique<CFG_SynchronizedFileRepository>(
+        RWWString::fromUTF8(parameters.xml_file));
+  }
   return logger.reject(RepositoryPtr(),
                        "GetRepositoryServices() : not supported cfg type <%s> , return NULL\n",
                        parameters.cfg_type);
@@ -333,6 +338,7 @@ bool CFG_Factory::set_properties(const Parameters& parameters) {
     logger.info("Remote Server Port: %s\n", parameters.remote_server_port);
   }
   set_if_given("HALVORIA_CONNECTION_TYPE", parameters.connection_type);
+  set_if_given("HALVORIA_OFFLINE_START", parameters.offline_start);
 
   RWCString node = parameters.local_host_name;
   if (node.isNull()) node = local_host_name();

@@ -80,8 +80,6 @@ TEST_F(Factory, ReadsParametersFilesAsPeopleWriteThem) {
        "InitInstance() : cfg file does not contain conn_string value, return NULL\n"},
       {"cfg_type = db\nuser = u\nconn_string = sqlite:/none/tree.db",
        "GetRepositoryServices() - fail to connect to cfg, return NULL\n"},
-      {"cfg_type = synced_file",
-       "GetRepositoryServices() : not supported cfg type <synced_file> , return NULL\n"},
       {"cfg_type = file\nxml_file = /none/tree.xml",
        "GetRepositoryServices() - fail to connect to cfg, return NULL\n"},
   };

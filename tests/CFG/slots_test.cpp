@@ -9,6 +9,7 @@
 #include <CFG/CFG_MemoryRepository.h>
 #include <CFG/CFG_Repository.h>
 #include <CFG/CFG_SubTree.h>
+#include <CFG/CFG_SynchronizedFileRepository.h>
 
 namespace {
 
@@ -57,6 +58,7 @@ TEST(Slots, EveryOperationStandsWhereCallersLookForIt) {
       {Derived<CFG_RepositoryServicesImp>::slots(), 142},
       {Derived<CFG_MemoryRepository>::slots(), 142},
       {Derived<CFG_FileRepository>::slots(), 148},
+      {Derived<CFG_SynchronizedFileRepository>::slots(), 148},
       {Derived<CFG_DBRepository>::slots(), 142},
       {Derived<CFG_Repository>::slots(), 144},
 
