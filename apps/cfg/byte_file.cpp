@@ -12,7 +12,17 @@
 namespace cli {
 
 const char* form_name(Form form) {
-  return form == Form::XML ? "xml" : form == Form::BYTES ? "bytes" : "bytes with header";
+  switch (form) {
+    case Form::XML:
+      return "xml";
+    case Form::BYTES:
+      return "bytes";
+    case Form::BYTES_WITH_HEADER:
+      return "bytes with header";
+    case Form::SYNCED:
+      return "synced file";
+  }
+  return "";
 }
 
 Form form_of(const InputFile& file) {
@@ -22,6 +32,7 @@ Form form_of(const InputFile& file) {
   if (!opened.open(file.name())) throw Failure(BAD_INPUT, opened.error().str());
   const auto count = opened.read(first, sizeof first);
   const std::string_view start(first, static_cast<size_t>(std::max<int64_t>(count, 0)));
+  if (start.substr(0, 7) == std::string_view("VSCFG#\0", 7)) return Form::SYNCED;
   if (start.substr(0, 2) != top_ids.substr(0, 2)) return Form::XML;
   return start == top_ids ? Form::BYTES : Form::BYTES_WITH_HEADER;
 }

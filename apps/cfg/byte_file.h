@@ -10,14 +10,14 @@
 
 namespace cli {
 
-enum class Form { XML, BYTES, BYTES_WITH_HEADER };
+enum class Form { XML, BYTES, BYTES_WITH_HEADER, SYNCED };
 
-// "xml", "bytes", "bytes with header".
+// "xml", "bytes", "bytes with header", "synced file".
 const char* form_name(Form form);
 
 // What a file holds, by its first bytes: a byte array begins with two zero bytes, those of
-// a small number, and without a header with the ids 0 and -1 of its top record. Anything
-// else is taken for XML.
+// a small number, and without a header with the ids 0 and -1 of its top record; a synced file with
+// its own sign. Anything else is taken for XML.
 Form form_of(const InputFile& file);
 
 // The tree of a byte array, with the path of its header as virtual parent path. A faulty

@@ -86,7 +86,16 @@ namespace {
 Document read_bytes(const InputFile& file, Form form) {
   Document document;
   document.form = form;
-  document.tree = read_byte_file(file, form);
+  if (form == Form::SYNCED) {
+    RWCString error;
+    document.tree.reset(
+        CFG_SynchronizedFileRepository::ReadFile(file.name(), document.synced, error));
+    if (!document.tree) {
+      throw Failure(BAD_INPUT, file.shown() + " is a synced file, but not whole: " + error.str());
+    }
+  } else {
+    document.tree = read_byte_file(file, form);
+  }
   const Tree_NodePtr top = document.tree->GetData();
   const std::string path = top->GetPath().str();
   document.branches.push_back(path);

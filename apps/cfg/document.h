@@ -7,6 +7,8 @@
 
 #include <CFG/CFG_SubTree.h>
 
+#include <CFG/CFG_SynchronizedFileRepository.h>
+
 #include "byte_file.h"
 #include "input_file.h"
 
@@ -15,7 +17,8 @@ namespace cli {
 struct Document {
   Form form = Form::XML;
   std::unique_ptr<CFG_SubTree> tree;  // the root key and every branch below it, at its place
-  std::vector<std::string> branches;  // the paths of the top keys of the branches
+  CFG_SynchronizedFileRepository::FileFacts synced;  // of a synced file
+  std::vector<std::string> branches;                 // the paths of the top keys of the branches
 
   // It is one tree from its root down, and not pieces of one.
   bool is_whole() const;

@@ -213,6 +213,23 @@ Json facts_of_key(Tree_Node& key) {
 
 namespace {
 
+Json facts_of_synced(const CFG_SynchronizedFileRepository::FileFacts& file) {
+  const std::time_t written = file.written;
+  std::tm when{};
+  gmtime_r(&written, &when);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%SZ", &when);
+  return {{"service", file.service.str()},
+          {"user", file.user.str()},
+          {"sequence", file.sequence.str()},
+          {"reset_count", file.reset_count},
+          {"written", text},
+          {"format", file.format_version.str()},
+          {"product", file.product_version.str()},
+          {"encrypted", file.is_encrypted},
+          {"checksums", file.has_checksums ? "agree" : "none"}};
+}
+
 // A file needs no tree.
 Json facts_of_file(const std::string& argument) {
   const InputFile file(argument);
@@ -221,6 +238,7 @@ Json facts_of_file(const std::string& argument) {
                 {"form", form_name(document.form)},
                 {"size", file.size()},
                 {"path", document.branches.front()}};
+  if (document.form == Form::SYNCED) facts.update(facts_of_synced(document.synced));
   if (document.branches.size() > 1) {
     facts["path"] = document.tree->GetKeyName().str();
     facts["branches"] = document.branches.size();

@@ -2,6 +2,7 @@
 
 #include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_Repository.h>
+#include <CFG/CFG_SynchronizedFileRepository.h>
 #include <system/Sys_Process.h>
 #include <tree/Tree_Node.h>
 
@@ -35,9 +36,11 @@ class OpenUpdate : public Draft {
   CFG_SubTree m_after{RWCString(ROOT)};
 };
 
-// Whom the service's log names.
+// Whom the service's log names. A synchronized tree fetches what is the user's.
 void introduce(CFG_RepositoryServices& repository) {
-  repository.SetProperty("CurrUser", Sys_UserName());
+  if (!dynamic_cast<CFG_SynchronizedFileRepository*>(&repository)) {
+    repository.SetProperty("CurrUser", Sys_UserName());
+  }
   repository.SetProperty("CurrApp", "cfg");
 }
 

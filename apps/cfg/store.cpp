@@ -1,11 +1,15 @@
 #include "store.h"
 
+#include <algorithm>
 #include <optional>
 
+#include <CFG/CFG_SynchronizedFileRepository.h>
+#include <system/Sys_File.h>
 #include <tree/Tree_Node.h>
 
 #include "held_store.h"
 #include "library_log.h"
+#include "output.h"
 #include "paths.h"
 #include "shared_store.h"
 
@@ -32,9 +36,48 @@ std::string file_of_database(const CFG_ConnectionParameters& parameters) {
   return text.substr(0, kind.size()) == kind ? std::string(text.substr(kind.size())) : "";
 }
 
+// What is read is what a program with these parameters has; what is written goes to the service.
+std::unique_ptr<Store> synced_store(const Arguments& arguments, const ChosenParameters& parameters,
+                                    Store::Access access) {
+  const ServiceAddress address = ServiceAddress::of(parameters.values);
+  const auto is_user_given = [&](const std::string& property) {
+    return property.rfind("CurrUser=", 0) == 0;
+  };
+  const bool has_user =
+      std::any_of(arguments.properties.begin(), arguments.properties.end(), is_user_given);
+  try {
+    ServiceConnection(address).ping();
+  } catch (const Failure&) {
+    // Nobody may be waited for where there is nothing to start from.
+    const RWWString file = RWWString::fromUTF8(parameters.values.xml_file);
+    if (access != Store::READ || !Sys_File::Exists(file)) throw;
+  }
+  if (access != Store::READ) return SharedStore::of_service(address, access);
+  const bool is_of_users = [&] {
+    for (const std::string* typed : {&arguments.path, &arguments.left, &arguments.right}) {
+      const std::string path = with_backslashes(*typed);
+      if (path.rfind(CFG_SynchronizedFileRepository::USERS_IGNORE_PATH, 0) == 0) return true;
+    }
+    return false;
+  }();
+  if (is_of_users && !has_user) {
+    throw Failure(USAGE,
+                  "a synchronized tree has one user's branch: --property CurrUser=NAME says whose");
+  }
+  CFG_RepositoryServices& repository = factory_repository(arguments, parameters);
+  if (has_user) repository.SetProperty("CurrUser", repository.GetProperty("CurrUser"));
+  repository.IsSubTreeExist("halvoria");  // waits for the tree
+  const std::string state = repository.GetProperty("HALVORIA_SYNC_STATE").str();
+  if (state.rfind("stale", 0) == 0) {
+    say("the tree of " + parameters.file + " is not current, but " + state);
+  }
+  return SharedStore::of_factory(repository, parameters.file, "");
+}
+
 std::unique_ptr<Store> store_of_parameters(const Arguments& arguments, Store::Access access) {
   const ChosenParameters parameters = choose_parameters(arguments.params_file);
   const RWCString& type = parameters.values.cfg_type;
+  if (type == "synced_file") return synced_store(arguments, parameters, access);
   const bool is_remote = type == "remote";
   if (!is_remote && type != "db") return ParametersStore::open(arguments, parameters, access);
   std::optional<ServiceAddress> address;

@@ -12,7 +12,8 @@ void TreeFile::start_empty() { hold(std::make_unique<CFG_SubTree>(RWCString("hal
 int TreeFile::Connect() {
   Document document = read_document(InputFile(m_name));
   if (document.form != Form::XML) {
-    m_why_read_only = "is a byte array";
+    m_why_read_only =
+        document.form == Form::SYNCED ? "is kept by programs for themselves" : "is a byte array";
   } else if (!document.is_whole()) {
     m_why_read_only = "holds only " + document.branches.front() + " and not a whole tree";
   }

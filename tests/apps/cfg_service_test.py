@@ -76,6 +76,45 @@ class OverTheService(cfg_verbs_test.OddNames, cfg_verbs_test.VerbTables):
         (self.folder / "params.txt").write_text(text + more)
         return text
 
+    def test_synced_files_are_read_with_the_service_and_without(self):
+        text = self.params("")
+        (self.folder / "params.txt").write_text(
+            text.replace("remote\n", "synced_file\n", 1) + f"xml_file = {self.folder}/kept.cfg\n")
+        get = rf"get {NODE}\properties\inet_address"
+        ann = "--params params.txt --property CurrUser=ann "
+        expected = self.on_store(get)[1]
+        self.assertEqual(self.run_cfg(ann + get), (0, expected, ""))
+        self.assertEqual(self.run_cfg(rf"{ann} set {NODE}\properties\inet_address 192.0.2.99")[0], 0)
+        self.assertEqual(self.on_store(get)[1], "192.0.2.99\n")
+        self.assertEqual(self.run_cfg(ann + get), (0, "192.0.2.99\n", ""))
+        user_of_nobody = self.run_cfg(r"--params params.txt ls halvoria\users")
+        self.assertIn("--property CurrUser=NAME", user_of_nobody[2])
+
+        code, facts, error = self.run_cfg("--json stat kept.cfg")
+        self.assertEqual((code, error), (0, ""))
+        facts = json.loads(facts)
+        self.assertEqual((facts["form"], facts["user"], facts["checksums"], facts["encrypted"]),
+                         ("synced file", "ann", "agree", False))
+        self.assertEqual(self.run_cfg("diff tree.xml kept.cfg")[0], 1)
+        self.assertEqual(self.run_cfg("--file kept.cfg " + get)[1], "192.0.2.99\n")
+        self.assertIn("is kept by programs", self.run_cfg("--file kept.cfg set halvoria/x y")[2])
+        self.assertEqual(json.loads(self.run_cfg("--json stat tvk_user_cfg_ann_kept.cfg")[1])["path"],
+                         r"halvoria\users")
+
+        self.service.stop(signal.SIGKILL)
+        code, output, error = self.run_cfg("--params params.txt " + get)
+        self.assertEqual((code, output), (0, "192.0.2.99\n"))
+        self.assertIn("is not current, but stale since", error)
+        self.assertEqual(self.run_cfg("--params params.txt set halvoria/x y")[0], 5)
+        damaged = bytearray((self.folder / "kept.cfg").read_bytes())
+        damaged[len(damaged) // 2] ^= 1
+        (self.folder / "copy.cfg").write_bytes(damaged)
+        (self.folder / "copy.cfg.sum").write_bytes((self.folder / "kept.cfg.sum").read_bytes())
+        code, _, error = self.run_cfg("stat copy.cfg")
+        self.assertEqual(code, 4)
+        self.assertIn("copy.cfg is a synced file, but not whole: its data has another checksum", error)
+        self.service = Service(self.folder)
+
     def test_a_parameters_file_names_the_service_or_the_database(self):
         remote = self.params("")
         database = (f"cfg_type = db\nuser = x\nconn_string = sqlite:{self.folder}/tree.sqlite\n"
