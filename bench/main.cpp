@@ -34,6 +34,7 @@ constexpr suite suites[] = {
     {"wire", "over the network", bench::wire_suite},
     {"service", "reads of the service", bench::service_suite},
     {"service_trees", "trees and writes of the service", bench::service_trees_suite},
+    {"sync", "synced files", bench::sync_suite},
     {"cache", "the cache of a process", bench::cache_suite},
     {"datagrid", "datagrid", bench::datagrid_suite},
 };

@@ -67,5 +67,6 @@ report service_suite(const scale&);
 report service_trees_suite(const scale&);
 report datagrid_suite(const scale&);
 report store_suite(const scale&);
+report sync_suite(const scale&);
 
 }  // namespace bench
