@@ -55,11 +55,24 @@ show cp halvoria/system/nodes/read02 halvoria/system/nodes/read03
 printf '\nWho changed what, from the log of the service:\n'
 grep -o 'user .*: CFG_.*' svcfg.log | tail -n 4
 
+printf '\nA program that keeps the tree in files of its own:\n'
+sed 's/remote$/synced_file/' params.txt >synced.txt
+printf 'xml_file = %s/files/tree.cfg\n' "$work" >>synced.txt
+mkdir files
+start_offline() {
+  printf '\n$ start_offline synced.txt osei "halvoria\\conf\\reports\\paper"\n'
+  "$build/examples/start_offline" synced.txt osei 'halvoria\conf\reports\paper' 2>start.log
+}
+start_offline
+
 printf '\nThe service ends when it is told to:\n\n$ kill %s\n' "$service"
 kill "$service"
 wait "$service" || { echo "svcfg ended with $?" >&2; exit 1; }
 service=
 tail -n 1 svcfg.log
+
+printf '\nand that program starts nevertheless:\n'
+start_offline
 
 cat <<TEXT
 
