@@ -47,7 +47,6 @@ bool Sys_File::open(const RWWString& name) {
   m_size = m_is_regular ? static_cast<uint64_t>(status.st_size) : 0;
   m_identity = {status.st_dev, status.st_ino, m_size};
   m_written = status.st_mtim.tv_sec;
-  m_is_own = status.st_uid == geteuid() || status.st_uid == 0;
   return true;
 }
 
@@ -111,6 +110,14 @@ bool Sys_File::WriteOver(const RWWString& name, std::string_view bytes, RWCStrin
   }
   if (!is_done) error = file.m_error;
   return is_done;
+}
+
+bool Sys_File::IsOfOthers(const RWWString& name) {
+  const RWCString native = Sys_NativeFileName(name);
+  struct stat file, folder;
+  if (!Sys_FileNameFault(native).isNull() || lstat(native.data(), &file) != 0) return false;
+  if (file.st_uid == geteuid() || file.st_uid == 0) return false;
+  return stat(Sys_FolderOf(native).data(), &folder) != 0 || (folder.st_mode & S_IWOTH) != 0;
 }
 
 int Sys_File::Remove(const RWWString& name) {

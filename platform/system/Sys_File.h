@@ -56,11 +56,13 @@ class HALVORIA_API Sys_File {
   Identity identity() const { return m_identity; }
   // When it was written last, before it was opened; seconds since 1970.
   int64_t written() const { return m_written; }
-  // Whether nobody but this user and the administrator could have made it.
-  bool is_own() const { return m_is_own; }
 
   // Writes over the first bytes of a file that has as many at least, in one call to the system.
   static bool WriteOver(const RWWString& name, std::string_view bytes, RWCString& error);
+
+  // Whether another user may have put it there for us to find: everybody may write to its folder,
+  // and it (a link, not what that leads to) belongs neither to us nor to the administrator.
+  static bool IsOfOthers(const RWWString& name);
 
   // Deletes a file of that name: 0 or the system's error.
   static int Remove(const RWWString& name);
@@ -75,7 +77,6 @@ class HALVORIA_API Sys_File {
   int m_descriptor = -1;
   bool m_is_missing = false;
   bool m_is_regular = false;
-  bool m_is_own = false;
   uint64_t m_size = 0;
   Identity m_identity;
   int64_t m_written = 0;

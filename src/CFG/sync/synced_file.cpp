@@ -22,6 +22,18 @@ bool replace(const RWWString& name, std::initializer_list<std::string_view> piec
 
 }  // namespace
 
+// In a folder where others may put files, theirs are neither read nor written over.
+static bool is_of_others(const RWWString& name, RWCString& error) {
+  if (!Sys_File::IsOfOthers(name)) return false;
+  error = "another user has put <" + name.toUTF8() + "> there";
+  return true;
+}
+
+bool synced_file::are_of_others(RWCString& error) const {
+  return is_of_others(m_name, error) || is_of_others(companion(".sum"), error) ||
+         is_of_others(name(OLD), error);
+}
+
 RWWString synced_file::companion(const char* suffix) const {
   return m_name + RWWString::fromUTF8(RWCString(suffix));
 }
@@ -49,6 +61,7 @@ bool synced_file::save(std::string_view header, std::string_view data, RWCString
     error = "its lock file is not to be had";
     return false;
   }
+  if (are_of_others(error)) return false;
   file_sums sums = sums_beside(m_name);
   const uint64_t header_sum = checksum(header);
   sums.newest = {data.size(), checksum(data), header_sum, header_sum};
@@ -65,6 +78,7 @@ synced_file::Outcome synced_file::save_header(std::string_view header,
     error = "its lock file is not to be had";
     return FAILED;
   }
+  if (are_of_others(error)) return FAILED;
   Sys_File file;
   std::string there(header.size(), '\0');
   if (!file.open(m_name) || !(file.identity() == identity)) return OTHER;
@@ -113,6 +127,8 @@ bool synced_file::Reader::open_file() {
   m_header_bytes.assign(Synced_Cfg_File_Header::SIZE, '\0');
   if (!m_file.open(m_name)) return fail(m_file.error());
   m_identity = m_file.identity();
+  RWCString why;
+  if (is_of_others(m_name, why) || is_of_others(m_sums_name, why)) return fail(why);
   if (!m_file.is_regular()) return fail("it is no regular file");
   if (m_file.size() < m_header_bytes.size()) return fail("it is shorter than its header");
   if (m_file.size() - m_header_bytes.size() > kMostData) return fail("it is too long");

@@ -41,6 +41,7 @@ class synced_file {
   int remove(Generation generation, const Sys_File::Identity& identity) const;
 
  private:
+  bool are_of_others(RWCString& error) const;
   file_sums sums_beside(const RWWString& name) const;
 
   const RWWString m_name;
