@@ -166,8 +166,11 @@ class HALVORIA_API CFG_SynchronizedFileRepository : public CFG_FileRepositoryBas
   bool CheckVersionMatch(const cfg::Synced_Cfg_File_Header& header);
   bool CheckNeedFullSync(Half& half);
   std::optional<bool> need_full_sync_by_sequence(const RWCString& local, RWCString* server_min);
+  bool is_in_doubt();
+  // False, and nothing more is written, when an update is open or has begun meanwhile; what else
+  // fails is logged.
   bool save_tree_to_file(bool with_data);
-  bool save_half(Half& half, bool with_data);
+  bool save_half(Half& half, bool with_data, uint64_t updates);
   uint64_t remove_users_old_files();
   void set_sync_status(int status, const char* why);
 

@@ -62,6 +62,7 @@ void overlapping_changes::look_for_pending(Use& use) const {
 
 void overlapping_changes::begin_update() {
   const MutexGuard guard(m_mutex);
+  ++m_begun_updates;
   m_updates.try_emplace(std::this_thread::get_id());
 }
 

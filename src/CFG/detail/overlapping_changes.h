@@ -1,6 +1,7 @@
 // Reads and changes that take place at the same time.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -78,6 +79,10 @@ class overlapping_changes {
     const MutexGuard guard(m_mutex);
     return !m_updates.empty();
   }
+  uint64_t begun_updates() {  // so far
+    const MutexGuard guard(m_mutex);
+    return m_begun_updates;
+  }
 
  private:
   static void told(void* object, ForkHandler::Phase phase);
@@ -89,6 +94,7 @@ class overlapping_changes {
   std::vector<Use*> m_uses THREADAPI_GUARDED_BY(m_mutex);
   // Of the updates that are open, by their threads, what they changed; an empty key is everything.
   std::map<std::thread::id, std::vector<std::string>> m_updates THREADAPI_GUARDED_BY(m_mutex);
+  uint64_t m_begun_updates THREADAPI_GUARDED_BY(m_mutex) = 0;
   ForkHandler m_handler{ForkHandler::REPOSITORIES, told, this};
 };
 

@@ -83,7 +83,9 @@ CFG_SynchronizedFileRepository::~CFG_SynchronizedFileRepository() {
   m_stop.signal();
   m_work.signal();
   m_server.Interrupt();
-  if (is_in_forked_child()) {  // there are no such threads to be joined
+  for (Half* half : {m_system.get(), m_user.get()}) half->header_ready.signal();
+  m_local_tree_joiner.Signal();  // when Connect came to no end
+  if (is_in_forked_child()) {    // there are no such threads to be joined
     static_cast<void>(m_main_synchronizer.release());
     static_cast<void>(m_user_synchronizer.release());
     return;
@@ -542,9 +544,7 @@ int CFG_SynchronizedFileRepository::EndTransactionUpdateSecondaryRep(bool failed
 // What the service has undone, the tree has still.
 void CFG_SynchronizedFileRepository::end_of_update(bool is_over, bool is_undone) {
   const std::vector<std::string> changed = m_changes->take_changed();
-  if (is_over) m_changes->end_update();
-  if (!is_undone) return;
-  for (const std::string& path : changed) {
+  for (const std::string& path : is_undone ? changed : std::vector<std::string>()) {
     if (!path.empty()) {
       put_right(RWCString(path));
       continue;
@@ -553,4 +553,5 @@ void CFG_SynchronizedFileRepository::end_of_update(bool is_over, bool is_undone)
       put_right(branch);
     }
   }
+  if (is_over) m_changes->end_update();
 }

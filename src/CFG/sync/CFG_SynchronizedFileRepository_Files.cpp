@@ -477,18 +477,30 @@ std::optional<bool> CFG_SynchronizedFileRepository::need_full_sync_by_sequence(
 
 // --- saving --------------------------------------------------------------------------------------
 
+// Whether the service may yet undo something that is in the tree. In a file it would stay: no
+// later change tells of it.
+bool CFG_SynchronizedFileRepository::is_in_doubt() {
+  const MutexGuard guard(m_state_lock);
+  return m_changes->has_updates() || !m_unsettled.empty();
+}
+
 bool CFG_SynchronizedFileRepository::save_tree_to_file(bool with_data) {
+  const uint64_t updates = m_changes->begun_updates();
+  if (is_in_doubt()) return false;
+  if (!with_data) {
+    logger.info("Synchronization file is up-to-date. no save needed only update as used\n");
+  }
   if (m_file.isNull()) return true;
-  const bool is_system_saved = save_half(*m_system, with_data);
-  const bool is_user_saved = !m_user->file || save_half(*m_user, with_data);
+  if (!save_half(*m_system, with_data, updates)) return false;
+  if (m_user->file && !save_half(*m_user, with_data, updates)) return false;
   for (Half* half : {m_system.get(), m_user.get()}) {
     half->file_sequence = half->current_sequence;
     half->need_full = false;
   }
-  return is_system_saved && is_user_saved;
+  return true;
 }
 
-bool CFG_SynchronizedFileRepository::save_half(Half& half, bool with_data) {
+bool CFG_SynchronizedFileRepository::save_half(Half& half, bool with_data, uint64_t updates) {
   const cfg::timed_line time(logger);
   const RWWString& name = half.file->name();
   Header header;
@@ -504,7 +516,7 @@ bool CFG_SynchronizedFileRepository::save_half(Half& half, bool with_data) {
   const char* misfit = "";
   const std::string bytes = header.bytes(misfit);
   if (bytes.empty()) {
-    return logger.reject(false, "<%S> is not saved: %s does not fit its field\n", name, misfit);
+    return logger.reject(true, "<%S> is not saved: %s does not fit its field\n", name, misfit);
   }
   if (half.is_user) {
     logger.info("Saving User CFG file info: Sync ID %s seq %s, Reset Count %u user ID %s\n",
@@ -519,7 +531,7 @@ bool CFG_SynchronizedFileRepository::save_half(Half& half, bool with_data) {
   if (!with_data && half.is_loaded && half.is_newest) {
     const auto outcome = half.file->save_header(bytes, half.identity, half.header_bytes, error);
     if (outcome == synced_file::FAILED) {
-      return logger.reject(false, "<%S> is not saved: %s\n", name, error);
+      return logger.reject(true, "<%S> is not saved: %s\n", name, error);
     }
     is_saved = outcome == synced_file::DONE;
   }
@@ -537,19 +549,20 @@ bool CFG_SynchronizedFileRepository::save_half(Half& half, bool with_data) {
         data.reset(Tree_Node::GetSerializedTreeNodeSkipPath(root, length, true, USERS));
       }
     }
-    if (!data) return logger.reject(false, "<%S> is not saved: its tree fits no file\n", name);
+    if (m_changes->begun_updates() != updates) return false;
+    if (!data) return logger.reject(true, "<%S> is not saved: its tree fits no file\n", name);
     time.write("Finished serializing \"%s\" data in %f milliseconds", RWCString(half.kind()));
     std::vector<unsigned char> sealed;
     std::string_view content(data.get(), static_cast<size_t>(length));
     if (m_is_encrypted) {
       if (!m_cipher->encrypt(reinterpret_cast<const unsigned char*>(content.data()),
                              static_cast<unsigned>(length), sealed, true)) {
-        return logger.reject(false, "<%S> is not saved: it was not encrypted\n", name);
+        return logger.reject(true, "<%S> is not saved: it was not encrypted\n", name);
       }
       content = {reinterpret_cast<const char*>(sealed.data()), sealed.size()};
     }
     if (!half.file->save(bytes, content, error)) {
-      return logger.reject(false, "<%S> is not saved: %s\n", name, error);
+      return logger.reject(true, "<%S> is not saved: %s\n", name, error);
     }
   }
   if (half.is_user) {

@@ -22,6 +22,7 @@ constexpr Log_Logger logger("src/CFG/CFG_SynchronizedFileRepository", 502);
 
 constexpr int kCounters = 2;  // the type of performance monitoring that counts us
 constexpr std::chrono::seconds kFirstPause(1), kLongestPause(60);
+constexpr std::chrono::milliseconds kSavePause(100);
 constexpr const char* kMainPaths[] = {"halvoria\\system", "halvoria\\conf", "halvoria\\groups"};
 constexpr const char* kNeverKept[] = {"halvoria\\system\\queues", "halvoria\\system\\repositories"};
 
@@ -146,17 +147,23 @@ void CFG_SynchronizedFileRepository::Synchronizer::Run() try {
   if (!half().is_current) return;
   if (!m_is_user) return stay_in_step();
   stop_counting();
-  const MutexGuard guard(m_repository->m_pass_lock);
-  const bool is_changed = m_repository->m_tree_changed;
-  if (!is_changed) {
-    logger.info("Synchronization file is up-to-date. no save needed only update as used\n");
+  while (!save()) {
+    if (!m_repository->pause(kSavePause)) return;
   }
-  m_repository->save_tree_to_file(is_changed);
-  m_repository->m_finished_writing = 1;
-  m_repository->m_tree_changed = false;
-  m_repository->remove_users_old_files();
 } catch (...) {
   cfg::log_exception(logger, "CFG_SynchronizedFileRepository::Synchronizer::Run");
+}
+
+// False when nothing was saved, since the service may still undo what is in the tree.
+bool CFG_SynchronizedFileRepository::Synchronizer::save() {
+  auto& repository = *m_repository;
+  const MutexGuard guard(repository.m_pass_lock);
+  const bool is_changed = repository.m_tree_changed;
+  if (!repository.save_tree_to_file(is_changed)) return false;
+  repository.m_finished_writing = 1;
+  repository.m_tree_changed = false;
+  repository.remove_users_old_files();
+  return true;
 }
 
 void CFG_SynchronizedFileRepository::Synchronizer::stop_counting() const {

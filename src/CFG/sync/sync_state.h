@@ -89,6 +89,7 @@ class CFG_SynchronizedFileRepository::Synchronizer : public Thread {
   bool fetch(Branch& branch, const RWCString& since);
   void run_until_current();
   void stay_in_step();
+  bool save();
   void stop_counting() const;
   Half& half() const { return m_is_user ? *m_repository->m_user : *m_repository->m_system; }
 

@@ -8,143 +8,19 @@
 
 #include <atomic>
 #include <csignal>
-#include <fstream>
 #include <functional>
 #include <random>
-#include <set>
-#include <sstream>
 #include <thread>
 
 #include <CFG/CFG_DBRepository.h>
 #include <CFG/CFG_Factory.h>
-#include <CFG/CFG_SubTree.h>
-#include <CFG/sync/file_header.h>
-#include <CFG/temporary_folder.h>
-#include <CFG/test_trees.h>
 #include <logging/Log_Capture.h>
-#include <servers/Test_Postgres.h>
 #include <servers/Test_Seed.h>
-#include <servers/Test_Service.h>
-#include <support/comes.h>
 #include <support/forked.h>
 #include <system/Sys_Registry.h>
-#include <tree/Tree_Node.h>
+#include "synced_world.h"
 
 namespace {
-
-using Header = cfg::Synced_Cfg_File_Header;
-using Client = std::unique_ptr<CFG_SynchronizedFileRepository>;
-using Content = std::set<std::string>;
-
-const std::string kReset = CFG_SynchronizedFileRepository::CFG_SERVER_RESET_COUNT;
-
-// All below a path, in no order.
-Content content(CFG_Services& services, const std::string& path) {
-  Content found;
-  const SubTreePtr top(services.GetSubTree(RWCString(path)));
-  if (!top) return found;
-  const Tree_NodePtr root = top->GetData();
-  std::vector<std::pair<std::string, const Tree_Node*>> open{{path, root.get()}};
-  while (!open.empty()) {
-    const auto [at, node] = open.back();
-    open.pop_back();
-    found.insert(at + (node->IsLeaf() ? "=" + std::string(node->GetText()) : "\\"));
-    for (int i = 0; i < node->GetChildCount(); ++i) {
-      const Tree_Node* child = const_cast<Tree_Node*>(node)->GetChildAt(i).get();
-      open.emplace_back(at + "\\" + std::string(child->NameView()), child);
-    }
-  }
-  return found;
-}
-
-// What only one of them has.
-std::string difference(const Content& here, const Content& at_service) {
-  std::string text;
-  const auto only = [&](const char* where, const Content& some, const Content& others) {
-    for (const std::string& entry : some) {
-      if (!others.contains(entry)) text += where + entry + "\n";
-    }
-  };
-  only("only here: ", here, at_service);
-  only("only at the service: ", at_service, here);
-  return text;
-}
-
-std::string read_file(const std::filesystem::path& name) {
-  std::ostringstream text;
-  text << std::ifstream(name, std::ios::binary).rdbuf();
-  return text.str();
-}
-void write_file(const std::filesystem::path& name, const std::string& bytes) {
-  std::ofstream(name, std::ios::binary | std::ios::trunc) << bytes;
-}
-
-std::optional<Test_Postgres> postgres;  // which is the store, where it is there
-
-class Synced : public testing::Test {
- public:
-  Synced() {
-    EXPECT_TRUE(service.start());
-    service.use();
-    server.Connect();
-    for (int i = 0; i < 200; ++i) {
-      server.SetValue(RWCString("halvoria\\system\\nodes\\n" + std::to_string(i) + "\\name"), "n");
-    }
-    server.SetValue("halvoria\\system\\queues\\q\\entry", "never kept");
-    server.SetValue("halvoria\\conf\\odd name\\x", "%d");
-    server.SetValue("halvoria\\users\\ann\\colour", "red");
-    server.SetValue("halvoria\\users\\bob\\colour", "blue");
-  }
-
-  Client client(const char* user = "ann") {
-    auto made = std::make_unique<CFG_SynchronizedFileRepository>(files.file("tree.cfg"));
-    EXPECT_TRUE(made->Connect());
-    if (user) made->SetProperty("CurrUser", user);
-    return made;
-  }
-  // Our own connection to the one before breaks with the next request.
-  void start_service_again() {
-    EXPECT_TRUE(service.start());
-    EXPECT_TRUE(comes([&] { return !server.GetMaxSeqNumber().isNull(); }));
-  }
-  // Until it has saved its files.
-  void start_once(const char* user = "ann") {
-    const Client first = client(user);
-    EXPECT_TRUE(comes([&] { return first->FinishedWritingSyncFiles(); }));
-  }
-  void expect_as_served(CFG_Services& tree, const std::string& user = "ann") {
-    Content system = content(server, "halvoria\\system");
-    std::erase_if(system, [](const std::string& entry) {
-      return entry.find("\\system\\queues") != entry.npos;
-    });
-    EXPECT_EQ(difference(content(tree, "halvoria\\system"), system), "");
-    for (const std::string& branch : std::vector<std::string>{"halvoria\\conf", "halvoria\\groups",
-                                                              "halvoria\\users\\" + user}) {
-      EXPECT_EQ(difference(content(tree, branch), content(server, branch)), "");
-    }
-  }
-  std::filesystem::path system_file() const { return files / "tree.cfg"; }
-  std::filesystem::path user_file() const { return files / "tvk_user_cfg_ann_tree.cfg"; }
-  Header header_of(const std::filesystem::path& file) const {
-    return Header::read(read_file(file).substr(0, Header::SIZE));
-  }
-  void change_header(const std::filesystem::path& file,
-                     const std::function<void(Header&)>& change) {
-    std::string bytes = read_file(file);
-    Header header = Header::read(bytes.substr(0, Header::SIZE));
-    change(header);
-    const char* misfit = nullptr;
-    write_file(file, header.bytes(misfit) + bytes.substr(Header::SIZE));
-    std::filesystem::remove(file.string() + ".sum");
-    std::filesystem::remove(file.string() + ".old");
-  }
-
-  const TemporaryFolder store_folder, files;
-  const std::string store =
-      postgres ? postgres->connection() : "sqlite:" + (store_folder / "tree.db").string();
-  Test_Service service{store, (store_folder / "log").string()};
-  CFG_Repository server;
-};
 
 struct WithPostgres {
   explicit WithPostgres(bool is_used) {
@@ -291,50 +167,6 @@ TEST_F(Synced, ServesItsFilesWithoutTheServiceAndIsCurrentOnceThatIsBack) {
     EXPECT_TRUE(comes([&] { return offline->GetProperty("HALVORIA_SYNC_STATE") == "current"; }));
     expect_as_served(*offline);
   }
-}
-
-TEST_F(Synced, ServesAWholeTreeWhateverByteIsDamaged) {
-  start_once();
-  const std::string whole = read_file(system_file());
-  const std::string sums = read_file(system_file().string() + ".sum");
-  std::vector<std::string> damaged;
-  for (size_t at = 0; at < Header::SIZE; at += 9) {
-    damaged.push_back(whole);
-    damaged.back()[at] ^= 4;
-  }
-  for (const size_t length : {size_t{0}, size_t{1}, Header::SIZE - 1, size_t{Header::SIZE},
-                              Header::SIZE + 5, whole.size() - 1}) {
-    damaged.push_back(whole.substr(0, length));
-  }
-  damaged.push_back(whole);
-  damaged.back()[whole.size() / 2] ^= 1;
-  server.SetValue("halvoria\\system\\nodes\\n3\\name", "newer");
-  for (const std::string& bytes : damaged) {
-    write_file(system_file(), bytes);
-    write_file(system_file().string() + ".sum", sums);
-    const Client next = client(nullptr);
-    EXPECT_EQ(content(*next, "halvoria\\conf"), content(server, "halvoria\\conf"));
-    EXPECT_EQ(next->GetSubTreeNum("halvoria\\system\\nodes"), 200);
-    EXPECT_EQ(next->GetValue("halvoria\\system\\nodes\\n3\\name"), "newer");
-  }
-}
-
-TEST_F(Synced, TheGenerationBeforeIsServedWhenTheNewestIsDamaged) {
-  start_once();
-  server.SetValue("halvoria\\system\\nodes\\n4\\name", "second");
-  start_once();
-  ASSERT_TRUE(std::filesystem::exists(system_file().string() + ".old"));
-  std::string bytes = read_file(system_file());
-  bytes[bytes.size() - 3] ^= 8;
-  write_file(system_file(), bytes);
-  service.kill();
-  {
-    const Client offline = client(nullptr);
-    EXPECT_EQ(offline->GetValue("halvoria\\system\\nodes\\n4\\name"), "n");
-  }
-  start_service_again();
-  const Client online = client();
-  expect_as_served(*online);
 }
 
 TEST_F(Synced, WritesGoToBothAndWhatTheServiceUndoesGoesHereToo) {
@@ -597,6 +429,95 @@ TEST_F(Synced, AChildHasTheTreeAsItWas) {
     return tree->GetValue("halvoria\\system\\nodes\\n1\\name") == "n" &&
            tree->GetValue("halvoria\\users\\ann\\colour") == "red";
   }));
+}
+
+// Otherwise nobody would ever learn that it was not to be: the service has nothing newer.
+TEST_F(Synced, WhatAnUpdateMayStillUndoGoesIntoNoFile) {
+  {
+    const Log_Capture log;
+    const Client tree = client(nullptr);
+    ASSERT_TRUE(tree->StartTransactionUpdate());
+    EXPECT_EQ(tree->SetValue("halvoria\\system\\nodes\\n1\\name", "undone"), 1);
+    tree->SetProperty("CurrUser", "ann");
+    EXPECT_TRUE(comes([&] { return log.has("User synchronization ended"); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(tree->FinishedWritingSyncFiles());
+    EXPECT_TRUE(tree->EndTransactionUpdate(true));
+    EXPECT_TRUE(comes([&] { return tree->FinishedWritingSyncFiles(); }));
+  }
+  service.kill();
+  const Client offline = client();
+  EXPECT_EQ(offline->GetValue("halvoria\\system\\nodes\\n1\\name"), "n");
+}
+
+TEST_F(Synced, OddNamesComeWithAPassAndGo) {
+  const std::string names[] = {"%",       "<x>",      "halvoria",
+                               "a b'\"&", "\xff\xfe", std::string(3000, 'n')};
+  start_once();
+  const auto make = [&](const std::string& value) {
+    for (const std::string& name : names) {
+      for (const char* top : {"halvoria\\conf\\", "halvoria\\users\\ann\\"}) {
+        server.SetValue(RWCString(top + name), RWCString(value));
+        server.SetValue(RWCString(top + ("in " + name) + "\\" + name), RWCString(value));
+      }
+    }
+  };
+  make("1");
+  const Client lasting = client();
+  expect_as_served(*lasting);
+  EXPECT_GE(content(server, "halvoria\\conf").size(), 12U);
+  make("2");
+  String_Arr branches;
+  branches.AddStr("halvoria\\conf");
+  branches.AddStr("halvoria\\users\\ann");
+  EXPECT_EQ(lasting->SynchronizeSubTree(&branches, ""), 1);
+  expect_as_served(*lasting);
+  EXPECT_TRUE(comes([&] { return lasting->FinishedWritingSyncFiles(); }));
+  server.SetKeyName("halvoria\\conf\\in %", "renamed");
+  for (const std::string& name : names) server.DeleteValue(RWCString("halvoria\\conf\\" + name));
+  const Log_Capture log;
+  const Client next = client();
+  expect_as_served(*next);
+  EXPECT_FALSE(log.has("Retrieving full paths from server"));
+}
+
+TEST_F(Synced, TheUserMayBeNamedFirstTwiceOrByTwoThreads) {
+  CFG_SynchronizedFileRepository tree(files.file("tree.cfg"));
+  {
+    const Log_Capture log;
+    EXPECT_TRUE(tree.GetValue("halvoria\\system\\nodes\\n1\\name").isNull());
+    EXPECT_TRUE(log.has("was asked before Connect"));
+    EXPECT_EQ(tree.SetProperty("CurrUser", "ann"), 1);
+  }
+  EXPECT_TRUE(tree.Connect());
+  EXPECT_TRUE(tree.Connect());
+  expect_as_served(tree);
+  for (int i = 0; i < 4; ++i) {
+    const Client other = client(nullptr);
+    std::vector<std::thread> threads;
+    for (const char* user : {"ann", "bob"}) {
+      threads.emplace_back([&, user] { EXPECT_EQ(other->SetProperty("CurrUser", user), 1); });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_TRUE(comes([&] { return other->FinishedWritingSyncFiles(); }));
+  }
+}
+
+TEST_F(Synced, EndsInAnyPhase) {
+  start_once();
+  std::mt19937 random(test_seed());
+  for (int i = 0; i < 60; ++i) {
+    if (i == 30) service.process().signal(SIGSTOP);
+    if (i == 35) service.process().signal(SIGCONT);
+    CFG_SynchronizedFileRepository tree(files.file("tree.cfg"));
+    if (i % 5) tree.Connect();
+    std::thread naming;
+    if (i % 5 > 2) naming = std::thread([&] { tree.SetProperty("CurrUser", "ann"); });
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 20'000));
+    if (naming.joinable()) naming.join();
+  }
+  const Client next = client();
+  expect_as_served(*next);
 }
 
 }  // namespace
