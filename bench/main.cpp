@@ -35,6 +35,7 @@ constexpr suite suites[] = {
     {"service", "reads of the service", bench::service_suite},
     {"service_trees", "trees and writes of the service", bench::service_trees_suite},
     {"sync", "synced files", bench::sync_suite},
+    {"sync_service", "synced files, the service's side", bench::sync_service_suite},
     {"cache", "the cache of a process", bench::cache_suite},
     {"datagrid", "datagrid", bench::datagrid_suite},
 };

@@ -2,9 +2,12 @@
 // start to their end, each beside the command of another system that does the same.
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <optional>
 
+#include <CFG/CFG_SynchronizedFileRepository.h>
+#include <common/child.h>
 #include <common/need.h>
 #include <common/program.h>
 #include <common/real_document.h>
@@ -64,6 +67,19 @@ void must_run(const words& command, const std::string& scratch) {
   ::unlink(out.c_str());
 }
 
+// The files of a client that has once been in step with the service.
+void save_synced_files(const Test_Service& service, const std::string& folder) {
+  std::filesystem::remove_all(folder);
+  std::filesystem::create_directories(folder);
+  figures_in_child([&]() -> std::vector<double> {
+    service.use();
+    CFG_SynchronizedFileRepository client(RWWString::fromUTF8(RWCString(folder + "/tree.cfg")));
+    need(client.Connect() && client.SetProperty("CurrUser", "bench"), "a synchronized client");
+    while (!client.FinishedWritingSyncFiles()) ::usleep(1000);
+    return {0};
+  });
+}
+
 }  // namespace
 
 report start_suite(const scale& s) {
@@ -99,6 +115,12 @@ report start_suite(const scale& s) {
                                    {"load_on_start", path.substr(0, path.rfind('\\'))}}) {
     must_run({command, "--params", remote.file(), "set", cache + name, text}, s.scratch);
   }
+  const std::string files = s.scratch + "/synced_start";
+  save_synced_files(service, files);
+  const parameters offline(s.scratch, "offline",
+                           "cfg_type = synced_file\nremote_server_name = 127.0.0.1\n"
+                           "remote_server_port = 1\nxml_file = " +
+                               files + "/tree.cfg");
   need(redis.ask({"SET", path, value}) == "OK", "a value in redis");
 
   rounds runs;
@@ -107,6 +129,7 @@ report start_suite(const scale& s) {
   const auto from_sqlite = programs.add({command, "--params", sqlite.file(), "get", path});
   const auto from_service = programs.add({command, "--params", remote.file(), "get", path});
   const auto from_cache = programs.add({command, "--params", cached.file(), "get", path});
+  const auto from_synced = programs.add({command, "--params", offline.file(), "get", path});
   const auto parse = runs.add([&]() -> std::vector<double> {
     return {time_ns(WALL, [&] { processor_time_of(start_copy([&] { parse_file_bare(file); })); }) /
             1e6};
@@ -127,6 +150,7 @@ report start_suite(const scale& s) {
     result.add({subject, peer, "ms", {}, {}}, runs.of(ours), runs.of(theirs));
   };
   add("file of the whole tree", from_file, "bare Xerces parse", parse);
+  add("synced files, the service away", from_synced, "bare Xerces parse", parse);
   const std::pair<const char*, rounds::id> places[] = {
       {"SQLite", from_sqlite}, {"service", from_service}, {"service, behind a cache", from_cache}};
   for (const auto& [place, ours] : places) {
@@ -135,6 +159,7 @@ report start_suite(const scale& s) {
   }
   service.stop();
   ::unlink(made_up.c_str());
+  std::filesystem::remove_all(files);
   return result;
 }
 

@@ -4,8 +4,11 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <memory>
+#include <thread>
 
 #include <CFG/CFG_SubTree.h>
 #include <CFG/CFG_SynchronizedFileRepository.h>
@@ -262,6 +265,25 @@ void add_merges(report& result, const records& all, const scale& s) {
              runs.of(ours), runs.of(ours_small));
 }
 
+// Of reads, in us, while another thread writes once a millisecond.
+double p99_beside(const std::function<void()>& write, const std::function<void(size_t)>& read) {
+  constexpr size_t kReads = 50'000;
+  std::atomic<bool> is_over{false};
+  std::thread writer([&] {
+    while (!is_over) {
+      write();
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  });
+  samples times(kReads);
+  for (size_t i = 0; i < kReads; ++i) times[i] = time_ns(WALL, [&] { read(i); }) / 1e3;
+  is_over = true;
+  writer.join();
+  const auto at = times.begin() + kReads / 100 * 99;
+  std::nth_element(times.begin(), at, times.end());
+  return *at;
+}
+
 void add_reads(report& result, const records& all, const client_files& files, const scale& s) {
   our_stores stores(all, s);
   CFG_SynchronizedFileRepository synced(files.named("tree.cfg"));
@@ -282,6 +304,20 @@ void add_reads(report& result, const records& all, const client_files& files, co
   result.add({grouped(s.hot_paths) + " hot paths", peer, "ns/read", 1.1, {}}, reads.of(ours),
              reads.of(theirs));
   if (!two_processors()) return;
+  CFG_SubTree branch("replaced");
+  for (int i = 0; i < 1000; ++i) branch.SetValue(RWCString("v" + std::to_string(i)), "value");
+  rounds beside;
+  const auto ours_beside = beside.add([&]() -> std::vector<double> {
+    return {p99_beside([&] { synced.AddOrReplaceSubTreeOnlyBaseRep(&branch, "halvoria\\system"); },
+                       [&](size_t i) { keep(synced.GetValue(paths[i % n]).data()); })};
+  });
+  const auto theirs_beside = beside.add([&]() -> std::vector<double> {
+    return {p99_beside([&] { stores.file.AddOrReplaceSubTree(&branch, "halvoria\\system"); },
+                       [&](size_t i) { keep(stores.file.GetValue(paths[i % n]).data()); })};
+  });
+  beside.run(s.few_rounds);
+  result.add({"a read beside a thread that replaces 1,000 values, p99", peer, "us", {}, {}},
+             beside.of(ours_beside), beside.of(theirs_beside));
   rounds shared;
   const size_t few = std::min<size_t>(n, 1000);
   const auto both = [&](CFG_Services& store) {

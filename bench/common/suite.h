@@ -68,5 +68,6 @@ report service_trees_suite(const scale&);
 report datagrid_suite(const scale&);
 report store_suite(const scale&);
 report sync_suite(const scale&);
+report sync_service_suite(const scale&);
 
 }  // namespace bench
