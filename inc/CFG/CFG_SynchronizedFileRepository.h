@@ -181,6 +181,7 @@ class HALVORIA_API CFG_SynchronizedFileRepository : public CFG_FileRepositoryBas
   bool refresh(const RWCString& path);
   bool settle();
   void end_of_update(bool is_over, bool is_undone);
+  bool has_tree();
   bool has_in_tree(const RWCString& path);
   bool place(const Branch& branch, const std::vector<std::string>& kept);
   void wait_for(Half& half);

@@ -65,6 +65,11 @@ void put_at(const Tree_NodePtr& top, std::string_view path, const Tree_NodePtr& 
 
 // --- placing -------------------------------------------------------------------------------------
 
+bool CFG_SynchronizedFileRepository::has_tree() {
+  const std::shared_lock<ReadMostlyLock> lock(*m_tree_lock);
+  return m_sub_tree != nullptr;
+}
+
 bool CFG_SynchronizedFileRepository::has_in_tree(const RWCString& path) {
   const std::shared_lock<ReadMostlyLock> lock(*m_tree_lock);
   return m_sub_tree->GetData()->Find(below_root(path.view())) != nullptr;
@@ -270,6 +275,9 @@ bool CFG_SynchronizedFileRepository::Synchronizer::pass() {
   }
   if (!m_is_user) stop_counting();
   logger.info("%s synchronization ended\n", mine.kind());
+  if (m_is_user && !repository.has_tree()) {
+    logger.error("Synchronization of configuration failed. no tree retrieved\n");
+  }
   return true;
 }
 
